@@ -1,0 +1,6 @@
+# Warnings are errors everywhere; sanitizers apply to every target alike.
+add_compile_options(-Wall -Wextra -Werror)
+if(TOVIK_SANITIZE)
+  add_compile_options(-fsanitize=${TOVIK_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${TOVIK_SANITIZE})
+endif()
