@@ -7,12 +7,54 @@ namespace tovik {
 
 // In table order, which is the byte order of the names.
 enum class Env : int {
-  auto_commit, auto_del_debug, block_size, cache_imm_write, cache_size_dat, cache_size_tmp, cache_size_trn,
-  error_abort, file_mode, file_sfx_dat, file_sfx_tmp, file_sfx_trn, ftio_master, ftio_ngram, ftio_ovfl, gmt_time,
-  hash_size_dat, hash_size_tmp, hash_size_trn, lang, lock_debug, lock_disable, lock_retry, lock_sleep, log_file,
-  mem_limit_size, orl_cblk_cnt, query_plan, size_dat, size_tmp, size_trn, sql_buf_size, sql_debug_print,
-  sql_sel_hdr, sql_sel_nul_str, sql_sel_sep, sql_time_watch, test_debug, tmp_buf_size, tmp_dir, tran_file_reuse,
-  tran_hash, tran_history, tran_history_save, tran_sync, warm_restart, zorder_master, zorder_ovfl,
+  auto_commit,
+  auto_del_debug,
+  block_size,
+  cache_imm_write,
+  cache_size_dat,
+  cache_size_tmp,
+  cache_size_trn,
+  error_abort,
+  file_mode,
+  file_sfx_dat,
+  file_sfx_tmp,
+  file_sfx_trn,
+  ftio_master,
+  ftio_ngram,
+  ftio_ovfl,
+  gmt_time,
+  hash_size_dat,
+  hash_size_tmp,
+  hash_size_trn,
+  lang,
+  lock_debug,
+  lock_disable,
+  lock_retry,
+  lock_sleep,
+  log_file,
+  mem_limit_size,
+  orl_cblk_cnt,
+  query_plan,
+  size_dat,
+  size_tmp,
+  size_trn,
+  sql_buf_size,
+  sql_debug_print,
+  sql_sel_hdr,
+  sql_sel_nul_str,
+  sql_sel_sep,
+  sql_time_watch,
+  test_debug,
+  tmp_buf_size,
+  tmp_dir,
+  tran_file_reuse,
+  tran_hash,
+  tran_history,
+  tran_history_save,
+  tran_sync,
+  warm_restart,
+  zorder_master,
+  zorder_ovfl,
   count
 };
 
@@ -26,9 +68,15 @@ struct EnvRow {
 
 extern EnvRow env_table[static_cast<int>(Env::count)];
 
-inline int32_t env_number(Env parameter) { return env_table[static_cast<int>(parameter)].number; }
-inline bool env_on(Env parameter) { return env_table[static_cast<int>(parameter)].number != 0; }
-inline const char *env_text(Env parameter) { return env_table[static_cast<int>(parameter)].text; }  // may be null
+inline int32_t env_number(Env parameter) {
+  return env_table[static_cast<int>(parameter)].number;
+}
+inline bool env_on(Env parameter) {
+  return env_table[static_cast<int>(parameter)].number != 0;
+}
+inline const char *env_text(Env parameter) {
+  return env_table[static_cast<int>(parameter)].text;
+}  // may be null
 
 // Sets every parameter: defaults, then the process environment, then text. Malformed items are ignored.
 void env_start(const char *text);

@@ -24,7 +24,7 @@ struct ErrorEntry {
   int32_t sys_errno;  // the runtime library's error number when the error was recorded
   int32_t detail1;    // driver errors only
   int32_t detail2;
-  const char *text;   // in the record's text pool, or "" when the pool is full
+  const char *text;  // in the record's text pool, or "" when the pool is full
 };
 
 inline constexpr int error_entry_limit = 16;
@@ -55,8 +55,8 @@ void err_set(StatusCode code);
 
 // The full form. text replaces the catalogue text unless null or empty; primary makes this entry the primary
 // one; details are the driver's own.
-void err_set_full(StatusCode code, const char *text, const char *source_file, int32_t source_line, bool primary,
-                  int32_t detail1, int32_t detail2);
+void err_set_full(StatusCode code, const char *text, const char *source_file, int32_t source_line,
+                  bool primary, int32_t detail1, int32_t detail2);
 
 // What storage drivers report through; records negative codes only.
 void err_set_driver(int32_t code, const char *text, int32_t detail1, int32_t detail2);

@@ -1,5 +1,5 @@
-// Parameter strings: items "key=value" or bare keys, separated by ";". Used for the init text and for database
-// parameter strings.
+// Parameter strings: items "key=value" or bare keys, separated by ";". Used for the init text and for
+// database parameter strings.
 #pragma once
 
 namespace tovik {

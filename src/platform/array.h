@@ -65,7 +65,8 @@ class Array {
   // New elements are zero-filled.
   [[nodiscard]] bool resize(int size) {
     if (!reserve(size)) return false;
-    if (size > size_) memset(static_cast<void *>(items_ + size_), 0, sizeof(T) * static_cast<size_t>(size - size_));
+    if (size > size_)
+      memset(static_cast<void *>(items_ + size_), 0, sizeof(T) * static_cast<size_t>(size - size_));
     size_ = size;
     return true;
   }
@@ -75,7 +76,8 @@ class Array {
   }
   void remove(int index) {
     assert(index >= 0 && index < size_);
-    memmove(static_cast<void *>(items_ + index), items_ + index + 1, sizeof(T) * static_cast<size_t>(size_ - index - 1));
+    memmove(static_cast<void *>(items_ + index), items_ + index + 1,
+            sizeof(T) * static_cast<size_t>(size_ - index - 1));
     --size_;
   }
   void clear() { size_ = 0; }  // keeps the memory

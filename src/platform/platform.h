@@ -148,9 +148,15 @@ extern SystemDriver system_driver;
 extern IoDriver file_driver;
 extern MemoryTable memory_table;
 
-inline void *mem_alloc(size_t size) { return memory_table.mem_alloc(size); }
-inline void mem_free(void *block) { memory_table.mem_free(block); }
-inline void *mem_realloc(void *block, size_t size) { return memory_table.mem_realloc(block, size); }
+inline void *mem_alloc(size_t size) {
+  return memory_table.mem_alloc(size);
+}
+inline void mem_free(void *block) {
+  memory_table.mem_free(block);
+}
+inline void *mem_realloc(void *block, size_t size) {
+  return memory_table.mem_realloc(block, size);
+}
 
 // A zero-filled T, or null. T is a plain structure or has a default constructor; release with mem_delete.
 template <class T>
@@ -170,7 +176,9 @@ void mem_delete(T *object) {
 // whose system uses "/" accepts that too.
 const char *path_last_separator(const char *name);
 
-inline ThreadId current_thread() { return system_driver.thread_id(); }
+inline ThreadId current_thread() {
+  return system_driver.thread_id();
+}
 
 // Holds an entered lock until the end of the scope.
 class LockGuard {

@@ -6,20 +6,26 @@
 
 namespace tovik {
 
-enum CharsetIndex : int { charset_sjis = 0, charset_euc = 1, charset_utf8 = 2, charset_utf16le = 3, charset_utf16be = 4 };
+enum CharsetIndex : int {
+  charset_sjis = 0,
+  charset_euc = 1,
+  charset_utf8 = 2,
+  charset_utf16le = 3,
+  charset_utf16be = 4
+};
 
 // Conversion flags of convert and convert_character; several may be combined.
-inline constexpr uint32_t fold_full_digits = 0x001;         // full-width digits to ASCII
-inline constexpr uint32_t fold_full_capitals = 0x002;       // full-width capitals to ASCII
-inline constexpr uint32_t fold_full_smalls = 0x004;         // full-width small letters to ASCII
-inline constexpr uint32_t fold_full_to_capital = 0x008;     // full-width small letters to full-width capitals
-inline constexpr uint32_t fold_full_to_small = 0x010;       // full-width capitals to full-width small letters
-inline constexpr uint32_t fold_half_katakana = 0x020;       // half-width katakana to full-width
-inline constexpr uint32_t fold_hiragana = 0x040;            // hiragana to katakana
-inline constexpr uint32_t fold_full_space = 0x080;          // full-width space to ASCII space
-inline constexpr uint32_t fold_tab = 0x100;                 // tab to space
-inline constexpr uint32_t fold_to_capital = 0x200;          // ASCII small letters to capitals
-inline constexpr uint32_t fold_to_small = 0x400;            // ASCII capitals to small letters
+inline constexpr uint32_t fold_full_digits = 0x001;      // full-width digits to ASCII
+inline constexpr uint32_t fold_full_capitals = 0x002;    // full-width capitals to ASCII
+inline constexpr uint32_t fold_full_smalls = 0x004;      // full-width small letters to ASCII
+inline constexpr uint32_t fold_full_to_capital = 0x008;  // full-width small letters to full-width capitals
+inline constexpr uint32_t fold_full_to_small = 0x010;    // full-width capitals to full-width small letters
+inline constexpr uint32_t fold_half_katakana = 0x020;    // half-width katakana to full-width
+inline constexpr uint32_t fold_hiragana = 0x040;         // hiragana to katakana
+inline constexpr uint32_t fold_full_space = 0x080;       // full-width space to ASCII space
+inline constexpr uint32_t fold_tab = 0x100;              // tab to space
+inline constexpr uint32_t fold_to_capital = 0x200;       // ASCII small letters to capitals
+inline constexpr uint32_t fold_to_small = 0x400;         // ASCII capitals to small letters
 inline constexpr uint32_t fold_upper = fold_full_to_capital | fold_to_capital;
 inline constexpr uint32_t fold_lower = fold_full_to_small | fold_to_small;
 
@@ -31,7 +37,8 @@ struct Charset {
   int (*byte_length)(const char *text, bool with_terminator);
   int (*character_count)(const char *text);
   int (*compare)(const char *a, const char *b);  // unit by unit, unsigned: -1, 0, 1
-  int (*compare_characters)(const char *a, const char *b, int count);  // difference of the first differing bytes
+  int (*compare_characters)(const char *a, const char *b,
+                            int count);  // difference of the first differing bytes
   char *(*append)(char *target, const char *source);
   const char *(*next)(const char *text);      // just past the character; null at the terminator or for null
   const char *(*previous)(const char *text);  // start of the character that ends just before text

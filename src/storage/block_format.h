@@ -1,0 +1,96 @@
+// The header block of each part, and the names of the storages. Block 0 of a part is its header block; the
+// layout table stands above the offsets in block_format.cpp. The in-memory record holds the headers of both
+// parts.
+#pragma once
+
+#include "storage/bytes.h"
+#include "storage/params.h"
+
+namespace tovik {
+
+enum PartNo : int { part_dat = 0, part_trn = 1 };
+
+// Database types.
+enum class DatabaseType : uint8_t { ordinary = 0, temporary = 1 };
+
+inline constexpr uint32_t pstat_deleted = 1;
+
+inline constexpr int common_header_size = 0xD0;
+inline constexpr int storage_name_size = 256;  // with the terminator
+using StorageName = char[storage_name_size];
+
+// Block counters of a part; a transaction level keeps its own copy of the DAT part's.
+struct Counters {
+  BlockNo bcnt;   // highest block number ever allocated
+  int32_t fcnt;   // blocks on the free list
+  BlockNo flst;   // head of the free list, 0 when empty
+  uint32_t ucnt;  // update counter: commits applied to the DAT part
+};
+
+// The transaction fields of the TRN header: the commit record.
+struct CommitRecord {
+  uint32_t tstat;  // TranState
+  BlockNo map_bno;
+  int32_t map_icnt;
+  Counters after;  // ucnt unused
+  DateTimeRec ctime;
+  Counters before;
+  int64_t iid;   // creation time of the DAT part
+  int64_t lcto;  // last transaction applied before this commit
+  int64_t lctn;  // this transaction's number
+};
+
+enum TranState : uint32_t { tran_none = 0, tran_open = 1, tran_committed = 3 };
+
+struct HeaderRecord {
+  uint8_t common[common_header_size];  // exactly as on disk; read and written through the functions below
+  struct {
+    int32_t part;
+    uint32_t pstat;
+    Counters counters;
+  } parts[2];
+  int64_t creation_time;  // microseconds since 1970: identifies the database instance
+  int64_t last_applied;   // number of the last transaction written into the DAT part
+  CommitRecord commit;
+};
+
+// Fields of the common header.
+struct CommonHeader {
+  char magic[4];
+  uint8_t endian, format, version, use_type, storage_type, manage_type, lang, wstas, encrypted, database_type,
+      minor;
+  uint8_t appver_major, appver_minor, appver_rev;
+  int32_t block_size;
+  int32_t size_dat, size_trn;  // blocks, 0 = no limit
+  int32_t start_dat, end_dat, end_trn;
+  char name[32];
+  char cipher_name[32];
+  uint8_t key_check[32];
+};
+
+CommonHeader header_common(const HeaderRecord &header);                    // decodes
+void header_set_common(HeaderRecord &header, const CommonHeader &fields);  // encodes
+
+// Fills block (zeroed by the callee, block_size bytes) with the header of part.
+void header_encode(const HeaderRecord &header, PartNo part, uint8_t *block, int block_size);
+
+// Takes the part's header from block; the common header only for DAT while the in-memory magic is empty.
+// Statuses 20001 (TRN first), 20003 (magic differs).
+[[nodiscard]] bool header_decode(HeaderRecord &header, PartNo part, const uint8_t *block);
+
+// The checks at open, in order. Statuses 20003, 20020, 20004, 20019, 20005, 20013, 20014, 120111, 120106.
+[[nodiscard]] bool header_validate(const HeaderRecord &header, const Params &params);
+
+// Layout attributes of a manage type.
+bool layout_single(ManageType type);   // one storage for both parts
+bool layout_named(ManageType type);    // named in the file system
+bool layout_unnamed(ManageType type);  // opened without a name
+
+// Names of the storages, at most 255 characters; false with 112012 when longer. A temporary database's name
+// carries the process and thread identifiers.
+[[nodiscard]] bool storage_name(const Params &params, DatabaseType type, PartNo part, StorageName name);
+
+// The saved transaction storage numbered number for the TRN storage trn_name: "orders.7.trn_". 112012.
+[[nodiscard]] bool saved_storage_name(const char *trn_name, uint32_t number, StorageName name);
+
+}  // namespace tovik

@@ -1,0 +1,91 @@
+// A cache manager: a bounded set of in-memory pages of one part, each holding one block, found through a hash
+// table and replaced in least-recently-used order. It also allocates and frees blocks on the counters in use
+// and keeps the DAT header up to date.
+//
+// The TRN cache serves the thread that owns the open transaction: a changed page is written to its shadow
+// block in the TRN part, never to its home block. The DAT cache serves everybody else.
+//
+// Not locked: the storage manager's page interface holds that manager's lock around every call.
+#pragma once
+
+#include "storage/block_manager.h"
+
+namespace tovik {
+
+struct TransactionManager;
+struct CacheManager;
+
+inline constexpr uint16_t page_magic = 0xABCD;
+inline constexpr uint16_t page_dirty = 1;
+inline constexpr uint16_t page_in_use = 2;  // holds a block and is in the hash table
+
+// In front of every page's data.
+struct CachePage {
+  uint16_t magic;
+  uint16_t status;
+  int32_t references;
+  BlockNo block;
+  BlockNo tran_block;        // shadow block of this page's changes, 0 = none
+  int32_t group;             // tag of the caller that fetched the page
+  CachePage *newer, *older;  // recency ring
+  CachePage *hash_previous, *hash_next;
+  CachePage *release_next;
+  CachePage *all_next;
+  CacheManager *cache;
+};
+
+struct CacheManager {
+  int32_t max_count, hash_size;
+  int32_t retry_count, retry_sleep;  // rescans of a full cache, milliseconds between them
+  PartNo part;
+  uint32_t mode;  // cache_immediate_write
+  int32_t cur_count, lock_count, release_count;
+  CachePage **hash;
+  CachePage *mru;       // ring head; mru->newer is the least recently used page
+  CachePage *all;       // every allocated page, newest first
+  CachePage *released;  // pages holding no block
+  uint32_t state;       // cache_header_changed
+  BlockManager *bm;
+  CacheManager *home;  // TRN cache: the DAT cache, whose clean pages spare a read; else null
+};
+
+inline constexpr uint32_t cache_immediate_write = 1;
+inline constexpr uint32_t cache_header_changed = 1;
+
+CacheManager *cm_create(BlockManager &bm, const Params &params, PartNo part);
+void cm_destroy(CacheManager *cm);
+
+// tran is the open transaction for the TRN cache and null for the DAT cache. A page is handed out held; its
+// data pointer identifies it. Statuses 21xxx, 121001.
+[[nodiscard]] bool cm_new_page(CacheManager &cm, int32_t group, TransactionManager *tran, BlockNo *block,
+                               uint8_t **data);
+[[nodiscard]] bool cm_get_page(CacheManager &cm, BlockNo block, int32_t group, TransactionManager *tran,
+                               uint8_t **data);
+[[nodiscard]] bool cm_release(uint8_t *data);
+[[nodiscard]] bool cm_release_write(uint8_t *data, TransactionManager *tran);
+[[nodiscard]] bool cm_delete_page(uint8_t *data, TransactionManager *tran);
+
+// Frees count blocks linked from head to tail through their first four bytes. Pages of the chain that are in
+// the cache keep their contents: the links in them are part of the free list from now on.
+[[nodiscard]] bool cm_free_chain(CacheManager &cm, int32_t group, BlockNo head, BlockNo tail, int32_t count,
+                                 TransactionManager *tran);
+
+// Writes dirty pages of group (0: all), then the DAT header if changed (DAT cache outside a transaction);
+// with drop set every written page leaves the cache.
+[[nodiscard]] bool cm_flush(CacheManager &cm, int32_t group, bool drop, TransactionManager *tran);
+
+enum class DropWhat { all, dirty };
+void cm_drop(CacheManager &cm, int32_t group, DropWhat what);  // without writing
+void cm_drop_block(CacheManager &cm, BlockNo block);           // one page, if cached
+[[nodiscard]] bool cm_clear(CacheManager &cm, bool write);     // frees every page; write: dirty ones first
+
+CachePage *cm_find(CacheManager &cm, BlockNo block);  // the cached page of block, or null; no recency change
+CachePage *cm_check(uint8_t *data);                   // 21004, 21009
+inline uint8_t *page_data(CachePage *page);
+
+// Moves clean copies of source's pages, most recent first, into target while it has room without evicting.
+void cm_adopt(CacheManager &target, CacheManager &source);
+
+void cm_dump(CacheManager &cm, const char *title);
+
+}  // namespace tovik

@@ -1,0 +1,92 @@
+// The storage manager of one database: owns the block manager, the two caches, the transaction manager and
+// the lock manager, and offers the page interface, the only way the data layer reads and changes blocks.
+//
+// The data layer above is told of events through one operation table, registered once per process.
+#pragma once
+
+#include "storage/lock_manager.h"
+#include "storage/transaction.h"
+
+namespace tovik {
+
+struct StorageManager {
+  BlockManager *bm;
+  CacheManager *dat, *trn;  // trn is null in a temporary database
+  TransactionManager *tm;   // null in a temporary database
+  LockManager *lm;          // null in a temporary database
+  Lock *lock;               // held around every page-interface call; guards the data layer's handle lists too
+  Params *params;           // the database's, not owned
+  void *data;               // the data layer's systems of this storage (created by its operations)
+};
+
+// What the data layer does for a storage manager. Levels are 1 to 4; level 0 is the committed state.
+struct DataLayerOps {
+  bool (*row_create)(StorageManager &sm);  // makes the system ROW; blocks 1 and 2 are allocated
+  bool (*row_open)(StorageManager &sm);
+  bool (*btree_create)(StorageManager &sm);  // makes the index support rows
+  bool (*btree_open)(StorageManager &sm);
+  void (*close)(StorageManager &sm);           // releases sm.data
+  bool (*write_counters)(StorageManager &sm);  // brings the current level's changed counters to their pages
+  void (*level_opened)(StorageManager &sm, int level);   // level starts as a copy of level - 1
+  void (*level_merged)(StorageManager &sm, int level);   // level's state becomes level - 1's
+  void (*level_dropped)(StorageManager &sm, int level);  // level's state is abandoned
+};
+
+void sm_register_data_layer(const DataLayerOps &ops);
+const DataLayerOps &sm_data_layer();
+
+StorageManager *sm_create(Params &params);       // 25001, 11001, 25002 ... 25015
+StorageManager *sm_open(Params &params);         // as sm_create, and 25007, 25008, 25009, 22023
+StorageManager *sm_create_work(Params &params);  // a temporary database: block manager and DAT cache only
+void sm_close(StorageManager *sm);               // ends open levels, writes dirty DAT pages
+
+// The level whose state the calling thread sees: the open level for the owner of the transaction, else 0.
+int sm_level(const StorageManager &sm);
+
+// The DAT part may have changed beneath us. Reads the DAT header again; when another process has committed,
+// the DAT cache is emptied and changed is set: every handle of the data layer must be read again.
+[[nodiscard]] bool sm_refresh(StorageManager &sm, bool *changed);
+
+// Changes made outside a transaction: sm_direct_begin drops saved storages that they would make stale;
+// sm_direct_end writes counters, pages and the header with a new update counter, and flushes. The caller
+// holds the exclusive level, or is the only user (creation).
+[[nodiscard]] bool sm_direct_begin(StorageManager &sm);
+[[nodiscard]] bool sm_direct_end(StorageManager &sm);
+
+// A held page: move-only, released unchanged when it goes out of scope. Held pages are never evicted; nobody
+// holds a page across a commit, a rollback or the return to the application.
+class Page {
+ public:
+  Page() = default;
+  ~Page();
+  Page(Page &&other) noexcept;
+  Page &operator=(Page &&other) noexcept;
+  Page(const Page &) = delete;
+  Page &operator=(const Page &) = delete;
+
+  bool held() const { return data_ != nullptr; }
+  uint8_t *data() const { return data_; }
+  BlockNo block() const { return block_; }
+
+ private:
+  friend bool sm_page_new(StorageManager &, int32_t, Page &);
+  friend bool sm_page_get(StorageManager &, BlockNo, int32_t, Page &);
+  friend bool sm_page_release(Page &);
+  friend bool sm_page_release_write(Page &);
+  friend bool sm_page_delete(Page &);
+  StorageManager *sm_ = nullptr;
+  uint8_t *data_ = nullptr;
+  BlockNo block_ = 0;
+};
+
+// The page interface. page must not be held; group is the caller's tag. The thread that owns the open
+// transaction works in the TRN cache, every other thread in the DAT cache. Statuses 23001 and the cache's.
+[[nodiscard]] bool sm_page_new(StorageManager &sm, int32_t group, Page &page);  // zero-filled
+[[nodiscard]] bool sm_page_get(StorageManager &sm, BlockNo block, int32_t group, Page &page);
+[[nodiscard]] bool sm_page_release(Page &page);
+[[nodiscard]] bool sm_page_release_write(Page &page);  // the page was changed
+[[nodiscard]] bool sm_page_delete(Page &page);         // the block goes on the free list
+[[nodiscard]] bool sm_chain_free(StorageManager &sm, int32_t group, BlockNo head, BlockNo tail,
+                                 int32_t count);
+
+}  // namespace tovik
