@@ -1,4 +1,5 @@
-# find_package(tovik) and pkg-config for outside projects.
+# find_package(tovik) and pkg-config for outside projects. Both find everything from where they lie, so that
+# an installed tree may be moved.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS tovikwin32 EXPORT tovik-targets
@@ -15,5 +16,6 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/tovik-config-version.cmak
 install(FILES ${PROJECT_BINARY_DIR}/tovik-config.cmake ${PROJECT_BINARY_DIR}/tovik-config-version.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tovik)
 
+file(RELATIVE_PATH TOVIK_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/tovik.pc.in ${PROJECT_BINARY_DIR}/tovik.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tovik.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
