@@ -1,0 +1,58 @@
+// Helpers that the test programs share.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <random>
+#include <string>
+
+namespace tovik::test {
+
+// A fresh directory of its own, removed with everything in it at the end of the scope.
+class TempDir {
+ public:
+  TempDir() : path_((std::filesystem::temp_directory_path() / "tovik_test_XXXXXX").string()) {
+    if (mkdtemp(path_.data()) == nullptr) ADD_FAILURE() << "cannot make " << path_;
+  }
+  ~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TempDir(const TempDir &) = delete;
+  TempDir &operator=(const TempDir &) = delete;
+
+  const std::string &path() const { return path_; }
+  std::string operator/(const std::string &name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+// The random numbers of one test. The seed is TOVIK_TEST_SEED, or 1 so that a plain run repeats itself;
+// a test that fails prints it. Tests named *Random* are run over and over with fresh seeds by scripts/soak.
+class Random {
+ public:
+  Random() : Random(seed_from_environment()) {}
+  explicit Random(uint64_t seed)
+      : engine_(seed), trace_(__FILE__, __LINE__, "TOVIK_TEST_SEED=" + std::to_string(seed)) {}
+
+  uint64_t next() { return engine_(); }
+  int below(int limit) {
+    return static_cast<int>(engine_() % static_cast<uint64_t>(limit));
+  }  // 0 to limit - 1
+  bool one_in(int chances) { return below(chances) == 0; }
+
+ private:
+  static uint64_t seed_from_environment() {
+    const char *text = getenv("TOVIK_TEST_SEED");
+    return text == nullptr ? 1 : strtoull(text, nullptr, 10);
+  }
+
+  std::mt19937_64 engine_;
+  testing::ScopedTrace trace_;
+};
+
+}  // namespace tovik::test
