@@ -1,0 +1,30 @@
+// The catalog's records as they lie in the data file. Offsets stand in catalog_records.cpp under their
+// tables; a record read back is checked before it is believed.
+#pragma once
+
+#include "data/table.h"
+
+namespace tovik {
+
+inline constexpr int table_record_size = 56;
+inline constexpr int column_record_size = 60;
+inline constexpr int index_list_size = 64;
+inline constexpr int index_name_value_size = 36;
+
+struct TableRecord {
+  RowNo rows_number, columns_row, index_list_row;
+  int32_t record_size;
+  int32_t column_count, index_count, large_count, auto_column;
+  char name[name_size];
+};
+
+void table_record_encode(const TableRecord &record, uint8_t *at);
+[[nodiscard]] bool table_record_decode(const uint8_t *at,
+                                       TableRecord *record);  // false: damaged; records nothing
+
+void column_record_encode(RowNo table_id, const Column &column, uint8_t *at);
+// False when the record is damaged or belongs to another table; records nothing.
+[[nodiscard]] bool column_record_decode(const uint8_t *at, RowNo table_id, int number, int record_size,
+                                        Column *column);
+
+}  // namespace tovik

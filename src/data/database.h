@@ -1,0 +1,60 @@
+// The database object: what the statement and record interfaces hold. It owns the parameter block, the
+// storage manager, the three management ROWs and the two name indices, and the list of open table
+// definitions; it takes and gives back the database lock and begins, commits and rolls back transactions.
+//
+// Read holds are counted per thread: two open cursors of one thread keep the shared level until the last is
+// closed, and a commit by a thread that still reads falls back to shared.
+#pragma once
+
+#include "data/table.h"
+
+namespace tovik {
+
+struct ReadHold {
+  ThreadId thread;  // no_thread in a free entry
+  int32_t count;
+};
+
+struct Database {
+  Params *params;
+  StorageManager *storage;
+  RowSystem *table_rows, *column_rows, *index_rows;
+  Btree *table_names, *index_names;
+  Lock *lock;         // guards holds and the refresh after a lock grant
+  Lock *tables_lock;  // guards the open-table list
+  Table *tables;
+  ReadHold holds[lock_table_size];
+};
+
+Database *db_create(const char *params);  // 40002 to 40007 over the cause's status; durable when it returns
+Database *db_open(const char *params);    // 40008 to 40015, 140003
+void db_close(Database *db);
+[[nodiscard]] bool db_remove(const char *params);  // 40014
+bool db_exists(const char *params);                // records nothing
+Database *db_create_work();                        // a temporary database, removed when closed
+
+// The database lock. read: shared, counted per thread. write: shared then reserved. After a grant a commit
+// record left by a dead writer is completed, and another process's commit makes every cached thing follow.
+// busy after all retries; nothing recorded for it.
+enum class DbLock { read, write };
+LockResult db_lock(Database &db, ThreadId thread, DbLock mode);
+[[nodiscard]] bool db_unlock(Database &db, ThreadId thread, DbLock mode);
+
+// db_lock read with a busy database recorded as 140003.
+[[nodiscard]] bool db_read_begin(Database &db, ThreadId thread);
+void db_read_end(Database &db, ThreadId thread);
+
+// started; nested: the thread's own transaction is open and allow_nested. 140004, 40022, 140003.
+enum class DbStart { started, nested, failed };
+DbStart db_start(Database &db, ThreadId thread, bool allow_nested);
+[[nodiscard]] bool db_commit(Database &db, ThreadId thread);    // 140002, 40022, 140003
+[[nodiscard]] bool db_rollback(Database &db, ThreadId thread);  // 140002, 40022
+bool db_in_transaction(const Database &db, ThreadId thread);
+
+// Changes outside a transaction (automatic commit off): the exclusive level is held from begin to end, and
+// end writes and flushes everything with a new update counter, so that other processes follow. nested when
+// the thread's own transaction is open: then there is nothing to end. 140003.
+DbStart db_direct_begin(Database &db, ThreadId thread);
+[[nodiscard]] bool db_direct_end(Database &db, ThreadId thread);
+
+}  // namespace tovik

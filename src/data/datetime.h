@@ -1,0 +1,38 @@
+// Dates and times in their exchange form DateTimeRec: reading and checking them, calendar arithmetic, and
+// their text form. The calendar is Julian before 1582-10-05 and Gregorian from 1582-10-15; the ten dates
+// between do not exist.
+#pragma once
+
+#include "data/types.h"
+
+namespace tovik {
+
+// "now", "today", or 8, 14 or 20 digits. Statuses 13001, 113004 to 113012, 113015, 113019, only when report.
+[[nodiscard]] bool parse_datetime(TypeCode code, const char *text, bool report, DateTimeRec *record);
+
+[[nodiscard]] bool check_datetime(TypeCode code, const DateTimeRec &record);  // always reports
+
+// Digits only: 8 for date, 14 for time, 20 for microtimestamp; text holds 21 bytes. 13001, 13002.
+[[nodiscard]] bool format_datetime(TypeCode code, const DateTimeRec &record, char *text);
+
+// Part codes 500 year to 506 microsecond; any other gives 0.
+int datetime_part(const DateTimeRec &record, int part);
+
+inline constexpr int unit_year = 507, unit_month = 508, unit_week = 509, unit_day = 510, unit_hour = 511,
+                     unit_minute = 512, unit_second = 513, unit_microsecond = 514;
+
+// record moved by amount (may be negative) of unit. False with 113004 when the result leaves the years 1 to
+// 9999; no intermediate step overflows, whatever the amount.
+[[nodiscard]] bool datetime_add(const DateTimeRec &record, int64_t amount, int unit, DateTimeRec *result);
+
+int64_t day_number(int year, int month, int day);
+void date_from_day_number(int64_t number, int64_t *year, int *month, int *day);
+int weekday_of(int64_t day_number);  // 0 Sunday to 6
+bool leap_year(int year);
+int days_in_month(int year, int month);
+
+// Local time to UTC and back through the platform's zone slots, unless HVI_GMT_TIME or a slot is missing.
+[[nodiscard]] bool datetime_to_utc(DateTimeRec *record);
+[[nodiscard]] bool datetime_to_local(DateTimeRec *record);
+
+}  // namespace tovik

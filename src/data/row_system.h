@@ -1,0 +1,125 @@
+// ROW systems: records in equal-sized slots that form one byte stream over a chain of pages. A row is
+// addressed by its row number, the 32-bit byte address of its slot (page number x block size + offset). The
+// system ROW holds the descriptor of every other ROW system.
+//
+// Counters exist once per transaction level; the owner of the open transaction works on its level, every
+// other thread on level 0. Changed counters reach their pages lazily: before every commit record, every flush
+// and every close (row_systems_write_counters), so that no committed or flushed page ever shows stale ones.
+#pragma once
+
+#include "data/handle_state.h"
+#include "storage/storage_manager.h"
+
+namespace tovik {
+
+using RowNo = uint32_t;  // 0 names no row
+
+enum class RowKind : uint32_t {
+  system = 0,
+  fixed = 1,
+  variable = 2,
+  fixed_auto = 3,  // with an auto-increment counter
+  variable_auto = 4
+};
+
+struct RowCounters {
+  uint32_t page_top, page_last, page_count;
+  uint32_t new_offset;   // position of the next never-used slot
+  uint32_t free_list;    // row number of the first deleted slot, 0 when none
+  uint32_t total_count;  // slots ever allocated
+  uint32_t free_count;   // slots on the free list
+};
+
+struct AutoIncrement {
+  int64_t init;
+  int64_t next;  // the value that the next row receives
+  int32_t step;  // 1 to 65535
+};
+
+struct RowSystem {
+  StorageManager *sm;
+  RowNo number;          // row number of the descriptor
+  RowNo autoinc_number;  // of the auto-increment record, kinds with one
+  RowKind kind;
+  int32_t row_size;  // slot size: flag byte and data
+  RowCounters counters[tran_level_limit + 1];
+  AutoIncrement autoinc[tran_level_limit + 1];
+  bool counters_changed;  // the current level's set differs from its record
+  bool autoinc_changed;
+  HandleState state;
+  RowSystem *next;  // list of the storage manager, newest first
+};
+
+inline bool row_kind_variable(RowKind kind) {
+  return kind == RowKind::variable || kind == RowKind::variable_auto;
+}
+inline bool row_kind_auto(RowKind kind) {
+  return kind == RowKind::fixed_auto || kind == RowKind::variable_auto;
+}
+inline RowCounters &row_counters(RowSystem &rows) {
+  return rows.counters[sm_level(*rows.sm)];
+}
+inline uint32_t row_active_count(RowSystem &rows) {
+  return row_counters(rows).total_count - row_counters(rows).free_count;
+}
+
+// Data-layer operations of a storage manager (see DataLayerOps).
+[[nodiscard]] bool row_system_create_system(StorageManager &sm);
+[[nodiscard]] bool row_system_open_system(StorageManager &sm);
+
+// data_size (4 and up) bytes per slot; for variable kinds link and piece together. init, step, next: defaults
+// 1, 1, init when not positive. Returned handles are held: row_system_close gives them back. 30001 to 30024.
+RowSystem *row_system_create(StorageManager &sm, RowKind kind, int data_size, int64_t init, int step,
+                             int64_t next);
+RowSystem *row_system_open(RowNo number, StorageManager &sm);  // 30021 and read failures
+[[nodiscard]] bool row_system_drop(RowSystem *rows);           // frees pages and descriptor; ends the hold
+void row_system_close(RowSystem *rows);
+
+// Reads descriptor and auto-increment record again into level 0.
+[[nodiscard]] bool row_system_reload(RowSystem &rows);
+[[nodiscard]] bool row_systems_reload_all(StorageManager &sm);  // after another process's commit
+[[nodiscard]] bool row_systems_write_counters(StorageManager &sm);
+
+// length: exactly row size - 1 for fixed kinds. 30010, 30015, 30020 ...
+[[nodiscard]] bool row_insert(RowSystem &rows, const void *data, int length, RowNo *row);
+// Fixed kinds rewrite in place; variable kinds replace the chain, and *row becomes the new number.
+[[nodiscard]] bool row_update(RowSystem &rows, RowNo *row, const void *data, int length);
+enum class RowRead { active, deleted, failed };
+[[nodiscard]] RowRead row_delete(RowSystem &rows, RowNo row);  // deleted: the slot was deleted before
+// next (optional, fixed kinds): row number of the following slot.
+[[nodiscard]] RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length, RowNo *next);
+// A variable value of length bytes, following the links from row; offset bytes are skipped.
+[[nodiscard]] bool row_read_variable(RowSystem &rows, RowNo row, void *buffer, int length);
+
+// 1 when row is the first slot of the stream.
+[[nodiscard]] bool row_previous(RowSystem &rows, RowNo row, RowNo *previous);
+
+enum class RowPosition { first, last, new_offset, free_head, insert };
+RowNo row_position(RowSystem &rows, RowPosition which);
+
+// The slot position after row, along the stream (0 when the stream does not continue).
+[[nodiscard]] bool row_next_position(RowSystem &rows, RowNo row, RowNo *next);
+
+AutoIncrement row_autoinc_get(RowSystem &rows);
+[[nodiscard]] bool row_autoinc_set(RowSystem &rows, int64_t init, int step, int64_t next);  // 30035
+[[nodiscard]] bool row_autoinc_advance(RowSystem &rows);                                    // 30035
+
+// A forward scan of the active rows, in stream order, that keeps its place: while it runs it holds the page
+// of its slot; row_scan_pause lets the page go (the place stays), which callers do before they return to the
+// application or end a transaction.
+struct RowScan {
+  RowSystem *rows = nullptr;
+  Page page;
+  BlockNo block = 0;        // page of the next slot
+  uint32_t offset = 0;      // of the next slot in it
+  uint32_t pages_left = 0;  // a damaged chain cannot loop for ever
+};
+
+void row_scan_start(RowScan &scan, RowSystem &rows);
+enum class RowFetch { row, end, failed };
+[[nodiscard]] RowFetch row_scan_next(RowScan &scan, void *buffer, int length, RowNo *row);
+void row_scan_pause(RowScan &scan);
+
+void row_system_dump(RowSystem &rows, const char *title);
+
+}  // namespace tovik

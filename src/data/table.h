@@ -1,0 +1,81 @@
+// Table definitions: the in-memory description of an open table, held on its database's list and shared by
+// all who have it open. The records of the catalog are catalog_records.h.
+//
+// Inside an open transaction a schema change never edits a definition that others may read: it makes a new
+// one that only the transaction's owner sees (HandleState), and hides the old one from the owner. The end of
+// the transaction keeps one of the two.
+#pragma once
+
+#include "data/btree.h"
+#include "data/row_system.h"
+
+namespace tovik {
+
+struct Database;
+
+inline constexpr int name_limit = 20;     // bytes of a table or column name
+inline constexpr int name_size = 32;      // stored field
+inline constexpr int column_limit = 200;  // per table
+inline constexpr int table_limit = 128;   // per database
+inline constexpr int index_limit = 16;    // per table
+inline constexpr int16_t rowid_column_number = -1;
+
+struct Column {
+  TypeCode type;
+  int16_t number;  // from 1; -1 for rowid
+  int16_t p1, p2, p3;
+  bool not_null;
+  bool auto_increment;
+  int32_t offset;         // of the stored value in the record
+  int32_t stored_size;    // bytes in the record
+  int32_t large_ordinal;  // from 1 among the large columns; 0 for others
+  RowNo overflow_rows;    // ROW system of the chunks, large columns only
+  char name[name_size];
+};
+
+inline bool column_is_rowid(const Column &column) {
+  return column.number == rowid_column_number;
+}
+inline bool column_is_large(const Column &column) {
+  return (column.type & TYPE_LARGE) != 0;
+}
+
+struct Table {
+  Database *db;
+  RowNo id;  // row number of the table record
+  char name[name_size];
+  RowNo rows_number, columns_row, index_list_row;
+  int32_t record_size;
+  int32_t column_count;
+  int32_t index_count;
+  int32_t large_count;
+  int32_t auto_column;  // number of the auto-increment column, 0 = none
+  Column *columns;      // column_count of them
+  Column rowid;
+  RowSystem *rows;
+  RowSystem **large_rows;  // large_count of them, by ordinal
+  Btree *indices[index_limit];
+  HandleState state;
+  bool stale;  // no longer on the list: freed when the last user closes it
+  Table *next;
+};
+
+// The definition of the table of that name as the calling thread sees it, held: table_close gives it back.
+// Takes the database's table lock. 141004, 41008 to 41013.
+Table *table_open(Database &db, const char *name);
+void table_close(Table *table);
+
+// By exact name, or rowid (any case); null when there is none, nothing recorded.
+const Column *table_find_column(const Table &table, const char *name);
+
+// Calls visit for every table name in catalog order (row order of the table records) as the calling thread
+// sees it; stops when visit gives false. False when the catalog cannot be read (46xxx).
+[[nodiscard]] bool table_walk(Database &db, bool (*visit)(void *context, const char *name), void *context);
+
+// For the database object: the end of a transaction level, and another process's commit.
+void tables_level_merged(Database &db, int level);
+void tables_level_dropped(Database &db, int level);
+void tables_forget_all(
+    Database &db);  // every definition leaves the list; those still held are freed when closed
+
+}  // namespace tovik

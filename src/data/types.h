@@ -1,0 +1,105 @@
+// The nineteen data types: how a value lies inside a stored record, how it converts to and from its exchange
+// and text forms, and how two values compare. Every column value that is stored, compared, read back or
+// printed passes through here.
+//
+// Stored forms (little-endian):
+//   tinyint .. bigint      the value; the type's minimum marks NULL
+//   ctinyint .. cbigint    flag byte (0 value, 255 NULL), then the value with its full range
+//   float, double          flag byte, then IEEE single or double
+//   decimal, char, varchar p1 bytes, NUL-filled; first byte 255 marks NULL
+//   text, blob             int32 length (-1 NULL), uint32 first chunk, then p2 bytes of the value
+//   date                   uint16 year (0xFFFF NULL), month, day
+//   time                   date, hour, minute, second, zero byte
+//   microtimestamp         time, uint32 microsecond
+//   byte                   p1 raw bytes, no NULL
+#pragma once
+
+#include <cstdint>
+
+#include "tovik_types.h"
+
+namespace tovik {
+
+using TypeCode = uint16_t;  // low six bits: row of the type table; above: class bits
+
+inline constexpr TypeCode type_index_mask = 0x3f;
+inline constexpr TypeCode TYPE_INTEGER = 0x40;
+inline constexpr TypeCode TYPE_FLOAT = 0x80;
+inline constexpr TypeCode TYPE_CHARACTER = 0x200;
+inline constexpr TypeCode TYPE_BINARY = 0x400;
+inline constexpr TypeCode TYPE_DATETIME = 0x800;
+inline constexpr TypeCode TYPE_LARGE = 0x1000;
+inline constexpr TypeCode TYPE_NUMERIC = TYPE_INTEGER | TYPE_FLOAT;
+
+namespace type {
+inline constexpr TypeCode tinyint = 0x41, smallint = 0x42, int32 = 0x43, bigint = 0x44;
+inline constexpr TypeCode ctinyint = 0x45, csmallint = 0x46, cint = 0x47, cbigint = 0x48;
+inline constexpr TypeCode float32 = 0x89, float64 = 0x8a;
+inline constexpr TypeCode decimal = 0x20b, character = 0x20c, varchar = 0x20d, text = 0x120e;
+inline constexpr TypeCode time = 0x80f, date = 0x810, microtimestamp = 0x811;
+inline constexpr TypeCode blob = 0x1412, byte = 0x13;
+}  // namespace type
+
+inline bool type_numeric(TypeCode code) {
+  return (code & TYPE_NUMERIC) != 0;
+}
+
+// How store_value takes and fetch_value gives a value.
+enum class ValueMode {
+  null = 0,  // store: make it NULL; fetch: only tell whether it is
+  binary =
+      1,    // exchange form: int64_t, double, NUL-terminated text, DateTimeRec, 8-byte reference, raw bytes
+  text = 2  // NUL-terminated text
+};
+
+enum class Stored { failed = -1, null = 0, value = 1 };
+
+struct TypeRow {
+  TypeCode code;
+  int16_t parameter_count;  // size parameters of a column declaration
+  int16_t text_width;       // longest text form, 0: p1 governs
+  int16_t exchange_size;    // bytes, 0: follows p1 or the value
+  int16_t stored_size;      // bytes, 0: p1
+  const char *name;
+  Stored (*store)(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int p1, int p2);
+  Stored (*fetch)(TypeCode code, ValueMode mode, const uint8_t *stored, void *target, int p1, int p2);
+};
+
+inline constexpr int type_count = 19;
+
+const TypeRow *type_row(TypeCode code);               // by the index bits; null for index 0 or above 19
+int type_stored_size(TypeCode code, int p1, int p2);  // bytes in a record
+
+// source (as mode says) into the stored form at target, and back. value or null tells what was stored or
+// found; failed has its status recorded (13001, 13002, 113xxx). A text target holds text_width + 1 or p1 + 1
+// bytes.
+Stored store_value(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int p1, int p2);
+Stored fetch_value(TypeCode code, ValueMode mode, const uint8_t *stored, void *target, int p1, int p2);
+
+bool stored_is_null(TypeCode code, const uint8_t *stored);  // no failure: byte is never NULL
+
+// Two stored values, NULL lowest: -1, 0 or 1. length: bytes of a character or byte value in its column. False
+// with 13002 or 13003.
+[[nodiscard]] bool compare_stored(TypeCode code_a, const uint8_t *a, int length, TypeCode code_b,
+                                  const uint8_t *b, int *result);
+
+// The same for two values of one type, chosen once: no failure, no dispatch per comparison. Null for a type
+// that cannot be compared (text, blob).
+using StoredCompare = int (*)(const uint8_t *a, const uint8_t *b, int length);
+StoredCompare stored_compare_of(TypeCode code);
+
+// Two non-NULL values in exchange form; length 0: whole texts.
+[[nodiscard]] bool compare_values(TypeCode code_a, const void *a, int length, TypeCode code_b, const void *b,
+                                  int *result);
+
+// The text of an SQL literal to an exchange value of its class at target (int64_t, double, DateTimeRec, or
+// 32-bit length and bytes). report: record the status of a failure.
+[[nodiscard]] bool parse_literal(TypeCode classes, const char *text, bool report, void *target);
+
+// Hexadecimal digits to a 32-bit length and the bytes; an odd last digit is a byte of its own. 113013.
+[[nodiscard]] bool hex_to_binary(const char *text, void *target);
+
+// Length of text in bytes, stepping over whole characters of the current character set.
+int text_length(const char *text);
+
+}  // namespace tovik
