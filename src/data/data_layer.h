@@ -1,0 +1,44 @@
+// What the data layer keeps for one storage manager: the open row systems and B-trees, and the row systems on
+// which they stand. StorageManager::data points to it from creation or opening to the close of the storage
+// manager.
+//
+// The operation table that the storage manager calls lives here too: every event is passed on to the row
+// systems and to the B-trees.
+#pragma once
+
+#include "data/btree.h"
+#include "data/row_system.h"
+
+namespace tovik {
+
+// The lists, newest first, are guarded by the storage manager's lock.
+struct DataSystems {
+  RowSystem *rows;  // every open row system, the system ROW included
+  RowSystem *system_rows;
+  Btree *btrees;
+  RowSystem *index_descriptors;  // of the B-trees; held from btree_*_system to the close
+  RowSystem *index_counters;
+};
+
+inline DataSystems &data_systems(const StorageManager &sm) {
+  return *static_cast<DataSystems *>(sm.data);
+}
+
+// Registers the operations of the data layer; once per process, before the first database is created or
+// opened.
+void data_layer_register();
+
+// The events as the two modules take them, called with the storage manager's lock held. A level that opens
+// starts as a copy of the level below; merged, it replaces that; dropped, it is forgotten. Handles created or
+// dropped inside the level follow (see HandleState).
+void row_systems_level_opened(StorageManager &sm, int level);
+void row_systems_level_merged(StorageManager &sm, int level);
+void row_systems_level_dropped(StorageManager &sm, int level);
+void row_systems_close(StorageManager &sm);  // releases every handle, held or not
+
+void btrees_level_opened(StorageManager &sm, int level);
+void btrees_level_merged(StorageManager &sm, int level);
+void btrees_level_dropped(StorageManager &sm, int level);
+void btrees_close(StorageManager &sm);
+
+}  // namespace tovik
