@@ -8,6 +8,7 @@ namespace tovik {
 
 struct Column;
 struct RowHandle;
+struct Accumulator;
 
 namespace value_kind {
 inline constexpr uint16_t column = 1000, null = 1001, literal = 1002, string = 1003, integer_text = 1004,
@@ -43,12 +44,15 @@ struct Value {
     TextRef text;
     DateTimeRec datetime;
     ColumnRef column;
+    Accumulator *accumulator;  // an aggregate call
+    const char *texts[2];      // names in the tree: table and column, table and alias
+    int64_t integers[3];       // type parameters in the tree
   };
   const char *label;  // check pass with labels
 
   bool is_null() const { return (flags & value_null) != 0; }
 };
-static_assert(sizeof(Value) <= 40);
+static_assert(sizeof(Value) <= 40, "values are copied on every push and pop");
 
 // The datum as compare_values and the store operations take it.
 inline const void *value_datum(const Value &value) {
