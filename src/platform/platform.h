@@ -119,6 +119,9 @@ struct IoDriver {
   int (*dir_close)(Directory *listing);
   int (*dir_next)(Directory *listing, char *name, int capacity);  // 1 name, 0 end, -1 null listing
   int (*file_info)(const char *name, FileInfo *info);             // 1 for a regular file, else 0
+  // Makes earlier creations, renames and removals in the directory that holds name durable; 0 or -1. The
+  // first flush of a created file does this by itself.
+  int (*dir_sync)(const char *name) = nullptr;
 };
 
 struct MemoryStats {

@@ -14,4 +14,7 @@ int pool_start(int32_t limit_megabytes);
 // Releases the arena and puts the runtime library's allocator back. Blocks still handed out are gone.
 void pool_end();
 
+// Fills the four allocation slots of memory_table with the runtime library's allocator.
+void memory_use_runtime();
+
 }  // namespace tovik

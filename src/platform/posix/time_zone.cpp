@@ -1,0 +1,165 @@
+// The C library answers one question: the offset from UTC at a given moment. That takes a process-wide lock,
+// and values of date columns are converted one by one, so the offsets of whole spans of 16 days are kept in a
+// table that all threads share without a lock. One entry is one word:
+//
+//   BITS    DESCRIPTION
+//   0-19    span number + 2^19
+//   20-39   offset in seconds + 2^19; 0 for a span that has no single offset
+//   40-63   the zone that it belongs to, counted by time_zone_start; 0: empty
+//
+// A span has a single offset when the offset is the same at every midnight from two days before to two days
+// after it, so that no change of offset can fall on it or on a local time of it.
+#include "platform/posix/time_zone.h"
+
+#include <atomic>
+#include <cerrno>
+#include <ctime>
+
+namespace tovik {
+
+namespace {
+
+constexpr int64_t day_seconds = 86400;
+constexpr int64_t era_days = 146097;           // 400 years
+constexpr int64_t days_0000_to_1970 = 719468;  // from 0000-03-01
+
+constexpr int64_t span_days = 16;
+constexpr int span_margin = 2;  // days
+constexpr int span_bias = 1 << 19;
+constexpr int32_t offset_bias = 1 << 19;
+constexpr int offset_shift = 20;
+constexpr int zone_shift = 40;
+constexpr uint32_t field_mask = 0xFFFFF;
+constexpr uint32_t zone_mask = 0xFFFFFF;
+
+constexpr int span_limit = 1024;  // kept spans, a power of two: 44 years without a collision
+std::atomic<uint64_t> kept_spans[span_limit];
+std::atomic<uint32_t> current_zone{1};
+
+int64_t floor_divide(int64_t value, int64_t divisor) {
+  return value >= 0 ? value / divisor : -((-value + divisor - 1) / divisor);
+}
+
+// Days since 1970-01-01 of a date of the Gregorian calendar, and back; years counted from March.
+int64_t days_from_date(int64_t year, int month, int day) {
+  if (month <= 2) --year;
+  const int64_t era = (year >= 0 ? year : year - 399) / 400;
+  const int64_t year_of_era = year - era * 400;
+  const int64_t day_of_year = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
+  const int64_t day_of_era = year_of_era * 365 + year_of_era / 4 - year_of_era / 100 + day_of_year;
+  return era * era_days + day_of_era - days_0000_to_1970;
+}
+
+void date_from_days(int64_t days, DateTimeRec *date) {
+  days += days_0000_to_1970;
+  const int64_t era = (days >= 0 ? days : days - era_days + 1) / era_days;
+  const int64_t day_of_era = days - era * era_days;
+  const int64_t year_of_era =
+      (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / (era_days - 1)) / 365;
+  const int64_t day_of_year = day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
+  const int64_t month_from_march = (5 * day_of_year + 2) / 153;
+  const int64_t month = month_from_march < 10 ? month_from_march + 3 : month_from_march - 9;
+  date->day = static_cast<int8_t>(day_of_year - (153 * month_from_march + 2) / 5 + 1);
+  date->month = static_cast<int8_t>(month);
+  date->year = static_cast<int16_t>(year_of_era + era * 400 + (month <= 2 ? 1 : 0));
+}
+
+int64_t plain_seconds(const DateTimeRec &time) {
+  return days_from_date(time.year, time.month, time.day) * day_seconds + time.hour * 3600 + time.minute * 60 +
+         time.second;
+}
+
+DateTimeRec from_plain_seconds(int64_t seconds, int32_t microseconds) {
+  DateTimeRec time = {};
+  const int64_t day = floor_divide(seconds, day_seconds);
+  const int second_of_day = static_cast<int>(seconds - day * day_seconds);
+  date_from_days(day, &time);
+  time.hour = static_cast<int8_t>(second_of_day / 3600);
+  time.minute = static_cast<int8_t>(second_of_day / 60 % 60);
+  time.second = static_cast<int8_t>(second_of_day % 60);
+  time.microseconds = microseconds;
+  return time;
+}
+
+int32_t ask_offset(int64_t utc_seconds) {
+  const int before = errno;
+  const time_t moment = static_cast<time_t>(utc_seconds);
+  tm local = {};
+  const bool known = localtime_r(&moment, &local) != nullptr;
+  errno = before;
+  return known ? static_cast<int32_t>(local.tm_gmtoff) : 0;
+}
+
+// The biased offset of a span, 0 when it has no single one.
+uint32_t probe_span(int64_t span) {
+  const int64_t first = (span * span_days - span_margin) * day_seconds;
+  const int64_t last = ((span + 1) * span_days + span_margin) * day_seconds;
+  const int32_t offset = ask_offset(first);
+  for (int64_t moment = first + day_seconds; moment <= last; moment += day_seconds) {
+    if (ask_offset(moment) != offset) return 0;
+  }
+  return static_cast<uint32_t>(offset + offset_bias);
+}
+
+// Whether the span that holds a moment, UTC or local, has a single offset, which is stored into *offset.
+bool steady_offset(int64_t seconds, int32_t *offset) {
+  const int64_t span = floor_divide(seconds, span_days * day_seconds);
+  const uint64_t zone = current_zone.load(std::memory_order_relaxed);
+  const uint64_t key = zone << zone_shift | static_cast<uint64_t>(span + span_bias);
+  std::atomic<uint64_t> &entry = kept_spans[static_cast<uint64_t>(span) % span_limit];
+  const uint64_t kept = entry.load(std::memory_order_relaxed);
+  uint32_t biased = static_cast<uint32_t>(kept >> offset_shift) & field_mask;
+  if ((kept & ~(uint64_t{field_mask} << offset_shift)) != key) {
+    biased = probe_span(span);
+    entry.store(key | uint64_t{biased} << offset_shift, std::memory_order_relaxed);
+  }
+  *offset = static_cast<int32_t>(biased) - offset_bias;
+  return biased != 0;
+}
+
+int32_t offset_at(int64_t utc_seconds) {
+  int32_t offset;
+  return steady_offset(utc_seconds, &offset) ? offset : ask_offset(utc_seconds);
+}
+
+int64_t local_to_utc_seconds(int64_t local_seconds) {
+  int32_t offset;
+  if (steady_offset(local_seconds, &offset)) return local_seconds - offset;
+  const int32_t before = ask_offset(local_seconds - day_seconds);
+  const int32_t after = ask_offset(local_seconds + day_seconds);
+  const int64_t earlier = local_seconds - before;
+  const int64_t later = local_seconds - after;
+  if (ask_offset(earlier) == before || ask_offset(later) != after) return earlier;
+  return later;
+}
+
+}  // namespace
+
+void time_zone_start() {
+  tzset();
+  const uint32_t next = (current_zone.load(std::memory_order_relaxed) + 1) & zone_mask;
+  current_zone.store(next == 0 ? 1 : next, std::memory_order_relaxed);
+}
+
+int local_to_utc(DateTimeRec *utc, const DateTimeRec *local) {
+  *utc = from_plain_seconds(local_to_utc_seconds(plain_seconds(*local)), local->microseconds);
+  return 0;
+}
+
+int utc_to_local(DateTimeRec *local, const DateTimeRec *utc) {
+  const int64_t seconds = plain_seconds(*utc);
+  *local = from_plain_seconds(seconds + offset_at(seconds), utc->microseconds);
+  return 0;
+}
+
+int local_to_seconds(int64_t *seconds, const DateTimeRec *local) {
+  *seconds = local_to_utc_seconds(plain_seconds(*local));
+  return 0;
+}
+
+int seconds_to_local(DateTimeRec *local, int64_t seconds) {
+  *local = from_plain_seconds(seconds + offset_at(seconds), 0);
+  return 0;
+}
+
+}  // namespace tovik
