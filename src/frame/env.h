@@ -1,11 +1,13 @@
 // The 48 environment parameters HVI_*: process-wide settings, read as plain values without a lock.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 namespace tovik {
 
 // In table order, which is the byte order of the names.
+// clang-format off
 enum class Env : int {
   auto_commit,
   auto_del_debug,
@@ -57,6 +59,17 @@ enum class Env : int {
   zorder_ovfl,
   count
 };
+// clang-format on
+
+// Flags of a parameter.
+inline constexpr uint32_t env_flag_number = 0x01;
+inline constexpr uint32_t env_flag_text = 0x02;
+inline constexpr uint32_t env_flag_switch = 0x04;     // ON or OFF, held as 1 or 0
+inline constexpr uint32_t env_flag_fixed = 0x08;      // not changed after start-up; status "P "
+inline constexpr uint32_t env_flag_database = 0x10;   // status "DB"
+inline constexpr uint32_t env_flag_owned = 0x20;      // the text is the engine's own copy
+inline constexpr uint32_t env_flag_mode = 0x40;       // read with a base prefix, listed in octal
+inline constexpr uint32_t env_flag_language = 0x100;  // a character set chosen by name
 
 struct EnvRow {
   const char *name;
@@ -66,7 +79,8 @@ struct EnvRow {
   const char *text;  // value of a text parameter, null when unset
 };
 
-extern EnvRow env_table[static_cast<int>(Env::count)];
+using EnvTable = std::array<EnvRow, static_cast<int>(Env::count)>;
+extern EnvTable env_table;
 
 inline int32_t env_number(Env parameter) {
   return env_table[static_cast<int>(parameter)].number;

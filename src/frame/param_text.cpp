@@ -1,0 +1,93 @@
+#include "frame/param_text.h"
+
+#include <cstring>
+
+#include "platform/platform.h"
+
+namespace tovik {
+
+namespace {
+
+bool is_blank(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+const char *skip_blanks(const char *text) {
+  while (is_blank(*text)) ++text;
+  return text;
+}
+
+char lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// A bounded target that drops what does not fit.
+class Cut {
+ public:
+  Cut(char *buffer, int size) : buffer_(buffer), room_(size - 1), length_(0) { buffer_[0] = '\0'; }
+
+  void add(char c) {
+    if (length_ >= room_) return;
+    buffer_[length_++] = c;
+    buffer_[length_] = '\0';
+  }
+  void trim() {
+    while (length_ > 0 && is_blank(buffer_[length_ - 1])) buffer_[--length_] = '\0';
+  }
+
+ private:
+  char *buffer_;
+  int room_;
+  int length_;
+};
+
+// The character that closes a value opened by c, or 0 when c opens none.
+char closing_of(char c) {
+  if (c == '"' || c == '\'') return c;
+  return c == '{' ? '}' : '\0';
+}
+
+// Reads a value from just past its "="; stops at ";" or the end.
+const char *read_value(const char *text, Cut *value) {
+  text = skip_blanks(text);
+  const char closing = closing_of(*text);
+  if (closing == '\0') {
+    for (; *text != '\0' && *text != ';'; ++text) value->add(*text);
+    value->trim();
+    return text;
+  }
+  for (++text; *text != '\0' && *text != closing; ++text) value->add(*text);
+  while (*text != '\0' && *text != ';') ++text;
+  return text;
+}
+
+}  // namespace
+
+const char *next_pair(const char *text, char *key, int key_size, char *value, int value_size) {
+  if (text == nullptr) return nullptr;
+  text = skip_blanks(text);
+  if (*text == '\0') return nullptr;
+  Cut key_text(key, key_size);
+  Cut value_text(value, value_size);
+  for (; *text != '\0' && *text != '=' && *text != ';'; ++text) key_text.add(*text);
+  key_text.trim();
+  if (*text == '=') text = read_value(text + 1, &value_text);
+  return *text == ';' ? text + 1 : text;
+}
+
+char *text_dup(const char *text) {
+  const size_t size = strlen(text) + 1;
+  char *copy = static_cast<char *>(mem_alloc(size));
+  if (copy != nullptr) memcpy(copy, text, size);
+  return copy;
+}
+
+bool text_equal_nocase(const char *a, const char *b) {
+  while (*a != '\0' && lower(*a) == lower(*b)) {
+    ++a;
+    ++b;
+  }
+  return lower(*a) == lower(*b);
+}
+
+}  // namespace tovik
