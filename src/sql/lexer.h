@@ -1,5 +1,5 @@
-// The lexer: cuts the text of one statement into tokens, one per call. Texts of identifiers, numbers and strings
-// are copied into the token buffer one after the other, each NUL-terminated.
+// The lexer: cuts the text of one statement into tokens, one per call. Texts of identifiers, numbers and
+// strings are copied into the token buffer one after the other, each NUL-terminated.
 #pragma once
 
 #include <cstdint>
@@ -19,11 +19,11 @@ struct Lexer {
   const Charset *charset;  // of the statement
 };
 
-// buffer holds the text's length + 10 bytes.
+// buffer has room for every token that the text can hold (parser.cpp).
 void lexer_start(Lexer &lexer, const char *text, char *buffer);
 
-// The next token's number, 0 at the end of the text. A lexical failure records its status (170001 to 170006) and
-// gives LEXERR, which no grammar rule accepts.
+// The next token's number, 0 at the end of the text. A lexical failure records its status (170001 to 170006)
+// and gives LEXERR, which no grammar rule accepts.
 int lexer_next(Lexer &lexer, TokenValue *value);
 
 }  // namespace tovik

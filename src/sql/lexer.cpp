@@ -1,0 +1,247 @@
+// Cost per token: one class look-up per byte, one copy of the bytes that are kept.
+#include "sql/lexer.h"
+
+#include "data/builtin.h"
+#include "frame/charset_current.h"
+#include "frame/error.h"
+#include "sql/grammar.h"
+#include "sql/keywords.h"
+
+namespace tovik {
+
+namespace {
+
+enum CharClass : uint8_t {
+  class_end,
+  class_single,    // its own token
+  class_operator,  // may take a second character
+  class_blank,
+  class_digit,
+  class_letter,
+  class_quote,
+  class_undefined,
+  class_multibyte,  // 0x80 and above
+  class_control
+};
+
+struct ClassTable {
+  uint8_t of[256];
+};
+
+constexpr ClassTable make_classes() {
+  ClassTable table{};
+  for (int c = 0; c < 256; ++c) table.of[c] = c >= 0x80 ? class_multibyte : class_control;
+  auto put = [&table](const char *characters, uint8_t char_class) {
+    for (const char *c = characters; *c != 0; ++c) table.of[static_cast<unsigned char>(*c)] = char_class;
+  };
+  put("%()*+,-./;=^", class_single);
+  put("!<>|~", class_operator);
+  put("\t\n\v\f\r ", class_blank);
+  put("0123456789", class_digit);
+  put("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_", class_letter);
+  put("\"'", class_quote);
+  put("#$&:?@[\\]`{}", class_undefined);
+  table.of[0] = class_end;
+  return table;
+}
+
+constexpr ClassTable classes = make_classes();
+
+uint8_t class_of(char c) {
+  return classes.of[static_cast<unsigned char>(c)];
+}
+
+int lexical_failure(StatusCode code) {
+  err_set(code);
+  return T_LEXERR;
+}
+
+// Bytes of the character at text, which is not the terminator; a damaged last character ends at the text's
+// end.
+int character_size(const Lexer &lexer, const char *text) {
+  if (class_of(*text) != class_multibyte) return 1;
+  const char *next = lexer.charset->next(text);
+  if (next == nullptr) return 1;
+  for (int size = 1; size < next - text; ++size) {
+    if (text[size] == 0) return size;
+  }
+  return static_cast<int>(next - text);
+}
+
+void keep(Lexer &lexer, int count) {
+  for (; count > 0; --count) *lexer.write++ = *lexer.cursor++;
+}
+
+void keep_digits(Lexer &lexer) {
+  while (class_of(*lexer.cursor) == class_digit) keep(lexer, 1);
+}
+
+int read_number(Lexer &lexer) {
+  int token = T_INTNUM;
+  keep_digits(lexer);
+  if (*lexer.cursor == '.') {
+    token = T_DECNUM;
+    keep(lexer, 1);
+    keep_digits(lexer);
+    if (*lexer.cursor == 'e' || *lexer.cursor == 'E') {
+      token = T_EXPNUM;
+      keep(lexer, 1);
+      if (*lexer.cursor == '+' || *lexer.cursor == '-') keep(lexer, 1);
+      keep_digits(lexer);
+    }
+  }
+  *lexer.write++ = 0;
+  return class_of(*lexer.cursor) == class_letter ? lexical_failure(status::letter_in_number) : token;
+}
+
+int read_word(Lexer &lexer, TokenValue *value) {
+  const char *word = lexer.write;
+  while (class_of(*lexer.cursor) == class_letter || class_of(*lexer.cursor) == class_digit) keep(lexer, 1);
+  *lexer.write++ = 0;
+  if (const Keyword *keyword = keyword_find(word); keyword != nullptr) {
+    value->number = keyword->value;
+    return keyword->token;
+  }
+  if (const BuiltinRow *function = builtin_find(word); function != nullptr) {
+    value->number = function->number;
+    return T_FUNC;
+  }
+  return T_IDENT;
+}
+
+int read_multibyte_word(Lexer &lexer) {
+  const char *start = lexer.cursor;
+  for (;;) {
+    const uint8_t char_class = class_of(*lexer.cursor);
+    if (char_class == class_multibyte) {
+      const int size = character_size(lexer, lexer.cursor);
+      if (size < 2) break;
+      keep(lexer, size);
+    } else if (char_class == class_letter || char_class == class_digit) {
+      keep(lexer, 1);
+    } else {
+      break;
+    }
+  }
+  if (lexer.cursor == start) return lexical_failure(status::unreadable_character);
+  *lexer.write++ = 0;
+  return T_IDENT;
+}
+
+char escaped(char c) {
+  switch (c) {
+    case 'a':
+      return '\a';
+    case 'b':
+      return '\b';
+    case 'f':
+      return '\f';
+    case 'n':
+      return '\n';
+    case 'r':
+      return '\r';
+    case 't':
+      return '\t';
+    case 'v':
+      return '\v';
+    default:
+      return c;
+  }
+}
+
+// The cursor is on the opening quote. A text that ends first ends the string too.
+int read_string(Lexer &lexer) {
+  const char quote = *lexer.cursor++;
+  while (*lexer.cursor != 0) {
+    const int size = character_size(lexer, lexer.cursor);
+    if (size > 1) {
+      keep(lexer, size);
+    } else if (*lexer.cursor == quote) {
+      ++lexer.cursor;
+      if (*lexer.cursor != quote) break;
+      keep(lexer, 1);
+    } else if (*lexer.cursor == '\\') {
+      ++lexer.cursor;
+      if (*lexer.cursor == 0) break;
+      const int escaped_size = character_size(lexer, lexer.cursor);
+      if (escaped_size > 1) {
+        keep(lexer, escaped_size);
+      } else {
+        *lexer.write++ = escaped(*lexer.cursor++);
+      }
+    } else {
+      keep(lexer, 1);
+    }
+  }
+  *lexer.write++ = 0;
+  return T_STRING;
+}
+
+int read_operator(Lexer &lexer) {
+  const char first = *lexer.cursor++;
+  const char second = *lexer.cursor;
+  int token = 0;
+  if (second == '=') {
+    if (first == '!' || first == '~') token = T_NE;
+    if (first == '<') token = T_LE;
+    if (first == '>') token = T_GE;
+  } else if (first == '<' && second == '>') {
+    token = T_NE;
+  } else if (first == '|' && second == '|') {
+    token = T_CONCAT;
+  }
+  if (token == 0) return static_cast<unsigned char>(first);
+  ++lexer.cursor;
+  return token;
+}
+
+// Blanks and comments; false when a comment is not closed. The "*" that opens a comment may close it too.
+bool skip_blanks(Lexer &lexer) {
+  for (;;) {
+    while (class_of(*lexer.cursor) == class_blank) ++lexer.cursor;
+    if (lexer.cursor[0] != '/' || lexer.cursor[1] != '*') return true;
+    const char *end = lexer.cursor + 2;
+    while (*end != 0 && !(end[0] == '/' && end[-1] == '*')) ++end;
+    if (*end == 0) return false;
+    lexer.cursor = end + 1;
+  }
+}
+
+}  // namespace
+
+void lexer_start(Lexer &lexer, const char *text, char *buffer) {
+  lexer.cursor = text;
+  lexer.write = buffer;
+  lexer.charset = &charset_current();
+}
+
+int lexer_next(Lexer &lexer, TokenValue *value) {
+  value->number = 0;
+  if (!skip_blanks(lexer)) return lexical_failure(status::comment_unclosed);
+  switch (class_of(*lexer.cursor)) {
+    case class_end:
+      return 0;
+    case class_single:
+      return static_cast<unsigned char>(*lexer.cursor++);
+    case class_operator:
+      return read_operator(lexer);
+    case class_letter:
+      value->text = lexer.write;
+      return read_word(lexer, value);
+    case class_digit:
+      value->text = lexer.write;
+      return read_number(lexer);
+    case class_quote:
+      value->text = lexer.write;
+      return read_string(lexer);
+    case class_multibyte:
+      value->text = lexer.write;
+      return read_multibyte_word(lexer);
+    case class_undefined:
+      return lexical_failure(status::undefined_character);
+    default:
+      return lexical_failure(status::control_character);
+  }
+}
+
+}  // namespace tovik
