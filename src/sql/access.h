@@ -1,0 +1,34 @@
+// One table of a query: its row handle and the way its rows are reached - a full scan, one row by its number,
+// or a list of row numbers that the planner took from an index. Tables of a query chain in FROM order.
+#pragma once
+
+#include "data/memory_pool.h"
+#include "data/row_handle.h"
+#include "data/row_set.h"
+
+namespace tovik {
+
+enum class AccessPath { scan, rowid, row_list };
+
+struct TableAccess {
+  RowHandle *handle;  // owned
+  const char *alias;  // null without one; in the statement's pool
+  AccessPath path;
+  RowScan scan;  // scan: its place
+  RowNo rowid;   // rowid: the row, 0 when the literal names none
+  RowSet *rows;  // row_list: owned
+  int next_row;  // index into rows; rowid: 0 before the row, 1 after
+  TableAccess *next;
+};
+
+// Takes over the hold on table (also on failure). The record lives in pool, what it owns does not:
+// access_close.
+TableAccess *access_open(MemoryPool &pool, Table *table, const char *alias);
+void access_close(TableAccess *first);  // the whole chain; null is ignored
+
+void access_rewind(TableAccess &access);  // before the first row
+// Reads the next row into the handle. end leaves the access rewound.
+[[nodiscard]] RowFetch access_next(TableAccess &access);
+void access_pause(TableAccess *first);  // lets go every page held by the chain; the places stay
+
+}  // namespace tovik

@@ -1,0 +1,94 @@
+// Queries: the prepared form of a SELECT (or of a TEST_STMT item list) and the cursor that delivers its rows
+// - filtered, joined in FROM order, sorted, made distinct or aggregated. Direct execution prints the whole
+// result, prepared execution is fetched row by row. Plain results are delivered as they are found: memory
+// does not grow with the result; only ORDER BY and DISTINCT copy rows, into a sort store.
+#pragma once
+
+#include "data/sort.h"
+#include "sql/evaluator.h"
+
+namespace tovik {
+
+struct Statement;
+
+inline constexpr int from_table_limit = 16;
+inline constexpr int select_item_limit = 128;
+inline constexpr int order_key_limit = 8;
+
+enum class ResultKind { column, typed_constant, string_constant, computed };
+
+struct ResultColumn {
+  ResultKind kind;
+  ColumnRef column;         // kind column: the table column and its handle
+  Node *expression;         // other kinds
+  TypeCode type;            // of the value (a column: its declared type)
+  uint16_t flags;           // value_decimal, value_aggregate
+  bool distinct_arguments;  // an aggregate over DISTINCT
+  const char *label;
+  int expression_number;  // from 1 over computed items without alias, else 0
+  int width;              // print columns
+  char value_format[16];  // printf format of one value
+};
+
+struct OrderKey {
+  ColumnRef column;
+  SortDirection direction;
+};
+
+enum class OutputMode { none = 0, into = 1, dump_into = 2 };
+
+struct Query {
+  Statement *statement;
+  bool items_only;  // TEST_STMT
+  TableAccess *tables;
+  Node *condition;  // null without WHERE
+  OrderKey order[order_key_limit];
+  int order_count;
+  ResultColumn *columns;
+  int column_count;
+  int aggregate_count;
+  bool distinct;
+  const char *output_file;  // null without INTO
+  OutputMode output_mode;
+  const char *separator;
+  struct Cursor *cursor;  // open after execution
+};
+
+// What a cursor needs; a query fills it, UPDATE, DELETE and the record interface give it without a query.
+struct CursorRequest {
+  EvalContext context;  // tables: the chain to read
+  Node *condition;      // checked; null: every row
+  const OrderKey *order;
+  int order_count;
+  ResultColumn *columns;  // for DISTINCT and aggregates; null without a query
+  int column_count;
+  bool distinct;
+};
+
+struct Cursor {
+  CursorRequest request;
+  int64_t row_count;   // rows delivered
+  bool started;        // the join is inside its first table
+  SortStore *sorted;   // ORDER BY: row numbers of the tables; owned
+  SortStore *results;  // DISTINCT and aggregates: result values; owned
+  int next_row;        // in the store read from
+  int current_row;
+};
+
+// From the statement's root into statement.query. 70002, 70008, 70009, 172001, 172002, 161001, 150008 ...
+[[nodiscard]] bool query_prepare_select(Statement &statement);
+[[nodiscard]] bool query_prepare_items(Statement &statement);
+void query_release(Query *query);  // cursor, tables; the record itself lives in the statement's pool
+
+[[nodiscard]] bool query_open(
+    Query &query);  // opens the cursor: 172019, 143101, planner and evaluation statuses
+[[nodiscard]] RowFetch query_fetch(Query &query);
+
+Cursor *cursor_open(const CursorRequest &request);
+[[nodiscard]] RowFetch cursor_fetch(Cursor &cursor);
+// The value of a result column in the current row. *null is set for NULL. Texts stay valid until the next
+// fetch.
+[[nodiscard]] bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value);
+void cursor_close(Cursor *cursor);
+
+}  // namespace tovik
