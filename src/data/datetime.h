@@ -12,6 +12,10 @@ namespace tovik {
 
 [[nodiscard]] bool check_datetime(TypeCode code, const DateTimeRec &record);  // always reports
 
+// Every field within its range, the date not looked at as a whole: what a stored value is checked for before
+// it is handed out.
+bool datetime_fields_valid(const DateTimeRec &record);
+
 // Digits only: 8 for date, 14 for time, 20 for microtimestamp; text holds 21 bytes. 13001, 13002.
 [[nodiscard]] bool format_datetime(TypeCode code, const DateTimeRec &record, char *text);
 
@@ -32,6 +36,7 @@ bool leap_year(int year);
 int days_in_month(int year, int month);
 
 // Local time to UTC and back through the platform's zone slots, unless HVI_GMT_TIME or a slot is missing.
+// 113001 when the platform cannot convert.
 [[nodiscard]] bool datetime_to_utc(DateTimeRec *record);
 [[nodiscard]] bool datetime_to_local(DateTimeRec *record);
 

@@ -70,16 +70,22 @@ inline constexpr int type_count = 19;
 const TypeRow *type_row(TypeCode code);               // by the index bits; null for index 0 or above 19
 int type_stored_size(TypeCode code, int p1, int p2);  // bytes in a record
 
+// Bytes that the text form takes with its terminator: text_width + 1 (one more for double, whose widest text
+// passes its width) or p1 + 1.
+int type_text_size(TypeCode code, int p1);
+
 // source (as mode says) into the stored form at target, and back. value or null tells what was stored or
-// found; failed has its status recorded (13001, 13002, 113xxx). A text target holds text_width + 1 or p1 + 1
-// bytes.
+// found; failed has its status recorded (13001, 13002, 113xxx). A text target holds type_text_size bytes. An
+// empty text stored into a character column answers null though an empty text is what the column holds then.
+// Fetching without a target only tells whether the value is NULL.
 Stored store_value(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int p1, int p2);
 Stored fetch_value(TypeCode code, ValueMode mode, const uint8_t *stored, void *target, int p1, int p2);
 
 bool stored_is_null(TypeCode code, const uint8_t *stored);  // no failure: byte is never NULL
 
-// Two stored values, NULL lowest: -1, 0 or 1. length: bytes of a character or byte value in its column. False
-// with 13002 or 13003.
+// Two stored values, NULL lowest: -1, 0 or 1. length: bytes of a character or byte value in its column, above
+// 0. A double that is not a number is above every number and equal to itself, so that the order is total.
+// False with 13002 or 13003.
 [[nodiscard]] bool compare_stored(TypeCode code_a, const uint8_t *a, int length, TypeCode code_b,
                                   const uint8_t *b, int *result);
 
@@ -99,7 +105,8 @@ StoredCompare stored_compare_of(TypeCode code);
 // Hexadecimal digits to a 32-bit length and the bytes; an odd last digit is a byte of its own. 113013.
 [[nodiscard]] bool hex_to_binary(const char *text, void *target);
 
-// Length of text in bytes, stepping over whole characters of the current character set.
+// Length of text in bytes. No character of a byte-oriented character set holds a zero byte, and a character
+// cut short by the terminator ends there.
 int text_length(const char *text);
 
 }  // namespace tovik
