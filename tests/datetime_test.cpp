@@ -1,0 +1,226 @@
+#include "data/datetime.h"
+
+#include <climits>
+#include <cstring>
+#include <string>
+
+#include "frame/error.h"
+#include "support.h"
+
+namespace tovik {
+namespace {
+
+DateTimeRec record_of(const char *text) {
+  DateTimeRec record{};
+  EXPECT_TRUE(parse_datetime(type::microtimestamp, text, true, &record)) << text;
+  return record;
+}
+
+std::string text_of(const DateTimeRec &record) {
+  char text[24];
+  EXPECT_TRUE(format_datetime(type::microtimestamp, record, text));
+  return text;
+}
+
+TEST(DatetimeTest, ParsingChecksEveryField) {
+  const struct {
+    TypeCode code;
+    const char *text;
+    StatusCode status;  // 0: valid
+  } cases[] = {
+      {type::date, "20000229", 0},
+      {type::date, "19000229", 113006},
+      {type::date, "20240229", 0},
+      {type::date, "20230229", 113006},
+      {type::date, "20230431", 113006},
+      {type::date, "20230100", 113006},
+      {type::date, "20231301", 113005},
+      {type::date, "20230001", 113005},
+      {type::date, "00000101", 113004},
+      {type::date, "00010101", 0},
+      {type::date, "99991231", 0},
+      {type::date, "15821004", 0},
+      {type::date, "15821005", 113019},
+      {type::date, "15821010", 113019},
+      {type::date, "15821014", 113019},
+      {type::date, "15821015", 0},
+      {type::date, "2020-01-01", 113011},
+      {type::date, "2020010", 113012},
+      {type::date, "2020010112345", 113012},
+      {type::date, "20200101999999", 0},  // digits that a date does not keep
+      {type::time, "20200101240000", 113007},
+      {type::time, "20200101236000", 113008},
+      {type::time, "20200101235960", 113009},
+      {type::microtimestamp, "20200101235959999999", 0},
+      {type::microtimestamp, "202001012359599999999", 113012},
+      {type::date, "", 113015},
+      {type::date, nullptr, 113015},
+      {type::int32, "20200101", 13001},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.text == nullptr ? "(absent)" : c.text);
+    err_clear();
+    DateTimeRec record;
+    EXPECT_EQ(parse_datetime(c.code, c.text, true, &record), c.status == 0);
+    EXPECT_EQ(error_record().last_code, c.status);
+    err_clear();
+    EXPECT_EQ(parse_datetime(c.code, c.text, false, &record), c.status == 0);
+    EXPECT_EQ(error_record().count, 0);
+  }
+}
+
+TEST(DatetimeTest, RecordsAreCheckedByType) {
+  const struct {
+    TypeCode code;
+    DateTimeRec record;
+    StatusCode status;
+  } cases[] = {
+      {type::date, {2020, 1, 1, 99, -1, 99, 0, -1}, 0},
+      {type::time, {2020, 1, 1, 23, 59, 59, 0, -1}, 0},
+      {type::time, {2020, 1, 1, -1, 0, 0, 0, 0}, 113007},
+      {type::microtimestamp, {2020, 1, 1, 0, 0, 0, 0, 1000000}, 113010},
+      {type::microtimestamp, {2020, 1, 1, 0, 0, 0, 0, -1}, 113010},
+      {type::date, {2020, -1, 1, 0, 0, 0, 0, 0}, 113005},
+      {type::date, {-1, 1, 1, 0, 0, 0, 0, 0}, 113004},
+      {type::date, {10000, 1, 1, 0, 0, 0, 0, 0}, 113004},
+  };
+  for (const auto &c : cases) {
+    err_clear();
+    EXPECT_EQ(check_datetime(c.code, c.record), c.status == 0);
+    EXPECT_EQ(error_record().last_code, c.status);
+  }
+}
+
+void fixed_now(DateTimeRec *now) {
+  *now = DateTimeRec{2021, 2, 3, 4, 5, 6, 0, 789000};
+}
+
+TEST(DatetimeTest, NowAndTodayComeFromThePlatform) {
+  const SystemDriver driver = system_driver;
+  system_driver.local_now = fixed_now;
+  EXPECT_EQ(text_of(record_of("NOW")), "20210203040506789000");
+  EXPECT_EQ(text_of(record_of("Today")), "20210203000000000000");
+  DateTimeRec record;
+  EXPECT_TRUE(parse_datetime(type::time, "now", true, &record));
+  EXPECT_EQ(text_of(record), "20210203040506000000");
+  system_driver = driver;
+}
+
+TEST(DatetimeTest, Formats) {
+  const DateTimeRec record{20, 1, 2, 3, 4, 5, 0, 6};
+  char text[24];
+  EXPECT_TRUE(format_datetime(type::date, record, text));
+  EXPECT_STREQ(text, "00200102");
+  EXPECT_TRUE(format_datetime(type::time, record, text));
+  EXPECT_STREQ(text, "00200102030405");
+  EXPECT_TRUE(format_datetime(type::microtimestamp, record, text));
+  EXPECT_STREQ(text, "00200102030405000006");
+  EXPECT_FALSE(format_datetime(type::int32, record, text));
+  const DateTimeRec damaged{INT16_MIN, -128, -128, -128, -128, -128, 0, INT_MIN};
+  EXPECT_TRUE(format_datetime(type::microtimestamp, damaged, text));
+  EXPECT_EQ(strlen(text), 20u);
+}
+
+TEST(DatetimeTest, Parts) {
+  const DateTimeRec record{2021, 2, 3, 4, 5, 6, 0, 7};
+  const int expected[] = {2021, 2, 3, 4, 5, 6, 7, 0};
+  for (int part = 500; part <= 507; ++part) EXPECT_EQ(datetime_part(record, part), expected[part - 500]);
+}
+
+TEST(DatetimeTest, Arithmetic) {
+  const struct {
+    const char *start;
+    int64_t amount;
+    int unit;
+    const char *result;
+  } cases[] = {
+      {"20200229120000", 1, unit_year, "20210301120000000000"},
+      {"20200229", 4, unit_year, "20240229000000000000"},
+      {"20200315", -2019, unit_year, "00010315000000000000"},
+      {"20210131235959", 1, unit_month, "20210303235959000000"},
+      {"20200131", 1, unit_month, "20200302000000000000"},
+      {"20200129", 1, unit_month, "20200229000000000000"},
+      {"20210129", 1, unit_month, "20210301000000000000"},
+      {"20210331", 1, unit_month, "20210501000000000000"},
+      {"20211231", -1, unit_month, "20211201000000000000"},
+      {"20210115", -13, unit_month, "20191215000000000000"},
+      {"20211231", 2, unit_month, "20220303000000000000"},
+      {"20201231235959", 1, unit_day, "20210101235959000000"},
+      {"15821004", 1, unit_day, "15821015000000000000"},
+      {"15821015", -1, unit_day, "15821004000000000000"},
+      {"20200101", 2, unit_week, "20200115000000000000"},
+      {"20200301", -1, unit_week, "20200223000000000000"},
+      {"20200228230000", 25, unit_hour, "20200301000000000000"},
+      {"20200101", -1, unit_hour, "20191231230000000000"},
+      {"20200101000030", -1, unit_minute, "20191231235930000000"},
+      {"20200101", 86400 * 366, unit_second, "20210101000000000000"},
+      {"20200101", -1, unit_microsecond, "20191231235959999999"},
+      {"20191231235959999999", 1, unit_microsecond, "20200101000000000000"},
+      {"00010101", 315537897599999999, unit_microsecond, "99991229235959999999"},
+      {"20200101103000", 1, 999, "20200101103000000000"},
+  };
+  for (const auto &c : cases) {
+    DateTimeRec result;
+    ASSERT_TRUE(datetime_add(record_of(c.start), c.amount, c.unit, &result)) << c.start;
+    EXPECT_EQ(text_of(result), c.result) << c.start << " + " << c.amount << " of " << c.unit;
+  }
+}
+
+TEST(DatetimeTest, ResultsOutsideTheCalendarFail) {
+  const DateTimeRec first = record_of("00010101"), last = record_of("99991231235959999999");
+  for (int unit = unit_year; unit <= unit_microsecond; ++unit) {
+    DateTimeRec result;
+    for (const int64_t amount : {int64_t{1}, INT64_MAX, INT64_MAX - 1}) {
+      err_clear();
+      EXPECT_FALSE(datetime_add(last, amount, unit, &result)) << unit << " " << amount;
+      EXPECT_EQ(error_record().last_code, 113004);
+      EXPECT_FALSE(datetime_add(first, -amount, unit, &result)) << unit << " " << -amount;
+    }
+    EXPECT_FALSE(datetime_add(first, INT64_MIN, unit, &result)) << unit;
+  }
+}
+
+TEST(DatetimeTest, DayNumbersCountEveryDayOfTheCalendar) {
+  EXPECT_EQ(day_number(2000, 1, 1), 2451545);
+  EXPECT_EQ(weekday_of(day_number(2000, 1, 1)), 6);
+  EXPECT_EQ(weekday_of(day_number(2023, 1, 1)), 0);
+  int64_t number = day_number(1, 1, 1) - 1;
+  EXPECT_EQ(number, 1721423);
+  for (int year = 1; year <= 9999; ++year) {
+    const bool leap = year < 1582 ? year % 4 == 0 : leap_year(year);
+    for (int month = 1; month <= 12; ++month) {
+      const int days = month == 2 ? (leap ? 29 : 28) : days_in_month(year, month);
+      for (int day = 1; day <= days; ++day) {
+        if (year == 1582 && month == 10 && day == 5) day = 15;
+        ++number;
+        int64_t back_year;
+        int back_month, back_day;
+        date_from_day_number(number, &back_year, &back_month, &back_day);
+        ASSERT_TRUE(day_number(year, month, day) == number && back_year == year && back_month == month &&
+                    back_day == day)
+            << year << "-" << month << "-" << day;
+      }
+    }
+  }
+}
+
+TEST(DatetimeTest, RandomTimesCountedForthAndBackReturn) {
+  test::Random random;
+  const int64_t largest[] = {0, 0, 0, 50000, 300000, 7000000, 400000000, 25000000000, 25000000000000000};
+  for (int i = 0; i < 20000; ++i) {
+    const int unit = unit_week + random.below(6);
+    const int64_t amount =
+        static_cast<int64_t>(random.next() % static_cast<uint64_t>(largest[unit - unit_week + 3]));
+    DateTimeRec start = record_of("20000101");
+    start.month = static_cast<int8_t>(1 + random.below(12));
+    start.hour = static_cast<int8_t>(random.below(24));
+    start.microseconds = random.below(1000000);
+    DateTimeRec moved, back;
+    ASSERT_TRUE(datetime_add(start, amount, unit, &moved)) << amount << " of " << unit;
+    ASSERT_TRUE(datetime_add(moved, -amount, unit, &back));
+    ASSERT_EQ(text_of(back), text_of(start)) << amount << " of " << unit;
+  }
+}
+
+}  // namespace
+}  // namespace tovik
