@@ -28,7 +28,7 @@ int digits_value(const char *text, int count) {
 }
 
 char *put_digits(char *text, int value, int width) {
-  unsigned rest = static_cast<unsigned>(value < 0 ? -value : value);
+  unsigned rest = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
   for (int i = width - 1; i >= 0; --i, rest /= 10) text[i] = static_cast<char>('0' + rest % 10);
   return text + width;
 }
