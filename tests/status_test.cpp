@@ -2,17 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <string>
-
 #include "frame/error.h"
 
 using namespace tovik;
-
-TEST(Status, ShiftJisTableIsWhatTheReadableSourceGives) {
-  const std::string command = "python3 " TOVIK_SOURCE_DIR "/scripts/make_status_texts.py --check";
-  EXPECT_EQ(0, system(command.c_str()));
-}
 
 TEST(Status, RowsAscend) {
   for (int i = 1; i < status_text_count; ++i) {
