@@ -40,8 +40,9 @@ struct Charset {
   int (*compare_characters)(const char *a, const char *b,
                             int count);  // difference of the first differing bytes
   char *(*append)(char *target, const char *source);
-  const char *(*next)(const char *text);      // just past the character; null at the terminator or for null
-  const char *(*previous)(const char *text);  // start of the character that ends just before text
+  const char *(*next)(const char *text);  // just past the character; null at the terminator or for null
+  // Start of the character that ends just before text; nothing before start is looked at, start < text.
+  const char *(*previous)(const char *start, const char *text);
   bool (*valid)(const char *text);
   char *(*convert)(char *target, const char *source, uint32_t flags);  // target holds 2 x the source's bytes
   bool (*is_class)(const char *text, int character_class);             // class of the first character

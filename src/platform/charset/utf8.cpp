@@ -56,12 +56,11 @@ struct Utf8 {
   }
 };
 
-// A text never starts with more continuation bytes than a character has; a longer run is walked byte by byte.
-const char *previous(const char *text) {
-  for (int back = 1; back <= longest; ++back) {
-    if (!is_continuation(text[-back])) return text - back;
-  }
-  return text - 1;
+const char *previous(const char *start, const char *text) {
+  do {
+    --text;
+  } while (text > start && is_continuation(*text));
+  return text;
 }
 
 bool valid(const char *text) {

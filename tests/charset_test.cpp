@@ -1,0 +1,352 @@
+#include "platform/charset/charset.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "frame/charset_current.h"
+#include "frame/env.h"
+#include "platform/platform.h"
+
+using namespace tovik;
+using namespace std::string_literals;
+
+namespace {
+
+// The bytes of a code point sequence in one of the two UTF-16 orders.
+std::string utf16(std::u16string_view units, bool big_endian) {
+  std::string bytes;
+  for (const char16_t unit : units) {
+    const char low = static_cast<char>(unit & 0xFF);
+    const char high = static_cast<char>(unit >> 8);
+    bytes += big_endian ? std::string{high, low} : std::string{low, high};
+  }
+  return bytes;
+}
+
+std::string hex(const std::string &bytes) {
+  std::string text;
+  char digits[4];
+  for (const char c : bytes) {
+    snprintf(digits, sizeof digits, "%02X ", static_cast<unsigned char>(c));
+    text += digits;
+  }
+  return text;
+}
+
+// A text with the terminator of its character set. It is kept in a heap block of exactly its size, so that a
+// walk past its end is seen by the address sanitizer.
+class Text {
+ public:
+  Text(int set, const std::string &bytes) : set_(set), bytes_(bytes.begin(), bytes.end()) {
+    bytes_.insert(bytes_.end(), set >= charset_utf16le ? 2 : 1, '\0');
+    bytes_.shrink_to_fit();
+  }
+  const char *data() const { return bytes_.data(); }
+  const char *end() const { return bytes_.data() + bytes_.size() - (set_ >= charset_utf16le ? 2 : 1); }
+
+ private:
+  int set_;
+  std::vector<char> bytes_;
+};
+
+std::string converted(int set, const std::string &bytes, uint32_t flags) {
+  const Text source(set, bytes);
+  std::vector<char> target(bytes.size() * 2 + 2, '#');
+  EXPECT_EQ(target.data(), charset_table[set]->convert(target.data(), source.data(), flags));
+  const int length = charset_table[set]->byte_length(target.data(), false);
+  return std::string(target.data(), static_cast<size_t>(length));
+}
+
+// One text written in every character set.
+struct Everywhere {
+  std::string sjis;
+  std::string euc;
+  std::string utf8;
+  std::u16string units;
+
+  std::string in(int set) const {
+    if (set == charset_sjis) return sjis;
+    if (set == charset_euc) return euc;
+    if (set == charset_utf8) return utf8;
+    return utf16(units, set == charset_utf16be);
+  }
+};
+
+}  // namespace
+
+TEST(Charset, Table) {
+  static const char *const names[] = {"SJIS", "EUC", "UTF-8", "UTF-16LE", "UTF-16BE"};
+  for (int set = 0; set < charset_count; ++set) {
+    ASSERT_NE(nullptr, charset_table[set]);
+    EXPECT_STREQ(names[set], charset_table[set]->name);
+  }
+  EXPECT_EQ(nullptr, charset_table[charset_count]);
+  env_start("HVI_LANG=EUC");
+  EXPECT_STREQ("EUC", charset_current().name);
+  env_start(nullptr);
+  EXPECT_STREQ("UTF-8", charset_current().name);
+}
+
+// Where the characters of a text end, forwards and backwards, and whether it is well-formed.
+TEST(Charset, Boundaries) {
+  static const struct {
+    int set;
+    std::string text;
+    std::vector<int> lengths;
+    bool valid;
+  } cases[] = {
+      {charset_sjis, "", {}, true},
+      {charset_sjis, "\x82\xA0\x41", {2, 1}, true},
+      {charset_sjis, "\xB1\xDE\x81\x40", {1, 1, 2}, true},
+      {charset_sjis, "\xFC\xFC\x9F\x40", {2, 2}, true},
+      {charset_sjis, "\x80", {1}, false},
+      {charset_sjis, "\xA0", {1}, false},
+      {charset_sjis, "\xFD", {1}, false},
+      {charset_sjis, "\x82", {1}, false},
+      {charset_euc, "a\xA4\xA2\x8E\xB1\x8F\xA1\xA1z", {1, 2, 2, 3, 1}, true},
+      {charset_euc, "\xA0", {1}, false},
+      {charset_euc, "\x80", {1}, false},
+      {charset_euc, "\xFF", {1}, false},
+      {charset_euc, "\x8F\xA1", {2}, false},
+      {charset_euc, "\xA4", {1}, false},
+      {charset_utf8, "\x82\xA0\x41", {1, 1, 1}, false},
+      {charset_utf8, "a\xC3\xA9\xE3\x81\x82\xF0\x9F\x98\x80", {1, 2, 3, 4}, true},
+      {charset_utf8, "\xF8\x88\x80\x80\x80\xFC\x84\x80\x80\x80\x80", {5, 6}, true},
+      {charset_utf8, "\xE3\x81", {2}, false},
+      {charset_utf8, "\xFF\x80\x80\x80\x80\x80", {6}, false},
+      {charset_utf8, "\xC0\x80", {2}, true},
+      {charset_utf16le, utf16(u"a\u3042\U0001F600", false), {2, 2, 4}, true},
+      {charset_utf16be, utf16(u"a\u3042\U0001F600", true), {2, 2, 4}, true},
+      {charset_utf16le, "\x00\xDC\x00\xD8"s, {2, 2}, true},
+      {charset_utf16be, "\xD8\x00\xD8\x00\xDC\x00"s, {2, 4}, true},
+      {charset_utf16le, "\x00\x30"s, {2}, true},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(std::string(charset_table[c.set]->name) + " " + hex(c.text));
+    const Charset &set = *charset_table[c.set];
+    const Text text(c.set, c.text);
+    std::vector<const char *> starts;
+    std::vector<int> lengths;
+    for (const char *p = text.data(), *next; (next = set.next(p)) != nullptr; p = next) {
+      starts.push_back(p);
+      lengths.push_back(static_cast<int>(next - p));
+    }
+    EXPECT_EQ(c.lengths, lengths);
+    EXPECT_EQ(static_cast<int>(c.lengths.size()), set.character_count(text.data()));
+    EXPECT_EQ(static_cast<int>(c.text.size()), set.byte_length(text.data(), false));
+    EXPECT_EQ(c.valid, set.valid(text.data()));
+    if (!c.valid) continue;
+    const char *p = text.end();
+    for (size_t i = starts.size(); i-- > 0;) {
+      p = set.previous(text.data(), p);
+      EXPECT_EQ(starts[i], p) << "character " << i;
+    }
+  }
+  EXPECT_EQ(nullptr, charset_table[charset_utf8]->next(nullptr));
+}
+
+TEST(Charset, MalformedTrailsAreInvalid) {
+  static const struct {
+    int set;
+    const char *text;
+  } cases[] = {
+      {charset_sjis, "\x82\x7F"},
+      {charset_sjis, "\x82\xFD"},
+      {charset_sjis, "\x82\x3F"},
+      {charset_euc, "\xA4\x41"},
+      {charset_euc, "\x8F\xA1\x41"},
+      {charset_euc, "\x8E\xA0"},
+      {charset_utf8, "\xC3\x41"},
+      {charset_utf8, "\xE3\x81\xC2"},
+      {charset_utf8, "\xFE\x80\x80\x80\x80\x80\x80"},
+  };
+  for (const auto &c : cases) EXPECT_FALSE(charset_table[c.set]->valid(c.text)) << hex(c.text);
+}
+
+TEST(Charset, CopyAppendCompare) {
+  const Everywhere text = {"\x82\xA0\x41\x82\xA2", "\xA4\xA2\x41\xA4\xA4", "\xE3\x81\x82\x41\xE3\x81\x84",
+                           u"\u3042A\u3044"};
+  const Everywhere first_two = {"\x82\xA0\x41", "\xA4\xA2\x41", "\xE3\x81\x82\x41", u"\u3042A"};
+  const Everywhere last = {"\x82\xA2", "\xA4\xA4", "\xE3\x81\x84", u"\u3044"};
+  for (int i = 0; i < charset_count; ++i) {
+    const Charset &set = *charset_table[i];
+    SCOPED_TRACE(set.name);
+    const int unit = i >= charset_utf16le ? 2 : 1;
+    const Text whole(i, text.in(i));
+    const Text start(i, first_two.in(i));
+    const Text end(i, last.in(i));
+    char buffer[64];
+    EXPECT_EQ(buffer, set.copy_characters(buffer, whole.data(), 2));
+    EXPECT_EQ(0, set.compare(buffer, start.data()));
+    EXPECT_EQ(0, set.compare_characters(whole.data(), start.data(), 2));
+    EXPECT_LT(0, set.compare_characters(whole.data(), start.data(), 3));
+    EXPECT_GT(0, set.compare_characters(start.data(), whole.data(), 99));
+    EXPECT_EQ(0, set.compare_characters(whole.data(), whole.data(), 99));
+    EXPECT_EQ(buffer, set.append(buffer, end.data()));
+    EXPECT_EQ(0, set.compare(buffer, whole.data()));
+    EXPECT_EQ(1, set.compare(whole.data(), start.data()));
+    EXPECT_EQ(-1, set.compare(start.data(), whole.data()));
+    EXPECT_EQ(set.byte_length(whole.data(), false) + unit, set.byte_length(whole.data(), true));
+    set.copy_characters(buffer, whole.data(), 99);
+    EXPECT_EQ(0, set.compare(buffer, whole.data()));
+    set.copy_characters(buffer, whole.data(), 0);
+    EXPECT_EQ(0, set.byte_length(buffer, false));
+    set.copy(buffer, whole.data());
+    EXPECT_EQ(0, set.compare(buffer, whole.data()));
+    set.clear(buffer);
+    EXPECT_EQ(0, set.character_count(buffer));
+  }
+  // Units compare unsigned, and in UTF-16 as numbers in either byte order.
+  EXPECT_EQ(1, charset_table[charset_sjis]->compare("\x82", "\x41"));
+  for (int i = charset_utf16le; i <= charset_utf16be; ++i) {
+    const Text high(i, utf16(u"\u3001", i == charset_utf16be));
+    const Text low(i, utf16(u"\u20FF", i == charset_utf16be));
+    EXPECT_EQ(1, charset_table[i]->compare(high.data(), low.data()));
+  }
+  EXPECT_EQ(0xE3 - 'a', charset_table[charset_utf8]->compare_characters("b\xE3\x81\x82", "ba", 2));
+}
+
+TEST(Charset, Conversions) {
+  static const struct {
+    uint32_t flags;
+    Everywhere source;
+    Everywhere target;
+  } cases[] = {
+      {fold_full_digits,
+       {"\x82\x4F\x82\x58", "\xA3\xB0\xA3\xB9", "\xEF\xBC\x90\xEF\xBC\x99", u"\uFF10\uFF19"},
+       {"09", "09", "09", u"09"}},
+      {fold_full_capitals,
+       {"\x82\x60\x82\x79", "\xA3\xC1\xA3\xDA", "\xEF\xBC\xA1\xEF\xBC\xBA", u"\uFF21\uFF3A"},
+       {"AZ", "AZ", "AZ", u"AZ"}},
+      {fold_full_smalls,
+       {"\x82\x81\x82\x9A", "\xA3\xE1\xA3\xFA", "\xEF\xBD\x81\xEF\xBD\x9A", u"\uFF41\uFF5A"},
+       {"az", "az", "az", u"az"}},
+      {fold_upper,
+       {"\x82\x81\x82\x9Aiz", "\xA3\xE1\xA3\xFAiz", "\xEF\xBD\x81\xEF\xBD\x9Aiz", u"\uFF41\uFF5Aiz"},
+       {"\x82\x60\x82\x79IZ", "\xA3\xC1\xA3\xDAIZ", "\xEF\xBC\xA1\xEF\xBC\xBAIZ", u"\uFF21\uFF3AIZ"}},
+      {fold_lower,
+       {"\x82\x60\x82\x79@AZ[", "\xA3\xC1\xA3\xDA@AZ[", "\xEF\xBC\xA1\xEF\xBC\xBA@AZ[", u"\uFF21\uFF3A@AZ["},
+       {"\x82\x81\x82\x9A@az[", "\xA3\xE1\xA3\xFA@az[", "\xEF\xBD\x81\xEF\xBD\x9A@az[", u"\uFF41\uFF5A@az["}},
+      {fold_full_space | fold_tab,
+       {"\x81\x40\t", "\xA1\xA1\t", "\xE3\x80\x80\t", u"\u3000\t"},
+       {"  ", "  ", "  ", u"  "}},
+      // Small a, mi (before the skipped trail byte of SJIS), mu (after it), n.
+      {fold_hiragana,
+       {"\x82\x9F\x82\xDD\x82\xDE\x82\xF1", "\xA4\xA1\xA4\xDF\xA4\xE0\xA4\xF3",
+        "\xE3\x81\x81\xE3\x81\xBF\xE3\x82\x80\xE3\x82\x93", u"\u3041\u307F\u3080\u3093"},
+       {"\x83\x40\x83\x7E\x83\x80\x83\x93", "\xA5\xA1\xA5\xDF\xA5\xE0\xA5\xF3",
+        "\xE3\x82\xA1\xE3\x83\x9F\xE3\x83\xA0\xE3\x83\xB3", u"\u30A1\u30DF\u30E0\u30F3"}},
+      // The ideographic stop, wo, the long mark, a, n and both marks alone.
+      {fold_half_katakana,
+       {"\xA1\xA6\xB0\xB1\xDDx\xDEx\xDF", "\x8E\xA1\x8E\xA6\x8E\xB0\x8E\xB1\x8E\xDDx\x8E\xDEx\x8E\xDF",
+        "\xEF\xBD\xA1\xEF\xBD\xA6\xEF\xBD\xB0\xEF\xBD\xB1\xEF\xBE\x9Dx\xEF\xBE\x9Ex\xEF\xBE\x9F",
+        u"\uFF61\uFF66\uFF70\uFF71\uFF9Dx\uFF9Ex\uFF9F"},
+       {"\x81\x42\x83\x92\x81\x5B\x83\x41\x83\x93x\x81\x4Ax\x81\x4B",
+        "\xA1\xA3\xA5\xF2\xA1\xBC\xA5\xA2\xA5\xF3x\xA1\xABx\xA1\xAC",
+        "\xE3\x80\x82\xE3\x83\xB2\xE3\x83\xBC\xE3\x82\xA2\xE3\x83\xB3x\xE3\x82\x9Bx\xE3\x82\x9C",
+        u"\u3002\u30F2\u30FC\u30A2\u30F3x\u309Bx\u309C"}},
+      // KA, TA, HA and HA with their marks: GA, DA, BA, PA.
+      {fold_half_katakana,
+       {"\xB6\xDE\xC0\xDE\xCA\xDE\xCA\xDF",
+        "\x8E\xB6\x8E\xDE\x8E\xC0\x8E\xDE\x8E\xCA\x8E\xDE\x8E\xCA\x8E\xDF",
+        "\xEF\xBD\xB6\xEF\xBE\x9E\xEF\xBE\x80\xEF\xBE\x9E\xEF\xBE\x8A\xEF\xBE\x9E\xEF\xBE\x8A\xEF\xBE\x9F",
+        u"\uFF76\uFF9E\uFF80\uFF9E\uFF8A\uFF9E\uFF8A\uFF9F"},
+       {"\x83\x4B\x83\x5F\x83\x6F\x83\x70", "\xA5\xAC\xA5\xC0\xA5\xD0\xA5\xD1",
+        "\xE3\x82\xAC\xE3\x83\x80\xE3\x83\x90\xE3\x83\x91", u"\u30AC\u30C0\u30D0\u30D1"}},
+      // Nothing applies.
+      {fold_full_digits,
+       {"\x82\x60\xB1\x81\x40z", "\xA3\xC1\x8E\xB1\xA1\xA1z", "\xEF\xBC\xA1\xEF\xBD\xB1\xE3\x80\x80z",
+        u"\uFF21\uFF71\u3000z"},
+       {"\x82\x60\xB1\x81\x40z", "\xA3\xC1\x8E\xB1\xA1\xA1z", "\xEF\xBC\xA1\xEF\xBD\xB1\xE3\x80\x80z",
+        u"\uFF21\uFF71\u3000z"}},
+  };
+  for (const auto &c : cases) {
+    for (int set = 0; set < charset_count; ++set) {
+      EXPECT_EQ(hex(c.target.in(set)), hex(converted(set, c.source.in(set), c.flags)))
+          << charset_table[set]->name << " " << hex(c.source.in(set)) << std::hex << c.flags;
+    }
+  }
+}
+
+TEST(Charset, EveryHalfKatakana) {
+  static const char16_t full[] =
+      u"。「」、・ヲァィゥェォャュョッーアイウエオカキクケコサシスセソタチツテトナニヌネノハヒフヘホ"
+      u"マミムメモヤユヨラリルレロワン゛゜";
+  for (int i = 0; i < 63; ++i) {
+    const std::string utf8 = {'\xEF', static_cast<char>(0x80 | ((0xFF61 + i) >> 6 & 0x3F)),
+                              static_cast<char>(0x80 | ((0xFF61 + i) & 0x3F))};
+    char wide[16];
+    const std::string target = converted(charset_utf8, utf8, fold_half_katakana);
+    ASSERT_EQ(4, system_driver.text_convert(charset_utf16le, charset_utf8, target.c_str(), 0, wide, 16, 0));
+    EXPECT_EQ(utf16({&full[i], 1}, false), std::string(wide, 2)) << i;
+    // SJIS and EUC write the same JIS character: two rows to a lead byte in SJIS, one in EUC.
+    const std::string sjis = converted(charset_sjis, {static_cast<char>(0xA1 + i)}, fold_half_katakana);
+    const std::string euc = converted(charset_euc, {'\x8E', static_cast<char>(0xA1 + i)}, fold_half_katakana);
+    const int trail = static_cast<unsigned char>(sjis[1]);
+    const int row = (static_cast<unsigned char>(sjis[0]) - 0x81) * 2 + (trail >= 0x9F ? 1 : 0);
+    const int column = trail >= 0x9F ? trail - 0x9F : trail - (trail > 0x7F ? 0x41 : 0x40);
+    EXPECT_EQ(euc, (std::string{static_cast<char>(0xA1 + row), static_cast<char>(0xA1 + column)})) << i;
+  }
+}
+
+TEST(Charset, ConversionsKeepWholeCharacters) {
+  static const struct {
+    int set;
+    uint32_t flags;
+    std::string source;
+    std::string target;
+  } cases[] = {
+      {charset_euc, fold_full_capitals | fold_full_smalls, "\x8F\xA1\xA1\xA3\xE1",
+       "\x8F\xA1\xA1"
+       "a"},
+      {charset_euc, fold_to_capital, "\xA4", "\xA4"},
+      {charset_sjis, fold_to_capital, "\x82\x61", "\x82\x61"},  // the trail byte is no letter
+      {charset_sjis, fold_half_katakana, "\x82\xB1", "\x82\xB1"},
+      {charset_utf8, fold_upper, "\xC3\xA9\xF0\x9F\x98\x80z", "\xC3\xA9\xF0\x9F\x98\x80Z"},
+      {charset_utf8, fold_half_katakana, "\xEF\xBD\xB6\xEF\xBE", "\xE3\x82\xAB\xEF\xBE"},
+      {charset_utf16le, fold_lower, utf16(u"\U0001F600Z", false), utf16(u"\U0001F600z", false)},
+      {charset_utf16be, fold_upper, utf16(u"\u0161a", true), utf16(u"\u0161A", true)},
+  };
+  for (const auto &c : cases) {
+    EXPECT_EQ(hex(c.target), hex(converted(c.set, c.source, c.flags)))
+        << charset_table[c.set]->name << " " << hex(c.source);
+  }
+}
+
+TEST(Charset, Classes) {
+  static const struct {
+    Everywhere text;
+    unsigned classes;  // bit n: class n
+    unsigned wide_classes;
+  } cases[] = {
+      {{"", "", "", u""}, 0x001, 0x001},
+      {{"a", "a", "a", u"a"}, 0x002, 0x006},
+      {{"\x81\x40", "\xA1\xA1", "\xE3\x80\x80", u"\u3000"}, 0x00C, 0x00C},
+      {{"\x82\x60", "\xA3\xC1", "\xEF\xBC\xA1", u"\uFF21"}, 0x014, 0x014},
+      {{"\x82\x9A", "\xA3\xFA", "\xEF\xBD\x9A", u"\uFF5A"}, 0x024, 0x024},
+      {{"\x82\x58", "\xA3\xB9", "\xEF\xBC\x99", u"\uFF19"}, 0x044, 0x044},
+      {{"\x82\xF1", "\xA4\xA2", "\xE3\x82\x96", u"\u3096"}, 0x084, 0x084},
+      {{"\x83\x96", "\xA5\xA2", "\xE3\x83\xBE", u"\u30FE"}, 0x104, 0x104},
+      {{"\x82\x59", "\xA3\xBA", "\xEF\xBC\x9A", u"\uFF1A"}, 0x004, 0x004},
+  };
+  for (const auto &c : cases) {
+    for (int set = 0; set < charset_count; ++set) {
+      unsigned classes = 0;
+      const Text text(set, c.text.in(set));
+      for (int n = 0; n < 12; ++n) classes |= charset_table[set]->is_class(text.data(), n) ? 1u << n : 0;
+      EXPECT_EQ(set >= charset_utf16le ? c.wide_classes : c.classes, classes)
+          << charset_table[set]->name << " " << hex(c.text.in(set));
+      EXPECT_FALSE(charset_table[set]->is_class(text.data(), -1));
+    }
+  }
+  EXPECT_TRUE(charset_table[charset_sjis]->is_class("\xDF", 9));
+  EXPECT_FALSE(charset_table[charset_sjis]->is_class("\xDF", 2));
+  EXPECT_TRUE(charset_table[charset_euc]->is_class("\x8E\xDF", 9));
+  EXPECT_TRUE(charset_table[charset_utf8]->is_class("\xEF\xBE\x9F", 9));
+  EXPECT_FALSE(charset_table[charset_utf8]->is_class("\x82", 1));
+  EXPECT_FALSE(charset_table[charset_utf8]->is_class(nullptr, 1));
+}
