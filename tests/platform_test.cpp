@@ -7,28 +7,22 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support.h"
+
 using namespace tovik;
 
 namespace {
 
-// A directory of its own for every test, removed at its end.
 class FileDriver : public ::testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "tovik_platform_XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(pattern.data()));
-    directory_ = pattern;
-  }
-  void TearDown() override {
-    const std::string command = "rm -rf '" + directory_ + "'";
-    ASSERT_EQ(0, system(command.c_str()));
-  }
-  std::string name(const char *last) const { return directory_ + "\\" + last; }
+  std::string name(const char *last) const { return directory_.path() + "\\" + last; }
   DriverHandle create(const char *last) const {
     return file_driver.file_open(name(last).c_str(), open_create, 0, 0, 0);
   }
@@ -36,7 +30,7 @@ class FileDriver : public ::testing::Test {
     return file_driver.file_open(name(last).c_str(), flags, 0, 0, 0);
   }
 
-  std::string directory_;
+  test::TempDir directory_;
 };
 
 }  // namespace
@@ -81,7 +75,7 @@ TEST_F(FileDriver, OpenFlags) {
   EXPECT_EQ(3, info.size);
   EXPECT_EQ(0u, info.mode & 0133u) << "created with 0644 less the umask";
   EXPECT_NEAR(static_cast<double>(time(nullptr)), static_cast<double>(info.modified), 100);
-  EXPECT_EQ(0, file_driver.file_info(directory_.c_str(), &info));
+  EXPECT_EQ(0, file_driver.file_info(directory_.path().c_str(), &info));
   EXPECT_EQ(0, file_driver.file_info(name("none").c_str(), nullptr));
   EXPECT_EQ(0, errno);
   EXPECT_EQ(no_handle, file_driver.file_open(name("none\\a.dat").c_str(), open_create, 0, 0, 0));
@@ -91,7 +85,8 @@ TEST_F(FileDriver, NamesRenamesAndDirectories) {
   EXPECT_EQ(0, file_driver.dir_create(name("sub").c_str()));
   EXPECT_EQ(-1, file_driver.dir_create(name("sub").c_str()));
   file_driver.file_close(create("sub\\one"));
-  EXPECT_EQ(0, file_driver.file_rename(name("sub\\one").c_str(), ("c:" + directory_ + "/sub\\two").c_str()));
+  EXPECT_EQ(
+      0, file_driver.file_rename(name("sub\\one").c_str(), ("c:" + directory_.path() + "/sub\\two").c_str()));
   EXPECT_EQ(-1, file_driver.file_rename(name("sub\\one").c_str(), name("sub\\three").c_str()));
   EXPECT_EQ(1, file_driver.file_exists(name("sub\\two").c_str()));
   EXPECT_EQ(0, file_driver.file_exists(name("sub\\one").c_str()));
@@ -120,7 +115,7 @@ TEST_F(FileDriver, NamesRenamesAndDirectories) {
 }
 
 TEST_F(FileDriver, TempDirectoryIsTheSystems) {
-  setenv("TMPDIR", directory_.c_str(), 1);
+  setenv("TMPDIR", directory_.path().c_str(), 1);
   for (const char *temp : {"c:\\temp\\t1", "C:/TEMP\\t2"}) {
     const DriverHandle file = file_driver.file_open(temp, open_create, 0, 0, 0);
     EXPECT_GE(file, 0) << temp;
@@ -252,4 +247,338 @@ TEST(SystemDriverTest, Streams) {
   EXPECT_EQ(0, system_driver.stream_close(stream));
   EXPECT_EQ(nullptr, system_driver.stream_open("/no/such/file", "rb"));
   unlink(path.c_str());
+}
+
+namespace {
+
+// Runs a test under a time zone and puts the old one back.
+class TimeZone : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const char *zone = getenv("TZ");
+    had_zone_ = zone != nullptr;
+    if (had_zone_) old_zone_ = zone;
+  }
+  void TearDown() override {
+    if (had_zone_) {
+      setenv("TZ", old_zone_.c_str(), 1);
+    } else {
+      unsetenv("TZ");
+    }
+    system_driver.sys_start();
+  }
+  static void use(const char *zone) {
+    setenv("TZ", zone, 1);
+    system_driver.sys_start();
+  }
+
+  bool had_zone_ = false;
+  std::string old_zone_;
+};
+
+DateTimeRec moment(const char *text) {
+  int f[6];
+  sscanf(text, "%d-%d-%d %d:%d:%d", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5]);
+  return {static_cast<int16_t>(f[0]),
+          static_cast<int8_t>(f[1]),
+          static_cast<int8_t>(f[2]),
+          static_cast<int8_t>(f[3]),
+          static_cast<int8_t>(f[4]),
+          static_cast<int8_t>(f[5]),
+          0,
+          123456};
+}
+
+std::string text(const DateTimeRec &time) {
+  char buffer[64];
+  snprintf(buffer, sizeof buffer, "%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
+           time.minute, time.second);
+  return time.zero == 0 && time.microseconds == 123456 ? buffer : "damaged";
+}
+
+}  // namespace
+
+TEST_F(TimeZone, RulesOfTheDateConverted) {
+  static const struct {
+    const char *zone;
+    const char *local;
+    const char *utc;
+    const char *back;  // null: the local time again
+  } cases[] = {
+      {"UTC", "2024-02-29 12:34:56", "2024-02-29 12:34:56", nullptr},
+      {"UTC", "0001-01-01 00:00:00", "0001-01-01 00:00:00", nullptr},
+      {"UTC", "9999-12-31 23:59:59", "9999-12-31 23:59:59", nullptr},
+      {"Asia/Tokyo", "2024-03-01 08:59:59", "2024-02-29 23:59:59", nullptr},
+      {"Asia/Tokyo", "1949-07-01 12:00:00", "1949-07-01 02:00:00", nullptr},  // summer time of those years
+      {"Asia/Tokyo", "1800-01-01 00:00:00", "1799-12-31 14:41:01", nullptr},  // local mean time
+      {"Asia/Tokyo", "0001-01-01 00:00:00", "0000-12-31 14:41:01", nullptr},
+      {"Asia/Tokyo", "9999-12-31 23:59:59", "9999-12-31 14:59:59", nullptr},
+      {"America/New_York", "2024-01-15 12:00:00", "2024-01-15 17:00:00", nullptr},
+      {"America/New_York", "2024-07-15 12:00:00", "2024-07-15 16:00:00", nullptr},
+      {"America/New_York", "9998-07-15 12:00:00", "9998-07-15 16:00:00", nullptr},
+      {"America/New_York", "9999-12-31 23:59:59", "10000-01-01 04:59:59", nullptr},
+      {"America/New_York", "2024-03-10 01:59:59", "2024-03-10 06:59:59", nullptr},
+      {"America/New_York", "2024-03-10 02:30:00", "2024-03-10 07:30:00", "2024-03-10 03:30:00"},  // skipped
+      {"America/New_York", "2024-03-10 03:00:00", "2024-03-10 07:00:00", nullptr},
+      {"America/New_York", "2024-11-03 00:59:59", "2024-11-03 04:59:59", nullptr},
+      {"America/New_York", "2024-11-03 01:30:00", "2024-11-03 05:30:00", nullptr},  // twice; the first
+      {"America/New_York", "2024-11-03 02:00:00", "2024-11-03 07:00:00", nullptr},
+      {"Pacific/Apia", "2011-12-29 23:59:59", "2011-12-30 09:59:59", nullptr},  // the day after was skipped
+      {"Pacific/Apia", "2011-12-31 00:00:00", "2011-12-30 10:00:00", nullptr},
+      {"Australia/Lord_Howe", "2024-01-01 00:00:00", "2023-12-31 13:00:00", nullptr},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(std::string(c.zone) + " " + c.local);
+    use(c.zone);
+    const DateTimeRec local = moment(c.local);
+    DateTimeRec utc;
+    DateTimeRec back;
+    for (int pass = 0; pass < 2; ++pass) {  // the second time from what was kept
+      EXPECT_EQ(0, system_driver.local_to_utc(&utc, &local));
+      EXPECT_EQ(c.utc, text(utc));
+      EXPECT_EQ(0, system_driver.utc_to_local(&back, &utc));
+      EXPECT_EQ(c.back == nullptr ? c.local : c.back, text(back));
+    }
+    int64_t seconds;
+    EXPECT_EQ(0, system_driver.local_to_seconds(&seconds, &local));
+    EXPECT_EQ(0, system_driver.seconds_to_local(&back, seconds));
+    back.microseconds = 123456;
+    EXPECT_EQ(c.back == nullptr ? c.local : c.back, text(back));
+  }
+}
+
+TEST_F(TimeZone, EveryHourAgreesWithTheSystem) {
+  for (const char *zone : {"Europe/London", "America/St_Johns", "Africa/Casablanca", "Antarctica/Troll"}) {
+    use(zone);
+    // Forwards and then back from another starting point, so that spans are probed and found kept.
+    for (int64_t seconds = -2000000000; seconds < 4000000000; seconds += 3600 * 7 + 1) {
+      DateTimeRec local;
+      system_driver.seconds_to_local(&local, seconds);
+      const time_t time = static_cast<time_t>(seconds);
+      tm expected;
+      localtime_r(&time, &expected);
+      ASSERT_EQ(expected.tm_year + 1900, local.year) << zone << " " << seconds;
+      ASSERT_EQ(expected.tm_yday, [&] {
+        tm day = {};
+        day.tm_year = local.year - 1900;
+        day.tm_mon = local.month - 1;
+        day.tm_mday = local.day;
+        timegm(&day);
+        return day.tm_yday;
+      }());
+      ASSERT_EQ(expected.tm_hour * 3600 + expected.tm_min * 60 + expected.tm_sec,
+                local.hour * 3600 + local.minute * 60 + local.second)
+          << zone << " " << seconds;
+      int64_t back;
+      system_driver.local_to_seconds(&back, &local);
+      DateTimeRec again;
+      system_driver.seconds_to_local(&again, back);
+      ASSERT_EQ(0, memcmp(&local, &again, sizeof local)) << zone << " " << seconds;
+      ASSERT_LE(back, seconds) << zone;  // the first occurrence
+    }
+  }
+}
+
+TEST(TextConvert, BothWays) {
+  static const struct {
+    std::string utf8;
+    std::u16string utf16;
+  } cases[] = {
+      {"", u""},
+      {"abc", u"abc"},
+      {"\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80", u"\u007F\u0080\u07FF\u0800"},
+      {"\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF", u"\uD7FF\uE000\uFFFF"},
+      {"\xF0\x90\x80\x80x\xF4\x8F\xBF\xBF", u"\U00010000x\U0010FFFF"},
+  };
+  for (const auto &c : cases) {
+    const int wide_size = static_cast<int>(c.utf16.size() + 1) * 2;
+    const int narrow_size = static_cast<int>(c.utf8.size() + 1);
+    std::vector<char16_t> wide(c.utf16.size() + 1);
+    EXPECT_EQ(wide_size, system_driver.text_convert(3, 2, c.utf8.c_str(), 0, wide.data(), wide_size, 0));
+    EXPECT_EQ(c.utf16, wide.data());
+    std::vector<char> narrow(c.utf8.size() + 1);
+    EXPECT_EQ(narrow_size,
+              system_driver.text_convert(2, 3, c.utf16.c_str(), 0, narrow.data(), narrow_size, 0));
+    EXPECT_EQ(c.utf8, narrow.data());
+    EXPECT_EQ(-1, system_driver.text_convert(3, 2, c.utf8.c_str(), 0, wide.data(), wide_size - 1, 0));
+    EXPECT_EQ(-1, system_driver.text_convert(2, 3, c.utf16.c_str(), 0, narrow.data(), narrow_size - 1, 0));
+  }
+}
+
+TEST(TextConvert, Failures) {
+  char target[64];
+  for (const char *malformed :
+       {"\x80", "\xC0\x80", "\xC1\xBF", "\xC3", "\xC3x", "\xE0\x9F\xBF", "\xE3\x81", "\xED\xA0\x80",
+        "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF8\x88\x80\x80\x80", "\xFF"}) {
+    EXPECT_EQ(-1, system_driver.text_convert(3, 2, malformed, 0, target, sizeof target, 0)) << malformed;
+  }
+  for (const std::u16string &malformed : {std::u16string{0xD800}, std::u16string{0xDC00},
+                                          std::u16string{0xD800, 'x'}, std::u16string{0xDC00, 0xD800}}) {
+    EXPECT_EQ(-1, system_driver.text_convert(2, 3, malformed.c_str(), 0, target, sizeof target, 0));
+  }
+  EXPECT_EQ(-1, system_driver.text_convert(1, 3, u"abc", 0, target, sizeof target, 0)) << "UTF-16LE to EUC";
+  EXPECT_EQ(-1, system_driver.text_convert(0, 1, "abc", 0, target, sizeof target, 0));
+  EXPECT_EQ(-1, system_driver.text_convert(2, 3, nullptr, 0, target, sizeof target, 0));
+  EXPECT_EQ(8, system_driver.text_convert(3, 1, "abc", 0, target, sizeof target, 0)) << "read as UTF-8";
+}
+
+namespace {
+
+class Pool : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(0, memory_table.mem_start(1)); }
+  void TearDown() override { memory_table.mem_end(); }
+  static MemoryStats stats() {
+    MemoryStats stats;
+    memory_table.mem_stats(&stats);
+    return stats;
+  }
+};
+
+}  // namespace
+
+TEST_F(Pool, SmallBlocksFillTheArena) {
+  std::vector<void *> blocks;
+  for (void *block; (block = mem_alloc(100)) != nullptr;) {
+    ASSERT_EQ(0u, reinterpret_cast<uintptr_t>(block) % 16);
+    memset(block, 0x5A, 124);
+    blocks.push_back(block);
+  }
+  EXPECT_EQ(8160u, blocks.size());
+  EXPECT_EQ(nullptr, mem_alloc(1));
+  mem_free(blocks[1000]);
+  EXPECT_EQ(nullptr, mem_alloc(125));
+  EXPECT_EQ(blocks[1000], mem_alloc(124));
+  mem_free(blocks[7]);
+  mem_free(blocks[7]);  // a second free of the same block does nothing
+  EXPECT_EQ(blocks[7], mem_alloc(61));
+  EXPECT_EQ(nullptr, mem_alloc(100));
+}
+
+TEST_F(Pool, ClassesAndCounts) {
+  static const struct {
+    size_t request;
+    int32_t in_use;  // bytes
+    int32_t carved;
+  } cases[] = {
+      {0, 8, 4096},          {4, 8, 4096},       {5, 16, 4096},       {124, 128, 4096},
+      {125, 256, 4096},      {2044, 2048, 4096}, {2045, 4096, 8192},  {4092, 4096, 8192},
+      {4093, 4096, 8192},    {8188, 4096, 8192}, {8189, 8192, 12288}, {12284, 8192, 12288},
+      {12285, 16384, 20480},
+  };
+  for (const auto &c : cases) {
+    memory_table.mem_end();
+    ASSERT_EQ(0, memory_table.mem_start(1));
+    void *block = mem_alloc(c.request);
+    ASSERT_NE(nullptr, block) << c.request;
+    memset(block, 0x5A, c.request);
+    EXPECT_EQ(c.in_use, stats().bytes_in_use) << c.request;
+    EXPECT_EQ(c.carved, stats().bytes_carved) << c.request;
+    mem_free(block);
+    EXPECT_EQ(0, stats().bytes_in_use);
+    EXPECT_EQ(c.carved, stats().bytes_carved);
+    EXPECT_EQ(block, mem_alloc(c.request));
+  }
+  EXPECT_EQ(nullptr, mem_alloc(2000000));
+  EXPECT_EQ(nullptr, mem_alloc(SIZE_MAX));
+}
+
+TEST_F(Pool, Statistics) {
+  void *a = mem_alloc(100);
+  void *b = mem_alloc(5000);
+  a = mem_realloc(a, 200);
+  mem_free(b);
+  mem_free(nullptr);
+  const MemoryStats s = stats();
+  EXPECT_EQ(1, s.pool_active);
+  EXPECT_EQ(2, s.alloc_calls);
+  EXPECT_EQ(1, s.free_calls);
+  EXPECT_EQ(1, s.realloc_calls);
+  EXPECT_EQ(5000, s.largest_request);
+  EXPECT_EQ(5300, s.total_requested);
+  EXPECT_EQ(256, s.bytes_in_use);
+  EXPECT_EQ(4096 + 4096 - 256 + 4096, s.bytes_free_listed);
+  EXPECT_EQ(4096 + 4096 + 8192, s.bytes_carved);
+  EXPECT_EQ(1048576, s.arena_size);
+  memory_table.mem_stats(nullptr);
+}
+
+TEST_F(Pool, Reallocation) {
+  char *block = static_cast<char *>(mem_realloc(nullptr, 100));
+  memset(block, 'a', 124);
+  EXPECT_EQ(block, mem_realloc(block, 124));
+  EXPECT_EQ(block, mem_realloc(block, 61));
+  char *larger = static_cast<char *>(mem_realloc(block, 10000));
+  EXPECT_EQ(std::string(124, 'a'), std::string(larger, 124));
+  EXPECT_EQ(block, mem_alloc(100)) << "the old block was freed";
+  char *smaller = static_cast<char *>(mem_realloc(larger, 20));
+  EXPECT_EQ(std::string(20, 'a'), std::string(smaller, 20));
+  EXPECT_EQ(nullptr, mem_realloc(smaller, 2000000));
+  EXPECT_EQ(std::string(20, 'a'), std::string(smaller, 20)) << "a failure leaves the block as it was";
+}
+
+TEST_F(Pool, RandomUseKeepsBlocksApart) {
+  test::Random random;
+  struct Held {
+    char *block;
+    size_t size;
+    char fill;
+  };
+  std::vector<Held> held;
+  for (int i = 0; i < 20000; ++i) {
+    if (held.empty() || random.below(5) < 2) {
+      const size_t size = static_cast<size_t>(random.below(random.one_in(10) ? 20000 : 300));
+      char *block = static_cast<char *>(mem_alloc(size));
+      if (block == nullptr) continue;
+      memset(block, i, size);
+      held.push_back({block, size, static_cast<char>(i)});
+      continue;
+    }
+    const size_t chosen = static_cast<size_t>(random.below(static_cast<int>(held.size())));
+    Held &one = held[chosen];
+    ASSERT_EQ(static_cast<ptrdiff_t>(one.size), std::count(one.block, one.block + one.size, one.fill));
+    const size_t size = static_cast<size_t>(random.below(2000));
+    void *moved = random.one_in(2) ? mem_realloc(one.block, size) : nullptr;
+    if (moved != nullptr) {
+      one.block = static_cast<char *>(moved);
+      const size_t kept = std::min(size, one.size);
+      ASSERT_EQ(static_cast<ptrdiff_t>(kept), std::count(one.block, one.block + kept, one.fill));
+      memset(one.block, one.fill, size);
+      one.size = size;
+    } else {
+      mem_free(one.block);
+      one = held.back();
+      held.pop_back();
+    }
+  }
+  for (const Held &one : held) mem_free(one.block);
+  EXPECT_EQ(0, stats().bytes_in_use);
+}
+
+TEST_F(Pool, ThreadsShareIt) {
+  const auto work = [] {
+    for (int i = 0; i < 20000; ++i) mem_free(mem_realloc(mem_alloc(static_cast<size_t>(i % 100)), 500));
+  };
+  std::thread other(work);
+  work();
+  other.join();
+  EXPECT_EQ(0, stats().bytes_in_use);
+  EXPECT_EQ(40000, stats().alloc_calls);
+}
+
+TEST(MemoryTableTest, WithoutAPool) {
+  EXPECT_EQ(0, memory_table.mem_start(0));
+  EXPECT_EQ(0, memory_table.mem_start(-1));
+  memory_table.mem_end();
+  MemoryStats stats;
+  memset(&stats, 1, sizeof stats);
+  memory_table.mem_stats(&stats);
+  EXPECT_EQ(0, stats.pool_active);
+  EXPECT_EQ(0, stats.arena_size);
+  void *block = mem_alloc(3000000);
+  EXPECT_NE(nullptr, block);
+  mem_free(block);
+  ASSERT_EQ(0, memory_table.mem_start(2));
+  EXPECT_EQ(-1, memory_table.mem_start(2)) << "one pool at a time";
+  memory_table.mem_end();
 }
