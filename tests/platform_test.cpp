@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <algorithm>
@@ -17,6 +18,37 @@
 #include "support.h"
 
 using namespace tovik;
+
+namespace {
+
+// What the file driver flushed since the last look, in order.
+std::string flushes;
+int failing_directory_flushes = 0;
+
+std::string take_flushes() {
+  std::string taken;
+  taken.swap(flushes);
+  return taken;
+}
+
+}  // namespace
+
+// These stand before the C library's.
+extern "C" int fdatasync(int file) {
+  flushes += "file ";
+  return static_cast<int>(syscall(SYS_fdatasync, file));
+}
+
+extern "C" int fsync(int directory) {
+  if (failing_directory_flushes > 0) {
+    --failing_directory_flushes;
+    flushes += "directory-failed ";
+    errno = EIO;
+    return -1;
+  }
+  flushes += "directory ";
+  return static_cast<int>(syscall(SYS_fsync, directory));
+}
 
 namespace {
 
@@ -161,6 +193,26 @@ TEST_F(FileDriver, LocksExcludeOpensAndProcesses) {
   file_driver.file_close(mine);
   EXPECT_EQ(-1, file_driver.file_lock(mine, file_lock_shared, 0, 1));
   EXPECT_EQ(-1, file_driver.file_lock_test(mine, file_lock_shared, 0, 1));
+}
+
+TEST_F(FileDriver, FirstFlushOfACreatedFileFlushesItsDirectory) {
+  take_flushes();  // those of earlier tests
+  const DriverHandle created = create("a.dat");
+  EXPECT_EQ("", take_flushes());
+  failing_directory_flushes = 1;
+  EXPECT_EQ(-1, file_driver.file_sync(created)) << "not durable before its directory is";
+  EXPECT_EQ("file directory-failed ", take_flushes());
+  EXPECT_EQ(0, file_driver.file_sync(created));
+  EXPECT_EQ("file directory ", take_flushes());
+  EXPECT_EQ(0, file_driver.file_sync(created));
+  EXPECT_EQ("file ", take_flushes());
+  const DriverHandle opened = create("a.dat");
+  EXPECT_EQ(0, file_driver.file_sync(opened));
+  EXPECT_EQ("file ", take_flushes());
+  file_driver.file_close(opened);
+  file_driver.file_close(created);
+  EXPECT_EQ(0, file_driver.dir_sync(name("a.dat").c_str()));
+  EXPECT_EQ("directory ", take_flushes());
 }
 
 TEST_F(FileDriver, ManyUnflushedCreations) {

@@ -54,10 +54,22 @@ int directory_open(const char *name) {
   return open(path.text(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
-int flush_and_close(int directory) {
-  const int result = fsync(directory);
-  close(directory);
-  return done(result);
+// A file system that cannot flush directories (EINVAL) keeps their entries safe by its own means.
+bool flush_directory(int directory) {
+  int result;
+  do {
+    result = fsync(directory);
+  } while (result != 0 && errno == EINTR);
+  return result == 0 || errno == EINVAL;
+}
+
+bool creation_put(int file, int directory) {
+  std::lock_guard<std::mutex> guard(creations_lock);
+  const int count = creation_count.load(std::memory_order_relaxed);
+  if (count == creation_limit) return false;
+  creations[count] = {file, directory};
+  creation_count.store(count + 1, std::memory_order_release);
+  return true;
 }
 
 // Notes that file's first flush owes a flush of its directory. When the table is full the debt is paid at
@@ -65,16 +77,10 @@ int flush_and_close(int directory) {
 bool creation_note(int file, const char *name) {
   const int directory = directory_open(name);
   if (directory < 0) return false;
-  {
-    std::lock_guard<std::mutex> guard(creations_lock);
-    const int count = creation_count.load(std::memory_order_relaxed);
-    if (count < creation_limit) {
-      creations[count] = {file, directory};
-      creation_count.store(count + 1, std::memory_order_release);
-      return true;
-    }
-  }
-  return flush_and_close(directory) == 0;
+  if (creation_put(file, directory)) return true;
+  const bool flushed = flush_directory(directory);
+  close(directory);
+  return flushed;
 }
 
 // Takes file out of the table; the descriptor of its directory, or -1 when it is not there.
@@ -151,7 +157,7 @@ int close_file(DriverHandle handle) {
   const int file = descriptor_of(handle);
   const int directory = creation_take(file);  // before the number can be given to another file
   if (directory >= 0) close(directory);
-  return done(close(file));
+  return close(file) == 0 || errno == EINTR ? 0 : -1;  // interrupted, but the descriptor is gone
 }
 
 int64_t read_file(DriverHandle handle, void *buffer, int64_t length, int64_t offset) {
@@ -198,7 +204,11 @@ int sync_file(DriverHandle handle) {
   } while (result != 0 && errno == EINTR);
   if (result != 0) return -1;
   const int directory = creation_take(file);
-  return directory < 0 ? 0 : flush_and_close(directory);
+  if (directory < 0) return 0;
+  const bool flushed = flush_directory(directory);
+  if (!flushed && creation_put(file, directory)) return -1;  // still owed
+  close(directory);
+  return flushed ? 0 : -1;
 }
 
 int truncate_file(DriverHandle handle, int64_t length) {
@@ -321,7 +331,10 @@ int info_of_file(const char *name, FileInfo *info) {
 
 int sync_directory(const char *name) {
   const int directory = directory_open(name);
-  return directory < 0 ? -1 : flush_and_close(directory);
+  if (directory < 0) return -1;
+  const bool flushed = flush_directory(directory);
+  close(directory);
+  return flushed ? 0 : -1;
 }
 
 }  // namespace

@@ -110,7 +110,7 @@ void local_now(DateTimeRec *now) {
   if (now == nullptr) return;
   timespec time;
   clock_gettime(CLOCK_REALTIME, &time);
-  seconds_to_local(now, time.tv_sec);
+  time_zone_seconds_to_local(now, time.tv_sec);
   now->microseconds = static_cast<int32_t>(time.tv_nsec / 1000);
 }
 
@@ -191,10 +191,10 @@ SystemDriver system_driver = {
     nullptr,  // cipher_driver
     nullptr,  // report_driver_error: the I/O layer fills it
     environment_get,
-    local_to_utc,
-    utc_to_local,
-    local_to_seconds,
-    seconds_to_local,
+    time_zone_local_to_utc,
+    time_zone_utc_to_local,
+    time_zone_local_to_seconds,
+    time_zone_seconds_to_local,
     text_convert,
 };
 

@@ -141,23 +141,23 @@ void time_zone_start() {
   current_zone.store(next == 0 ? 1 : next, std::memory_order_relaxed);
 }
 
-int local_to_utc(DateTimeRec *utc, const DateTimeRec *local) {
+int time_zone_local_to_utc(DateTimeRec *utc, const DateTimeRec *local) {
   *utc = from_plain_seconds(local_to_utc_seconds(plain_seconds(*local)), local->microseconds);
   return 0;
 }
 
-int utc_to_local(DateTimeRec *local, const DateTimeRec *utc) {
+int time_zone_utc_to_local(DateTimeRec *local, const DateTimeRec *utc) {
   const int64_t seconds = plain_seconds(*utc);
   *local = from_plain_seconds(seconds + offset_at(seconds), utc->microseconds);
   return 0;
 }
 
-int local_to_seconds(int64_t *seconds, const DateTimeRec *local) {
+int time_zone_local_to_seconds(int64_t *seconds, const DateTimeRec *local) {
   *seconds = local_to_utc_seconds(plain_seconds(*local));
   return 0;
 }
 
-int seconds_to_local(DateTimeRec *local, int64_t seconds) {
+int time_zone_seconds_to_local(DateTimeRec *local, int64_t seconds) {
   *local = from_plain_seconds(seconds + offset_at(seconds), 0);
   return 0;
 }

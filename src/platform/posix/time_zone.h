@@ -10,9 +10,9 @@ namespace tovik {
 // Reads the process's time zone. Called when the platform starts; a later change of the zone is not followed.
 void time_zone_start();
 
-int local_to_utc(DateTimeRec *utc, const DateTimeRec *local);
-int utc_to_local(DateTimeRec *local, const DateTimeRec *utc);
-int local_to_seconds(int64_t *seconds, const DateTimeRec *local);
-int seconds_to_local(DateTimeRec *local, int64_t seconds);
+int time_zone_local_to_utc(DateTimeRec *utc, const DateTimeRec *local);
+int time_zone_utc_to_local(DateTimeRec *local, const DateTimeRec *utc);
+int time_zone_local_to_seconds(int64_t *seconds, const DateTimeRec *local);
+int time_zone_seconds_to_local(DateTimeRec *local, int64_t seconds);
 
 }  // namespace tovik
