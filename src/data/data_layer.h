@@ -18,6 +18,7 @@ struct DataSystems {
   Btree *btrees;
   RowSystem *index_descriptors;  // of the B-trees; held from btree_*_system to the close
   RowSystem *index_counters;
+  int open_levels;  // transaction levels open now, whoever owns them
 };
 
 inline DataSystems &data_systems(const StorageManager &sm) {

@@ -41,11 +41,12 @@ struct RowSystem {
   RowNo number;          // row number of the descriptor
   RowNo autoinc_number;  // of the auto-increment record, kinds with one
   RowKind kind;
-  int32_t row_size;  // slot size: flag byte and data
+  int32_t row_size;     // slot size: flag byte and data
+  uint32_t block_size;  // of the database
   RowCounters counters[tran_level_limit + 1];
   AutoIncrement autoinc[tran_level_limit + 1];
-  bool counters_changed;  // the current level's set differs from its record
-  bool autoinc_changed;
+  bool counters_changed[tran_level_limit + 1];  // the level's set differs from its record
+  bool autoinc_changed[tran_level_limit + 1];
   HandleState state;
   RowSystem *next;  // list of the storage manager, newest first
 };
@@ -67,56 +68,67 @@ inline uint32_t row_active_count(RowSystem &rows) {
 [[nodiscard]] bool row_system_create_system(StorageManager &sm);
 [[nodiscard]] bool row_system_open_system(StorageManager &sm);
 
-// data_size (4 and up) bytes per slot; for variable kinds link and piece together. init, step, next: defaults
-// 1, 1, init when not positive. Returned handles are held: row_system_close gives them back. 30001 to 30024.
+// data_size bytes per slot: 4 and up; for variable kinds link and piece together, 5 and up. init, step, next:
+// defaults 1, 1, init when not positive. Returned handles are held: row_system_close gives them back. 30001,
+// 30003, 30024, 121001, 1.
 RowSystem *row_system_create(StorageManager &sm, RowKind kind, int data_size, int64_t init, int step,
                              int64_t next);
-RowSystem *row_system_open(RowNo number, StorageManager &sm);  // 30021 and read failures
-[[nodiscard]] bool row_system_drop(RowSystem *rows);           // frees pages and descriptor; ends the hold
-void row_system_close(RowSystem *rows);
+RowSystem *row_system_open(RowNo number, StorageManager &sm);  // 30021, 30019 and read failures
+// Frees pages and descriptor and ends the hold; a failure leaves the hold with the caller. 30032, 30034.
+[[nodiscard]] bool row_system_drop(RowSystem *rows);
+void row_system_close(RowSystem *rows);  // null is ignored
 
-// Reads descriptor and auto-increment record again into level 0.
+// Reads descriptor and auto-increment record again into level 0; 30021 when the row system is no more.
 [[nodiscard]] bool row_system_reload(RowSystem &rows);
-[[nodiscard]] bool row_systems_reload_all(StorageManager &sm);  // after another process's commit
-[[nodiscard]] bool row_systems_write_counters(StorageManager &sm);
+// After another process's commit. Handles of row systems that are no more become HandleState::gone.
+[[nodiscard]] bool row_systems_reload_all(StorageManager &sm);
+[[nodiscard]] bool row_systems_write_counters(StorageManager &sm);  // 30022, 30023
 
-// length: exactly row size - 1 for fixed kinds. 30010, 30015, 30020 ...
+// length: exactly row size - 1 for fixed kinds, 1 and up for variable ones. A failure leaves nothing behind.
+// 30010, 30015, 30028, 121001.
 [[nodiscard]] bool row_insert(RowSystem &rows, const void *data, int length, RowNo *row);
-// Fixed kinds rewrite in place; variable kinds replace the chain, and *row becomes the new number.
+// Fixed kinds rewrite in place; variable kinds replace the chain, and *row becomes the new number. 30010,
+// 30015, 30020, 30031.
 [[nodiscard]] bool row_update(RowSystem &rows, RowNo *row, const void *data, int length);
 enum class RowRead { active, deleted, failed };
-[[nodiscard]] RowRead row_delete(RowSystem &rows, RowNo row);  // deleted: the slot was deleted before
-// next (optional, fixed kinds): row number of the following slot.
+// active: deleted now, a variable value with every piece; deleted: the slot was deleted before. 30015, 30031.
+[[nodiscard]] RowRead row_delete(RowSystem &rows, RowNo row);
+// The first length bytes of a slot's data. next (optional): position of the following slot. 30010, 30015.
 [[nodiscard]] RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length, RowNo *next);
-// A variable value of length bytes, following the links from row; offset bytes are skipped.
+// The first length bytes of a variable value, following the links from row. 30010, 30014, 30031.
 [[nodiscard]] bool row_read_variable(RowSystem &rows, RowNo row, void *buffer, int length);
 
-// 1 when row is the first slot of the stream.
+// 1 when row is the first slot of the stream. 30008.
 [[nodiscard]] bool row_previous(RowSystem &rows, RowNo row, RowNo *previous);
 
+// last: the last slot ever allocated, 0 when there is none (or, with a status, when it cannot be found).
 enum class RowPosition { first, last, new_offset, free_head, insert };
 RowNo row_position(RowSystem &rows, RowPosition which);
 
 // The slot position after row, along the stream (0 when the stream does not continue).
 [[nodiscard]] bool row_next_position(RowSystem &rows, RowNo row, RowNo *next);
 
+// The calling thread's level. Without an auto-increment counter: zeros, and 30035 from the other two. advance
+// refuses with 113002 to leave the 64-bit range.
 AutoIncrement row_autoinc_get(RowSystem &rows);
-[[nodiscard]] bool row_autoinc_set(RowSystem &rows, int64_t init, int step, int64_t next);  // 30035
-[[nodiscard]] bool row_autoinc_advance(RowSystem &rows);                                    // 30035
+[[nodiscard]] bool row_autoinc_set(RowSystem &rows, int64_t init, int step, int64_t next);
+[[nodiscard]] bool row_autoinc_advance(RowSystem &rows);
 
 // A forward scan of the active rows, in stream order, that keeps its place: while it runs it holds the page
 // of its slot; row_scan_pause lets the page go (the place stays), which callers do before they return to the
-// application or end a transaction.
+// application or begin or end a transaction. Rows inserted meanwhile behind the place are delivered too.
 struct RowScan {
   RowSystem *rows = nullptr;
   Page page;
-  BlockNo block = 0;        // page of the next slot
-  uint32_t offset = 0;      // of the next slot in it
-  uint32_t pages_left = 0;  // a damaged chain cannot loop for ever
+  const RowCounters *counters = nullptr;  // of the level in use while the page is held
+  BlockNo block = 0;                      // page of the next slot
+  uint32_t offset = 0;                    // of the next slot in it
+  uint32_t pages_passed = 0;              // a damaged chain cannot loop for ever
 };
 
 void row_scan_start(RowScan &scan, RowSystem &rows);
 enum class RowFetch { row, end, failed };
+// The first length bytes of the next active row. 30007, 30009, 30010, 30015.
 [[nodiscard]] RowFetch row_scan_next(RowScan &scan, void *buffer, int length, RowNo *row);
 void row_scan_pause(RowScan &scan);
 
