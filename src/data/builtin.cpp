@@ -167,7 +167,7 @@ void set_result(const BuiltinRow &row, const Value *arguments, Value &result) {
   result.kind = value_kind::computed;
   result.type = result_type(row, arguments);
   result.declared = row.display;
-  result.flags = 0;
+  result.flags = row.category == Category::aggregate ? value_aggregate : 0;
 }
 
 void set_null(const BuiltinRow &row, const Value *arguments, Value &result) {
@@ -209,7 +209,33 @@ bool builtin_prepare(int number, const Value *arguments, int count, Value &resul
     }
   }
   set_result(*row, arguments, result);
+  if (number == builtin::nvl) {
+    const Value &chosen = arguments[0].is_null() ? arguments[1] : arguments[0];
+    result.type = chosen.type;
+    result.declared = chosen.declared;
+    result.flags = chosen.flags & value_null;
+  }
   return true;
+}
+
+bool builtin_evaluate(int number, const Value *arguments, int count, MemoryPool &pool, Value &result) {
+  const BuiltinRow *row = builtin_row(number);
+  if (row == nullptr || row->category == Category::aggregate) return fail(status::function_argument);
+  if (null_gives_null(*row) && any_null(arguments, count)) {
+    set_null(*row, arguments, result);
+    return true;
+  }
+  set_result(*row, arguments, result);
+  switch (row->category) {
+    case Category::mathematics:
+      return builtin_mathematics(number, arguments, count, result);
+    case Category::text:
+      return builtin_text(number, arguments, count, pool, result);
+    case Category::datetime:
+      return builtin_datetime(number, arguments, count, pool, result);
+    default:
+      return builtin_conversion(number, arguments, count, pool, result);
+  }
 }
 
 }  // namespace tovik

@@ -1,7 +1,8 @@
 // The 76 built-in functions: one sorted table, argument checks at preparation, one evaluator per category.
 // Character functions work on whole characters of the current character set.
 //
-// Functions of the first three categories give NULL for a NULL argument without being evaluated.
+// Functions of the first three categories give NULL for a NULL argument without being evaluated. No
+// function's result may be one of its arguments.
 #pragma once
 
 #include "data/memory_pool.h"

@@ -103,6 +103,13 @@ char *double_to_text(double value, int precision, char *text) {
   return text;
 }
 
+int64_t double_to_integer(double value) {
+  constexpr double limit = 9223372036854775808.0;
+  if (std::isnan(value)) return 0;
+  if (value >= limit) return std::numeric_limits<int64_t>::max();
+  return value < -limit ? std::numeric_limits<int64_t>::min() : static_cast<int64_t>(value);
+}
+
 double float32_rounded(float value) {
   char text[number_text_size];
   const char *end =

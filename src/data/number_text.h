@@ -25,6 +25,9 @@ char *integer_to_text(int64_t value, char *text);               // "%lld"
 char *double_to_text(double value, int precision, char *text);  // "%.<precision>e", precision up to 17
 inline constexpr int float32_precision = 6, float64_precision = 14;
 
+// The whole part, the nearest limit for what is outside 64 bits, 0 for what is no number.
+int64_t double_to_integer(double value);
+
 // A single as it is handed out and compared: rounded to seven significant digits.
 double float32_rounded(float value);
 
