@@ -449,7 +449,6 @@ TEST_F(TypesTest, RandomStoredValuesAreOrderedAlikeByEveryRoad) {
     SCOPED_TRACE(type_row(code)->name);
     for (int i = 0; i < 4000; ++i) {
       const std::vector<uint8_t> a = random_stored(random, code), b = random_stored(random, code);
-      // Whole numbers beyond a double's digits are beyond the reference.
       const int expected = reference_order(reference_of(code, a), reference_of(code, b));
       int general = 9;
       ASSERT_TRUE(compare_stored(code, a.data(), text_size, code, b.data(), &general));
