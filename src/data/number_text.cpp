@@ -76,6 +76,7 @@ NumberText text_to_double(const char *text, double *value) {
   const bool hex = start[0] == '0' && (start[1] | 0x20) == 'x';
   if (hex) start += 2;
   if (hex && hex_or_decimal_digit(*start, true) < 0 && *start != '.') return NumberText::partial;
+  if (hex && strstr(start, "+-") != nullptr) return NumberText::partial;  // from_chars would take both signs
 
   const char *end = start + strlen(start);
   const std::chars_format format = hex ? std::chars_format::hex : std::chars_format::general;
