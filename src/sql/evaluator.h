@@ -2,6 +2,8 @@
 // binds column names, types and coerces literals, checks operand types and rewrites the tree in place; the
 // evaluation pass, once per row, does no name look-up, no parsing of literals and no allocation but for new
 // texts. Conditions are three-valued: a truth value is 1, 0 or -1 (unknown).
+//
+// Integer arithmetic is that of 64-bit two's complement: a result outside the range wraps around.
 #pragma once
 
 #include "data/builtin.h"
@@ -11,6 +13,8 @@
 
 namespace tovik {
 
+// Operands pass from node to node in the callers' frames; the stack holds the arguments of the function calls
+// that are being computed, and is empty between two expressions.
 struct ValueStack {
   Array<Value> values;
 };
@@ -28,25 +32,35 @@ struct EvalContext {
 
 enum class CheckLabels { none, build };
 
+// A further flag of checked values: an aggregate call in the expression has DISTINCT.
+inline constexpr uint16_t value_distinct = 16;
+
+// Operators inside operators; a deeper tree is refused by its check with 150004, so that no walk over a
+// checked tree exhausts the thread's stack.
+inline constexpr int expression_depth_limit = 5000;
+
 // Check pass over the tree under expression; *result (optional) tells type, flags and label of its value. A
-// literal result is typed. The tree may be checked once only. Statuses 50001, 50012, 50013, 150002 to 150008,
-// 153xxx.
+// literal result is typed and carries its datum. The label is built for every expression, or with none only
+// known for columns and literals (else null); it stays valid as long as the pool does. The tree may be
+// checked once only. Statuses 50001, 50010, 50012, 50013, 150002 to 150008, 153xxx.
 [[nodiscard]] bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Value *result);
 [[nodiscard]] bool condition_check(EvalContext &context, Node *condition);  // must be a truth value: 150004
 
 enum class EvalMode {
-  row,   // evaluates a row; an aggregate call folds the row into its accumulator
-  total  // after the last row: aggregate calls give their final values
+  row,   // evaluates a row; an aggregate call folds the row into its accumulator and is NULL itself
+  total  // after the last row: aggregate calls give their final values, columns are NULL
 };
 
-// Evaluation pass. Texts in *result live in the handles' records or in the pool. 151001, 50010, 150004 ...
+// Evaluation pass over a checked tree. Texts in *result live in the tree, in the handles' records or in the
+// pool. A column value keeps its own type in declared, a date-time result the type it is shown as. 150003 to
+// 150006, 151001, 50010, 110002 and the statuses of functions and dates.
 [[nodiscard]] bool expr_evaluate(EvalContext &context, const Node *expression, EvalMode mode, Value *result);
 
 enum class Truth : int { unknown = -1, no = 0, yes = 1 };
 [[nodiscard]] bool condition_evaluate(EvalContext &context, const Node *condition, Truth *truth);
 
-// A column by name among the tables in FROM order; table is null for an unqualified name. False with 150008
-// (50001 without a name or tables).
+// A column by name among the tables in FROM order; table (alias or name) is null for an unqualified name.
+// False with 150008, or 50001 without a name or tables.
 [[nodiscard]] bool column_lookup(TableAccess *tables, const char *table, const char *name, ColumnRef *found,
                                  TableAccess **access);
 
