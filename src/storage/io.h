@@ -3,9 +3,15 @@
 // set of drivers, one list of open IO objects, one lock around each driver call on a storage's bytes.
 //
 // Driver numbers: 0 and up the built-in drivers (0 the file driver), 100 to 109 the added-driver slots (100
-// the memory store).
+// the memory store). An operation on a number without a driver, or with a required pointer missing, fails
+// with 11101. A driver that lacks an operation fails it with the operation's own status, except that locks
+// are then always granted and a flush or a close has nothing to do.
+//
+// io_create, io_open, io_remove, io_exists, the block transfers, io_size, io_sync and io_truncate hold the
+// I/O lock around their driver call. io_close does not: its caller holds it.
 #pragma once
 
+#include "frame/error.h"
 #include "platform/platform.h"
 #include "storage/bytes.h"
 #include "storage/params.h"
@@ -36,13 +42,14 @@ struct IoObject {
 // Closes the IO objects still open, ends the drivers and the platform. Must not run beside other users.
 void io_term();
 
-bool io_initialised();
+bool io_initialised();  // also the library's "initialised" for parameter blocks and storage managers
 bool io_driver_kind_is(int driver_no, int32_t kind);
-Lock *io_lock_object();  // the process-wide I/O lock; recursive
+bool io_can_rename(int driver_no);  // storages can be kept under another name
+Lock *io_lock_object();             // the process-wide I/O lock; recursive
 
 IoObject *io_create(int driver_no, const IoParams &params, const char *name, int file_kind);  // 11101, 101
 IoObject *io_open(int driver_no, const IoParams &params, const char *name, int file_kind);    // 11101, 102
-[[nodiscard]] bool io_close(IoObject *object);                                                // 11104, 103
+[[nodiscard]] bool io_close(IoObject *object);  // 11104, 103; the object is gone either way
 
 [[nodiscard]] bool io_remove(int driver_no, const char *name);                           // 11101, 108
 bool io_exists(int driver_no, const char *name);                                         // records nothing
@@ -64,5 +71,11 @@ Directory *io_find_first(int driver_no, const char *directory);                 
 [[nodiscard]] bool io_find_close(int driver_no, Directory *listing);                      // 11101, 119
 int io_find_next(int driver_no, Directory *listing, char name[256]);                      // 1, 0, -1 with 120
 bool io_stat(int driver_no, const char *name, FileInfo *info);  // true for a regular file; records nothing
+
+// Records code with the block number as its detail.
+[[nodiscard]] inline bool fail_at_block(StatusCode code, BlockNo block) {
+  err_set_full(code, nullptr, nullptr, 0, false, block, 0);
+  return false;
+}
 
 }  // namespace tovik
