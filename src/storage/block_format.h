@@ -16,8 +16,18 @@ enum class DatabaseType : uint8_t { ordinary = 0, temporary = 1 };
 inline constexpr uint32_t pstat_deleted = 1;
 
 inline constexpr int common_header_size = 0xD0;
+inline constexpr char header_magic[4] = {'K', 'L', 'D', '\0'};
+inline constexpr int header_version = 3;
+inline constexpr int header_minor = 2;
+inline constexpr int header_format = 2;
+
 inline constexpr int storage_name_size = 256;  // with the terminator
+inline constexpr int memory_name_size = 32;    // of a storage in memory
 using StorageName = char[storage_name_size];
+
+inline constexpr char default_suffix_dat[] = ".dat";
+inline constexpr char default_suffix_trn[] = ".trn";
+inline constexpr char default_suffix_tmp[] = ".tmp";
 
 // Block counters of a part; a transaction level keeps its own copy of the DAT part's.
 struct Counters {
@@ -74,12 +84,21 @@ void header_set_common(HeaderRecord &header, const CommonHeader &fields);  // en
 // Fills block (zeroed by the callee, block_size bytes) with the header of part.
 void header_encode(const HeaderRecord &header, PartNo part, uint8_t *block, int block_size);
 
-// Takes the part's header from block; the common header only for DAT while the in-memory magic is empty.
-// Statuses 20001 (TRN first), 20003 (magic differs).
+// Takes the part's header from block. While the in-memory magic is empty the common header is taken too, for
+// DAT only, and header_validate must follow. Otherwise the block's magic must be the in-memory one and its
+// values must be possible (part number, counters, a committed map); header is changed only on success.
+// Statuses 20001 (TRN first), 20003 (magic differs), 20019 (impossible values).
 [[nodiscard]] bool header_decode(HeaderRecord &header, PartNo part, const uint8_t *block);
 
-// The checks at open, in order. Statuses 20003, 20020, 20004, 20019, 20005, 20013, 20014, 120111, 120106.
+// The checks at open, in order: magic, byte order, version, format, use type, storage type, block size,
+// language, then that the layout is the one asked for (20013) and that the values are possible (20019).
+// CHECK_IGNORE skips version, use type, storage type and language. Statuses 20003, 20020, 20004, 20019,
+// 20005, 20013, 20014, 120111.
 [[nodiscard]] bool header_validate(const HeaderRecord &header, const Params &params);
+
+// Whether block holds a header of part that is not marked deleted: of any database, or with expected of the
+// one whose common header is exactly that.
+bool header_is(const uint8_t *block, PartNo part, const HeaderRecord *expected);
 
 // Layout attributes of a manage type.
 bool layout_single(ManageType type);   // one storage for both parts

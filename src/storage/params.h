@@ -1,6 +1,7 @@
 // The parameter block: a parsed database parameter string ("NAME=orders;PATH=...;SIZE_DAT=10M"), owned by the
-// database object. Keys match without regard to case; unknown keys stay in the raw list for look-ups by name
-// and are otherwise ignored; the last of repeated keys wins, except PATH, where the first does.
+// database object. Keys match without regard to case; items without a value are ignored; unknown keys stay in
+// the raw list for look-ups by name and are otherwise ignored; the last of repeated keys wins, except PATH,
+// where the first does. A NAME with a directory sets both.
 #pragma once
 
 #include <cstdint>
@@ -33,12 +34,16 @@ struct IoParams {
 };
 
 struct ParamPair {
-  const char *key;
-  const char *value;  // "" for a bare key
+  char *key;  // one memory block with the value behind it
+  const char *value;
 };
 
+// The application's version word in header blocks; this engine leaves it 0.
+inline constexpr int32_t application_version = 0;
+
 struct Params {
-  Array<ParamPair> raw;  // every item in order; owns its texts
+  Array<ParamPair> raw;  // the default suffixes, then every item with a value, in order; owns the texts
+  char *name_directory;  // the directory that NAME gave, owned, null when none
   int32_t use_type;
   ManageType manage_type;
   IoParams io;
@@ -84,7 +89,10 @@ Params *param_create(const char *text);
 
 void param_destroy(Params *params);  // null is ignored
 
-// Checks the block, settles manage type, driver number and sizes in blocks. Statuses 112xxx.
+// Checks the block, settles manage type and driver number and, for creation, the sizes in blocks. Beyond the
+// checks of a single value it refuses what could not work: cache, hash and map sizes below 1 or a negative
+// CACHE_RTS (112017), size texts out of range (112013) or in sectors without a sector size (112017), suffixes
+// that name one file (112019), storage names over 255 characters, 31 in memory (112012). Statuses 112xxx.
 [[nodiscard]] bool param_check(Params &params, bool for_creation);
 
 // The value of the last raw item with that key (any case), or null.

@@ -1,0 +1,289 @@
+#include "storage/params.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "storage/block_format.h"
+#include "storage_support.h"
+
+using namespace tovik;
+using namespace tovik::test;
+
+namespace {
+
+struct Destroy {
+  void operator()(Params *params) const { param_destroy(params); }
+};
+using Block = std::unique_ptr<Params, Destroy>;
+
+class Parameters : public ::testing::Test {
+ protected:
+  Parameters() : engine_("") {}
+
+  // The status that the check of text ends in, 0 when it passes.
+  static StatusCode check(const std::string &text, bool for_creation = true) {
+    err_clear();
+    Block params(param_create(text.c_str()));
+    if (params != nullptr && param_check(*params, for_creation)) return 0;
+    EXPECT_EQ(recorded().size(), 1u) << text;
+    return error_record().last_code;
+  }
+
+  Engine engine_;
+};
+
+}  // namespace
+
+TEST_F(Parameters, ReadsItemsOverTheDefaults) {
+  Block params(
+      param_create(" name = orders ; ;PATH='D:\\a;b' x;PATH=D:\\c;Size_Dat=;size_trn= 20b;key={ 1 };"
+                   "KEY=2;OVERWRITE=True;FILE_MODE=600;OPT=1x;START_SECTOR=-9223372036854775809;"
+                   "LOCK_RETRY=99999999999;LOCK_SLEEP=-7 ms;CACHE_IMM_WRITE=yes;WARM_RESTART=false;"
+                   "UTYPE=3;FORMAT=9;ENDIAN=1;ORL_CBLK_CNT=6"));
+  ASSERT_NE(params, nullptr);
+  EXPECT_STREQ(params->name, "orders");
+  EXPECT_STREQ(params->path, "D:\\a;b");
+  EXPECT_EQ(params->size_dat_text, nullptr);
+  EXPECT_STREQ(params->size_trn_text, "20b");
+  EXPECT_STREQ(param_lookup(*params, "Key"), "2");
+  EXPECT_EQ(param_lookup(*params, "SIZE_DAT"), nullptr);
+  EXPECT_TRUE(params->overwrite);
+  EXPECT_EQ(params->io.file_mode, 0600);
+  EXPECT_EQ(params->io.open_option, 1);
+  EXPECT_EQ(params->io.start_sector, INT64_MIN);
+  EXPECT_EQ(params->lock_retry, INT32_MAX);
+  EXPECT_EQ(params->lock_sleep, -7);
+  EXPECT_FALSE(params->immediate_write);
+  EXPECT_FALSE(params->warm_restart);
+  EXPECT_EQ(params->use_type, 0);
+  EXPECT_EQ(params->format, 2);
+  EXPECT_EQ(params->endian, 0);
+  EXPECT_EQ(params->orl_cblk_cnt, 6);
+  EXPECT_TRUE(params->orl_cblk_set);
+  EXPECT_EQ(params->io.block_size, 4096);
+  EXPECT_EQ(params->begin_retry, 100);
+  EXPECT_EQ(params->encrypt_key, nullptr);
+
+  env_set("HVI_FILE_SFX_DAT", ".bin");
+  EXPECT_STREQ(params->suffix_dat, ".dat") << "the block has its own texts";
+}
+
+TEST_F(Parameters, NamesAndPaths) {
+  struct {
+    const char *text, *path, *name;
+  } const cases[] = {
+      {"NAME=D:\\db\\orders", "D:\\db", "orders"}, {"NAME=orders\\", "", "orders\\"},
+      {"name=orders;NAME=sales", "", "sales"},     {"PATH=D:\\a;PATH=D:\\b;NAME=x", "D:\\a", "x"},
+      {"PATH=D:\\a;NAME=D:\\b\\x", "D:\\b", "x"},  {"NAME=D:\\b\\x;PATH=D:\\a;NAME=y", "D:\\b", "y"},
+      {"NAME=a\\x;NAME=b\\y", "b", "y"},           {"NAME", "", ""},
+  };
+  for (const auto &test : cases) {
+    Block params(param_create(test.text));
+    ASSERT_NE(params, nullptr);
+    EXPECT_STREQ(params->path, test.path) << test.text;
+    EXPECT_STREQ(params->name, test.name) << test.text;
+  }
+}
+
+TEST_F(Parameters, TypesAndLanguages) {
+  struct {
+    const char *text;
+    StorageType type;
+    ManageType manage;
+    int language;
+  } const cases[] = {
+      {"TYPE=mem;TYPE2=raw", StorageType::memory, ManageType::raw, 2},
+      {"TYPE=memo;LANG=sjis", StorageType::memory, ManageType::unset, 0},
+      {"TYPE=disk;TYPE2=RAWS;LANG=latin", StorageType::file, ManageType::unset, 2},
+      {"TYPE=fi", StorageType::file, ManageType::unset, 2},
+      {"TYPE=Device;TYPE2=Raw_Dev;LANG=EUC", StorageType::device, ManageType::raw_device, 1},
+      {"TYPE=sql;LANG=EUC;LANG=UTF-16LE", StorageType::sqlite, ManageType::unset, 2},
+      {"TYPE=networks", StorageType::network, ManageType::unset, 2},
+  };
+  for (const auto &test : cases) {
+    Block params(param_create(test.text));
+    ASSERT_NE(params, nullptr);
+    EXPECT_EQ(params->io.storage_type, test.type) << test.text;
+    EXPECT_EQ(params->manage_type, test.manage) << test.text;
+    EXPECT_EQ(params->language, test.language) << test.text;
+  }
+}
+
+TEST_F(Parameters, ChecksEndInAStatus) {
+  const std::string name20(20, 'n'), path230(230, 'p');
+  struct {
+    std::string text;
+    StatusCode status;
+  } const cases[] = {
+      {" ", 112001},
+      {"PATH=D:\\db", 112001},
+      {"NAME=" + name20, 0},
+      {"NAME=n" + name20, 112018},
+      {"NAME=x;BLOCK_SIZE=1000", 112009},
+      {"NAME=x;BLOCK_SIZE=0", 112009},
+      {"NAME=x;BLOCK_SIZE=32768", 0},
+      {"NAME=x;BLOCK_SIZE=65536", 112010},
+      {"NAME=x;DRV_NO=100", 112016},
+      {"NAME=x;DRV_NO=1", 112016},
+      {"NAME=x;TYPE=MEMORY;DRV_NO=0", 0},
+      {"NAME=x;TYPE=SQLITE", 112016},
+      {"NAME=x;TYPE=NETWORK", 112016},
+      {"NAME=x;TYPE=DEVICE", 112004},
+      {"NAME=x;TYPE=DEVICE;SECTOR_SIZE=512", 112005},
+      {"NAME=x;TYPE=DEVICE;SECTOR_SIZE=8192;START_SECTOR=1", 112014},
+      {"NAME=x;TYPE=DEVICE;SECTOR_SIZE=500;START_SECTOR=1", 112015},
+      {"NAME=x;TYPE=DEVICE;SECTOR_SIZE=512;START_SECTOR=9223372036854775807", 112013},
+      {"NAME=x;TYPE=DEVICE;SECTOR_SIZE=512;START_SECTOR=1", 112016},
+      {"NAME=x;FILE_SFX_DAT=dat;FILE_SFX_TRN=DAT", 112019},
+      {"NAME=x;FILE_SFX_DAT=dat;FILE_SFX_TRN=.Dat", 112019},
+      {"NAME=x;FILE_SFX_TRN=dat", 112019},
+      {"NAME=x;TYPE2=RAW;SIZE_DAT=30b;SIZE_TRN=10b;FILE_SFX_TRN=dat", 0},
+      {"NAME=x;CACHE_SIZE_DAT=0", 112017},
+      {"NAME=x;CACHE_SIZE_TRN=-1", 112017},
+      {"NAME=x;HASH_SIZE_DAT=0", 112017},
+      {"NAME=x;HASH_SIZE_TRN=x", 112017},
+      {"NAME=x;TRAN_HASH=0", 112017},
+      {"NAME=x;CACHE_RTS=-1", 112017},
+      {"NAME=x;CACHE_RTS=0;CACHE_RTC=-1", 0},
+      // Directory, separator, NAME and ".4294967295.trn_" fill 255 characters, and 31 in memory without a
+      // number.
+      {"NAME=12345678;PATH=" + path230, 0},
+      {"NAME=123456789;PATH=" + path230, 112012},
+      {"NAME=" + name20 + ";TYPE=MEMORY;PATH=123456", 0},
+      {"NAME=" + name20 + ";TYPE=MEMORY;PATH=1234567", 112012},
+      {"NAME=x;SIZE_DAT=100", 112006},
+      {"NAME=x;SIZE_DAT=116K", 112006},
+      {"NAME=x;SIZE_DAT=120K;SIZE_TRN=10B", 0},
+      {"NAME=x;SIZE_TRN=9B", 112007},
+      {"NAME=x;SIZE_DAT=0;SIZE_TRN=none", 0},
+      {"NAME=x;TYPE2=RAW;SIZE_DAT=30B", 112003},
+      {"NAME=x;TYPE2=RAW;SIZE_DAT=0;SIZE_TRN=10B", 112003},
+      {"NAME=x;TYPE2=RAW;SIZE_DAT=2147483637B;SIZE_TRN=10B", 0},
+      {"NAME=x;TYPE2=RAW;SIZE_DAT=2147483638B;SIZE_TRN=10B", 112013},
+      {"NAME=x;SIZE_DAT=100S", 112017},
+      {"NAME=x;SIZE_DAT=100S;SECTOR_SIZE=8192", 112017},
+      {"NAME=x;SIZE_DAT=8191G", 0},
+      {"NAME=x;SIZE_DAT=8192G", 112013},
+      {"NAME=x;SIZE_DAT=" + std::string(67, '0') + "30B", 112013},
+  };
+  for (const auto &test : cases) EXPECT_EQ(check(test.text), test.status) << test.text;
+  EXPECT_EQ(check("NAME=x;SIZE_DAT=100;TYPE2=RAW", false), 0) << "sizes matter for creation only";
+}
+
+TEST_F(Parameters, SizesInBlocks) {
+  struct {
+    const char *text;
+    int blocks;
+  } const cases[] = {
+      {"10M", 2560},
+      {"1g", 262144},
+      {"120k", 30},
+      {"123K", 30},
+      {"240S", 30},
+      {"247s", 30},
+      {"30B", 30},
+      {"122880", 30},
+      {"126975 bytes", 30},
+      {"10MB", 2560},
+      {"-5M", 0},
+      {"0G", 0},
+      {"99999999999", 524287},
+  };
+  for (const auto &test : cases) {
+    Block params(param_create((std::string("NAME=x;SECTOR_SIZE=512;SIZE_DAT=") + test.text).c_str()));
+    ASSERT_NE(params, nullptr);
+    EXPECT_TRUE(param_check(*params, true)) << test.text;
+    EXPECT_EQ(params->size_dat, test.blocks) << test.text;
+    EXPECT_EQ(params->manage_type, ManageType::separate);
+  }
+}
+
+TEST_F(Parameters, CreationFailuresAreRecorded) {
+  EXPECT_EQ(param_create(nullptr), nullptr);
+  EXPECT_EQ(param_create(""), nullptr);
+  EXPECT_EQ(recorded(), (Codes{status::params_missing_text, status::key_values_argument}));
+  for (int number = 1;; ++number) {
+    err_clear();
+    AllocationFault fault(number);
+    Block params(param_create("NAME=a\\b;NAME=c\\d;PATH=x;A=1;B=2;C=3;D=4;E=5;F=6"));
+    if (params != nullptr) break;
+    EXPECT_EQ(recorded(), Codes{status::out_of_memory}) << number;
+    ASSERT_LT(number, 40);
+  }
+  err_clear();
+  io_term();
+  EXPECT_EQ(param_create(""), nullptr);
+  EXPECT_EQ(recorded(), Codes{status::not_initialised});
+}
+
+TEST_F(Parameters, Listing) {
+  Block params(
+      param_create("NAME=D:\\db\\orders;SIZE_DAT=10M;SECTOR_SIZE=512;START_SECTOR=64;ENCRYPT_KEY=k"));
+  ASSERT_NE(params, nullptr);
+  ASSERT_TRUE(param_check(*params, true));
+  testing::internal::CaptureStdout();
+  param_dump(*params);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "*** Paramater Information ***\n"
+            " -- io paramater -- \n"
+            "  use type        : 0\n"
+            "  storage type    : 0\n"
+            "  manage type     : 3\n"
+            "  path            : D:\\db\n"
+            "  mode            : 0644\n"
+            "  option          : 2\n"
+            "  hd no           : 0\n"
+            "  sector size     : 512\n"
+            "  start sector    : 64\n"
+            "  block size      : 4096\n"
+            "  blsz / scsz     : 8\n"
+            "  driver no       : 0\n"
+            " -- block manager paramater --\n"
+            "  name            : orders\n"
+            "  overwrite       : 0\n"
+            "  size dat        : 2560\n"
+            "  size trn        : 0\n"
+            "  size dat (text) : 10M\n"
+            "  size trn (text) : \n"
+            "  suffix dat      : .dat\n"
+            "  suffix trn      : .trn\n"
+            "  check ignore    : 0\n"
+            " -- cache manager paramater -- \n"
+            "  immediately writ: 0\n"
+            "  cache retry     : 100\n"
+            "  cache sleep     : 10\n"
+            "  cache max dat   : 64\n"
+            "  cache max trn   : 64\n"
+            "  cache hash dat  : 128\n"
+            "  cache hash trn  : 128\n"
+            " -- btree paramater --\n"
+            "  btree split rati: 80\n"
+            "  btree split ovfl: 65\n"
+            " -- transaction manager paramater --\n"
+            "  transaction hash: 128\n"
+            "  warm            : 1\n"
+            " -- database manager paramater --\n"
+            "  lock retry      : 100\n"
+            "  lock sleep      : 10\n"
+            "  language        : UTF-8\n"
+            " -- overflow chunk data paramater --\n"
+            "  orl cblk cnt    : 4\n"
+            "  orl cblk is set : 0\n"
+            " -- ftio index paramater --\n"
+            "  ftio master     : 8\n"
+            "  ftio ngram      : 2\n"
+            "  ftio ovfl       : 32\n"
+            " -- zorder index paramater -- \n"
+            "  zorder master   : 2\n"
+            "  zorder ovfl     : 32\n"
+            " -- begin wait paramater -- \n"
+            "  begin retry     : 100\n"
+            "  begin sleep     : 10\n"
+            " -- information paramater -- \n"
+            "  application vers: 0\n"
+            "  encryption key  : k\n"
+            "  endian          : 0\n"
+            "  format          : 2\n");
+}
