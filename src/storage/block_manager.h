@@ -2,6 +2,10 @@
 // header record of both parts, reads and writes blocks by part and number. The cache is the only reader and
 // writer of ordinary blocks; the counters in the header record are those from which the cache allocates.
 //
+// The storage of the TRN part is open only while trn_storage.h needs it; of a database in a single storage
+// both parts are always there. A temporary database has a DAT part only, never writes its header, and its
+// storage goes with the block manager.
+//
 // Not locked: it belongs to one storage manager, whose lock keeps two threads out.
 #pragma once
 
@@ -27,18 +31,45 @@ inline int bm_block_size(const BlockManager &bm) {
 inline Counters &bm_counters(BlockManager &bm, PartNo part) {
   return bm.header.parts[part].counters;
 }
+inline int bm_driver(const BlockManager &bm) {
+  return bm.params->driver_no;
+}
+inline bool bm_single(const BlockManager &bm) {
+  return layout_single(bm.params->manage_type);
+}
+inline bool bm_temporary(const BlockManager &bm) {
+  return bm.common.database_type == static_cast<uint8_t>(DatabaseType::temporary);
+}
+inline int32_t bm_part_size(const BlockManager &bm, PartNo part) {  // blocks, 0 = no limit
+  return part == part_dat ? bm.common.size_dat : bm.common.size_trn;
+}
+inline IoObject *bm_io(const BlockManager &bm, PartNo part) {  // null while the storage is not open
+  return bm.io[bm_single(bm) ? part_dat : part];
+}
 
-BlockManager *bm_create(Params &params, DatabaseType type);  // 112xxx, 120101, 20006, 20007, 20009 ...
-BlockManager *bm_open(Params &params, bool clean_history);   // 120102, 20008, 20010, header checks
-void bm_close(BlockManager *bm);                             // removes the storage of a temporary database
+// Creates the storages, replacing existing ones with OVERWRITE, and writes the DAT header. params must
+// outlive the object. Statuses 112xxx, 120101, 20006, 20007; single storages 120102, 120103, 120104, 20008,
+// 20015; 20009.
+BlockManager *bm_create(Params &params, DatabaseType type);
+
+// Opens the DAT storage, checks its header and hands language, byte order and format to params. clean_history
+// prunes saved TRN storages. Statuses 112xxx, 120102, 20008, 20015, 20010, those of header_validate, 120106.
+BlockManager *bm_open(Params &params, bool clean_history);
+
+void bm_close(BlockManager *bm);  // null is ignored; removes the storage of a temporary database
+
+// Removes every storage of a database that nobody has open; a RAW_DEV or DEVICE storage is marked deleted.
 [[nodiscard]] bool bm_remove(Params &params);
 
 // Transfers of one block; block 0 is refused with 20001. Statuses 20002, 120105, 20017/20018, 20012/20011.
 [[nodiscard]] bool bm_read_block(BlockManager &bm, PartNo part, BlockNo block, void *buffer);
 [[nodiscard]] bool bm_write_block(BlockManager &bm, PartNo part, BlockNo block, const void *buffer);
 
-[[nodiscard]] bool bm_read_header(BlockManager &bm, PartNo part);   // I/O layer's status; 20001, 20003
+[[nodiscard]] bool bm_read_header(BlockManager &bm, PartNo part);   // 20002, I/O layer's, header_decode's
 [[nodiscard]] bool bm_write_header(BlockManager &bm, PartNo part);  // 20009; nothing for a temporary database
+
+// Reads a header as bm_read_header does, into a copy of the in-memory one instead of it.
+[[nodiscard]] bool bm_peek_header(BlockManager &bm, PartNo part, HeaderRecord &into);
 
 enum class HeaderProbe { valid, invalid, failed };
 enum class ProbeMode { magic, whole };  // magic only, or all 208 common bytes against the in-memory header
@@ -48,7 +79,11 @@ HeaderProbe bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode);  // 
 bool bm_block_valid(const BlockManager &bm, PartNo part, BlockNo block);
 [[nodiscard]] bool bm_sync(BlockManager &bm, PartNo part);
 
-// Listings, through dump_line to standard output.
+// Closes the storage of a part, if open, inside the I/O lock. 103.
+[[nodiscard]] bool bm_close_storage(BlockManager &bm, PartNo part);
+
+// The listing of the header; free_list adds the chain of free DAT blocks as it is stored, transaction the
+// commit record in the TRN storage. Through dump_line to standard output; records nothing.
 void bm_dump(BlockManager &bm, bool free_list, bool transaction);
 
 }  // namespace tovik

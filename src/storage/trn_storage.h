@@ -1,31 +1,36 @@
 // The TRN part as a thing that comes and goes: made fresh at transaction start, released at its end, kept
 // under a saved name for history, pruned at open. Called by the transaction manager and the block manager
-// only.
+// only. Drivers that cannot rename keep no history, whatever HVI_TRAN_HISTORY says.
 //
 // Invariants
 //   1. A TRN storage that holds a durable commit record (tstat 3) is removed, truncated or renamed only after
 //      the DAT part holds everything it describes and, with HVI_TRAN_SYNC, was flushed; or on the owner's
-//      explicit rollback of a commit that was never applied.
+//      explicit rollback of a commit that was never applied. bm_trn_reset and bm_saved_drop_stale refuse a
+//      record that still waits to be applied (22016).
 //   2. Where losing a removal to a power failure could bring a dead record back to life, the storage is
-//      truncated and flushed before it is removed (trn_destroy).
+//      truncated and flushed before it is removed (bm_trn_destroy).
+//   3. Separate storages: the TRN storage is open only from bm_trn_reset or bm_trn_reopen to its release. In
+//      between another process may have put a new one in its place.
 #pragma once
 
 #include "storage/block_manager.h"
 
 namespace tovik {
 
-// A fresh, empty TRN part: counters and commit record zero, tstat open (in memory only).
+// A fresh, empty TRN part: counters and commit record zero, tstat open (in memory only). The I/O layer's
+// statuses, 22014, 22016.
 [[nodiscard]] bool bm_trn_reset(BlockManager &bm);
 
 // Transaction end. committed: the storage becomes the saved storage of the current ucnt (history on), or is
-// emptied or removed. Zeroes the TRN counters and the in-memory commit record. 22014 when a flush fails.
+// emptied or removed. Zeroes the TRN counters and the in-memory commit record, whatever happens to the
+// storage. The I/O layer's statuses, 22014 when a flush fails, 20009.
 [[nodiscard]] bool bm_trn_release(BlockManager &bm, bool committed);
 
-// Leaves the storage on disk as it is (it holds a commit record that is not yet copied) and forgets the
-// in-memory state.
+// Leaves the storage on disk as it is (it holds a commit record that is not yet copied), closes it and
+// forgets the in-memory state.
 void bm_trn_abandon(BlockManager &bm);
 
-// Makes the TRN storage vanish for good: truncated, flushed, then removed.
+// Makes the TRN storage vanish for good: truncated, flushed, then removed. True when there is none.
 [[nodiscard]] bool bm_trn_destroy(BlockManager &bm);
 
 enum class TrnPresence { absent, present, failed };
@@ -33,17 +38,26 @@ TrnPresence bm_trn_exists(BlockManager &bm);         // present: exists and is n
 [[nodiscard]] bool bm_trn_reopen(BlockManager &bm);  // opens the storage if it is not open
 
 // Opens the saved storage numbered number as the TRN storage; false when there is none (records nothing when
-// it does not exist).
+// it does not exist). bm_trn_abandon or bm_saved_remove closes it.
 [[nodiscard]] bool bm_saved_open(BlockManager &bm, uint32_t number);
 bool bm_saved_exists(BlockManager &bm, uint32_t number);
-[[nodiscard]] bool bm_saved_remove(BlockManager &bm, uint32_t number);  // true when absent
 
-// Drops, durably, every saved storage that a restart could apply (numbers ucnt and ucnt + 1): called before
-// blocks of the DAT part change outside a transaction.
+// Removes it for good, as bm_trn_destroy does; closes the TRN storage first. True when absent.
+[[nodiscard]] bool bm_saved_remove(BlockManager &bm, uint32_t number);
+
+// Drops, durably, every saved storage that a restart could apply (numbers ucnt and ucnt + 1), and a TRN
+// storage with a record that was applied: called outside a transaction, with the exclusive level, before
+// blocks of the DAT part change.
 [[nodiscard]] bool bm_saved_drop_stale(BlockManager &bm);
 
 // Removes saved storages: at open all but those numbered ucnt and ucnt + 1, at creation and removal all
-// (unless HVI_TRAN_HISTORY_SAVE).
+// (unless HVI_TRAN_HISTORY_SAVE). Records nothing: what stays behind is left for the next time.
 void bm_saved_prune(BlockManager &bm, bool at_open);
+
+// For saved_storage.cpp: empties the storage called name, flushes that and removes it; and whether the TRN
+// part holds a commit record of this database that waits to be applied.
+[[nodiscard]] bool trn_destroy_storage(BlockManager &bm, const char *name);
+enum class TrnRecord { none, waiting, failed };
+TrnRecord trn_record(BlockManager &bm);
 
 }  // namespace tovik

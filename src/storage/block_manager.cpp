@@ -1,0 +1,295 @@
+#include "storage/block_manager.h"
+
+#include <cstring>
+#include <utility>
+
+#include "frame/env.h"
+#include "frame/error.h"
+#include "storage/block_cipher.h"
+#include "storage/trn_storage.h"
+
+namespace tovik {
+
+namespace {
+
+// Closes a block manager that is not handed out.
+class Holder {
+ public:
+  explicit Holder(BlockManager *bm) : bm_(bm) {}
+  ~Holder() { bm_close(bm_); }
+  Holder(const Holder &) = delete;
+  Holder &operator=(const Holder &) = delete;
+  bool held() const { return bm_ != nullptr; }
+  BlockManager &operator*() { return *bm_; }
+  BlockManager *operator->() { return bm_; }
+  BlockManager *release() { return std::exchange(bm_, nullptr); }
+
+ private:
+  BlockManager *bm_;
+};
+
+BlockManager *make_object(Params &params) {
+  BlockManager *bm = mem_new<BlockManager>();
+  if (bm == nullptr) return fail_null(status::out_of_memory);
+  bm->params = &params;
+  bm->header.parts[part_trn].part = part_trn;
+  bm->block_buffer = static_cast<uint8_t *>(mem_alloc(static_cast<size_t>(params.io.block_size)));
+  if (bm->block_buffer != nullptr) return bm;
+  mem_delete(bm);
+  return fail_null(status::out_of_memory);
+}
+
+BlockNo storage_block(const BlockManager &bm, PartNo part, BlockNo block) {
+  return part == part_trn && bm_single(bm) ? bm.common.end_dat + block : block;
+}
+
+bool dat_name(BlockManager &bm, StorageName name) {
+  if (!bm_temporary(bm)) return storage_name(*bm.params, DatabaseType::ordinary, part_dat, name);
+  memcpy(name, bm.temporary_name, storage_name_size);
+  return true;
+}
+
+bool fill_header(BlockManager &bm, DatabaseType type) {
+  const Params &params = *bm.params;
+  const bool single = bm_single(bm);
+  CommonHeader fields = {};
+  memcpy(fields.magic, header_magic, sizeof fields.magic);
+  fields.version = header_version;
+  fields.minor = header_minor;
+  fields.format = header_format;
+  fields.use_type = static_cast<uint8_t>(params.use_type);
+  fields.storage_type = static_cast<uint8_t>(params.io.storage_type);
+  fields.manage_type = static_cast<uint8_t>(params.manage_type);
+  fields.lang = static_cast<uint8_t>(params.language);
+  fields.database_type = static_cast<uint8_t>(type);
+  fields.appver_major = static_cast<uint8_t>(application_version);
+  fields.appver_minor = static_cast<uint8_t>(application_version >> 8);
+  fields.appver_rev = static_cast<uint8_t>(application_version >> 16);
+  fields.block_size = params.io.block_size;
+  fields.size_dat = params.size_dat;
+  fields.size_trn = params.size_trn;
+  fields.end_dat = params.size_dat;
+  fields.end_trn = single ? params.size_dat + params.size_trn : params.size_trn;
+  strncpy(fields.name, params.name, sizeof fields.name - 1);
+  if (params.encrypt_key != nullptr && !cipher_begin(bm, fields)) return false;
+  header_set_common(bm.header, fields);
+  bm.common = fields;
+
+  Clock now = {};
+  system_driver.utc_now(&now);
+  bm.header.creation_time = static_cast<int64_t>(now.seconds) * 1000000 + now.microseconds;
+  return true;
+}
+
+bool open_dat(BlockManager &bm, const char *name, StatusCode failure) {
+  bm.io[part_dat] = io_open(bm_driver(bm), bm.params->io, name, part_dat);
+  return bm.io[part_dat] != nullptr || fail(failure);
+}
+
+bool open_existing_dat(BlockManager &bm) {
+  if (layout_unnamed(bm.params->manage_type)) return open_dat(bm, nullptr, status::block_open_storage);
+  StorageName name;
+  if (!dat_name(bm, name)) return false;
+  if (!io_exists(bm_driver(bm), name)) return fail(status::database_missing);
+  return open_dat(bm, name, status::block_open_file);
+}
+
+bool remove_old(const BlockManager &bm, const char *name) {
+  return !io_exists(bm_driver(bm), name) || io_remove(bm_driver(bm), name) || fail(status::block_remove_old);
+}
+
+// A TRN storage that is left over belongs to a database that was: its record could not be applied to this
+// one.
+bool remove_old_trn(BlockManager &bm) {
+  StorageName name;
+  if (bm_single(bm)) return true;
+  return storage_name(*bm.params, DatabaseType::ordinary, part_trn, name) && remove_old(bm, name);
+}
+
+bool create_dat(BlockManager &bm) {
+  StorageName name;
+  if (!dat_name(bm, name)) return false;
+  // A temporary storage that exists is left from a process that died: the name holds our own identifiers.
+  const bool replace = bm.params->overwrite || bm_temporary(bm);
+  if (replace && !remove_old(bm, name)) return false;
+  if (io_exists(bm_driver(bm), name)) return fail(status::database_exists);
+  bm.io[part_dat] = io_create(bm_driver(bm), bm.params->io, name, part_dat);
+  if (bm.io[part_dat] == nullptr) return fail(status::block_create_dat);
+  if (bm.common.size_dat == 0) return true;
+  const int64_t blocks = bm_single(bm) ? bm.common.end_trn : bm.common.size_dat;
+  return io_truncate(bm.io[part_dat], blocks * bm_block_size(bm)) || fail(status::block_create_dat);
+}
+
+bool create_named(BlockManager &bm) {
+  if (!create_dat(bm)) return false;
+  if (bm_temporary(bm)) return true;
+  if (!remove_old_trn(bm)) return false;
+  bm_saved_prune(bm, false);
+  return true;
+}
+
+bool holds_database(BlockManager &bm) {
+  ErrorScope unreadable_is_unused;
+  return bm_probe_header(bm, part_dat, ProbeMode::magic) == HeaderProbe::valid;
+}
+
+// A device comes with whatever was on it: look for a live database, then for room up to the last block.
+bool claim_device(BlockManager &bm) {
+  if (!bm.params->overwrite && holds_database(bm)) return fail(status::raw_device_in_use);
+  memset(bm.block_buffer, 0, static_cast<size_t>(bm_block_size(bm)));
+  return io_write_block(bm.io[part_dat], bm.common.end_trn - 1, bm.block_buffer) ||
+         fail(status::file_size_limit);
+}
+
+bool create_storage(BlockManager &bm) {
+  if (layout_named(bm.params->manage_type)) return create_named(bm);
+  return open_existing_dat(bm) && claim_device(bm);
+}
+
+bool read_header(BlockManager &bm, PartNo part, HeaderRecord &header) {
+  IoObject *io = bm_io(bm, part);
+  if (io == nullptr) return fail(status::block_no_io);
+  return io_read_block(io, storage_block(bm, part, 0), bm.block_buffer) &&
+         header_decode(header, part, bm.block_buffer);
+}
+
+bool mark_deleted(BlockManager &bm, PartNo part) {
+  bm.header.parts[part].pstat |= pstat_deleted;
+  return bm_write_header(bm, part);
+}
+
+bool open_header(BlockManager &bm) {
+  if (!bm_read_header(bm, part_dat)) return fail(status::header_read);
+  if (!header_validate(bm.header, *bm.params)) return false;
+  bm.common = header_common(bm.header);
+  if (bm.common.encrypted != 0 && !cipher_check(bm)) return false;
+  return (bm.header.parts[part_dat].pstat & pstat_deleted) == 0 || fail(status::storage_deleted);
+}
+
+bool remove_storage(const BlockManager &bm, PartNo part) {
+  StorageName name;
+  if (!storage_name(*bm.params, DatabaseType::ordinary, part, name)) return false;
+  return !io_exists(bm_driver(bm), name) || io_remove(bm_driver(bm), name);
+}
+
+// The io of a transfer of block of part, or null with a status.
+IoObject *transfer_io(const BlockManager &bm, PartNo part, BlockNo block, const void *buffer) {
+  if (block < 1 || buffer == nullptr) return fail_null(status::block_argument);
+  IoObject *io = bm_io(bm, part);
+  if (io == nullptr) return fail_null(status::block_no_io);
+  if (bm_block_valid(bm, part, block)) return io;
+  (void)fail_at_block(status::block_size_limit, block);
+  return nullptr;
+}
+
+}  // namespace
+
+BlockManager *bm_create(Params &params, DatabaseType type) {
+  if (type != DatabaseType::ordinary && type != DatabaseType::temporary)
+    return fail_null(status::block_argument);
+  if (!param_check(params, true)) return nullptr;
+  Holder bm(make_object(params));
+  if (!bm.held() || !fill_header(*bm, type)) return nullptr;
+  if (bm_temporary(*bm) && !storage_name(params, type, part_dat, bm->temporary_name)) return nullptr;
+  if (!create_storage(*bm) || !bm_write_header(*bm, part_dat)) return nullptr;
+  if (bm_single(*bm) && !mark_deleted(*bm, part_trn)) return fail_null(status::block_write);
+  return bm.release();
+}
+
+BlockManager *bm_open(Params &params, bool clean_history) {
+  if (!param_check(params, false)) return nullptr;
+  Holder bm(make_object(params));
+  if (!bm.held() || !open_existing_dat(*bm) || !open_header(*bm)) return nullptr;
+  params.language = bm->common.lang;
+  params.endian = bm->common.endian;
+  params.format = bm->common.format;
+  if (clean_history && layout_named(params.manage_type)) bm_saved_prune(*bm, true);
+  return bm.release();
+}
+
+bool bm_close_storage(BlockManager &bm, PartNo part) {
+  IoObject *io = std::exchange(bm.io[part], nullptr);
+  if (io == nullptr) return true;
+  LockGuard guard(io_lock_object());
+  return io_close(io);
+}
+
+void bm_close(BlockManager *bm) {
+  if (bm == nullptr) return;
+  (void)bm_close_storage(*bm, part_dat);
+  (void)bm_close_storage(*bm, part_trn);
+  cipher_end(*bm);
+  if (bm->temporary_name[0] != '\0' && io_exists(bm_driver(*bm), bm->temporary_name))
+    (void)io_remove(bm_driver(*bm), bm->temporary_name);
+  mem_free(bm->block_buffer);
+  mem_delete(bm);
+}
+
+bool bm_remove(Params &params) {
+  Holder bm(bm_open(params, false));
+  if (!bm.held()) return false;
+  if (!layout_named(params.manage_type)) return mark_deleted(*bm, part_dat) && mark_deleted(*bm, part_trn);
+  if (!bm_close_storage(*bm, part_dat) || !remove_storage(*bm, part_dat)) return false;
+  if (bm_single(*bm)) return true;
+  if (!bm_close_storage(*bm, part_trn) || !remove_storage(*bm, part_trn)) return false;
+  bm_saved_prune(*bm, false);
+  return true;
+}
+
+bool bm_read_block(BlockManager &bm, PartNo part, BlockNo block, void *buffer) {
+  IoObject *io = transfer_io(bm, part, block, buffer);
+  if (io == nullptr) return false;
+  const BlockNo at = storage_block(bm, part, block);
+  void *target = bm.cipher == nullptr ? buffer : bm.cipher_buffer;
+  if (!io_read_block(io, at, target)) return fail_at_block(status::block_read, at);
+  return bm.cipher == nullptr || cipher_decrypt(bm, buffer);
+}
+
+bool bm_write_block(BlockManager &bm, PartNo part, BlockNo block, const void *buffer) {
+  IoObject *io = transfer_io(bm, part, block, buffer);
+  if (io == nullptr) return false;
+  if (bm.cipher != nullptr && !cipher_encrypt(bm, buffer)) return false;
+  const BlockNo at = storage_block(bm, part, block);
+  const void *source = bm.cipher == nullptr ? buffer : bm.cipher_buffer;
+  return io_write_block(io, at, source) || fail_at_block(status::block_write, at);
+}
+
+bool bm_read_header(BlockManager &bm, PartNo part) {
+  return read_header(bm, part, bm.header);
+}
+
+bool bm_peek_header(BlockManager &bm, PartNo part, HeaderRecord &into) {
+  into = bm.header;
+  return read_header(bm, part, into);
+}
+
+bool bm_write_header(BlockManager &bm, PartNo part) {
+  if (bm_temporary(bm)) return true;
+  IoObject *io = bm_io(bm, part);
+  if (io == nullptr) return fail(status::header_write);
+  header_encode(bm.header, part, bm.block_buffer, bm_block_size(bm));
+  return io_write_block(io, storage_block(bm, part, 0), bm.block_buffer) || fail(status::header_write);
+}
+
+HeaderProbe bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode) {
+  IoObject *io = bm_io(bm, part);
+  if (io == nullptr || !io_read_block(io, storage_block(bm, part, 0), bm.block_buffer)) {
+    err_set(status::block_read);
+    return HeaderProbe::failed;
+  }
+  return header_is(bm.block_buffer, part, mode == ProbeMode::whole ? &bm.header : nullptr)
+             ? HeaderProbe::valid
+             : HeaderProbe::invalid;
+}
+
+bool bm_block_valid(const BlockManager &bm, PartNo part, BlockNo block) {
+  const int32_t size = bm_part_size(bm, part);
+  return block > 0 && (size == 0 || block < size);
+}
+
+bool bm_sync(BlockManager &bm, PartNo part) {
+  IoObject *io = bm_io(bm, part);
+  return io == nullptr ? fail(status::block_no_io) : io_sync(io);
+}
+
+}  // namespace tovik

@@ -1,0 +1,228 @@
+#include "storage/trn_storage.h"
+
+#include "frame/env.h"
+#include "frame/error.h"
+
+namespace tovik {
+
+namespace {
+
+bool trn_name(const BlockManager &bm, StorageName name) {
+  return storage_name(*bm.params, DatabaseType::ordinary, part_trn, name);
+}
+
+bool keeps_history(const BlockManager &bm) {
+  return env_number(Env::tran_history) > 0 && io_can_rename(bm_driver(bm));
+}
+
+void clear_state(BlockManager &bm) {
+  bm.header.parts[part_trn].pstat = 0;
+  bm.header.parts[part_trn].counters = {};
+  bm.header.commit = {};
+}
+
+// Durable only when the user wants commits to be.
+bool flush(IoObject *io) {
+  return !env_on(Env::tran_sync) || io_sync(io) || fail(status::tran_sync);
+}
+
+// Single storage: the part stays where it is and only its header tells that it is gone. The header is
+// flushed: otherwise the next transaction's shadow blocks could reach the disk below a record that still
+// describes the blocks they replace.
+bool mark_deleted(BlockManager &bm) {
+  bm.header.parts[part_trn].pstat |= pstat_deleted;
+  return bm_write_header(bm, part_trn) && flush(bm.io[part_dat]);
+}
+
+// Cuts an open TRN storage to nothing.
+bool empty_storage(BlockManager &bm) {
+  IoObject *io = bm.io[part_trn];
+  return io_truncate(io, 0) && flush(io);
+}
+
+// Takes a storage that is kept between transactions. What a dead process left in it goes first, and durably:
+// its header must not be found above the blocks of this transaction.
+bool take_storage(BlockManager &bm) {
+  if (!bm_trn_reopen(bm)) return false;
+  const int64_t size = io_size(bm.io[part_trn]);
+  return size == 0 || (size > 0 && empty_storage(bm));
+}
+
+bool create_storage(BlockManager &bm, const char *name) {
+  bm.io[part_trn] = io_create(bm_driver(bm), bm.params->io, name, part_trn);
+  return bm.io[part_trn] != nullptr;
+}
+
+bool reset_storage(BlockManager &bm) {
+  StorageName name;
+  if (!trn_name(bm, name) || !bm_close_storage(bm, part_trn)) return false;
+  if (!io_exists(bm_driver(bm), name)) return create_storage(bm, name);
+  if (!keeps_history(bm) && env_on(Env::tran_file_reuse)) return take_storage(bm);
+  // Left by a dead process. Its record is dead too and must not return after a power failure, when blocks of
+  // the DAT part may be newer than the record.
+  return trn_destroy_storage(bm, name) && create_storage(bm, name);
+}
+
+bool remove_trn(BlockManager &bm, const char *name) {
+  return !io_exists(bm_driver(bm), name) || io_remove(bm_driver(bm), name);
+}
+
+// The storage becomes the saved storage of ucnt, that of ucnt - 1 goes. Neither the rename nor the removal is
+// flushed: the record was applied, and applying it again changes nothing; a number below ucnt is not looked
+// at. A storage already saved under this number (its transaction was followed by one without changes) could
+// be applied, so it goes for good.
+bool save_storage(BlockManager &bm, const char *name) {
+  const uint32_t ucnt = bm_counters(bm, part_dat).ucnt;
+  StorageName saved, previous;
+  if (!saved_storage_name(name, ucnt, saved) || !saved_storage_name(name, ucnt - 1, previous)) return false;
+  return bm_saved_remove(bm, ucnt) && io_rename(bm_driver(bm), name, saved) && remove_trn(bm, previous);
+}
+
+bool release_storage(BlockManager &bm, bool committed, bool recorded) {
+  StorageName name;
+  if (!trn_name(bm, name)) return false;
+  const bool history = keeps_history(bm);
+  if (!history && env_on(Env::tran_file_reuse)) {
+    const bool emptied = bm_trn_reopen(bm) && empty_storage(bm);
+    return bm_close_storage(bm, part_trn) && emptied;
+  }
+  if (!bm_close_storage(bm, part_trn)) return false;
+  if (committed && history) return save_storage(bm, name);
+  // Without a record on disk there is nothing that could come back to life.
+  return recorded ? trn_destroy_storage(bm, name) : remove_trn(bm, name);
+}
+
+// A record that was applied has the number of the last applied transaction; one whose update counter does not
+// fit belongs to blocks that have changed since.
+bool record_waits(BlockManager &bm) {
+  ErrorScope impossible_is_no_record;
+  HeaderRecord read;
+  if (!bm_peek_header(bm, part_trn, read)) return false;
+  const CommitRecord &commit = read.commit;
+  return commit.tstat == tran_committed && commit.iid == bm.header.creation_time &&
+         commit.lcto == bm.header.last_applied && commit.lctn != bm.header.last_applied &&
+         commit.before.ucnt == bm_counters(bm, part_dat).ucnt;
+}
+
+// Of the open TRN part. A storage shorter than a block never had a header; one that cannot be read may have.
+TrnRecord read_record(BlockManager &bm) {
+  if (!bm_single(bm)) {
+    const int64_t size = io_size(bm.io[part_trn]);
+    if (size < bm_block_size(bm)) return size < 0 ? TrnRecord::failed : TrnRecord::none;
+  }
+  switch (bm_probe_header(bm, part_trn, ProbeMode::magic)) {
+    case HeaderProbe::valid:
+      return record_waits(bm) ? TrnRecord::waiting : TrnRecord::none;
+    case HeaderProbe::invalid:
+      return TrnRecord::none;
+    case HeaderProbe::failed:
+      break;
+  }
+  return TrnRecord::failed;
+}
+
+TrnPresence presence_of(int64_t size) {
+  return size < 0 ? TrnPresence::failed : size > 0 ? TrnPresence::present : TrnPresence::absent;
+}
+
+TrnPresence single_exists(BlockManager &bm) {
+  switch (bm_probe_header(bm, part_trn, ProbeMode::magic)) {
+    case HeaderProbe::valid:
+      return TrnPresence::present;
+    case HeaderProbe::invalid:
+      return TrnPresence::absent;
+    case HeaderProbe::failed:
+      break;
+  }
+  return TrnPresence::failed;
+}
+
+// Of a storage that is not open: by its name where the driver tells sizes by name, else by opening it.
+TrnPresence closed_exists(BlockManager &bm) {
+  StorageName name;
+  FileInfo info = {};
+  if (!trn_name(bm, name)) return TrnPresence::failed;
+  if (!io_exists(bm_driver(bm), name)) return TrnPresence::absent;
+  if (io_stat(bm_driver(bm), name, &info)) return presence_of(info.size);
+  if (!bm_trn_reopen(bm)) return TrnPresence::failed;
+  const TrnPresence result = presence_of(io_size(bm.io[part_trn]));
+  return bm_close_storage(bm, part_trn) ? result : TrnPresence::failed;
+}
+
+}  // namespace
+
+TrnRecord trn_record(BlockManager &bm) {
+  switch (bm_trn_exists(bm)) {
+    case TrnPresence::absent:
+      return TrnRecord::none;
+    case TrnPresence::failed:
+      return TrnRecord::failed;
+    case TrnPresence::present:
+      break;
+  }
+  const bool was_open = bm.io[part_trn] != nullptr;
+  if (!bm_trn_reopen(bm)) return TrnRecord::failed;
+  const TrnRecord result = read_record(bm);
+  return was_open || bm_close_storage(bm, part_trn) ? result : TrnRecord::failed;
+}
+
+bool trn_destroy_storage(BlockManager &bm, const char *name) {
+  if (!io_exists(bm_driver(bm), name)) return true;
+  IoObject *io = io_open(bm_driver(bm), bm.params->io, name, part_trn);
+  if (io == nullptr) return false;
+  const bool emptied = io_truncate(io, 0) && flush(io);
+  bool closed;
+  {
+    LockGuard guard(io_lock_object());
+    closed = io_close(io);
+  }
+  return emptied && closed && io_remove(bm_driver(bm), name);
+}
+
+bool bm_trn_reset(BlockManager &bm) {
+  switch (trn_record(bm)) {
+    case TrnRecord::none:
+      break;
+    case TrnRecord::waiting:
+      return fail(status::tran_bad_state);
+    case TrnRecord::failed:
+      return false;
+  }
+  if (!bm_single(bm) && !reset_storage(bm)) return false;
+  clear_state(bm);
+  bm.header.commit.tstat = tran_open;
+  return true;
+}
+
+bool bm_trn_release(BlockManager &bm, bool committed) {
+  const bool recorded = bm.header.commit.tstat == tran_committed;
+  clear_state(bm);
+  return bm_single(bm) ? mark_deleted(bm) : release_storage(bm, committed, recorded);
+}
+
+void bm_trn_abandon(BlockManager &bm) {
+  clear_state(bm);
+  (void)bm_close_storage(bm, part_trn);
+}
+
+bool bm_trn_destroy(BlockManager &bm) {
+  clear_state(bm);
+  if (bm_single(bm)) return mark_deleted(bm);
+  StorageName name;
+  return trn_name(bm, name) && bm_close_storage(bm, part_trn) && trn_destroy_storage(bm, name);
+}
+
+TrnPresence bm_trn_exists(BlockManager &bm) {
+  if (bm_single(bm)) return single_exists(bm);
+  return bm.io[part_trn] == nullptr ? closed_exists(bm) : presence_of(io_size(bm.io[part_trn]));
+}
+
+bool bm_trn_reopen(BlockManager &bm) {
+  if (bm_single(bm) || bm.io[part_trn] != nullptr) return true;
+  StorageName name;
+  if (!trn_name(bm, name)) return false;
+  bm.io[part_trn] = io_open(bm_driver(bm), bm.params->io, name, part_trn);
+  return bm.io[part_trn] != nullptr;
+}
+
+}  // namespace tovik

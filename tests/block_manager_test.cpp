@@ -1,0 +1,614 @@
+#include "storage/block_manager.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+
+#include "block_support.h"
+
+using namespace tovik;
+using namespace tovik::test;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string bytes(std::initializer_list<int> values) {
+  std::string text;
+  for (int value : values) text.push_back(static_cast<char>(value));
+  return text;
+}
+
+// The rows of 16 bytes that are not all zero: "0d0: 01000000 ...".
+std::string hex(const std::string &block) {
+  const std::string zeros(16, '\0');
+  std::string text;
+  char piece[32];
+  for (size_t row = 0; row < block.size(); row += 16) {
+    if (block.compare(row, 16, zeros) == 0) continue;
+    snprintf(piece, sizeof piece, "%03zx:", row);
+    text += piece;
+    for (size_t at = row; at < row + 16; ++at) {
+      snprintf(piece, sizeof piece, at % 4 == 0 ? " %02x" : "%02x", static_cast<uint8_t>(block[at]));
+      text += piece;
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+// 1700000000.000123 s, in the header 0x60A24181E407B.
+class FixedClock {
+ public:
+  FixedClock() : real_(system_driver.utc_now) {
+    system_driver.utc_now = [](Clock *now) { *now = {1700000000, 123}; };
+  }
+  ~FixedClock() { system_driver.utc_now = real_; }
+
+ private:
+  void (*real_)(Clock *);
+};
+
+}  // namespace
+
+TEST_F(Blocks, HeaderBlocksByteByByte) {
+  Engine engine;
+  FixedClock clock;
+  Database database = create("SIZE_DAT=300B;SIZE_TRN=40B");
+  ASSERT_TRUE(database);
+  const std::string common =
+      "000: 4b4c4400 00020300 00030200 00000200\n"
+      "010: 00000000 00100000 2c010000 28000000\n"
+      "020: 00000000 2c010000 28000000 00000000\n"
+      "030: 6f726465 72730000 00000000 00000000\n";
+  EXPECT_EQ(size("orders.dat"), 300u * 4096);
+  EXPECT_EQ(hex(content("orders.dat")), common + "0e0: 00000000 00000000 7b401e18 240a0600\n");
+
+  bm_counters(*database, part_dat) = {259, 3, 2, 0x80000001};
+  database->header.last_applied = 0x1122334455667788;
+  ASSERT_TRUE(bm_write_header(*database, part_dat));
+  EXPECT_EQ(hex(content("orders.dat")), common +
+                                            "0d0: 00000000 00000000 03010000 03000000\n"
+                                            "0e0: 02000000 01000080 7b401e18 240a0600\n"
+                                            "0f0: 88776655 44332211 00000000 00000000\n");
+
+  ASSERT_TRUE(bm_trn_reset(*database));
+  bm_counters(*database, part_trn).bcnt = 9;
+  CommitRecord &commit = database->header.commit;
+  commit.tstat = tran_committed;
+  commit.map_bno = 8;
+  commit.map_icnt = 1;
+  commit.after = {20, 1, 19, 77};
+  commit.ctime = {-2, 3, 4, 5, 6, 7, 0, 891000};
+  commit.before = bm_counters(*database, part_dat);
+  commit.iid = database->header.creation_time;
+  commit.lcto = -1;
+  commit.lctn = 0x0102030405060708;
+  ASSERT_TRUE(bm_write_header(*database, part_trn));
+  const std::string trn = content("orders.trn");
+  EXPECT_EQ(hex(trn), common +
+                          "0d0: 01000000 00000000 09000000 00000000\n"
+                          "0e0: 00000000 00000000 03000000 08000000\n"
+                          "0f0: 01000000 14000000 01000000 13000000\n"
+                          "100: 00000000 feff0304 05060700 78980d00\n"
+                          "110: 03010000 03000000 02000000 01000080\n"
+                          "120: 7b401e18 240a0600 ffffffff ffffffff\n"
+                          "130: 08070605 04030201 00000000 00000000\n");
+
+  // Read back by somebody else, it gives the same block.
+  Database second = open();
+  ASSERT_TRUE(second);
+  ASSERT_TRUE(bm_trn_reopen(*second));
+  ASSERT_TRUE(bm_read_header(*second, part_trn));
+  std::string again = block_of('x');
+  header_encode(second->header, part_trn, reinterpret_cast<uint8_t *>(again.data()), 4096);
+  EXPECT_EQ(hex(again), hex(trn));
+  EXPECT_EQ(second->header.last_applied, 0x1122334455667788);
+  EXPECT_EQ(recorded(), Codes{});
+}
+
+TEST_F(Blocks, OpeningChecksTheHeader) {
+  Engine engine;
+  ASSERT_TRUE(create());
+  const std::string good = content("orders.dat"), minus = bytes({0xFF, 0xFF, 0xFF, 0xFF});
+  struct {
+    int offset;
+    std::string bytes;
+    Codes strict, ignoring;  // with CHECK_IGNORE
+  } const cases[] = {
+      {0x00, "KLE", {20003}, {20003}},
+      {0x03, "x", {20003}, {20003}},
+      {0x00, bytes({0}), {20003}, {20003}},
+      {0x04, bytes({1}), {20020}, {20020}},
+      {0x05, bytes({1}), {20019}, {20019}},
+      {0x05, bytes({3}), {20019}, {20019}},
+      {0x05, bytes({0}), {}, {}},
+      {0x06, bytes({2}), {20004}, {}},
+      {0x06, bytes({4}), {}, {}},
+      {0x07, bytes({1}), {20005}, {}},
+      {0x08, bytes({1}), {20013}, {}},
+      {0x09, bytes({1}), {20013}, {20013}},
+      {0x0A, bytes({0}), {120111}, {}},
+      {0x0D, bytes({1}), {20019}, {20019}},
+      {0x14, bytes({0, 0x20}), {20014}, {20014}},
+      {0x14, minus, {20014}, {20014}},
+      {0x18, minus, {20019}, {20019}},
+      {0x1C, minus, {20019}, {20019}},
+      {0x30, block_of('n', 32), {20019}, {20019}},
+      {0x90, block_of('n', 32), {20019}, {20019}},
+      {0xD0, bytes({1}), {20019}, {20019}},
+      {0xD4, bytes({1}), {120106}, {120106}},
+      {0xD8, minus, {20019}, {20019}},
+      {0xD8, bytes({0xFF, 0xFF, 0xFF, 0x7F}), {20019}, {20019}},
+      {0xD8, bytes({7, 0, 0, 0, 8}), {20019}, {20019}},
+      {0xDC, minus, {20019}, {20019}},
+      {0xE0, bytes({1}), {20019}, {20019}},
+      {0xE0, minus, {20019}, {20019}},
+      {0xE4, minus, {}, {}},
+      {0x0C, bytes({1}), {120107}, {120107}},
+  };
+  for (const auto &test : cases) {
+    for (bool ignoring : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "offset " << test.offset << " ignoring " << ignoring);
+      patch("orders.dat", 0, good);
+      patch("orders.dat", test.offset, test.bytes);
+      err_clear();
+      const Codes &expected = ignoring ? test.ignoring : test.strict;
+      EXPECT_EQ(static_cast<bool>(open(ignoring ? "CHECK_IGNORE=true" : "")), expected.empty());
+      EXPECT_EQ(recorded(), expected);
+    }
+  }
+  patch("orders.dat", 0, good);
+  err_clear();
+  EXPECT_FALSE(open("BLOCK_SIZE=1024"));
+  EXPECT_FALSE(open("BLOCK_SIZE=8192"));
+  EXPECT_EQ(recorded(), (Codes{20014, 104, 20010}));
+  err_clear();
+  fs::resize_file(file("orders.dat"), 100);
+  EXPECT_FALSE(open());
+  EXPECT_EQ(recorded(), (Codes{104, 20010}));
+}
+
+// next try works.
+// The counters in memory stay as they were when a later read finds a damaged header.
+TEST_F(Blocks, DamagedHeadersChangeNothingInMemory) {
+  Engine engine;
+  Database database = create("SIZE_DAT=100B;SIZE_TRN=20B");
+  ASSERT_TRUE(database);
+  write_record(*database);
+  const std::string dat = content("orders.dat").substr(0, 4096), trn = content("orders.trn").substr(0, 4096);
+  const std::string before(reinterpret_cast<char *>(&database->header), sizeof(HeaderRecord));
+  struct {
+    PartNo part;
+    int offset;
+    std::string bytes;
+    StatusCode status;
+  } const cases[] = {
+      {part_dat, 0x00, "X", 20003},           {part_dat, 0xD8, bytes({100}), 20019},
+      {part_dat, 0xE0, bytes({1}), 20019},    {part_trn, 0x01, "X", 20003},
+      {part_trn, 0xD0, bytes({0}), 20019},    {part_trn, 0xD8, bytes({20}), 20019},
+      {part_trn, 0xEC, bytes({0}), 20019},    {part_trn, 0xEC, bytes({3}), 20019},
+      {part_trn, 0xF0, bytes({0}), 20019},    {part_trn, 0xF0, bytes({3}), 20019},
+      {part_trn, 0xF3, bytes({0x80}), 20019}, {part_trn, 0xF4, bytes({100}), 20019},
+      {part_trn, 0xF8, bytes({6}), 20019},    {part_trn, 0xFF, bytes({0x80}), 20019},
+      {part_trn, 0xE8, bytes({1}), 0},
+  };
+  for (const auto &test : cases) {
+    SCOPED_TRACE(testing::Message() << "part " << test.part << " offset " << test.offset);
+    const std::string name = test.part == part_dat ? "orders.dat" : "orders.trn";
+    patch(name, test.offset, test.bytes);
+    err_clear();
+    EXPECT_EQ(bm_read_header(*database, test.part), test.status == 0);
+    EXPECT_EQ(recorded(), test.status == 0 ? Codes{} : Codes{test.status});
+    if (test.status != 0) {
+      EXPECT_EQ(before, std::string(reinterpret_cast<char *>(&database->header), sizeof(HeaderRecord)));
+    }
+    patch(name, 0, test.part == part_dat ? dat : trn);
+  }
+  HeaderRecord empty = {};
+  EXPECT_FALSE(header_decode(empty, part_trn, reinterpret_cast<const uint8_t *>(trn.data())));
+  EXPECT_EQ(recorded(), Codes{status::block_argument});
+}
+
+TEST_F(Blocks, StorageNames) {
+  Engine engine("HVI_TMP_DIR=D:\\work;HVI_FILE_SFX_TMP=tmp");
+  const std::string ids = std::to_string(system_driver.process_id()) + "_" + std::to_string(current_thread());
+  struct {
+    const char *params;
+    std::string dat, trn, temporary;
+  } const cases[] = {
+      {"NAME=orders;PATH=D:\\db", "D:\\db\\orders.dat", "D:\\db\\orders.trn",
+       "D:\\work\\orders" + ids + ".tmp"},
+      {"NAME=orders;PATH=D:\\;FILE_SFX_DAT=bin;FILE_SFX_TRN=.log", "D:\\orders.bin", "D:\\orders.log",
+       "D:\\work\\orders" + ids + ".tmp"},
+      {"NAME=t1", "t1.dat", "t1.trn", "D:\\work\\t1" + ids + ".tmp"},
+      {"NAME=t1;TYPE2=RAW;PATH=p", "p\\t1", "p\\t1", ""},
+      {"NAME=t1;TYPE2=RAW_DEV;PATH=/dev/x", "/dev/x", "/dev/x", ""},
+  };
+  StorageName name;
+  for (const auto &test : cases) {
+    ParamBlock params(param_create(test.params));
+    ASSERT_NE(params, nullptr);
+    ASSERT_TRUE(param_check(*params, false)) << test.params;
+    ASSERT_TRUE(storage_name(*params, DatabaseType::ordinary, part_dat, name));
+    EXPECT_EQ(name, test.dat);
+    ASSERT_TRUE(storage_name(*params, DatabaseType::ordinary, part_trn, name));
+    EXPECT_EQ(name, test.trn);
+    ASSERT_TRUE(storage_name(*params, DatabaseType::temporary, part_dat, name));
+    if (!test.temporary.empty()) {
+      EXPECT_EQ(name, test.temporary);
+    }
+  }
+  struct {
+    const char *trn, *saved;
+  } const saved[] = {
+      {"D:\\db\\orders.trn", "D:\\db\\orders.7.trn_"},
+      {"a.b.log", "a.b.7.log_"},
+      {"orders_trn", "orders_trn.7"},
+      {"D:\\d.b\\orders_trn", "D:\\d.b\\orders_trn.7"},
+  };
+  for (const auto &test : saved) {
+    ASSERT_TRUE(saved_storage_name(test.trn, 7, name));
+    EXPECT_STREQ(name, test.saved);
+  }
+  EXPECT_TRUE(saved_storage_name(std::string(253, 'n').c_str(), 7, name));
+  EXPECT_FALSE(saved_storage_name(std::string(254, 'n').c_str(), 7, name));
+  EXPECT_EQ(recorded(), Codes{status::param_text_length});
+}
+
+TEST_F(Blocks, CreateOpenRemove) {
+  Engine engine;
+  EXPECT_FALSE(open());
+  EXPECT_FALSE(remove());
+  EXPECT_EQ(recorded(), (Codes{120102, 120102}));
+  touch({"orders.trn", "orders.7.trn_", "orders.8.log_", "other.9.trn_"});
+  ASSERT_TRUE(create());
+  EXPECT_EQ(files(), (Names{"orders.dat", "orders.8.log_", "other.9.trn_"})) << "left-over storages are gone";
+  err_clear();
+  EXPECT_FALSE(create());
+  EXPECT_FALSE(create("BLOCK_SIZE=1"));
+  EXPECT_EQ(recorded(), (Codes{120101, 112009}));
+  EXPECT_EQ(size("orders.dat"), 4096u);
+  ASSERT_TRUE(create("OVERWRITE=true;SIZE_DAT=30B"));
+  EXPECT_EQ(size("orders.dat"), 30u * 4096);
+
+  Database database = open("LANG=SJIS");
+  ASSERT_TRUE(database);
+  EXPECT_EQ(database.params->language, 2) << "the header's";
+  EXPECT_EQ(bm_part_size(*database, part_dat), 30);
+  database.bm.reset();
+  touch({"orders.trn", "orders.7.trn_"});
+  err_clear();
+  EXPECT_TRUE(remove());
+  EXPECT_EQ(files(), (Names{"orders.8.log_", "other.9.trn_"}));
+  EXPECT_EQ(recorded(), Codes{});
+
+  env_set("HVI_TRAN_HISTORY_SAVE", "ON");
+  touch({"orders.7.trn_"});
+  ASSERT_TRUE(create());
+  ASSERT_TRUE(remove());
+  EXPECT_TRUE(files().contains("orders.7.trn_"));
+
+  fs::create_directory(file("orders.dat"));
+  EXPECT_FALSE(create("OVERWRITE=TRUE;NAME=" + file("missing") + "\\x"));
+  EXPECT_EQ(recorded().back(), 20007);
+  EXPECT_FALSE(create("OVERWRITE=TRUE"));
+  EXPECT_EQ(recorded().back(), 20006);
+  EXPECT_FALSE(open());
+  EXPECT_EQ(recorded().back(), 20008);
+}
+
+TEST_F(Blocks, TransfersStayInsideThePart) {
+  Engine engine;
+  Database database = create("SIZE_DAT=30B;SIZE_TRN=10B"), endless = create("NAME=endless");
+  ASSERT_TRUE(database);
+  ASSERT_TRUE(endless);
+  const std::string block = block_of('b');
+  std::string read = block_of('r');
+  EXPECT_TRUE(bm_write_block(*database, part_dat, 29, block.data()));
+  EXPECT_TRUE(bm_read_block(*database, part_dat, 29, read.data()));
+  EXPECT_EQ(read, block);
+  EXPECT_TRUE(bm_write_block(*endless, part_dat, 5000, block.data()));
+  EXPECT_EQ(size("endless.dat"), 5001u * 4096);
+  EXPECT_EQ(recorded(), Codes{});
+  EXPECT_FALSE(bm_write_block(*database, part_dat, 0, block.data()));
+  EXPECT_FALSE(bm_read_block(*database, part_dat, -1, read.data()));
+  EXPECT_FALSE(bm_read_block(*database, part_dat, 1, nullptr));
+  EXPECT_FALSE(bm_read_block(*database, part_trn, 1, read.data())) << "not open";
+  EXPECT_FALSE(bm_write_block(*database, part_dat, 30, block.data()));
+  EXPECT_EQ(error_record().entries[4].detail1, 30);
+  EXPECT_FALSE(bm_read_block(*endless, part_dat, INT32_MAX, read.data()));
+  EXPECT_EQ(recorded(), (Codes{20001, 20001, 20001, 20002, 120105, 104, 20011}));
+
+  EXPECT_TRUE(bm_block_valid(*database, part_trn, 9));
+  EXPECT_FALSE(bm_block_valid(*database, part_trn, 10));
+  EXPECT_FALSE(bm_block_valid(*endless, part_dat, 0));
+  EXPECT_TRUE(bm_block_valid(*endless, part_dat, INT32_MAX));
+  EXPECT_TRUE(bm_sync(*database, part_dat));
+
+  EXPECT_EQ(bm_probe_header(*database, part_dat, ProbeMode::whole), HeaderProbe::valid);
+  patch("orders.dat", 0x2C, "x");
+  EXPECT_EQ(bm_probe_header(*database, part_dat, ProbeMode::whole), HeaderProbe::invalid);
+  EXPECT_EQ(bm_probe_header(*database, part_dat, ProbeMode::magic), HeaderProbe::valid);
+}
+
+TEST_F(Blocks, TemporaryDatabase) {
+  Engine engine(("HVI_TMP_DIR=" + dir_.path()).c_str());
+  const std::string name =
+      "alter" + std::to_string(system_driver.process_id()) + "_" + std::to_string(current_thread()) + ".tmp";
+  touch({name.c_str(), "alter.trn", "alter.1.trn_"});
+  {
+    Database database = create("NAME=alter", DatabaseType::temporary);
+    ASSERT_TRUE(database) << "a dead process's storage is no obstacle";
+    EXPECT_TRUE(bm_write_header(*database, part_dat));
+    EXPECT_EQ(content(name), "") << "never a header";
+    EXPECT_TRUE(bm_write_block(*database, part_dat, 3, block_of('t').data()));
+    EXPECT_TRUE(bm_saved_drop_stale(*database));
+  }
+  EXPECT_EQ(files(), (Names{"alter.trn", "alter.1.trn_"})) << "another database's storages stay";
+  EXPECT_FALSE(create("NAME=alter;PATH=", static_cast<DatabaseType>(2)));
+  EXPECT_EQ(recorded(), Codes{20001});
+}
+
+TEST_F(Blocks, SingleStorageHoldsBothParts) {
+  Engine engine;
+  const std::string raw = "TYPE2=RAW;SIZE_DAT=100B;SIZE_TRN=20B";
+  {
+    Database database = create(raw);
+    ASSERT_TRUE(database);
+    EXPECT_EQ(database->common.end_trn, 120);
+    EXPECT_EQ(size("orders"), 120u * 4096);
+    EXPECT_EQ(bm_trn_exists(*database), TrnPresence::absent);
+    write_record(*database);
+    EXPECT_EQ(content("orders").substr(101 * 4096, 4096), block_of('s'));
+    EXPECT_FALSE(bm_write_block(*database, part_trn, 20, block_of('x').data()));
+    EXPECT_EQ(bm_trn_exists(*database), TrnPresence::present);
+    err_clear();
+    EXPECT_FALSE(bm_trn_reset(*database)) << "the record waits";
+    EXPECT_EQ(recorded(), Codes{22016});
+    EXPECT_TRUE(bm_trn_release(*database, false));
+    EXPECT_EQ(bm_trn_exists(*database), TrnPresence::absent);
+    EXPECT_TRUE(bm_trn_reset(*database));
+  }
+  err_clear();
+  EXPECT_FALSE(open("NAME=orders;FILE_SFX_DAT=.x")) << "no such separate storage";
+  fs::rename(file("orders"), file("orders.dat"));
+  EXPECT_FALSE(open()) << "opened in the wrong layout, the parts would overlap";
+  fs::rename(file("orders.dat"), file("orders"));
+  EXPECT_EQ(recorded(), (Codes{120102, 20013}));
+  patch("orders", 0x24, bytes({101}));
+  EXPECT_FALSE(open(raw));
+  EXPECT_EQ(recorded().back(), 20019);
+  patch("orders", 0x24, bytes({100}));
+  EXPECT_TRUE(open(raw));
+  EXPECT_TRUE(remove(raw));
+  EXPECT_EQ(files(), Names{});
+}
+
+TEST_F(Blocks, RawDevice) {
+  Engine engine;
+  const std::string device = "TYPE2=RAW_DEV;SIZE_DAT=30B;SIZE_TRN=10B;PATH=x;NAME=" + file("device") + "\\d";
+  // The device's name is the path; NAME's directory gives it.
+  EXPECT_FALSE(create(device));
+  touch({"device"});
+  EXPECT_TRUE(create(device));
+  EXPECT_FALSE(create(device));
+  EXPECT_EQ(recorded(), (Codes{120102, 120104}));
+  EXPECT_EQ(size("device"), 40u * 4096);
+  EXPECT_TRUE(create(device + ";OVERWRITE=true"));
+  EXPECT_TRUE(open(device));
+  EXPECT_TRUE(remove(device));
+  err_clear();
+  EXPECT_FALSE(open(device));
+  EXPECT_EQ(recorded(), Codes{120106});
+  EXPECT_TRUE(create(device)) << "a deleted device is free";
+  EXPECT_TRUE(open(device));
+}
+
+// A memory database keeps no history: its driver cannot rename.
+TEST_F(Blocks, MemoryDatabase) {
+  Engine engine;
+  const auto params_with = [](const char *more) {
+    return ParamBlock(param_create((std::string("NAME=mem;TYPE=MEMORY;") + more).c_str()));
+  };
+  Database database = {params_with("SIZE_DAT=30B"), nullptr};
+  database.bm.reset(bm_create(*database.params, DatabaseType::ordinary));
+  ASSERT_TRUE(database);
+  write_record(*database);
+  EXPECT_EQ(bm_trn_exists(*database), TrnPresence::present);
+  apply_record(*database);
+  EXPECT_TRUE(bm_trn_release(*database, true));
+  EXPECT_EQ(bm_trn_exists(*database), TrnPresence::absent);
+  EXPECT_FALSE(bm_saved_exists(*database, 1));
+  EXPECT_TRUE(bm_trn_reset(*database));
+  EXPECT_EQ(bm_create(*database.params, DatabaseType::ordinary), nullptr);
+  const ParamBlock wrong = params_with("BLOCK_SIZE=8192"), again = params_with("");
+  EXPECT_EQ(bm_open(*wrong, true), nullptr);
+  EXPECT_EQ(recorded(), (Codes{120101, 20014}));
+  err_clear();
+  database.bm.reset(bm_open(*again, true));
+  ASSERT_TRUE(database);
+  EXPECT_EQ(bm_counters(*database, part_dat).bcnt, 5);
+  database.bm.reset();
+  EXPECT_TRUE(bm_remove(*again));
+  EXPECT_EQ(bm_open(*again, true), nullptr);
+  EXPECT_EQ(recorded(), Codes{120102});
+}
+
+namespace {
+
+// A cipher that adds the key's first byte; the key "!" fails, and so does the option SHIFT_ROUNDS=none.
+int shift(void *handle, const void *input, void *output, int length, int sign) {
+  const char key = *static_cast<char *>(handle);
+  if (key == '!') return -1;
+  for (int i = 0; i < length; ++i)
+    static_cast<char *>(output)[i] = static_cast<char>(static_cast<const char *>(input)[i] + sign * key);
+  return length;
+}
+
+char cipher_key[2];
+int open_ciphers = 0;
+
+void *open_shift(const char *key, const char *const options[10]) {
+  if (options[0] != nullptr && strcmp(options[0], "none") == 0) return nullptr;
+  ++open_ciphers;
+  cipher_key[0] = key[0];
+  return cipher_key;
+}
+
+CipherDriver shift_cipher = {
+    "shift",
+    {"SHIFT_ROUNDS"},
+    open_shift,
+    [](void *) { --open_ciphers; },
+    [](void *handle, const void *in, void *out, int length) { return shift(handle, in, out, length, 1); },
+    [](void *handle, const void *in, void *out, int length) { return shift(handle, in, out, length, -1); }};
+
+}  // namespace
+
+TEST_F(Blocks, EncryptedDatabase) {
+  Engine engine;
+  EXPECT_FALSE(create("ENCRYPT_KEY=k"));
+  EXPECT_EQ(recorded(), Codes{120107});
+  system_driver.cipher_driver = &shift_cipher;
+  {
+    Database database = create("ENCRYPT_KEY=k");
+    ASSERT_TRUE(database);
+    ASSERT_TRUE(bm_write_block(*database, part_dat, 1, block_of('b').data()));
+    EXPECT_EQ(content("orders.dat").substr(4096, 4096), block_of('b' + 'k'));
+    EXPECT_EQ(content("orders.dat").substr(0x90, 6), std::string("shift\0", 6));
+  }
+  {
+    Database database = open("ENCRYPT_KEY=k");
+    ASSERT_TRUE(database);
+    std::string block = block_of('x');
+    ASSERT_TRUE(bm_read_block(*database, part_dat, 1, block.data()));
+    EXPECT_EQ(block, block_of('b'));
+  }
+  err_clear();
+  EXPECT_FALSE(open());
+  EXPECT_FALSE(open("ENCRYPT_KEY=l"));
+  EXPECT_FALSE(open("ENCRYPT_KEY=!"));
+  EXPECT_FALSE(open("ENCRYPT_KEY=k;shift_rounds=none"));
+  shift_cipher.name = "other";
+  EXPECT_FALSE(open("ENCRYPT_KEY=k"));
+  shift_cipher.name = "shift";
+  EXPECT_FALSE(create("OVERWRITE=true;ENCRYPT_KEY=!"));
+  system_driver.cipher_driver = nullptr;
+  EXPECT_FALSE(open("ENCRYPT_KEY=k"));
+  EXPECT_EQ(recorded(), (Codes{120109, 120110, 20018, 20016, 120108, 20017, 120107}));
+  EXPECT_EQ(open_ciphers, 0);
+}
+
+// Each I/O call and each allocation of a database's life fails in turn: a status, nothing left open, and the
+// next try works.
+TEST_F(Blocks, EveryFailureIsReportedAndLeavesTheDatabaseUsable) {
+  FaultDriver driver;
+  Engine engine;
+  const auto life = [&](const std::string &more) {
+    Database database = create(more);
+    if (!database) return false;
+    database = open(more, true);
+    if (!database || !bm_trn_reset(*database)) return false;
+    if (!bm_trn_release(*database, false) || !bm_saved_drop_stale(*database)) return false;
+    database.bm.reset();
+    return remove(more);
+  };
+  const std::string more = "OVERWRITE=true;DRV_NO=101;SIZE_DAT=30B;SIZE_TRN=10B";
+  for (const std::string layout : {"", ";TYPE2=RAW"}) {
+    int failures = 0;
+    for (int call = 1; call < 100; ++call) {
+      err_clear();
+      driver.take_log();
+      driver.fail_call(call);
+      const bool lived = life(more + layout);
+      const bool reached = driver.take_log().size() >= static_cast<size_t>(call);
+      driver.fail_call(0);
+      failures += !lived;
+      if (!lived) {
+        EXPECT_NE(recorded(), Codes{}) << call;
+      }
+      if (!reached) break;
+      err_clear();
+      ASSERT_TRUE(life(more + layout)) << call;
+      EXPECT_EQ(files(), Names{}) << call;
+    }
+    EXPECT_GT(failures, 10) << layout;
+    failures = 0;
+    for (int number = 1; number < 100; ++number) {
+      err_clear();
+      bool lived, reached;
+      {
+        AllocationFault fault(number);
+        lived = life(more + layout);
+        reached = AllocationFault::happened();
+      }
+      failures += !lived;
+      if (!lived) {
+        EXPECT_EQ(recorded()[0], reached ? status::out_of_memory : 0) << number;
+      }
+      if (!reached) break;
+      err_clear();
+      ASSERT_TRUE(life(more + layout)) << number;
+    }
+    EXPECT_GT(failures, 10) << layout;
+  }
+}
+
+TEST_F(Blocks, Listing) {
+  Engine engine;
+  Database database = create();
+  ASSERT_TRUE(database);
+  bm_counters(*database, part_dat) = {9, 2, 9, 3};
+  ASSERT_TRUE(bm_write_block(*database, part_dat, 9, (bytes({7}) + block_of(0)).data()));
+  ASSERT_TRUE(bm_write_block(*database, part_dat, 7, block_of(0).data()));
+  const auto listing = [&](bool free_list, bool transaction) {
+    testing::internal::CaptureStdout();
+    bm_dump(*database, free_list, transaction);
+    const std::string text = testing::internal::GetCapturedStdout();
+    return text.substr(std::min(text.size(), text.find("  ucnt (TRN)   : 0\n") + 19));
+  };
+  testing::internal::CaptureStdout();
+  bm_dump(*database, false, false);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "***  Block Information ***\n -- block common header -- \n"
+            "  magic        : KLD\n  endian       : 0\n  version      : 3\n  minor        : 2\n"
+            "  use type     : 0\n  storage type : 0\n  manage type  : 3\n  database type: 0\n"
+            "  block size   : 4096\n  name         : orders\n  format       : 2\n  lang         : 2\n"
+            "  appver major : 0\n  appver minor : 0\n  appver rev   : 0\n  wstas        : 0\n"
+            "  size (DAT)   : 0\n  end  (DAT)   : 0\n  size (TRN)   : 0\n  end  (TRN)   : 0\n"
+            " -- part information  -- \n"
+            "  part (DAT)   : 0\n  pstat(DAT)   : 0\n  part (TRN)   : 1\n  pstat(TRN)   : 0\n"
+            " -- block counter  -- \n"
+            "  bcnt (DAT)   : 9\n  fcnt (DAT)   : 2\n  flst (DAT)   : 9\n  ucnt (DAT)   : 3\n"
+            "  bcnt (TRN)   : 0\n  fcnt (TRN)   : 0\n  flst (TRN)   : 0\n  ucnt (TRN)   : 0\n");
+  const std::string free_title = "*** Block Manager DAT Free List ***\n";
+  EXPECT_EQ(listing(true, false),
+            free_title + "bno:[9] bcnt:[2]\nbno:[7] bcnt:[1]\nOK : last bno:[7] bcnt:[0]\n");
+  bm_counters(*database, part_dat).fcnt = 3;
+  EXPECT_EQ(listing(true, false), free_title +
+                                      "bno:[9] bcnt:[3]\nbno:[7] bcnt:[2]\n"
+                                      "error : block no null. bcnt:[1]\n");
+  bm_counters(*database, part_dat).flst = -4;
+  EXPECT_EQ(listing(true, false), free_title + "bno:[-4] bcnt:[3]\nerror : read block. bno:[-4] bcnt:[3]\n");
+  bm_counters(*database, part_dat) = {9, 0, 0, 3};
+  EXPECT_EQ(listing(true, true), free_title +
+                                     " -- not found bm dat freelist. -- \n"
+                                     " -- transaction information  -- not found.\n");
+
+  write_record(*database);
+  database->header.creation_time = 0;
+  database->header.commit.ctime = {2024, 5, 6, 7, 8, 9, 0, 10};
+  database->header.commit.iid = 11;
+  database->header.commit.after = {5, 1, 4, 0};
+  ASSERT_TRUE(bm_write_header(*database, part_trn));
+  bm_trn_abandon(*database);
+  EXPECT_EQ(listing(false, true),
+            " -- transaction information  -- \n  tstat        : 3\n  map bno      : 2\n  map icnt     : 1\n"
+            "  fcnt         : 1\n  flst         : 4\n  ctime        : 2024/05/06 07:08:09.000010\n"
+            "  iid         : 11\n  lcto        : 0\n  lctn        : 1000\n");
+  EXPECT_EQ(database->header.commit.tstat, 0u) << "the listing reads a copy";
+  EXPECT_EQ(recorded(), Codes{});
+}

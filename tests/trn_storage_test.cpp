@@ -1,0 +1,171 @@
+#include "storage/trn_storage.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "block_support.h"
+
+using namespace tovik;
+using namespace tovik::test;
+
+namespace {
+using Calls = std::vector<std::string>;
+}  // namespace
+
+TEST_F(Blocks, PruningAtOpen) {
+  Engine engine;
+  Database database = create();
+  ASSERT_TRUE(database);
+  bm_counters(*database, part_dat).ucnt = 12;
+  ASSERT_TRUE(bm_write_header(*database, part_dat));
+  touch({"orders.11.trn_", "orders.12.trn_", "orders.13.trn_", "orders.14.trn_", "orders.trn",
+         "orders.12x.trn_", "orders.4294967308.trn_", "orders.11.log_", "orders.11.trn", "orders2.11.trn_",
+         "orders.x.trn_"});
+  ASSERT_TRUE(open("", false));
+  EXPECT_EQ(files().size(), 12u);
+  ASSERT_TRUE(open("", true));
+  EXPECT_EQ(files(), (Names{"orders.dat", "orders.12.trn_", "orders.13.trn_", "orders.trn", "orders.12x.trn_",
+                            "orders.11.log_", "orders.11.trn", "orders2.11.trn_"}));
+
+  // A name with a dot: its own saved storages, and a DAT storage that looks like one, stay.
+  ASSERT_TRUE(create("NAME=a.b;FILE_SFX_DAT=.trn_"));
+  touch({"a.b.0.trn_", "a.b.1.trn_", "a.b.2.trn_"});
+  ASSERT_TRUE(open("NAME=a.b;FILE_SFX_DAT=.trn_", true));
+  EXPECT_TRUE(files().contains("a.b.trn_"));
+  EXPECT_TRUE(files().contains("a.b.0.trn_"));
+  EXPECT_EQ(recorded(), Codes{});
+}
+
+TEST_F(Blocks, TransactionEndLeavesWhatTheSettingsSay) {
+  const Calls renamed = {"close orders.trn", "rename orders.trn orders.1.trn_"};
+  const Calls emptied = {"truncate orders.trn 0", "sync orders.trn", "close orders.trn"};
+  const Calls destroyed = {"close orders.trn", "open orders.trn",  "truncate orders.trn 0",
+                           "sync orders.trn",  "close orders.trn", "remove orders.trn"};
+  const Calls destroyed_unflushed = {"close orders.trn", "open orders.trn", "truncate orders.trn 0",
+                                     "close orders.trn", "remove orders.trn"};
+  struct {
+    const char *settings;
+    bool committed;
+    Names left;
+    Calls calls;  // of the release
+  } const cases[] = {
+      {"HVI_TRAN_HISTORY=1", true, {"orders.dat", "orders.1.trn_"}, renamed},
+      {"HVI_TRAN_HISTORY=3", true, {"orders.dat", "orders.1.trn_"}, renamed},
+      {"HVI_TRAN_HISTORY=1", false, {"orders.dat"}, destroyed},
+      {"HVI_TRAN_HISTORY=1;HVI_TRAN_SYNC=OFF", false, {"orders.dat"}, destroyed_unflushed},
+      {"HVI_TRAN_HISTORY=0", true, {"orders.dat", "orders.trn"}, emptied},
+      {"HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF", true, {"orders.dat"}, destroyed},
+  };
+  for (const auto &test : cases) {
+    SCOPED_TRACE(testing::Message() << test.settings << " committed " << test.committed);
+    FaultDriver driver;
+    Engine engine(test.settings);
+    Database database = create("OVERWRITE=true;DRV_NO=101");
+    ASSERT_TRUE(database);
+    write_record(*database);
+    if (test.committed) apply_record(*database);
+    driver.take_log();
+    EXPECT_TRUE(bm_trn_release(*database, test.committed));
+    EXPECT_EQ(driver.take_log(), test.calls);
+    EXPECT_EQ(files(), test.left);
+    if (test.left.contains("orders.trn")) {
+      EXPECT_EQ(content("orders.trn"), "");
+    }
+    EXPECT_EQ(bm_trn_exists(*database), TrnPresence::absent);
+    EXPECT_EQ(database->header.commit.tstat, 0u);
+    EXPECT_EQ(bm_counters(*database, part_trn).bcnt, 0);
+
+    // A transaction that wrote no record leaves nothing to fear: its storage just goes.
+    ASSERT_TRUE(bm_trn_reset(*database));
+    EXPECT_EQ(database->header.commit.tstat, static_cast<uint32_t>(tran_open));
+    ASSERT_TRUE(bm_write_block(*database, part_trn, 1, block_of('u').data()));
+    EXPECT_TRUE(bm_trn_release(*database, false));
+    EXPECT_EQ(files(), test.left);
+    EXPECT_EQ(recorded(), Codes{});
+  }
+}
+
+TEST_F(Blocks, HistoryKeepsTheLastCommit) {
+  Engine engine;
+  Database database = create();
+  ASSERT_TRUE(database);
+  for (uint32_t number = 1; number <= 3; ++number) {
+    write_record(*database);
+    apply_record(*database);
+    ASSERT_TRUE(bm_trn_release(*database, true));
+    EXPECT_EQ(files(), (Names{"orders.dat", "orders." + std::to_string(number) + ".trn_"}));
+  }
+  EXPECT_FALSE(bm_saved_open(*database, 2));
+  EXPECT_EQ(recorded(), Codes{}) << "a missing one is no failure";
+  EXPECT_TRUE(bm_saved_exists(*database, 3));
+  ASSERT_TRUE(bm_saved_open(*database, 3));
+  ASSERT_TRUE(bm_read_header(*database, part_trn));
+  EXPECT_EQ(database->header.commit.before.ucnt, 2u);
+  bm_trn_abandon(*database);
+
+  // A commit without changes takes the number over.
+  ASSERT_TRUE(bm_trn_reset(*database));
+  database->header.commit = {};
+  ASSERT_TRUE(bm_write_header(*database, part_trn));
+  ASSERT_TRUE(bm_trn_release(*database, true));
+  EXPECT_EQ(files(), (Names{"orders.dat", "orders.3.trn_"}));
+  EXPECT_EQ(content("orders.3.trn_").substr(0xE8, 8), std::string(8, '\0'));
+
+  touch({"orders.2.trn_", "orders.4.trn_", "orders.5.trn_"});
+  EXPECT_TRUE(bm_saved_drop_stale(*database));
+  EXPECT_EQ(files(), (Names{"orders.dat", "orders.2.trn_", "orders.5.trn_"}));
+  EXPECT_TRUE(bm_saved_remove(*database, 5));
+  EXPECT_TRUE(bm_saved_remove(*database, 5)) << "absent is as good";
+  EXPECT_EQ(recorded(), Codes{});
+}
+
+TEST_F(Blocks, ARecordThatWaitsIsNeverDestroyed) {
+  for (const char *settings : {"HVI_TRAN_HISTORY=0", "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF", ""}) {
+    SCOPED_TRACE(settings);
+    FaultDriver driver;
+    Engine engine(settings);
+    Database database = create("OVERWRITE=true;DRV_NO=101");
+    ASSERT_TRUE(database);
+    write_record(*database);
+    const std::string record = content("orders.trn");
+    bm_trn_abandon(*database);
+    EXPECT_FALSE(bm_trn_reset(*database));
+    EXPECT_FALSE(bm_saved_drop_stale(*database));
+    EXPECT_EQ(recorded(), (Codes{22016, 22016}));
+    // Nor when it cannot be read: calls from here are size, read.
+    err_clear();
+    for (int call = 1; call <= 3; ++call) {
+      driver.fail_call(call);
+      EXPECT_FALSE(bm_trn_reset(*database)) << call;
+    }
+    driver.fail_call(0);
+    EXPECT_EQ(content("orders.trn"), record);
+
+    // Applied, or not this database's, it is dead and makes room for the next transaction.
+    err_clear();
+    ASSERT_TRUE(bm_trn_reopen(*database));
+    ASSERT_TRUE(bm_read_header(*database, part_trn));
+    apply_record(*database);
+    bm_trn_abandon(*database);
+    driver.take_log();
+    EXPECT_TRUE(bm_trn_reset(*database));
+    EXPECT_EQ(content("orders.trn"), "");
+    const Calls log = driver.take_log();
+    EXPECT_NE(std::find(log.begin(), log.end(), "sync orders.trn"), log.end()) << "and durably so";
+    EXPECT_TRUE(bm_trn_release(*database, false));
+
+    put("orders.trn", record);
+    EXPECT_TRUE(bm_saved_drop_stale(*database));
+    EXPECT_FALSE(files().contains("orders.trn"));
+    put("orders.trn", record.substr(0, 100));
+    EXPECT_EQ(bm_trn_exists(*database), TrnPresence::present);
+    EXPECT_TRUE(bm_trn_reset(*database)) << "shorter than a header";
+    EXPECT_TRUE(bm_trn_destroy(*database));
+    EXPECT_TRUE(bm_trn_destroy(*database));
+    EXPECT_EQ(files(), Names{"orders.dat"});
+    EXPECT_EQ(recorded(), Codes{});
+  }
+}
