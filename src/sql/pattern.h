@@ -23,7 +23,7 @@ namespace tovik {
 // "%" any sequence, "_" one character, backslash makes the next literal; the whole text must match.
 bool pattern_like(const char *text, const char *pattern);
 
-// fold: ASCII letters match in either case. False with 1, for patterns of hundreds of bytes only.
+// fold: ASCII letters match in either case. False with 1, for patterns of hundreds of bytes with groups only.
 [[nodiscard]] bool pattern_match(const char *text, const char *pattern, bool fold, bool *matches);
 
 }  // namespace tovik

@@ -1,9 +1,8 @@
-// One part of a pattern is matched by following every place of the pattern that matching can stand at, all at
-// once, character by character of the text: each place is one bit, so that no pattern is tried twice at the
-// same place of the text. A place inside a "{group}" is kept apart, because there only a sequence is matched.
-// The plain characters before the first special one are compared directly.
-//
-// A step costs one look at each place that is active, usually one or two.
+// A part without groups is matched in one walk over the text that goes back to its last "*". A part with
+// "{group}"s can be matched in many ways; it is matched by following every place of the pattern that matching
+// can stand at, all at once, character by character of the text: each place is one bit, so that no place is
+// tried twice at the same character. A place inside a group is kept apart, because there only a sequence is
+// matched.
 #include <algorithm>
 #include <utility>
 
@@ -17,7 +16,7 @@ namespace tovik {
 
 namespace {
 
-constexpr int inline_words = 4;  // patterns below 256 bytes need no memory of their own
+constexpr int inline_words = 4;  // patterns below 256 bytes need no memory for their bits
 constexpr int word_bits = 64;
 
 // The places of a pattern that are active, in order.
@@ -44,10 +43,6 @@ char unfolded(char c) {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
-bool special(char c) {
-  return c == '\0' || strchr("*?[{}|&\\", c) != nullptr;
-}
-
 // By size, then by bytes: the order of the codes in every 8-bit character set.
 int character_order(Character a, Character b) {
   return a.size != b.size ? a.size - b.size : memcmp(a.bytes, b.bytes, static_cast<size_t>(a.size));
@@ -71,6 +66,8 @@ class Matcher {
 
   PartResult match_part(const char *text, int place);
   PartResult follow(const char *text, int place);
+  PartResult at_separator(int place);
+  int skip_stars(int place) const;
   void enter(int place);
   void enter_inside(int place);
   void clear(Places &places);
@@ -108,7 +105,7 @@ bool Matcher::start() {
   unclosed_ = length_;
   const int words = length_ / word_bits + 1;
   uint64_t *bits = inline_bits_;
-  if (words > inline_words) {
+  if (words > inline_words && strchr(pattern_, '{') != nullptr) {
     if (!bits_.resize(4 * words)) return fail(status::out_of_memory);
     bits = bits_.data();
   }
@@ -137,29 +134,68 @@ bool Matcher::run(const char *text) {
   }
 }
 
+// A failure goes back to the last "*" only: what an earlier one could take in, the last one can as well.
 PartResult Matcher::match_part(const char *text, int place) {
-  while (!special(pattern_[place])) {
-    furthest_ = place;
-    if (*text == '\0') return PartResult::failed;
-    const Character character = character_at(charset_, text);
-    const Character wanted = character_at(charset_, pattern_ + place);
-    if (!same(character, wanted)) return PartResult::failed;
-    text += character.size;
-    place += wanted.size;
-  }
+  const char *const part_text = text;
+  const int part_place = place;
+  const char *resume_text = nullptr;
+  int resume_place = 0;  // behind the last "*", whose sequence ends at resume_text
   furthest_ = place;
-  separated_ = rest_matches_ = malformed_ = false;
-  return follow(text, place);
+  for (;;) {
+    furthest_ = std::max(furthest_, place);
+    switch (pattern_[place]) {
+      case '*':
+        place = skip_stars(place);
+        if (pattern_[place] == '\0') return PartResult::whole;
+        resume_text = text;
+        resume_place = place;
+        continue;
+      case '{':
+        return follow(part_text, part_place);
+      case '}':
+        return PartResult::malformed;
+      case '|':
+      case '&':
+        return at_separator(place);
+      case '\0':
+        if (*text == '\0') return PartResult::whole;
+        break;
+      default:
+        if (*text == '\0') return PartResult::failed;  // a shorter rest cannot match either
+        const Character character = character_at(charset_, text);
+        const int after = consume(place, character);
+        if (after == 0) break;
+        text += character.size;
+        place = after;
+        continue;
+    }
+    if (resume_text == nullptr) return PartResult::failed;
+    resume_text += character_size(charset_, resume_text);
+    text = resume_text;
+    place = resume_place;
+  }
+}
+
+int Matcher::skip_stars(int place) const {
+  while (pattern_[place] == '*') ++place;
+  return place;
+}
+
+PartResult Matcher::at_separator(int place) {
+  separator_ = place;
+  return pattern_[place] == '&' ? PartResult::at_and : PartResult::at_or;
 }
 
 PartResult Matcher::follow(const char *text, int place) {
+  separated_ = rest_matches_ = malformed_ = false;
+  furthest_ = place;
   first_word_ = last_word_ = place / word_bits;
   clear(now_);
   clear(next_);
   enter(place);
   for (;;) {
     if (malformed_) return PartResult::malformed;
-    if (separated_) return pattern_[separator_] == '&' ? PartResult::at_and : PartResult::at_or;
+    if (separated_) return at_separator(separator_);
     if (rest_matches_) return PartResult::whole;
     if (*text == '\0') {
       const bool at_end = furthest_ == length_ && holds(next_.outside, length_);
@@ -182,7 +218,7 @@ void Matcher::enter(int place) {
   while (activate(next_.outside, place)) {
     switch (pattern_[place]) {
       case '*':
-        while (pattern_[place] == '*') ++place;
+        place = skip_stars(place);
         if (pattern_[place] == '\0') rest_matches_ = true;
         break;
       case '{': {
