@@ -29,13 +29,19 @@ struct LockManager {
   int32_t sleep;  // milliseconds between retries
   int32_t retry;
   ThreadId dblock;  // always no_thread
+  // The byte-range locks that this process holds.
+  int32_t range_mode;  // shared range: 0, file_lock_shared or file_lock_exclusive
+  bool reserved_held;
+  bool pending_held;  // exclusively; a reader holds it shared only while it enters
 };
 
 LockManager *lm_create(BlockManager &bm);
 void lm_destroy(LockManager *lm);
 
 // level is shared, reserved or exclusive; reserved takes shared first and gives it back when busy. With wait
-// a busy attempt is repeated up to retry more times, sleeping outside the mutex. Statuses 24001, 24005, 111.
+// a busy attempt is repeated up to retry more times, sleeping outside the mutex. A thread that asks for
+// exclusive and finds readers left stays at pending and is busy; it may ask again. Statuses 24001, 24002,
+// 24003, 24005, 111, 112. A failed byte-range call leaves the table as it was.
 LockResult lm_lock(LockManager &lm, ThreadId thread, LockLevel level, bool wait);
 
 enum class Unlock {
@@ -43,12 +49,16 @@ enum class Unlock {
   to_shared,     // gives up reserved, pending and exclusive, keeps shared
   all
 };
-[[nodiscard]] bool lm_unlock(LockManager &lm, ThreadId thread, Unlock how);  // 24001, 24009, 112
+
+// Statuses 24001, 24009, 112 (and 111 for to_shared). After a failure the thread keeps its level and may
+// unlock again.
+[[nodiscard]] bool lm_unlock(LockManager &lm, ThreadId thread, Unlock how);
 
 bool lm_holds(LockManager &lm, ThreadId thread);        // any level
 bool lm_holds_write(LockManager &lm, ThreadId thread);  // reserved or more
 
-// A writer exists elsewhere: another thread of this process, or another process (reserved byte).
+// A writer exists elsewhere: another thread of this process, or another process (reserved byte). A test that
+// fails counts as no writer: the lock that follows meets and reports the failure.
 bool lm_write_busy(LockManager &lm, ThreadId thread);
 
 void lm_dump(LockManager &lm, const char *title);
