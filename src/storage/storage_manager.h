@@ -17,6 +17,9 @@ struct StorageManager {
   Lock *lock;               // held around every page-interface call; guards the data layer's handle lists too
   Params *params;           // the database's, not owned
   void *data;               // the data layer's systems of this storage (created by its operations)
+  bool creating;            // sm_create ran and sm_direct_end has not yet
+  bool direct_changed;      // the DAT part changed outside a transaction since the last sm_direct_end
+  bool reload;              // a recovered record changed the DAT part: the next sm_refresh reports it
 };
 
 // What the data layer does for a storage manager. Levels are 1 to 4; level 0 is the committed state.
@@ -32,24 +35,36 @@ struct DataLayerOps {
   void (*level_dropped)(StorageManager &sm, int level);  // level's state is abandoned
 };
 
+// The hooks of a level run inside the storage manager's lock, level_opened with the level open already,
+// level_merged and level_dropped with it still open. write_counters fails the operation that calls it.
 void sm_register_data_layer(const DataLayerOps &ops);
-const DataLayerOps &sm_data_layer();
+const DataLayerOps &sm_data_layer();  // operations that do nothing until one is registered
 
-StorageManager *sm_create(Params &params);       // 25001, 11001, 25002 ... 25015
-StorageManager *sm_open(Params &params);         // as sm_create, and 25007, 25008, 25009, 22023
+// A new database. It is complete on disk after the first sm_direct_end, which leaves the update counter at 0,
+// or the first transaction. Statuses 11001, 1, 10, 25002 to 25006, 25010, 25012, 25015.
+StorageManager *sm_create(Params &params);
+
+// Runs the warm restart when it is the only user, then opens the systems, under the shared level unless that
+// stays busy: the caller takes the shared level and calls sm_refresh before it uses them. Statuses 11001, 1,
+// 10, 25003, 25004, 25007 to 25009, 25015, 22023.
+StorageManager *sm_open(Params &params);
+
 StorageManager *sm_create_work(Params &params);  // a temporary database: block manager and DAT cache only
-void sm_close(StorageManager *sm);               // ends open levels, writes dirty DAT pages
+void sm_close(StorageManager *sm);               // rolls open levels back, writes dirty DAT pages
 
 // The level whose state the calling thread sees: the open level for the owner of the transaction, else 0.
 int sm_level(const StorageManager &sm);
 
-// The DAT part may have changed beneath us. Reads the DAT header again; when another process has committed,
-// the DAT cache is emptied and changed is set: every handle of the data layer must be read again.
+// The DAT part may have changed beneath us: called whenever a lock level was granted, after tm_check_record.
+// Reads the DAT header again; when another process has committed, or tm_recover has run, the DAT cache is
+// emptied and changed is set: every handle of the data layer must be read again. Only the first caller is
+// told.
 [[nodiscard]] bool sm_refresh(StorageManager &sm, bool *changed);
 
-// Changes made outside a transaction: sm_direct_begin drops saved storages that they would make stale;
-// sm_direct_end writes counters, pages and the header with a new update counter, and flushes. The caller
-// holds the exclusive level, or is the only user (creation).
+// Changes made outside a transaction: sm_direct_begin drops saved storages that they would make stale (22016
+// when a commit record waits to be applied); sm_direct_end writes counters, pages and the header with a new
+// update counter, and flushes, when anything changed. After a failure sm_direct_end may be called again. The
+// caller holds the exclusive level, or is the only user (creation).
 [[nodiscard]] bool sm_direct_begin(StorageManager &sm);
 [[nodiscard]] bool sm_direct_end(StorageManager &sm);
 

@@ -5,6 +5,9 @@
 //                        v                               v
 //                       none                     tm_recover (next lock grant or open) --> none
 //
+// Every function takes the storage manager's lock for as long as it works on the caches or the headers, so
+// other threads may use the page interface meanwhile; commit flushes the TRN storage outside it.
+//
 // Invariants
 //   1. While a transaction is open no block of the DAT part changes.
 //   2. The commit record is durable (tstat 3 flushed) before the first DAT block of the copy is written.
@@ -13,6 +16,8 @@
 //      applied transaction is lcto (copy not finished) or lctn (finished; applying again is harmless).
 //   5. One thread owns the transaction; every other thread works on the committed state.
 #pragma once
+
+#include <atomic>
 
 #include "platform/array.h"
 #include "storage/cache.h"
@@ -41,39 +46,54 @@ struct TransactionManager {
   StorageManager *sm;
   BlockManager *bm;
   CacheManager *dat, *trn;
-  int32_t hash_size;  // TRAN_HASH
-  int32_t level;      // open levels, 0 to 4
-  ThreadId tid;       // owner, no_thread when none is open
+  int32_t hash_size;          // TRAN_HASH
+  int32_t level;              // open levels, 0 to 4
+  std::atomic<ThreadId> tid;  // owner, no_thread when none is open; only the owner can find itself here
   TranLevel *levels[tran_level_limit];
-  Array<MapEntry> sorted;  // built at commit and at recovery
-  bool record_written;     // a commit record of the open transaction is on disk
-  bool record_pending;     // a copy failed: the record on disk must be applied before anything else
+  Array<MapEntry> sorted;   // built at commit and at recovery
+  bool record_written;      // a commit record of the open transaction may be on disk
+  bool record_durable;      // ... and surely is
+  bool record_pending;      // a copy failed: the record on disk must be applied before anything else
+  uint32_t pending_number;  // where that record lies: a saved storage, or 0 for the TRN storage
+  uint8_t *buffer;          // two blocks of scratch
 };
 
-TransactionManager *tm_create(StorageManager &sm, const Params &params);
+TransactionManager *tm_create(StorageManager &sm, const Params &params);  // null with 1
 void tm_destroy(TransactionManager *tm);
 
-// Statuses 122002 (another thread's), 122001, 22007, 22022, 22004, 22003, 22005, 22006.
+// Opens a level. A start over a record that is still to be applied is refused with 22007. Statuses 22001,
+// 122002 (another thread's), 122001, 22007, 22022, 22003, 22006.
 [[nodiscard]] bool tm_start(TransactionManager &tm, ThreadId thread);
-[[nodiscard]] bool tm_commit(TransactionManager &tm,
-                             ThreadId thread);  // the commit record: 22002, 22003, 22009, 22011, 22014
 
-// The copy and the end of the level. On failure (22010, 22015, 22016) the level has ended too, the record is
-// still on disk and record_pending is set.
+// Outermost level: writes the commit record; it is durable on success. May be called again when the exclusive
+// level stayed busy: nothing is written when nothing changed since, and a change after the first call
+// withdraws the record before it reaches a shadow block. Inner levels: only their pages are written.
+// Statuses 22001, 22002, 122002, 22003, 22009, 22011, 22012, 22014.
+[[nodiscard]] bool tm_commit(TransactionManager &tm, ThreadId thread);
+
+// Outermost level: the copy and the end of the level, under the exclusive level. On failure (22010, 22015,
+// 22016) the level has ended too, the record is still on disk and record_pending is set. Inner levels: merges
+// into the level below; on failure (22021) nothing has changed.
 [[nodiscard]] bool tm_apply(TransactionManager &tm, ThreadId thread);
 
-[[nodiscard]] bool tm_rollback(TransactionManager &tm, ThreadId thread);  // 122002, 22002, 22004
+// Ends the innermost level without applying it. A commit record already written is gone for good when this
+// returns; if it cannot be destroyed (22008) the level has ended, but the record stands and record_pending is
+// set. Statuses 22001, 22002, 122002.
+[[nodiscard]] bool tm_rollback(TransactionManager &tm, ThreadId thread);
 
 // At open, under the exclusive level: applies a commit record left in the TRN storage or in a saved storage.
 // Only 22023 fails the open; other problems are logged and recorded.
 [[nodiscard]] bool tm_warm_restart(TransactionManager &tm);
 
 // Is there a commit record that must be applied before this process may read or write? Cheap when there is no
-// TRN storage. The caller holds the shared level and no writer exists elsewhere.
+// TRN storage. The caller holds the shared level and found no writer elsewhere. A writer that has appeared
+// since may have its record on disk and wait for the exclusive level: when the caller, told pending, cannot
+// get the reserved level, the record's writer is alive and will copy it.
 enum class RecordCheck { none, pending, failed };
 RecordCheck tm_check_record(TransactionManager &tm);
 
-// Applies that record; the caller holds the exclusive level.
+// Applies that record; the caller holds the exclusive level. The next sm_refresh reports a change. On failure
+// (22026 and its causes) the record is still to be applied.
 [[nodiscard]] bool tm_recover(TransactionManager &tm);
 
 // For the cache. Counters in use inside the transaction:
@@ -83,6 +103,9 @@ inline Counters &tm_counters(TransactionManager &tm) {
 [[nodiscard]] bool tm_map_add(TransactionManager &tm, BlockNo dno, BlockNo tno);  // current level; 1
 BlockNo tm_map_find_level(const TransactionManager &tm, BlockNo dno);  // current level only, 0 = none
 BlockNo tm_map_find(const TransactionManager &tm, BlockNo dno);  // innermost mapping of all levels, 0 = none
+
+// Called before a shadow block is written: a commit record written earlier describes the block's old content.
+[[nodiscard]] bool tm_withdraw_record(TransactionManager &tm);  // 22011, 22014
 
 void tm_dump(const TransactionManager &tm);
 
