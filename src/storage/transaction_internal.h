@@ -1,0 +1,33 @@
+// What the sources of the transaction manager share.
+#pragma once
+
+#include "storage/transaction.h"
+
+namespace tovik {
+
+bool level_map_init(TranLevel &level, int32_t hash_size);
+void level_map_release(TranLevel &level);
+BlockNo level_map_find(const TranLevel &level, BlockNo dno);
+bool level_map_set(TranLevel &level, uint32_t dno, uint32_t tno);  // 1
+
+// The page map: tm.sorted becomes the outermost level's map in ascending order of dno (22012); it is written
+// behind the last TRN block in use, whose first block is left in *first (22009).
+bool page_map_sort(TransactionManager &tm);
+bool page_map_write(TransactionManager &tm, BlockNo *first);
+
+// Reads the map that the commit record in the header names into tm.sorted. damaged: a field or an entry
+// cannot be true; nothing is recorded.
+enum class MapRead { complete, damaged, failed };
+MapRead page_map_read(TransactionManager &tm);
+
+// Copies the blocks of tm.sorted to the DAT part and installs the record's counters there; flushes it. With
+// compare, blocks that are equal already are left alone. *written is set before the first write; when the
+// copy fails after that, the DAT part is half copied. The in-memory DAT header stays that of the disk.
+enum class CopyMode { overwrite, compare };
+bool record_copy(TransactionManager &tm, CopyMode mode, bool *written);  // 22017 ... 22020, 22014
+
+inline int32_t map_entries_per_block(const BlockManager &bm) {
+  return bm_block_size(bm) / 8;
+}
+
+}  // namespace tovik
