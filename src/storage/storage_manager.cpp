@@ -1,0 +1,232 @@
+// Building, opening and closing the objects of one database's storage, and the changes made outside a
+// transaction.
+//
+// Blocks 1 and 2 of the DAT part are allocated first thing in a new database: the data layer keeps its system
+// ROW and its counters there.
+
+#include "storage/storage_manager.h"
+
+#include "frame/env.h"
+#include "frame/error.h"
+#include "storage/trn_storage.h"
+
+namespace tovik {
+namespace {
+
+bool succeed(StorageManager &) {
+  return true;
+}
+
+const DataLayerOps no_data_layer = {succeed,
+                                    succeed,
+                                    succeed,
+                                    succeed,
+                                    [](StorageManager &) {},
+                                    succeed,
+                                    [](StorageManager &, int) {},
+                                    [](StorageManager &, int) {},
+                                    [](StorageManager &, int) {}};
+
+DataLayerOps data_layer = no_data_layer;
+
+// Closes a storage manager that did not get finished.
+class Unfinished {
+ public:
+  explicit Unfinished(StorageManager *sm) : sm_(sm) {}
+  ~Unfinished() { sm_close(sm_); }
+  Unfinished(const Unfinished &) = delete;
+  Unfinished &operator=(const Unfinished &) = delete;
+  StorageManager *finish() {
+    StorageManager *sm = sm_;
+    sm_ = nullptr;
+    return sm;
+  }
+
+ private:
+  StorageManager *sm_;
+};
+
+StorageManager *allocate(Params &params) {
+  if (!io_initialised()) return fail_null(status::not_initialised);
+  StorageManager *sm = mem_new<StorageManager>();
+  if (sm == nullptr) return fail_null(status::out_of_memory);
+  sm->params = &params;
+  sm->lock = system_driver.lock_create();
+  if (sm->lock == nullptr) {
+    mem_delete(sm);
+    return fail_null(status::lock_create);
+  }
+  return sm;
+}
+
+bool create_caches(StorageManager &sm) {
+  sm.dat = cm_create(*sm.bm, *sm.params, part_dat);
+  sm.trn = sm.dat == nullptr ? nullptr : cm_create(*sm.bm, *sm.params, part_trn);
+  if (sm.trn == nullptr) return fail(status::storage_cache_create);
+  sm.trn->home = sm.dat;
+  return true;
+}
+
+bool create_lock_manager(StorageManager &sm) {
+  sm.lm = lm_create(*sm.bm);
+  return sm.lm != nullptr || fail(status::storage_lock_create);
+}
+
+bool create_transaction_manager(StorageManager &sm) {
+  sm.tm = tm_create(sm, *sm.params);
+  return sm.tm != nullptr || fail(status::storage_tran_create);
+}
+
+bool allocate_first_blocks(StorageManager &sm) {
+  for (int i = 0; i < 2; ++i) {
+    Page page;
+    if (!sm_page_new(sm, 0, page)) return fail(status::storage_new_page);
+    if (!sm_page_release_write(page)) return fail(status::storage_page_write);
+  }
+  return true;
+}
+
+bool create_systems(StorageManager &sm) {
+  if (!data_layer.row_create(sm)) return fail(status::storage_row_create);
+  return data_layer.btree_create(sm) || fail(status::storage_btree_create);
+}
+
+bool open_systems(StorageManager &sm) {
+  if (!data_layer.row_open(sm)) return fail(status::storage_row_open);
+  return data_layer.btree_open(sm) || fail(status::storage_btree_open);
+}
+
+// Runs only when every level can be had at once; an open beside other users goes on without it.
+bool restart_under_lock(StorageManager &sm) {
+  const ThreadId thread = current_thread();
+  if (lm_lock(*sm.lm, thread, LockLevel::reserved, false) != LockResult::granted) return true;
+  bool done = true;
+  if (lm_lock(*sm.lm, thread, LockLevel::exclusive, false) == LockResult::granted)
+    done = tm_warm_restart(*sm.tm);
+  return lm_unlock(*sm.lm, thread, Unlock::all) && done;
+}
+
+// A commit that another process is copying would show us half of it. When the shared level stays busy the
+// systems are opened all the same: whoever uses them takes the level first and then refreshes.
+bool open_systems_under_lock(StorageManager &sm) {
+  const ThreadId thread = current_thread();
+  const bool locked = lm_lock(*sm.lm, thread, LockLevel::shared, true) == LockResult::granted;
+  const bool opened = open_systems(sm);
+  return (!locked || lm_unlock(*sm.lm, thread, Unlock::readers_only)) && opened;
+}
+
+bool dat_is_dirty(StorageManager &sm) {
+  if ((sm.dat->state & cache_header_changed) != 0) return true;
+  for (const CachePage *page = sm.dat->all; page != nullptr; page = page->all_next)
+    if ((page->status & page_dirty) != 0) return true;
+  return false;
+}
+
+bool flush_dat(StorageManager &sm) {
+  if (!cm_flush(*sm.dat, 0, false, nullptr)) return false;
+  return !env_on(Env::tran_sync) || bm_sync(*sm.bm, part_dat);
+}
+
+// What was changed outside a transaction and not finished reaches the DAT part as far as it can.
+void write_leftovers(StorageManager &sm) {
+  if (sm.data != nullptr && sm.direct_changed && !data_layer.write_counters(sm)) return;
+  if (sm.tm != nullptr && dat_is_dirty(sm)) (void)flush_dat(sm);
+}
+
+}  // namespace
+
+void sm_register_data_layer(const DataLayerOps &ops) {
+  data_layer = ops;
+}
+
+const DataLayerOps &sm_data_layer() {
+  return data_layer;
+}
+
+StorageManager *sm_create(Params &params) {
+  StorageManager *sm = allocate(params);
+  if (sm == nullptr) return nullptr;
+  Unfinished unfinished(sm);
+  sm->bm = bm_create(params, DatabaseType::ordinary);
+  if (sm->bm == nullptr) return fail_null(status::storage_block_create);
+  sm->creating = true;
+  if (!create_caches(*sm) || !create_lock_manager(*sm)) return nullptr;
+  if (!allocate_first_blocks(*sm) || !create_systems(*sm)) return nullptr;
+  if (!create_transaction_manager(*sm)) return nullptr;
+  return unfinished.finish();
+}
+
+StorageManager *sm_open(Params &params) {
+  StorageManager *sm = allocate(params);
+  if (sm == nullptr) return nullptr;
+  Unfinished unfinished(sm);
+  sm->bm = bm_open(params, true);
+  if (sm->bm == nullptr) return fail_null(status::storage_block_open);
+  if (!create_caches(*sm) || !create_lock_manager(*sm) || !create_transaction_manager(*sm)) return nullptr;
+  if (params.warm_restart && !restart_under_lock(*sm)) return nullptr;
+  if (!open_systems_under_lock(*sm)) return nullptr;
+  return unfinished.finish();
+}
+
+StorageManager *sm_create_work(Params &params) {
+  StorageManager *sm = allocate(params);
+  if (sm == nullptr) return nullptr;
+  Unfinished unfinished(sm);
+  sm->bm = bm_create(params, DatabaseType::temporary);
+  if (sm->bm == nullptr) return fail_null(status::storage_block_create);
+  sm->dat = cm_create(*sm->bm, params, part_dat);
+  if (sm->dat == nullptr) return fail_null(status::storage_cache_create);
+  if (!allocate_first_blocks(*sm) || !create_systems(*sm)) return nullptr;
+  return unfinished.finish();
+}
+
+void sm_close(StorageManager *sm) {
+  if (sm == nullptr) return;
+  while (sm->tm != nullptr && sm->tm->level > 0) (void)tm_rollback(*sm->tm, sm->tm->tid);
+  if (sm->dat != nullptr) write_leftovers(*sm);
+  if (sm->bm != nullptr) data_layer.close(*sm);
+  cm_destroy(sm->dat);
+  cm_destroy(sm->trn);
+  tm_destroy(sm->tm);
+  lm_destroy(sm->lm);
+  system_driver.lock_destroy(sm->lock);
+  bm_close(sm->bm);
+  mem_delete(sm);
+}
+
+bool sm_refresh(StorageManager &sm, bool *changed) {
+  *changed = false;
+  if (sm.tm == nullptr) return true;
+  LockGuard guard(sm.lock);
+  // While this process has a transaction open nobody else can commit, and counters changed outside a
+  // transaction exist in memory only.
+  const bool current = sm.tm->level > 0 || (sm.dat->state & cache_header_changed) != 0;
+  const uint32_t ucnt = bm_counters(*sm.bm, part_dat).ucnt;
+  if (!current && !bm_read_header(*sm.bm, part_dat)) return false;
+  *changed = sm.reload || bm_counters(*sm.bm, part_dat).ucnt != ucnt;
+  if (*changed && !current) cm_drop(*sm.dat, 0, DropWhat::all);
+  sm.reload = false;
+  return true;
+}
+
+bool sm_direct_begin(StorageManager &sm) {
+  if (sm.tm == nullptr) return true;
+  LockGuard guard(sm.lock);
+  if (sm.tm->record_pending) return fail(status::tran_bad_state);
+  return bm_saved_drop_stale(*sm.bm);
+}
+
+bool sm_direct_end(StorageManager &sm) {
+  if (sm.tm == nullptr) return true;
+  LockGuard guard(sm.lock);
+  if (!data_layer.write_counters(sm)) return false;
+  if (!sm.direct_changed && (sm.dat->state & cache_header_changed) == 0) return true;
+  if (!sm.creating) ++bm_counters(*sm.bm, part_dat).ucnt;
+  sm.dat->state |= cache_header_changed;
+  if (!flush_dat(sm)) return false;
+  sm.creating = false;
+  sm.direct_changed = false;
+  return true;
+}
+
+}  // namespace tovik
