@@ -71,8 +71,10 @@ class FaultDriver {
     };
     driver().file_write = [](DriverHandle handle, const void *buffer, int64_t length,
                              int64_t offset) -> int64_t {
-      if (fails("write", state().names[handle], at(offset, length))) return -1;
-      return file_driver.file_write(handle, buffer, length, offset);
+      if (!fails("write", state().names[handle], at(offset, length)))
+        return file_driver.file_write(handle, buffer, length, offset);
+      if (state().stops) file_driver.file_write(handle, buffer, length / 2, offset);
+      return -1;
     };
     driver().file_size = [](DriverHandle handle) -> int64_t {
       return fails("size", state().names[handle]) ? -1 : file_driver.file_size(handle);
@@ -91,7 +93,16 @@ class FaultDriver {
   FaultDriver &operator=(const FaultDriver &) = delete;
 
   // The call with that number from now on fails, and no other; 0 fails none.
-  void fail_call(int number) { state().countdown = number; }
+  void fail_call(int number) {
+    state().countdown = number;
+    state().stops = false;
+  }
+  // The machine stops at the call with that number, half way through if it is a write: no later call does
+  // anything until the next fail_call.
+  void stop_at_call(int number) {
+    state().countdown = number;
+    state().stops = true;
+  }
   std::vector<std::string> take_log() { return std::exchange(state().log, {}); }
   IoDriver &table() { return driver(); }
 
@@ -100,6 +111,7 @@ class FaultDriver {
     std::vector<std::string> log;
     std::map<DriverHandle, std::string> names;
     int countdown = 0;
+    bool stops = false;
   };
   static State &state() {
     static State state;
@@ -117,7 +129,13 @@ class FaultDriver {
   static std::string at(int64_t offset, int64_t length) { return " " + std::to_string(offset / length); }
   static bool fails(const char *call, const std::string &name, const std::string &more = "") {
     state().log.push_back(std::string(call) + " " + last_part(name.c_str()) + more);
-    return state().countdown > 0 && --state().countdown == 0;
+    int &countdown = state().countdown;
+    if (countdown != 1) {
+      if (countdown > 1) --countdown;
+      return false;
+    }
+    if (!state().stops) countdown = 0;
+    return true;
   }
 };
 

@@ -1,0 +1,402 @@
+#include "storage/cache.h"
+
+#include <map>
+#include <optional>
+#include <set>
+#include <thread>
+
+#include "storage_fixture.h"
+
+namespace tovik::test {
+namespace {
+
+int sleeps = 0;
+void count_sleep(int) {
+  ++sleeps;
+}
+
+const char memory_database[] = "NAME=c;TYPE=MEMORY;BLOCK_SIZE=1024;";
+
+TEST(CacheTest, FullCacheWaitsAndFails) {
+  StorageEngine engine;
+  SlotGuard slot(system_driver.sleep_ms, count_sleep);
+  struct Row {
+    const char *params;
+    int held;
+    int sleeps;
+  } const rows[] = {
+      {"CACHE_SIZE_DAT=2;CACHE_RTC=3;CACHE_RTS=7", 2, 3},
+      {"CACHE_SIZE_DAT=2;CACHE_RTC=0", 1, 0},  // no scan at all, though a page could go
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.params);
+    Database db(std::string(memory_database) + "OVERWRITE=true;" + row.params, Database::Start::create);
+    ASSERT_TRUE(db.opened());
+    sleeps = 0;
+    Page pages[3];
+    ASSERT_EQ(0, db.fill_of(2));
+    for (int i = 0; i < row.held; ++i) ASSERT_TRUE(sm_page_get(*db, 1 + i, 1, pages[i]));
+    err_clear();
+    EXPECT_FALSE(sm_page_new(*db, 1, pages[2]));
+    EXPECT_EQ((Codes{status::cache_full, status::cache_get_page}), take_recorded());
+    EXPECT_EQ(row.sleeps, sleeps);
+    EXPECT_EQ(2, db.counters().bcnt);
+    if (row.sleeps == 0) continue;
+    ASSERT_TRUE(sm_page_release(pages[0]));
+    EXPECT_EQ(3, db.add(5));
+  }
+}
+
+TEST(CacheTest, EvictsTheLeastRecentPageAndWritesItFirst) {
+  StorageEngine engine;
+  Database db(std::string(memory_database) + "CACHE_SIZE_DAT=3", Database::Start::create);
+  for (uint8_t fill = 3; fill <= 5; ++fill) ASSERT_EQ(fill, db.add(fill));
+  ASSERT_EQ(3, db.fill_of(3));  // recency now 3, 5, 4
+  ASSERT_EQ(6, db.add(6));
+  EXPECT_EQ(nullptr, cm_find(*db->dat, 4));
+  EXPECT_NE(nullptr, cm_find(*db->dat, 3));
+  Bytes block(1024);
+  ASSERT_TRUE(bm_read_block(*db->bm, part_dat, 4, block.data()));
+  EXPECT_EQ(4, block[0]);
+  EXPECT_EQ(0, db->dat->lock_count);
+}
+
+TEST(CacheTest, RefusesWhatCannotBe) {
+  StorageEngine engine;
+  Database db(memory_database, Database::Start::create);
+  ASSERT_EQ(3, db.add(1));
+  const uint32_t reads = db->bm->io[part_dat]->read_count;
+  Page page;
+  for (BlockNo block : {-1, 0, 4, INT32_MAX}) {
+    EXPECT_FALSE(sm_page_get(*db, block, 1, page)) << block;
+    EXPECT_EQ(Codes{status::cache_block_no}, take_recorded()) << block;
+  }
+  EXPECT_EQ(reads, db->bm->io[part_dat]->read_count);
+
+  uint8_t *data;
+  uint8_t *again;
+  ASSERT_TRUE(cm_get_page(*db->dat, 3, 1, nullptr, &data));
+  ASSERT_TRUE(cm_get_page(*db->dat, 3, 1, nullptr, &again));
+  ASSERT_EQ(data, again);
+  EXPECT_FALSE(cm_delete_page(data, nullptr));
+  EXPECT_EQ(Codes{status::cache_delete_referenced}, take_recorded());
+  EXPECT_EQ(0, db.counters().fcnt);
+  EXPECT_TRUE(cm_release(data) && cm_release(data));
+  EXPECT_FALSE(cm_release(data));
+  EXPECT_EQ(Codes{status::cache_release_unreferenced}, take_recorded());
+  EXPECT_FALSE(cm_release_write(data, nullptr));
+  EXPECT_EQ(Codes{status::cache_write_unreferenced}, take_recorded());
+  cm_find(*db->dat, 3)->magic ^= 1;
+  EXPECT_FALSE(cm_release(data));
+  EXPECT_EQ(Codes{status::cache_page_magic}, take_recorded());
+  cm_find(*db->dat, 3)->magic ^= 1;
+
+  EXPECT_FALSE(sm_page_release(page));
+  EXPECT_EQ(Codes{status::page_argument}, take_recorded());
+}
+
+TEST(CacheTest, UnreadableBlockLeavesNoPageBehind) {
+  StorageEngine engine;
+  Database db(memory_database, Database::Start::create);
+  db.counters().bcnt = 9;  // never written: the store has a hole there
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    EXPECT_TRUE(db.get(9).empty());
+    const Codes codes = take_recorded();
+    ASSERT_GE(codes.size(), 2u);
+    EXPECT_EQ((Codes{status::cache_read, status::cache_read_page}), Codes(codes.end() - 2, codes.end()));
+    EXPECT_EQ(nullptr, cm_find(*db->dat, 9));
+  }
+}
+
+TEST(CacheTest, ImmediateWriteReachesTheStorage) {
+  StorageEngine engine;
+  for (const bool immediate : {true, false}) {
+    SCOPED_TRACE(immediate);
+    Database db(std::string(memory_database) + "OVERWRITE=true;CACHE_IMM_WRITE=" + (immediate ? "true" : "x"),
+                Database::Start::create);
+    const uint32_t writes = db->bm->io[part_dat]->write_count;
+    ASSERT_EQ(3, db.add(8));
+    EXPECT_EQ(immediate ? 3u : 0u, db->bm->io[part_dat]->write_count - writes);  // page twice, header
+    ASSERT_TRUE(db.remove(3));
+    HeaderRecord header = db->bm->header;
+    ASSERT_TRUE(bm_peek_header(*db->bm, part_dat, header));
+    EXPECT_EQ(immediate ? 3 : 2, header.parts[part_dat].counters.bcnt);
+    EXPECT_EQ(immediate ? 1 : 0, header.parts[part_dat].counters.fcnt);
+  }
+}
+
+TEST(CacheTest, FreeListIsLastInFirstOut) {
+  StorageEngine engine;
+  Database db(memory_database, Database::Start::create);
+  for (BlockNo block = 3; block <= 12; ++block) ASSERT_EQ(block, db.add(static_cast<uint8_t>(block)));
+  ASSERT_TRUE(db.remove(7) && db.remove(9));
+  EXPECT_EQ(9, db.counters().flst);
+  EXPECT_EQ(2, db.counters().fcnt);
+  EXPECT_EQ(7, load_i32(db.get(9).data()));
+  EXPECT_EQ(0, db.get(9)[4]);
+
+  // A chain 4 -> 5 -> 6, linked by its owner; 5 keeps what else it holds.
+  for (BlockNo block : {4, 5}) {
+    Page page;
+    ASSERT_TRUE(sm_page_get(*db, block, 1, page));
+    store_i32(page.data(), block + 1);
+    ASSERT_TRUE(sm_page_release_write(page));
+  }
+  ASSERT_TRUE(sm_chain_free(*db, 1, 4, 6, 3));
+  ASSERT_TRUE(cm_flush(*db->dat, 0, true, nullptr));
+  EXPECT_EQ(nullptr, cm_find(*db->dat, 5));
+  for (BlockNo expected : {4, 5, 6, 9, 7, 13}) {
+    Page page;
+    ASSERT_TRUE(sm_page_new(*db, 2, page));
+    EXPECT_EQ(expected, page.block());
+    EXPECT_EQ(Bytes(1024, 0), Bytes(page.data(), page.data() + 1024));
+  }
+  EXPECT_EQ(0, db.counters().fcnt);
+  EXPECT_EQ(0, db.counters().flst);
+  EXPECT_FALSE(sm_chain_free(*db, 1, 4, 14, 2));
+  EXPECT_EQ(Codes{status::cache_argument}, take_recorded());
+}
+
+TEST(CacheTest, DamagedFreeListIsRefusedBeforeAnythingChanges) {
+  StorageEngine engine;
+  struct Row {
+    const char *what;
+    int32_t fcnt;
+    BlockNo flst;
+    int32_t link;  // first word of block 4
+    StatusCode code;
+  } const rows[] = {
+      {"head without a count", 0, 4, 0, status::cache_argument},
+      {"count without a head", 2, 0, 0, status::cache_argument},
+      {"more free than allocated", 99, 4, 3, status::cache_argument},
+      {"negative count", -1, 4, 3, status::cache_argument},
+      {"head past the end", 1, 77, 0, status::cache_free_list},
+      {"link past the end", 2, 4, 77, status::cache_free_list},
+      {"negative link", 2, 4, -3, status::cache_free_list},
+      {"link to itself", 2, 4, 4, status::cache_free_list},
+      {"chain ends early", 2, 4, 0, status::cache_argument},
+  };
+  Database db(memory_database, Database::Start::create);
+  for (int i = 0; i < 4; ++i) ASSERT_NE(0, db.add(1));
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.what);
+    Page page;
+    ASSERT_TRUE(sm_page_get(*db, 4, 1, page));
+    store_i32(page.data(), row.link);
+    ASSERT_TRUE(sm_page_release_write(page));
+    db.counters().fcnt = row.fcnt;
+    db.counters().flst = row.flst;
+    EXPECT_FALSE(sm_page_new(*db, 1, page));
+    EXPECT_EQ(Codes{row.code}, take_recorded());
+    EXPECT_EQ(row.fcnt, db.counters().fcnt);
+    EXPECT_EQ(row.flst, db.counters().flst);
+    EXPECT_EQ(row.link, load_i32(db.get(4).data()));
+  }
+}
+
+TEST(CacheTest, StopsAtTheSizeLimits) {
+  StorageEngine engine;
+  Database db(std::string(memory_database) + "SIZE_DAT=30B;SIZE_TRN=10B;CACHE_SIZE_TRN=4",
+              Database::Start::create);
+  for (BlockNo block = 3; block < 30; ++block) ASSERT_EQ(block, db.add(1));
+  EXPECT_EQ(0, db.add(1));
+  EXPECT_EQ(Codes{status::cache_argument}, take_recorded());
+  ASSERT_TRUE(db.begin());
+  BlockNo block = 1;
+  while (block < 30 && db.put(block, 2)) ++block;
+  EXPECT_EQ(14, block);  // nine shadow blocks and four pages
+  EXPECT_EQ(status::storage_size_limit, take_recorded().front());
+  ASSERT_TRUE(db.rollback());
+  EXPECT_EQ(1, db.fill_of(5));
+}
+
+TEST(CacheTest, CommittedPagesStayInMemory) {
+  StorageEngine engine;
+  Database db(std::string(memory_database) + "CACHE_SIZE_DAT=4;CACHE_SIZE_TRN=6", Database::Start::create);
+  for (int i = 0; i < 6; ++i) ASSERT_NE(0, db.add(1));
+  ASSERT_TRUE(cm_flush(*db->dat, 0, true, nullptr));
+  ASSERT_TRUE(db.begin());
+  for (BlockNo block = 3; block <= 8; ++block) ASSERT_TRUE(db.put(block, 9));
+  ASSERT_TRUE(db.commit());
+  const uint32_t reads = db->bm->io[part_dat]->read_count;
+  std::vector<BlockNo> order;
+  for (const CachePage *page = db->dat->mru; order.size() < 4; page = page->older)
+    order.push_back(page->block);
+  EXPECT_EQ((std::vector<BlockNo>{8, 7, 6, 5}), order);
+  for (BlockNo block = 5; block <= 8; ++block) EXPECT_EQ(9, db.fill_of(block));
+  EXPECT_EQ(reads, db->bm->io[part_dat]->read_count);
+}
+
+// The database beside a model: for every level the blocks in use and what they hold.
+class ModelRun {
+ public:
+  ModelRun() : levels_(1) { open(Database::Start::create); }
+
+  void step() {
+    switch (random_.below(16)) {
+      case 0:
+      case 1:
+      case 2:
+      case 3:
+        return add();
+      case 4:
+      case 5:
+      case 6:
+        return change();
+      case 7:
+        return remove();
+      case 8:
+        return remove_chain();
+      case 9:
+        return levels_.size() <= tran_level_limit ? begin() : check_one();
+      case 10:
+        return end_level();
+      case 11:
+        return random_.one_in(4) ? check_committed_elsewhere() : check_one();
+      case 12:
+        return random_.one_in(20) ? reopen() : check_one();
+      default:
+        return check_one();
+    }
+  }
+
+  void check_all() {
+    for (const auto &[block, number] : now()) check(*db_, block, number);
+    const Counters &counters = levels_.size() > 1 ? tm_counters(*sm().tm) : db_->counters();
+    EXPECT_EQ(counters.bcnt, static_cast<int>(now().size()) + counters.fcnt);  // every block is live or free
+    std::set<BlockNo> seen;
+    for (BlockNo block = counters.flst; block != 0; block = load_i32(db_->get(block).data()))
+      if (now().count(block) != 0 || !seen.insert(block).second)
+        return ADD_FAILURE() << "free list at " << block;
+    EXPECT_EQ(counters.fcnt, static_cast<int>(seen.size()));
+    EXPECT_EQ(0, sm().dat->lock_count + sm().trn->lock_count);
+  }
+
+  bool finish() {
+    while (levels_.size() > 1) end_level();
+    check_all();
+    reopen();
+    check_all();
+    return !testing::Test::HasFailure();
+  }
+
+ private:
+  using Blocks = std::map<BlockNo, uint32_t>;
+
+  StorageManager &sm() { return **db_; }
+  Blocks &now() { return levels_.back(); }
+  uint8_t fill(uint32_t number) const { return static_cast<uint8_t>(number * 7 + 1); }
+
+  void open(Database::Start start) {
+    db_.emplace(
+        "NAME=m;TYPE=MEMORY;BLOCK_SIZE=1024;OVERWRITE=true;CACHE_SIZE_DAT=7;CACHE_SIZE_TRN=5;"
+        "HASH_SIZE_DAT=4;HASH_SIZE_TRN=3;TRAN_HASH=2",
+        start);
+    ASSERT_TRUE(db_->opened());
+    if (start == Database::Start::create) {
+      ASSERT_TRUE(db_->put(1, fill(0)) && db_->put(2, fill(0)));
+      now() = {{1, 0}, {2, 0}};
+    }
+  }
+
+  BlockNo any_block() {
+    auto at = now().begin();
+    std::advance(at, random_.below(static_cast<int>(now().size())));
+    return at->first;
+  }
+
+  void add() {
+    ++number_;
+    const BlockNo block = db_->add(fill(number_), number_);
+    ASSERT_NE(0, block);
+    ASSERT_TRUE(now().emplace(block, number_).second) << block << " is in use";
+  }
+
+  void change() {
+    const BlockNo block = any_block();
+    ++number_;
+    ASSERT_TRUE(db_->put(block, fill(number_), number_));
+    now()[block] = number_;
+  }
+
+  void remove() {
+    if (now().size() < 3) return;
+    const BlockNo block = any_block();
+    ASSERT_TRUE(db_->remove(block));
+    now().erase(block);
+  }
+
+  void remove_chain() {
+    if (now().size() < 8) return;
+    std::vector<BlockNo> chain;
+    for (int i = 1 + random_.below(4); i > 0; --i) {
+      chain.push_back(any_block());
+      now().erase(chain.back());
+    }
+    for (size_t i = 0; i < chain.size(); ++i) {
+      Page page;
+      ASSERT_TRUE(sm_page_get(sm(), chain[i], 3, page));
+      store_i32(page.data(), i + 1 < chain.size() ? chain[i + 1] : 0);
+      ASSERT_TRUE(sm_page_release_write(page));
+    }
+    ASSERT_TRUE(sm_chain_free(sm(), 3, chain.front(), chain.back(), static_cast<int32_t>(chain.size())));
+  }
+
+  void begin() {
+    ASSERT_TRUE(db_->begin());
+    levels_.push_back(now());
+  }
+
+  void end_level() {
+    if (levels_.size() == 1) return;
+    const Blocks ended = now();
+    levels_.pop_back();
+    if (random_.one_in(3)) {
+      ASSERT_TRUE(db_->rollback());
+    } else {
+      ASSERT_TRUE(db_->commit());
+      now() = ended;
+    }
+    if (random_.one_in(8)) check_all();
+  }
+
+  void check(Database &db, BlockNo block, uint32_t number) {
+    Bytes expected(1024);
+    db.paint(expected.data(), fill(number), number);
+    ASSERT_EQ(expected, db.get(block)) << "block " << block << " number " << number;
+  }
+
+  void check_one() {
+    const BlockNo block = any_block();
+    check(*db_, block, now()[block]);
+  }
+
+  // Another thread sees the committed state while this one has a transaction open.
+  void check_committed_elsewhere() {
+    std::thread reader([this] {
+      for (const auto &[block, number] : levels_.front()) check(*db_, block, number);
+    });
+    reader.join();
+  }
+
+  void reopen() {
+    if (levels_.size() > 1) return;
+    db_.reset();
+    open(Database::Start::open);
+  }
+
+  Random random_;
+  std::optional<Database> db_;
+  std::vector<Blocks> levels_;  // committed state first
+  uint32_t number_ = 0;
+};
+
+TEST(CacheTest, RandomWorkAgreesWithTheModel) {
+  StorageEngine engine;
+  ModelRun run;
+  for (int i = 0; i < 20000 && !HasFailure(); ++i) run.step();
+  EXPECT_TRUE(run.finish());
+}
+
+}  // namespace
+}  // namespace tovik::test

@@ -1,0 +1,314 @@
+#include "storage/lock_manager.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "storage_fixture.h"
+
+namespace tovik::test {
+namespace {
+
+constexpr LockResult granted = LockResult::granted, busy = LockResult::busy, failed = LockResult::failed;
+
+// The file and its users: each open counts as a process of its own.
+class LockManagerTest : public testing::Test {
+ protected:
+  struct Process {
+    explicit Process(const std::string &text) : params(param_create(text.c_str())) {
+      bm = bm_open(*params, false);
+      if (bm == nullptr) bm = bm_create(*params, DatabaseType::ordinary);
+      lm = lm_create(*bm);
+      err_clear();
+    }
+    ~Process() {
+      lm_destroy(lm);
+      bm_close(bm);
+      param_destroy(params);
+    }
+    LockManager &operator*() { return *lm; }
+    Params *params;
+    BlockManager *bm;
+    LockManager *lm;
+  };
+
+  StorageEngine engine_;
+  TempDir dir_;
+  const std::string text_ = "NAME=l;LOCK_RETRY=5;LOCK_SLEEP=1;PATH=" + dir_.path();
+  Process a_{text_}, b_{text_};
+};
+
+enum class Op { shared, reserved, exclusive, leave_reading, to_shared, leave };
+
+TEST_F(LockManagerTest, StepsOfThreadsAndProcesses) {
+  struct Step {
+    char process;
+    ThreadId thread;
+    Op op;
+    LockResult result;
+    int level, nshared;  // of that process afterwards
+  };
+  const struct {
+    const char *what;
+    std::vector<Step> steps;
+  } rows[] = {
+      {"readers and a writer in one process",
+       {{'a', 1, Op::shared, granted, 1, 1},
+        {'a', 2, Op::shared, granted, 1, 2},
+        {'a', 3, Op::reserved, granted, 2, 3},
+        {'a', 4, Op::shared, granted, 2, 4},
+        {'a', 4, Op::reserved, busy, 2, 4},
+        {'a', 5, Op::reserved, busy, 2, 4},  // gives back the shared level that it took on the way
+        {'a', 3, Op::exclusive, busy, 3, 4},
+        {'a', 5, Op::shared, busy, 3, 4},
+        {'a', 1, Op::leave_reading, granted, 3, 3},
+        {'a', 3, Op::leave_reading, granted, 3, 3},
+        {'a', 2, Op::leave, granted, 3, 2},
+        {'a', 3, Op::exclusive, busy, 3, 2},
+        {'a', 4, Op::leave, granted, 3, 1},
+        {'a', 3, Op::exclusive, granted, 4, 1},
+        {'a', 1, Op::shared, busy, 4, 1},
+        {'a', 3, Op::to_shared, granted, 1, 1},
+        {'a', 1, Op::shared, granted, 1, 2},
+        {'a', 3, Op::leave, granted, 1, 1},
+        {'a', 1, Op::leave, granted, 0, 0}}},
+      {"between processes", {{'a', 1, Op::shared, granted, 1, 1},
+                             {'b', 2, Op::reserved, granted, 2, 1},
+                             {'a', 1, Op::reserved, busy, 1, 1},
+                             {'a', 3, Op::shared, granted, 1, 2},
+                             {'b', 2, Op::exclusive, busy, 3, 1},
+                             {'a', 4, Op::shared, granted, 1, 3},  // the process reads already
+                             {'a', 1, Op::leave, granted, 1, 2},
+                             {'a', 3, Op::leave, granted, 1, 1},
+                             {'b', 2, Op::exclusive, busy, 3, 1},
+                             {'a', 4, Op::leave, granted, 0, 0},
+                             {'a', 4, Op::shared, busy, 0, 0},
+                             {'b', 2, Op::exclusive, granted, 4, 1},
+                             {'a', 4, Op::shared, busy, 0, 0},
+                             {'b', 2, Op::to_shared, granted, 1, 1},
+                             {'a', 4, Op::exclusive, busy, 3, 1},
+                             {'b', 2, Op::leave, granted, 0, 0},
+                             {'a', 4, Op::exclusive, granted, 4, 1},
+                             {'a', 4, Op::leave, granted, 0, 0},
+                             {'b', 2, Op::exclusive, granted, 4, 1},
+                             {'b', 2, Op::leave, granted, 0, 0}}},
+      {"a pending writer gives up",
+       {{'a', 1, Op::shared, granted, 1, 1},
+        {'b', 2, Op::exclusive, busy, 3, 1},
+        {'b', 2, Op::to_shared, granted, 1, 1},
+        {'a', 1, Op::exclusive, busy, 3, 1},
+        {'b', 2, Op::leave, granted, 0, 0},
+        {'a', 1, Op::leave, granted, 0, 0}}},
+  };
+  for (const auto &row : rows) {
+    int number = 0;
+    for (const Step &step : row.steps) {
+      SCOPED_TRACE(std::string(row.what) + ", step " + std::to_string(++number));
+      LockManager &lm = step.process == 'a' ? *a_ : *b_;
+      LockResult result = granted;
+      if (step.op <= Op::exclusive)
+        result = lm_lock(lm, step.thread,
+                         step.op == Op::shared     ? LockLevel::shared
+                         : step.op == Op::reserved ? LockLevel::reserved
+                                                   : LockLevel::exclusive,
+                         false);
+      else
+        EXPECT_TRUE(lm_unlock(lm, step.thread,
+                              step.op == Op::leave_reading ? Unlock::readers_only
+                              : step.op == Op::to_shared   ? Unlock::to_shared
+                                                           : Unlock::all));
+      EXPECT_EQ(step.result, result);
+      EXPECT_EQ(step.level, static_cast<int>(lm.level));
+      EXPECT_EQ(step.nshared, lm.nshared);
+      EXPECT_EQ(lm_holds_write(lm, step.thread), lm_holds(lm, step.thread) &&
+                                                     lm.level >= LockLevel::reserved &&
+                                                     !lm_write_busy(lm, step.thread));
+    }
+  }
+  EXPECT_EQ(Codes{}, take_recorded());
+}
+
+TEST_F(LockManagerTest, WriterElsewhereIsSeen) {
+  EXPECT_FALSE(lm_write_busy(*a_, 1));
+  ASSERT_EQ(granted, lm_lock(*a_, 1, LockLevel::reserved, false));
+  EXPECT_FALSE(lm_write_busy(*a_, 1));
+  EXPECT_TRUE(lm_write_busy(*a_, 2));
+  EXPECT_TRUE(lm_write_busy(*b_, 1));
+  EXPECT_TRUE(lm_write_busy(*b_, 1));
+  EXPECT_EQ(busy, lm_lock(*b_, 1, LockLevel::reserved, false));  // the test has not dropped the lock
+}
+
+int sleeps, slept;
+
+TEST_F(LockManagerTest, WaitingSleepsBetweenTheTries) {
+  SlotGuard<void (*)(int)> slot(system_driver.sleep_ms, [](int milliseconds) {
+    ++sleeps;
+    slept = milliseconds;
+  });
+  sleeps = 0;
+  ASSERT_EQ(granted, lm_lock(*a_, 1, LockLevel::reserved, true));
+  EXPECT_EQ(busy, lm_lock(*a_, 2, LockLevel::reserved, false));
+  EXPECT_EQ(0, sleeps);
+  EXPECT_EQ(busy, lm_lock(*a_, 2, LockLevel::reserved, true));
+  EXPECT_EQ(5, sleeps);
+  EXPECT_EQ(1, slept);
+  EXPECT_EQ(1, (*a_).nshared);
+}
+
+TEST_F(LockManagerTest, RefusesWhatCannotBe) {
+  EXPECT_EQ(failed, lm_lock(*a_, no_thread, LockLevel::shared, false));
+  EXPECT_EQ(failed, lm_lock(*a_, 1, LockLevel::pending, false));
+  EXPECT_FALSE(lm_unlock(*a_, no_thread, Unlock::all));
+  EXPECT_FALSE(lm_unlock(*a_, 1, Unlock::all));
+  EXPECT_EQ(
+      (Codes{status::lock_argument, status::lock_argument, status::lock_argument, status::lock_no_entry}),
+      take_recorded());
+  for (ThreadId thread = 1; thread <= 16; ++thread)
+    ASSERT_EQ(granted, lm_lock(*a_, thread, LockLevel::shared, false));
+  EXPECT_EQ(failed, lm_lock(*a_, 17, LockLevel::shared, true));
+  EXPECT_EQ(Codes{status::lock_table_full}, take_recorded());
+  ASSERT_TRUE(lm_unlock(*a_, 9, Unlock::all));
+  EXPECT_EQ(granted, lm_lock(*a_, 17, LockLevel::shared, false));
+}
+
+TEST_F(LockManagerTest, DisabledLocksNobody) {
+  env_set("HVI_LOCK_DISABLE", "TRUE");
+  EXPECT_EQ(granted, lm_lock(*a_, 1, LockLevel::exclusive, false));
+  EXPECT_EQ(granted, lm_lock(*b_, 1, LockLevel::exclusive, false));
+  EXPECT_FALSE(lm_holds_write(*a_, 1));
+  EXPECT_TRUE(lm_unlock(*a_, 1, Unlock::all));
+}
+
+// The byte-range calls on the way of one thread, as "+S4098:510" (locked shared) or "-4096:1" (unlocked).
+std::string ranges;
+int range_calls, failing_range_call;
+const IoDriver real_files = file_driver;
+
+int recorded_lock(DriverHandle handle, int mode, int64_t offset, int64_t length) {
+  if (++range_calls == failing_range_call) return -1;
+  ranges += std::string(mode == file_lock_shared ? "+S" : "+X") + std::to_string(offset) + ":" +
+            std::to_string(length) + " ";
+  return real_files.file_lock(handle, mode, offset, length);
+}
+
+int recorded_unlock(DriverHandle handle, int64_t offset, int64_t length) {
+  if (++range_calls == failing_range_call) return -1;
+  ranges += "-" + std::to_string(offset) + ":" + std::to_string(length) + " ";
+  return real_files.file_unlock(handle, offset, length);
+}
+
+TEST_F(LockManagerTest, BytesLieBehindTheHeaderBlock) {
+  SlotGuard lock(file_driver.file_lock, recorded_lock);
+  SlotGuard unlock(file_driver.file_unlock, recorded_unlock);
+  range_calls = failing_range_call = 0;
+  const auto after = [](bool) { return std::exchange(ranges, {}); };
+  EXPECT_EQ("+S4096:1 +S4098:510 -4096:1 ", after(lm_lock(*a_, 1, LockLevel::shared, false) == granted));
+  EXPECT_EQ("+X4097:1 ", after(lm_lock(*a_, 1, LockLevel::reserved, false) == granted));
+  EXPECT_EQ("+X4096:1 -4098:510 +X4098:510 ", after(lm_lock(*a_, 1, LockLevel::exclusive, false) == granted));
+  EXPECT_EQ("-4098:510 +S4098:510 -4097:1 -4096:1 ", after(lm_unlock(*a_, 1, Unlock::to_shared)));
+  EXPECT_EQ("-4098:510 ", after(lm_unlock(*a_, 1, Unlock::all)));
+}
+
+TEST_F(LockManagerTest, EveryByteRangeCallFailingIsSurvived) {
+  SlotGuard lock(file_driver.file_lock, recorded_lock);
+  SlotGuard unlock(file_driver.file_unlock, recorded_unlock);
+  const auto from_elsewhere = [this](LockLevel level) {
+    const int calls = std::exchange(range_calls, INT32_MIN);  // its calls do not count
+    const LockResult result = lm_lock(*b_, 2, level, false);
+    if (lm_holds(*b_, 2)) {
+      EXPECT_TRUE(lm_unlock(*b_, 2, Unlock::all));
+    }
+    range_calls = calls;
+    return result;
+  };
+  for (int call = 1;; ++call) {
+    SCOPED_TRACE(call);
+    range_calls = 0;
+    failing_range_call = call;
+    LockResult result = failed;
+    for (int tries = 0; tries < 3 && result == failed; ++tries)
+      result = lm_lock(*a_, 1, LockLevel::exclusive, false);
+    EXPECT_EQ(granted, result);
+    EXPECT_EQ(busy, from_elsewhere(LockLevel::shared));
+    if (!lm_unlock(*a_, 1, Unlock::to_shared)) {
+      EXPECT_TRUE(lm_holds_write(*a_, 1));
+      EXPECT_TRUE(lm_unlock(*a_, 1, Unlock::to_shared));
+    }
+    EXPECT_EQ(busy, from_elsewhere(LockLevel::exclusive));
+    EXPECT_TRUE(lm_unlock(*a_, 1, Unlock::all) || lm_unlock(*a_, 1, Unlock::all));
+    EXPECT_EQ(granted, from_elsewhere(LockLevel::exclusive));
+    if (range_calls < call) break;
+  }
+  EXPECT_GT(range_calls, 10);
+}
+
+const char patient[] = ";LOCK_RETRY=20000";
+
+// Rounds of reading and of writing; bump is not safe against itself.
+template <class Bump>
+void work(LockManager &lm, ThreadId thread, int rounds, Bump bump) {
+  for (int round = 0; round < rounds; ++round) {
+    EXPECT_EQ(granted, lm_lock(lm, thread, LockLevel::shared, true));
+    EXPECT_TRUE(lm_unlock(lm, thread, Unlock::readers_only));
+    EXPECT_EQ(granted, lm_lock(lm, thread, LockLevel::reserved, true));
+    EXPECT_EQ(granted, lm_lock(lm, thread, LockLevel::exclusive, true));
+    bump();
+    EXPECT_TRUE(lm_unlock(lm, thread, Unlock::all));
+  }
+}
+
+TEST_F(LockManagerTest, ThreadsExcludeEachOther) {
+  Process shared(text_ + patient);
+  int count = 0;
+  std::vector<std::thread> threads;
+  for (ThreadId thread = 1; thread <= 4; ++thread)
+    threads.emplace_back([&, thread] { work(*shared, thread, 100, [&] { ++count; }); });
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(400, count);
+  EXPECT_EQ(0, (*shared).nshared);
+}
+
+TEST_F(LockManagerTest, ProcessesExcludeEachOther) {
+  const std::string counter = dir_ / "counter";
+  write_file(counter, Bytes(1, 0));
+  pid_t children[3];
+  for (pid_t &child : children) {
+    child = fork();
+    if (child != 0) continue;
+    {
+      Process own(text_ + patient);  // byte-range locks belong to the open file: a child needs its own
+      work(*own, current_thread(), 30, [&] { write_file(counter, Bytes(1, read_file(counter)[0] + 1)); });
+    }
+    _exit(HasFailure() ? 1 : 0);
+  }
+  for (const pid_t child : children) {
+    int state;
+    waitpid(child, &state, 0);
+    EXPECT_EQ(0, state);
+  }
+  EXPECT_EQ(Bytes(1, 90), read_file(counter));
+  EXPECT_EQ(granted, lm_lock(*a_, 1, LockLevel::exclusive, false));
+}
+
+TEST_F(LockManagerTest, OpenBesideAWriterSkipsTheRestart) {
+  const std::string text = text_ + ";OVERWRITE=true";
+  {
+    Database db(text + ";NAME=o", Database::Start::create);
+    ASSERT_EQ(3, db.add(3));
+    ASSERT_TRUE(sm_direct_end(*db));
+    ASSERT_EQ(granted, lm_lock(*db->lm, 1, LockLevel::reserved, false));
+    ASSERT_TRUE(db.begin() && db.put(3, 4) && db.record());
+    Database other(text + ";NAME=o", Database::Start::open);
+    ASSERT_TRUE(other.opened());
+    EXPECT_EQ(3, other.fill_of(3));
+    EXPECT_TRUE(lm_write_busy(*other->lm, 2));
+    ASSERT_TRUE(db.apply());
+  }
+  Database db(text + ";NAME=o", Database::Start::open);
+  EXPECT_EQ(4, db.fill_of(3));
+}
+
+}  // namespace
+}  // namespace tovik::test

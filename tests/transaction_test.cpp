@@ -1,0 +1,666 @@
+#include "storage/transaction.h"
+
+#include <optional>
+#include <thread>
+
+#include "storage_fixture.h"
+
+namespace tovik::test {
+namespace {
+
+using Names = std::vector<std::string>;
+namespace fs = std::filesystem;
+
+constexpr size_t block_size = 1024;
+
+// A file database of blocks 3 to 9 in a directory of its own; block n is filled with n.
+class TransactionTest : public testing::Test {
+ protected:
+  explicit TransactionTest(const char *environment = "") : engine_(environment) {
+    env_set("HVI_LOG_FILE", log_.c_str());
+    open(Database::Start::create);
+    for (uint8_t fill = 3; fill <= 9; ++fill) EXPECT_EQ(fill, (*db_)->tm == nullptr ? 0 : db_->add(fill));
+    EXPECT_TRUE(sm_direct_begin(**db_) && sm_direct_end(**db_));
+  }
+
+  std::string text(const std::string &directory) const {
+    return "NAME=orders;BLOCK_SIZE=1024;PATH=" + directory + more_;
+  }
+  void open(Database::Start start) {
+    db_.reset();
+    db_.emplace(text(dir_.path()), start);
+    ASSERT_TRUE(db_->opened());
+  }
+  std::string path(const std::string &name) const { return dir_ / name; }
+  std::string log() const {
+    const Bytes bytes = read_file(log_);
+    return std::string(bytes.begin(), bytes.end());
+  }
+
+  // What a machine that stopped now would find.
+  void snapshot(const TempDir &into) const { fs::copy(dir_.path(), into.path()); }
+
+  bool change(std::initializer_list<BlockNo> blocks, uint8_t fill) {
+    for (BlockNo block : blocks)
+      if (!db_->put(block, fill)) return false;
+    return true;
+  }
+  bool commit_change(std::initializer_list<BlockNo> blocks, uint8_t fill) {
+    return db_->begin() && change(blocks, fill) && db_->commit();
+  }
+
+  FaultDriver driver_;
+  StorageEngine engine_;
+  TempDir dir_, logs_;
+  const std::string log_ = logs_ / "log";
+  std::string more_;
+  std::optional<Database> db_;
+};
+
+TEST_F(TransactionTest, CommitRecordIsWrittenAsLaidDown) {
+  ASSERT_TRUE(commit_change({4}, 1));
+  const int64_t last_applied = (*db_)->bm->header.last_applied;
+  const Counters before = db_->counters();
+  ASSERT_TRUE(db_->begin());
+  ASSERT_TRUE(change({9, 3, 7}, 0x55) && db_->remove(5));
+  ASSERT_EQ(5, db_->add(0x66) == 5 ? 5 : 0);
+  ASSERT_TRUE(db_->remove(6));
+  ASSERT_TRUE(db_->record());
+
+  const Bytes file = read_file(path("orders.trn"));
+  ASSERT_EQ(7 * block_size, file.size());  // header, five shadow blocks, map
+  const uint8_t *header = file.data();
+  EXPECT_EQ(0, memcmp((*db_)->bm->header.common, header, common_header_size));
+  const struct {
+    int offset;
+    int64_t value;
+  } fields[] = {
+      {0xD0, 1},  {0xD4, 0},  {0xD8, 6},           {0xDC, 0}, {0xE0, 0}, {0xE4, 0},  {0xE8, 3},
+      {0xEC, 6},  {0xF0, 5},  {0xF4, 9},           {0xF8, 1}, {0xFC, 6}, {0x100, 0}, {0x110, before.bcnt},
+      {0x114, 0}, {0x118, 0}, {0x11C, before.ucnt}};
+  for (const auto &field : fields) EXPECT_EQ(field.value, load_i32(header + field.offset)) << field.offset;
+  DateTimeRec now;
+  system_driver.local_now(&now);
+  EXPECT_EQ(now.year, load_i16(header + 0x104));
+  EXPECT_EQ(0, load_i32(header + 0x10C) % 1000);
+  EXPECT_EQ((*db_)->bm->header.creation_time, load_i64(header + 0x120));
+  EXPECT_EQ(last_applied, load_i64(header + 0x128));
+  EXPECT_GT(load_i64(header + 0x130), last_applied);
+
+  const uint8_t *map = file.data() + 6 * block_size;
+  const BlockNo moved[] = {3, 5, 6, 7, 9};
+  const uint8_t first_byte[] = {0x55, 0x66, 0, 0x55, 0x55};
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(moved[i], load_i32(map + 8 * i));
+    const uint32_t tno = load_u32(map + 8 * i + 4);
+    ASSERT_TRUE(tno >= 1 && tno <= 5);
+    EXPECT_EQ(first_byte[i], file[tno * block_size]);
+  }
+  EXPECT_EQ(Bytes(block_size - 40, 0), Bytes(map + 40, map + block_size));
+
+  ASSERT_TRUE(db_->apply());
+  const Bytes dat = read_file(path("orders.dat"));
+  EXPECT_EQ(before.ucnt + 1, load_u32(dat.data() + 0xE4));
+  EXPECT_EQ(load_i64(header + 0x130), load_i64(dat.data() + 0xF0));
+  EXPECT_EQ(0x55, dat[9 * block_size]);
+}
+
+TEST_F(TransactionTest, MapOf513EntriesOfLargeBlocksTakesTwoBlocks) {
+  Database db("NAME=big;TYPE=MEMORY;BLOCK_SIZE=4096;CACHE_SIZE_TRN=600", Database::Start::create);
+  for (int rest : {512, 513}) {
+    while (db.counters().bcnt < rest) ASSERT_NE(0, db.add(1));
+    ASSERT_TRUE(db.begin());
+    for (BlockNo block = 1; block <= rest; ++block)
+      ASSERT_TRUE(db.put(block, 7, static_cast<uint32_t>(block)));
+    const TranLevel &level = *db->tm->levels[0];
+    ASSERT_TRUE(db.record());
+    EXPECT_EQ(rest, level.entries.size());
+    EXPECT_LE(rest / 2, level.hash_size);
+    const CommitRecord &record = db->bm->header.commit;
+    EXPECT_EQ(rest, record.map_icnt);
+    EXPECT_EQ(rest + 1, record.map_bno);
+    EXPECT_EQ(rest + (rest == 512 ? 1 : 2), bm_counters(*db->bm, part_trn).bcnt);
+    ASSERT_TRUE(db.apply());
+    EXPECT_EQ(static_cast<uint32_t>(rest), load_u32(db.get(rest).data() + 4092));
+  }
+}
+
+TEST_F(TransactionTest, CommitWithoutChangesAppliesNothing) {
+  const uint32_t ucnt = db_->counters().ucnt;
+  ASSERT_TRUE(db_->begin());
+  EXPECT_EQ(3, db_->fill_of(3));
+  ASSERT_TRUE(db_->commit());
+  EXPECT_EQ(ucnt, db_->counters().ucnt);
+  const Bytes saved = read_file(path("orders." + std::to_string(ucnt) + ".trn_"));
+  ASSERT_LE(block_size, saved.size());
+  EXPECT_EQ(0u, load_u32(saved.data() + 0xE8));
+  EXPECT_EQ(0, load_i32(saved.data() + 0xF0));
+}
+
+TEST_F(TransactionTest, CallsOutOfOrderAreRefused) {
+  const ThreadId me = current_thread();
+  TransactionManager &tm = *(*db_)->tm;
+  EXPECT_FALSE(tm_start(tm, no_thread));
+  EXPECT_FALSE(tm_commit(tm, me));
+  EXPECT_FALSE(tm_rollback(tm, me));
+  EXPECT_EQ((Codes{status::tran_argument, status::tran_level, status::tran_level}), take_recorded());
+  for (int level = 1; level <= 4; ++level) ASSERT_TRUE(tm_start(tm, me));
+  EXPECT_FALSE(tm_start(tm, me));
+  EXPECT_FALSE(tm_start(tm, me + 1));
+  EXPECT_FALSE(tm_apply(tm, me + 1));
+  EXPECT_EQ((Codes{status::tran_nesting_limit, status::tran_other_thread, status::tran_other_thread}),
+            take_recorded());
+  for (int level = 4; level >= 1; --level) ASSERT_TRUE(tm_rollback(tm, me));
+  EXPECT_EQ(no_thread, tm.tid);
+}
+
+TEST_F(TransactionTest, LevelsKeepToThemselvesAndTellTheDataLayer) {
+  hook_calls.clear();
+  ASSERT_TRUE(db_->begin() && change({3, 4}, 10));
+  ASSERT_TRUE(db_->begin() && change({4, 5}, 20) && db_->add(21) == 10 && db_->remove(6));
+  EXPECT_EQ(2, sm_level(**db_));
+  std::thread([&] {
+    EXPECT_EQ(0, sm_level(**db_));
+    EXPECT_EQ(4, db_->fill_of(4));
+  }).join();
+  ASSERT_TRUE(db_->rollback());
+  EXPECT_EQ(10, db_->fill_of(3));
+  EXPECT_EQ(10, db_->fill_of(4));
+  EXPECT_EQ(5, db_->fill_of(5));
+  EXPECT_EQ(6, db_->fill_of(6));
+  EXPECT_EQ(9, tm_counters(*(*db_)->tm).bcnt);
+  ASSERT_TRUE(db_->begin() && change({5}, 30) && db_->commit());
+  ASSERT_TRUE(db_->commit());
+  EXPECT_EQ("open1 counters open2 drop2 counters open2 counters merge2 counters merge1 ", hook_calls);
+  EXPECT_EQ(10, db_->fill_of(4));
+  EXPECT_EQ(30, db_->fill_of(5));
+
+  counters_fail = true;
+  ASSERT_TRUE(db_->begin() && change({3}, 40));
+  EXPECT_FALSE(db_->begin());
+  EXPECT_FALSE(db_->record());
+  EXPECT_EQ((Codes{status::row_counter_write, status::row_counter_write}), take_recorded());
+  ASSERT_TRUE(db_->rollback());
+  EXPECT_EQ(10, db_->fill_of(3));
+}
+
+TEST_F(TransactionTest, RollbackLeavesNothing) {
+  const Counters before = db_->counters();
+  const Bytes dat = read_file(path("orders.dat"));
+  ASSERT_TRUE(db_->begin() && change({3, 9}, 77) && db_->add(1) == 10 && db_->remove(4));
+  ASSERT_TRUE(cm_flush(*(*db_)->trn, 0, false, (*db_)->tm));
+  ASSERT_TRUE(db_->rollback());
+  EXPECT_EQ(dat, read_file(path("orders.dat")));
+  EXPECT_EQ(0, memcmp(&before, &db_->counters(), sizeof before));
+  EXPECT_EQ(Names{"orders.dat"}, file_names(dir_.path()));
+  EXPECT_EQ(9, db_->fill_of(9));
+}
+
+TEST_F(TransactionTest, LastCommitIsKeptAsHistory) {
+  const uint32_t ucnt = db_->counters().ucnt;
+  for (uint32_t i = 1; i <= 3; ++i) {
+    ASSERT_TRUE(commit_change({3}, static_cast<uint8_t>(i)));
+    EXPECT_EQ((Names{"orders." + std::to_string(ucnt + i) + ".trn_", "orders.dat"}), file_names(dir_.path()));
+  }
+  env_set("HVI_TRAN_HISTORY", "0");
+  ASSERT_TRUE(commit_change({3}, 9));
+  EXPECT_EQ(0u, fs::file_size(path("orders.trn")));
+}
+
+// The images that a stopped machine leaves behind, and what the next open makes of them.
+
+TEST_F(TransactionTest, RestartCompletesTheCopyWhereverItStopped) {
+  ASSERT_TRUE(db_->begin() && change({3, 5, 9}, 60) && db_->add(61) == 10 && db_->record());
+  TempDir recorded_image;
+  snapshot(recorded_image);
+  ASSERT_TRUE(db_->apply());
+  const std::string ucnt = std::to_string(db_->counters().ucnt);
+  const Bytes old_dat = read_file(recorded_image / "orders.dat");
+  const Bytes new_dat = read_file(path("orders.dat"));
+  ASSERT_EQ(10 * block_size, old_dat.size());
+
+  for (int copied = 0; copied <= 5; ++copied) {  // blocks 3, 5, 9 and 10, then the header
+    SCOPED_TRACE(copied);
+    Bytes dat = copied < 4 ? old_dat : new_dat;
+    const size_t blocks[] = {3, 5, 9};
+    for (int i = 0; i < copied && i < 3; ++i)
+      std::copy_n(new_dat.begin() + static_cast<int64_t>(blocks[i] * block_size), block_size,
+                  dat.begin() + static_cast<int64_t>(blocks[i] * block_size));
+    if (copied < 5) std::copy_n(old_dat.begin(), block_size, dat.begin());
+    TempDir image;
+    write_file(image / "orders.dat", dat);
+    fs::copy(recorded_image / "orders.trn", image / "orders.trn");
+    fs::remove(log_);
+    Database restarted(text(image.path()), Database::Start::open);
+    ASSERT_TRUE(restarted.opened());
+    EXPECT_EQ(new_dat, read_file(image / "orders.dat"));
+    EXPECT_EQ(61, restarted.fill_of(10));
+    EXPECT_NE(std::string::npos,
+              log().find("[warm][orders] warm restart : commit current transaction. ucnt:[" + ucnt + "]"));
+    EXPECT_EQ((Names{"orders." + ucnt + ".trn_", "orders.dat"}), file_names(image.path()));
+  }
+}
+
+TEST_F(TransactionTest, WithoutWarmRestartTheRecordWaits) {
+  ASSERT_TRUE(db_->begin() && change({3}, 60) && db_->record());
+  TempDir image;
+  snapshot(image);
+  const Bytes trn = read_file(image / "orders.trn");
+  Database db(text(image.path()) + ";WARM_RESTART=off", Database::Start::open);
+  ASSERT_TRUE(db.opened());
+  EXPECT_EQ(trn, read_file(image / "orders.trn"));
+  EXPECT_EQ(RecordCheck::pending, tm_check_record(*db->tm));
+  EXPECT_FALSE(db.begin());  // never over a record that waits
+  EXPECT_EQ(trn, read_file(image / "orders.trn"));
+  ASSERT_TRUE(tm_recover(*db->tm));
+  EXPECT_EQ(60, db.fill_of(3));
+}
+
+TEST_F(TransactionTest, RecordsThatCannotBeTrueAreNotApplied) {
+  ASSERT_TRUE(db_->begin() && change({3, 5, 9}, 60) && db_->add(61) == 10 && db_->record());
+  TempDir recorded_image;
+  snapshot(recorded_image);
+  const Bytes good = read_file(recorded_image / "orders.trn");
+  const int map = static_cast<int>(good.size() - block_size);
+  const struct {
+    const char *what;
+    int offset;
+    int32_t value;
+    const char *logged;
+  } rows[] = {
+      {"magic", 0x00, 0, ""},
+      {"state open", 0xE8, 1, ""},
+      {"another database", 0x120, 12345, ""},
+      {"deleted part", 0xD4, 1, ""},
+      {"later update counter", 0x11C, 99, "transaction counter conflict["},
+      {"map at the header", 0xEC, 0, ""},
+      {"map among the shadow blocks", 0xEC, 1, "transaction commit block error"},
+      {"map past the end", 0xEC, 6, ""},
+      {"more entries than blocks", 0xF0, INT32_MAX, ""},
+      {"no entries", 0xF0, 0, ""},
+      {"negative count", 0xF0, -1, ""},
+      {"blocks after", 0xF4, 8, "transaction commit block error"},
+      {"negative free count", 0xF8, -1, ""},
+      {"free count without a list", 0xF8, 2, "transaction commit block error"},
+      {"free list past the end", 0xFC, 11, ""},
+      {"block 0", map, 0, "transaction commit block error"},
+      {"blocks out of order", map + 8, 3, "transaction commit block error"},
+      {"block past the end", map + 24, 11, "transaction commit block error"},
+      {"huge block", map + 24, -1, "transaction commit block error"},
+      {"shadow block 0", map + 4, 0, "transaction commit block error"},
+      {"shadow block in the map", map + 4, 5, "transaction commit block error"},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    Bytes trn = good;
+    store_i32(trn.data() + row.offset, row.value);
+    TempDir image;
+    fs::copy(recorded_image / "orders.dat", image / "orders.dat");
+    write_file(image / "orders.trn", trn);
+    fs::remove(log_);
+    const Bytes dat = read_file(image / "orders.dat");
+    Database db(text(image.path()), Database::Start::open);
+    ASSERT_TRUE(db.opened());
+    EXPECT_EQ(dat, read_file(image / "orders.dat"));
+    EXPECT_EQ(std::string::npos, log().find("warm restart"));
+    EXPECT_NE(std::string::npos, log().find(row.logged));
+    EXPECT_EQ(RecordCheck::none, tm_check_record(*db->tm));
+    EXPECT_TRUE(db.begin() && db.put(3, 1) && db.commit());
+  }
+}
+
+TEST_F(TransactionTest, SavedStorageMendsALostCopy) {
+  TempDir before;
+  snapshot(before);
+  ASSERT_TRUE(commit_change({3, 9}, 60));
+  const std::string saved = "orders." + std::to_string(db_->counters().ucnt) + ".trn_";
+  const Bytes new_dat = read_file(path("orders.dat"));
+  const struct {
+    const char *what;
+    bool numbers;       // lcto and lctn as written, else 0
+    int seconds_after;  // the saved storage's time after the DAT file's
+    bool applied;
+  } rows[] = {{"by number", true, 100, true},
+              {"same time", false, 0, true},
+              {"ten seconds", false, 10, true},
+              {"eleven seconds", false, 11, false},
+              {"older", false, -1, false}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    TempDir image;
+    fs::copy(before / "orders.dat", image / "orders.dat");
+    Bytes trn = read_file(path(saved));
+    if (!row.numbers) memset(trn.data() + 0x128, 0, 16);
+    write_file(image / saved, trn);
+    fs::last_write_time(image / saved,
+                        fs::last_write_time(image / "orders.dat") + std::chrono::seconds(row.seconds_after));
+    fs::remove(log_);
+    Database db(text(image.path()), Database::Start::open);
+    ASSERT_TRUE(db.opened());
+    EXPECT_EQ(row.applied ? 60 : 3, db.fill_of(3));
+    EXPECT_EQ(row.applied,
+              log().find("warm restart : commit history save transaction. ucnt:[") != std::string::npos);
+    if (row.numbers) {
+      EXPECT_EQ(new_dat, read_file(image / "orders.dat"));
+    }
+    EXPECT_EQ(Names{"orders.dat"}, file_names(image.path()));
+  }
+}
+
+TEST_F(TransactionTest, SavedStorageIsNotAppliedOverNewerBlocks) {
+  ASSERT_TRUE(commit_change({3}, 60));
+  const std::string saved = "orders." + std::to_string(db_->counters().ucnt) + ".trn_";
+  ASSERT_TRUE(sm_direct_begin(**db_));
+  EXPECT_EQ(Names{"orders.dat"}, file_names(dir_.path()));
+  ASSERT_TRUE(db_->put(3, 61) && cm_flush(*(*db_)->dat, 0, false, nullptr));
+  TempDir image;
+  snapshot(image);  // stopped before the change was finished
+  Database db(text(image.path()), Database::Start::open);
+  EXPECT_EQ(61, db.fill_of(3));
+}
+
+TEST_F(TransactionTest, ChangeAfterABusyCommitWithdrawsTheRecord) {
+  ASSERT_TRUE(db_->begin() && change({3, 5}, 60) && db_->record());
+  const Bytes trn = read_file(path("orders.trn"));
+  ASSERT_TRUE(db_->record());  // the exclusive level was busy: nothing is written twice
+  EXPECT_EQ(trn, read_file(path("orders.trn")));
+  ASSERT_TRUE(change({3}, 61) && cm_flush(*(*db_)->trn, 0, false, (*db_)->tm));
+  {
+    TempDir image;
+    snapshot(image);
+    Database db(text(image.path()), Database::Start::open);
+    EXPECT_EQ(3, db.fill_of(3));
+    EXPECT_EQ(5, db.fill_of(5));
+  }
+  ASSERT_TRUE(db_->record() && db_->apply());
+  EXPECT_EQ(61, db_->fill_of(3));
+  EXPECT_EQ(60, db_->fill_of(5));
+}
+
+TEST_F(TransactionTest, RollbackAfterTheRecordIsFinal) {
+  more_ = ";DRV_NO=" + std::to_string(FaultDriver::driver_no);
+  bool failed = false;
+  int call = 0;
+  for (; call <= 1 || failed; ++call) {
+    SCOPED_TRACE("call " + std::to_string(call));
+    open(Database::Start::open);
+    ASSERT_TRUE(db_->begin() && change({3}, 60) && db_->record());
+    driver_.take_log();
+    driver_.fail_call(call);
+    failed = !db_->rollback();
+    driver_.fail_call(0);
+    if (call == 0) {  // emptied durably before it goes: power may fail before the directory is flushed
+      const Names steps = {"close orders.trn", "open orders.trn",  "truncate orders.trn 0",
+                           "sync orders.trn",  "close orders.trn", "remove orders.trn"};
+      EXPECT_EQ(steps, driver_.take_log());
+      EXPECT_EQ(Names{"orders.dat"}, file_names(dir_.path()));
+    }
+    // What cannot be destroyed counts as committed, in this process and after a restart.
+    EXPECT_EQ(failed ? RecordCheck::pending : RecordCheck::none, tm_check_record(*(*db_)->tm));
+    TempDir image;
+    snapshot(image);
+    Database restarted(text(image.path()), Database::Start::open);
+    if (failed) {
+      ASSERT_TRUE(tm_recover(*(*db_)->tm));
+    }
+    EXPECT_EQ(restarted.fill_of(3), db_->fill_of(3));
+    ASSERT_TRUE(commit_change({3}, 3));
+  }
+  EXPECT_EQ(8, call);  // all six were reached
+}
+
+TEST_F(TransactionTest, AnotherProcessCompletesTheCopy) {
+  Database other(text(dir_.path()), Database::Start::open);
+  EXPECT_EQ(3, other.fill_of(3));
+  EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
+  ASSERT_TRUE(db_->begin() && change({3}, 60) && db_->record());
+  const Bytes trn = read_file(path("orders.trn"));
+  ASSERT_TRUE(db_->rollback());
+  write_file(path("orders.trn"), trn);  // as if the owner had died with its record written
+
+  EXPECT_EQ(RecordCheck::pending, tm_check_record(*other->tm));
+  bool changed = true;
+  ASSERT_TRUE(sm_refresh(*other, &changed));
+  EXPECT_FALSE(changed);
+  ASSERT_TRUE(tm_recover(*other->tm));
+  ASSERT_TRUE(sm_refresh(*other, &changed));
+  EXPECT_TRUE(changed);
+  EXPECT_EQ(60, other.fill_of(3));
+  EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
+  ASSERT_TRUE(sm_refresh(**db_, &changed));
+  EXPECT_TRUE(changed);
+  EXPECT_EQ(60, db_->fill_of(3));
+}
+
+TEST_F(TransactionTest, RefreshFollowsCommitsAndDirectChanges) {
+  Database other(text(dir_.path()), Database::Start::open);
+  const uint32_t ucnt = other.counters().ucnt;
+  bool changed;
+  for (const bool direct : {false, true}) {
+    SCOPED_TRACE(direct);
+    const uint8_t fill = direct ? 71 : 70;
+    ASSERT_NE(fill, other.fill_of(4));
+    ASSERT_TRUE(direct
+                    ? sm_direct_begin(**db_) && db_->put(4, fill) && db_->add(1) == 10 && sm_direct_end(**db_)
+                    : commit_change({4}, fill));
+    ASSERT_TRUE(sm_refresh(*other, &changed));
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(fill, other.fill_of(4));
+    ASSERT_TRUE(sm_refresh(*other, &changed));
+    EXPECT_FALSE(changed);
+  }
+  EXPECT_EQ(ucnt + 2, other.counters().ucnt);
+  EXPECT_EQ(10, other.counters().bcnt);
+  EXPECT_TRUE(sm_direct_begin(**db_) && sm_direct_end(**db_));  // nothing changed
+  EXPECT_EQ(ucnt + 2, db_->counters().ucnt);
+}
+
+TEST_F(TransactionTest, ReadersBesideTheWriterSeeWholeCommits) {
+  env_set("HVI_TRAN_SYNC", "OFF");
+  more_ = ";LOCK_RETRY=100000;LOCK_SLEEP=1;CACHE_SIZE_DAT=4;CACHE_SIZE_TRN=3";
+  open(Database::Start::open);
+  ASSERT_TRUE(commit_change({3, 4, 5, 6, 7, 8, 9}, 1));
+  std::atomic<bool> done = false;
+  const auto read = [&] {
+    LockManager &lm = *(*db_)->lm;
+    for (int round = 0; !done || round < 20; ++round) {
+      ASSERT_EQ(LockResult::granted, lm_lock(lm, current_thread(), LockLevel::shared, true));
+      const int fill = db_->fill_of(3 + round % 7);
+      EXPECT_EQ(fill, db_->fill_of(3 + round * 3 % 7));
+      EXPECT_EQ(1, fill % 2);  // even ones are rolled back
+      ASSERT_TRUE(lm_unlock(lm, current_thread(), Unlock::readers_only));
+    }
+  };
+  std::thread readers[] = {std::thread(read), std::thread(read)};
+  LockManager &lm = *(*db_)->lm;
+  const ThreadId me = current_thread();
+  for (uint8_t fill = 2; fill < 60; ++fill) {
+    ASSERT_EQ(LockResult::granted, lm_lock(lm, me, LockLevel::reserved, true));
+    ASSERT_TRUE(db_->begin() && change({9, 3, 4, 8, 5, 6, 7}, fill));
+    if (fill % 2 == 0) {
+      ASSERT_TRUE(db_->rollback());
+    } else {
+      ASSERT_TRUE(db_->record());
+      ASSERT_EQ(LockResult::granted, lm_lock(lm, me, LockLevel::exclusive, true));
+      ASSERT_TRUE(db_->apply());
+    }
+    ASSERT_TRUE(lm_unlock(lm, me, Unlock::all));
+  }
+  done = true;
+  for (std::thread &reader : readers) reader.join();
+}
+
+TEST_F(TransactionTest, WorkDatabaseLeavesNoFile) {
+  env_set("HVI_TMP_DIR", dir_.path().c_str());
+  db_.reset();
+  const Names names = file_names(dir_.path());
+  {
+    Database work("NAME=alter;BLOCK_SIZE=1024", Database::Start::work);
+    ASSERT_TRUE(work.opened());
+    for (int i = 0; i < 100; ++i) ASSERT_EQ(3 + i, work.add(static_cast<uint8_t>(i)));
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(i, work.fill_of(3 + i));
+    EXPECT_EQ(names.size() + 1, file_names(dir_.path()).size());
+  }
+  EXPECT_EQ(names, file_names(dir_.path()));
+}
+
+// Failures.
+
+bool record_everything(Database &db, uint8_t fill) {
+  return db.put(3, fill) && db.put(9, fill) && db.remove(4) && db.add(fill) == 4 && db.add(fill) != 0 &&
+         db.put(6, fill) && db.record();
+}
+
+bool transaction_with_everything(Database &db, uint8_t fill) {
+  if (!db.begin()) return false;
+  if (record_everything(db, fill)) return db.apply();
+  EXPECT_EQ(1, db->tm->level);
+  (void)db.rollback();
+  EXPECT_EQ(0, db->tm->level);
+  return false;
+}
+
+// The fill that the transaction gave its blocks, or 0 for the state before; anything else is a torn state.
+int fill_after(Database &db) {
+  const int fill = db.fill_of(3);
+  if (fill == 3) {
+    EXPECT_EQ(9, db.fill_of(9));
+    EXPECT_EQ(4, db.fill_of(4));
+    EXPECT_EQ(6, db.fill_of(6));
+    EXPECT_EQ(9, db.counters().bcnt);
+    return 0;
+  }
+  for (BlockNo block : {4, 6, 9, 10}) EXPECT_EQ(fill, db.fill_of(block)) << block;
+  EXPECT_EQ(10, db.counters().bcnt);
+  return fill;
+}
+
+class FailingTransactionTest : public TransactionTest, public testing::WithParamInterface<const char *> {
+ protected:
+  FailingTransactionTest() : TransactionTest(GetParam()) {
+    more_ =
+        ";CACHE_SIZE_TRN=3;CACHE_SIZE_DAT=4;LOCK_RETRY=1;DRV_NO=" + std::to_string(FaultDriver::driver_no);
+    open(Database::Start::open);
+    snapshot(start_);
+  }
+  void back_to_start() {
+    db_.reset();
+    for (const std::string &name : file_names(dir_.path())) fs::remove(path(name));
+    fs::copy(start_.path(), dir_.path());
+    open(Database::Start::open);
+    err_clear();
+  }
+
+  // What the next one to be granted the lock does.
+  static void recover(Database &db) {
+    const RecordCheck check = tm_check_record(*db->tm);
+    ASSERT_NE(RecordCheck::failed, check);
+    if (check == RecordCheck::pending) {
+      ASSERT_TRUE(tm_recover(*db->tm));
+    }
+    bool changed;
+    ASSERT_TRUE(sm_refresh(*db, &changed));
+  }
+
+  TempDir start_;
+};
+
+TEST_P(FailingTransactionTest, EveryCallStoppingTheMachineLeavesOneOfTwoStates) {
+  int reached = 0;
+  for (int call = 1; reached >= call - 1; ++call) {
+    SCOPED_TRACE("stopped at call " + std::to_string(call));
+    back_to_start();
+    driver_.take_log();
+    driver_.stop_at_call(call);
+    const bool committed = transaction_with_everything(*db_, 50);
+    reached = static_cast<int>(driver_.take_log().size());
+    db_.reset();  // nothing of this reaches the disk
+    driver_.fail_call(0);
+    open(Database::Start::open);
+    const int fill = fill_after(*db_);
+    if (committed) {
+      EXPECT_EQ(50, fill);
+    }
+    EXPECT_TRUE(transaction_with_everything(*db_, 51) || fill != 0);
+    if (HasFailure()) break;
+  }
+  EXPECT_GT(reached, 20);
+}
+
+TEST_P(FailingTransactionTest, EveryCallFailingOnceIsSurvived) {
+  int reached = 0;
+  for (int call = 1; reached >= call - 1; ++call) {
+    SCOPED_TRACE("call " + std::to_string(call));
+    back_to_start();
+    driver_.take_log();
+    driver_.fail_call(call);
+    const bool committed = transaction_with_everything(*db_, 50);
+    reached = static_cast<int>(driver_.take_log().size());
+    driver_.fail_call(0);
+    EXPECT_EQ(committed, take_recorded().empty());
+    recover(*db_);
+    const int fill = fill_after(*db_);
+    if (committed) {
+      EXPECT_EQ(50, fill);
+    }
+    open(Database::Start::open);
+    EXPECT_EQ(fill, fill_after(*db_));
+    if (HasFailure()) break;
+  }
+}
+
+TEST_P(FailingTransactionTest, EveryCallFailingInARestartIsSurvived) {
+  ASSERT_TRUE(db_->begin() && record_everything(*db_, 50));
+  TempDir image;
+  snapshot(image);
+  for (const bool stops : {false, true}) {
+    int reached = 0;
+    for (int call = 1; reached >= call - 1; ++call) {
+      SCOPED_TRACE((stops ? "stopped at call " : "call ") + std::to_string(call));
+      TempDir copy;
+      fs::copy(image.path(), copy.path());
+      driver_.take_log();
+      stops ? driver_.stop_at_call(call) : driver_.fail_call(call);
+      {
+        Database db(text(copy.path()), Database::Start::open);
+        reached = static_cast<int>(driver_.take_log().size());
+        driver_.fail_call(0);
+        if (db.opened() && !stops) {
+          recover(db);
+          EXPECT_EQ(50, fill_after(db));
+        }
+      }
+      Database db(text(copy.path()), Database::Start::open);
+      ASSERT_TRUE(db.opened());
+      EXPECT_EQ(50, fill_after(db));
+      if (HasFailure()) return;
+    }
+    EXPECT_GT(reached, 15);
+  }
+}
+
+TEST_P(FailingTransactionTest, EveryAllocationFailingIsSurvived) {
+  bool failed = true;
+  for (int number = 1; failed; ++number) {
+    SCOPED_TRACE("allocation " + std::to_string(number));
+    back_to_start();
+    bool committed;
+    {
+      AllocationFault fault(number);
+      committed = transaction_with_everything(*db_, 50);
+      failed = AllocationFault::happened();
+    }
+    EXPECT_EQ(committed, take_recorded().empty());
+    EXPECT_TRUE(committed || failed);
+    recover(*db_);
+    EXPECT_EQ(committed ? 50 : 0, fill_after(*db_));
+    ASSERT_LT(number, 200);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(History, FailingTransactionTest,
+                         testing::Values("HVI_TRAN_HISTORY=1", "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=ON",
+                                         "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF"));
+
+}  // namespace
+}  // namespace tovik::test
