@@ -184,6 +184,63 @@ TEST_F(TransactionTest, LevelsKeepToThemselvesAndTellTheDataLayer) {
   EXPECT_EQ(10, db_->fill_of(3));
 }
 
+TEST_F(TransactionTest, ListingsAreAsLaidDown) {
+  more_ = ";TRAN_HASH=4;CACHE_SIZE_TRN=2;HASH_SIZE_TRN=2;CACHE_RTC=1;CACHE_RTS=2";
+  open(Database::Start::open);
+  ASSERT_EQ(LockResult::granted, lm_lock(*(*db_)->lm, current_thread(), LockLevel::reserved, false));
+  testing::internal::CaptureStdout();
+  tm_dump(*(*db_)->tm);
+  ASSERT_TRUE(db_->begin() && change({3, 7, 5}, 1));
+  tm_dump(*(*db_)->tm);
+  cm_dump(*(*db_)->trn, "*** Cache Information : TRN ***");
+  lm_dump(*(*db_)->lm, "lock manager");
+  const std::string tid = std::to_string(current_thread()), pid = std::to_string(system_driver.process_id());
+  EXPECT_EQ(
+      "***  Transaction Information ***\n"
+      " transaction not running.\n"
+      "***  Transaction Information ***\n"
+      " transaction running. tid[" +
+          tid +
+          "] level[1] hsz[4] atype[0]\n"
+          " --- transaction level 1 information ---\n"
+          " 1 : hsz[4] bcnt[9] fcnt[0] flst[0] icnt[1]\n"
+          "\\t           --- transaction hash table ---\n"
+          "           3 : dno[3] tno[1]\n"
+          "*** Cache Information : TRN ***\n"
+          "[Cache Manager : paramater ]\n"
+          " cache max count          : 2\n"
+          " hash table size          : 2\n"
+          " wait retry count         : 1\n"
+          " wait sleep count         : 2\n"
+          " cache mode               : 0x0\n"
+          " storage area             : 1\n"
+          "[Cache Manager : counter ]\n"
+          " cache cur count          : 2\n"
+          " cache lock count         : 0\n"
+          " cache release count      : 0\n"
+          " cache active count       : 2\n"
+          " cache lru/mru list count : 2\n"
+          " cache release list count : 0\n"
+          " cache list count         : 2\n"
+          "[Cache Manager : current information ]\n"
+          " statue                   : 0x0\n"
+          "[Cache Manager : page - mru]\n"
+          "1:m[0xabcd]s[3]c[0]b[5]t[0]g[1]\n"
+          "2:m[0xabcd]s[3]c[0]b[7]t[0]g[1]\n"
+          "--- lock manager ---\n"
+          "cur pid  : " +
+          pid + "\ncur tid  : " + tid +
+          "\n"
+          "lock_type: LKT_RES\n"
+          "nshared  : 1\n"
+          "dblock   : -1\n"
+          "  [0] tid[" +
+          tid +
+          "] type[LKT_RES]\n"
+          "--------------------------\n",
+      testing::internal::GetCapturedStdout());
+}
+
 TEST_F(TransactionTest, RollbackLeavesNothing) {
   const Counters before = db_->counters();
   const Bytes dat = read_file(path("orders.dat"));
