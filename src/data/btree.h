@@ -3,7 +3,10 @@
 // overflow tree of values that belongs to the key.
 //
 // The format tables stand in btree_format.h. A search fetches one page per level; comparison is chosen once
-// per index from the types of its parts; nothing is allocated per operation.
+// per index from the types of its parts; nothing is allocated per operation. Values that callers give and
+// take are RowNo variables, or the payload bytes of a payload index.
+//
+// Whatever a page or descriptor read from disk holds, an operation ends: damage gives 32002, 32009 or 32028.
 #pragma once
 
 #include "data/handle_state.h"
@@ -48,6 +51,16 @@ struct BtreeItemKind {
   int per_page;
 };
 
+struct Btree;
+
+// Where a key stands among the items of a page: at the item that has it, or in front of the first above it.
+struct BtreePosition {
+  int item;
+  bool hit;
+};
+using BtreeSearch = BtreePosition (*)(const Btree &index, const uint8_t *keys, int count, int stride,
+                                      const uint8_t *key);
+
 struct Btree {
   StorageManager *sm;
   BtreeDefinition definition;
@@ -56,9 +69,11 @@ struct Btree {
   RowNo number;          // row number of the descriptor
   int32_t group;         // 0
   BtreePages pages[tran_level_limit + 1];
-  bool pages_changed;
+  bool pages_changed[tran_level_limit + 1];  // the level's counters differ from their record
   BtreeItemKind master_leaf, master_node, overflow_leaf, overflow_node;
   StoredCompare compare[btree_part_limit];
+  BtreeSearch search_master, search_overflow;
+  BtreeDefinition level_definitions[tran_level_limit + 1];  // what a level's end makes of the definition
   HandleState state;
   Btree *next;  // list of the storage manager, newest first
 };
