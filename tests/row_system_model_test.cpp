@@ -1,0 +1,201 @@
+// Random work on row systems of every kind beside a plain map: rows come, change and go, row systems are
+// created and dropped, levels open, merge and are given up, and the database is opened anew.
+#include <map>
+#include <vector>
+
+#include "row_support.h"
+
+namespace tovik::test {
+namespace {
+
+struct ModelSystem {
+  RowKind kind;
+  int data_size;
+  int64_t next;
+  std::map<RowNo, std::string> rows;
+};
+using ModelState = std::map<RowNo, ModelSystem>;  // by number
+
+class Held {
+ public:
+  Held(RowNo number, StorageManager &sm) : rows_(row_system_open(number, sm)) {}
+  ~Held() { row_system_close(rows_); }
+  Held(const Held &) = delete;
+  Held &operator=(const Held &) = delete;
+  RowSystem *operator->() const { return rows_; }
+  RowSystem &operator*() const { return *rows_; }
+  explicit operator bool() const { return rows_ != nullptr; }
+
+ private:
+  RowSystem *rows_;
+};
+
+class RowSystemModel {
+ public:
+  explicit RowSystemModel(const std::string &options) : store_(options) {}
+
+  void run(int steps) {
+    for (int step = 0; step < steps && !testing::Test::HasFatalFailure(); ++step) {
+      SCOPED_TRACE("step " + std::to_string(step));
+      const int kind = random_.below(100);
+      if (kind < 6)
+        begin();
+      else if (kind < 10)
+        end(true);
+      else if (kind < 13)
+        end(false);
+      else if (kind < 14)
+        reopen();
+      else if (kind < 17)
+        check_all();
+      else
+        change();
+    }
+    while (states_.size() > 1) end(true);
+    reopen();
+    check_all();
+  }
+
+ private:
+  ModelState &now() { return states_.back(); }
+
+  void begin() {
+    if (states_.size() > tran_level_limit) return;
+    store_.begin();
+    states_.push_back(now());
+  }
+  void end(bool commit) {
+    if (states_.size() == 1) return;
+    commit ? store_.commit() : store_.rollback();
+    if (commit) states_[states_.size() - 2] = now();
+    states_.pop_back();
+  }
+  void reopen() {
+    if (states_.size() == 1) store_.reopen();
+  }
+
+  void change() {
+    const bool direct = states_.size() == 1;
+    ASSERT_TRUE(!direct || sm_direct_begin(*store_.sm)) << store_.errors();
+    if (now().size() < 2 || random_.one_in(30)) {
+      create();
+    } else {
+      auto chosen = now().begin();
+      std::advance(chosen, random_.below(static_cast<int>(now().size())));
+      if (now().size() > 5 && random_.one_in(30))
+        drop(chosen);
+      else
+        for (int i = random_.below(8); i >= 0; --i) change_row(chosen->first, chosen->second);
+    }
+    if (direct) store_.save();
+  }
+
+  void create() {
+    static constexpr RowKind kinds[] = {RowKind::fixed, RowKind::variable, RowKind::fixed_auto,
+                                        RowKind::variable_auto};
+    const RowKind kind = kinds[random_.below(4)];
+    const int size = random_.one_in(4) ? 5 + random_.below(3000) : 5 + random_.below(60);
+    RowSystem *rows = row_system_create(*store_.sm, kind, size, 7, 3, 0);
+    ASSERT_NE(rows, nullptr) << store_.errors();
+    EXPECT_TRUE(now().emplace(rows->number, ModelSystem{kind, size, row_kind_auto(kind) ? 7 : 0, {}}).second);
+    row_system_close(rows);
+  }
+  void drop(ModelState::iterator chosen) {
+    RowSystem *rows = row_system_open(chosen->first, *store_.sm);
+    ASSERT_TRUE(rows != nullptr && row_system_drop(rows)) << store_.errors();
+    now().erase(chosen);
+  }
+
+  std::string new_value(const ModelSystem &system) {
+    int size = system.data_size;
+    if (row_kind_variable(system.kind)) size = 1 + random_.below(std::min(6 * size, 4000));
+    std::string value(static_cast<size_t>(size), '\0');
+    for (char &byte : value) byte = static_cast<char>(random_.below(256));
+    return value;
+  }
+
+  void change_row(RowNo number, ModelSystem &system) {
+    const Held rows(number, *store_.sm);
+    ASSERT_TRUE(rows) << store_.errors();
+    RowNo row = 0;
+    if (system.rows.empty() || random_.below(10) < 5) {
+      const std::string value = new_value(system);
+      ASSERT_TRUE(row_insert(*rows, value.data(), static_cast<int>(value.size()), &row)) << store_.errors();
+      EXPECT_TRUE(system.rows.emplace(row, value).second) << "row number " << row << " is in use";
+      if (row_kind_auto(system.kind)) {
+        EXPECT_TRUE(row_autoinc_advance(*rows));
+        system.next += 3;
+      }
+      return;
+    }
+    auto chosen =
+        system.rows.lower_bound(static_cast<RowNo>(random_.next()) % (system.rows.rbegin()->first + 1));
+    row = chosen->first;
+    if (random_.one_in(2)) {
+      const std::string value = new_value(system);
+      ASSERT_TRUE(row_update(*rows, &row, value.data(), static_cast<int>(value.size()))) << store_.errors();
+      system.rows.erase(chosen);
+      EXPECT_TRUE(system.rows.emplace(row, value).second);
+    } else {
+      ASSERT_EQ(row_delete(*rows, row), RowRead::active) << store_.errors();
+      system.rows.erase(chosen);
+    }
+  }
+
+  // What this thread sees, and what every other thread sees of the committed state.
+  void check_all() {
+    check(now());
+    if (states_.size() > 1) store_.on_other_thread([this] { check(states_.front()); });
+  }
+  void check(const ModelState &state) {
+    for (const auto &[number, system] : state) {
+      SCOPED_TRACE("row system " + std::to_string(number));
+      const Held rows(number, *store_.sm);
+      ASSERT_TRUE(rows) << store_.errors();
+      EXPECT_EQ(row_autoinc_get(*rows).next, system.next);
+      row_kind_variable(system.kind) ? check_values(*rows, system) : check_scan(*rows, system);
+    }
+  }
+  void check_values(RowSystem &rows, const ModelSystem &system) {
+    uint32_t pieces = 0;
+    for (const auto &[row, value] : system.rows) {
+      std::string copy(value.size(), '\0');
+      EXPECT_TRUE(row_read_variable(rows, row, copy.data(), static_cast<int>(copy.size())))
+          << store_.errors();
+      EXPECT_TRUE(copy == value) << "row " << row;
+      const size_t piece = static_cast<size_t>(system.data_size - 4);
+      pieces += static_cast<uint32_t>((value.size() + piece - 1) / piece);
+    }
+    EXPECT_EQ(row_active_count(rows), pieces);
+  }
+  void check_scan(RowSystem &rows, const ModelSystem &system) {
+    RowScan scan;
+    RowFetch fetch;
+    RowNo row = 0;
+    std::map<RowNo, std::string> found;
+    std::string data(static_cast<size_t>(system.data_size), '\0');
+    row_scan_start(scan, rows);
+    while ((fetch = row_scan_next(scan, data.data(), system.data_size, &row)) == RowFetch::row)
+      EXPECT_TRUE(found.emplace(row, data).second);
+    EXPECT_EQ(fetch, RowFetch::end) << store_.errors();
+    EXPECT_TRUE(found == system.rows);
+    EXPECT_EQ(row_active_count(rows), system.rows.size());
+  }
+
+  StorageFixture store_;
+  Random random_;
+  std::vector<ModelState> states_ = {{}};
+};
+
+TEST(RowSystemModelTest, RandomWorkAgreesWithAMap) {
+  for (const char *options : {"BLOCK_SIZE=1024;CACHE_SIZE_DAT=8;CACHE_SIZE_TRN=6", "BLOCK_SIZE=1024",
+                              "BLOCK_SIZE=4096;CACHE_SIZE_TRN=12;CACHE_IMM_WRITE=true", "BLOCK_SIZE=32768"}) {
+    SCOPED_TRACE(options);
+    RowSystemModel model(options);
+    model.run(600);
+    if (testing::Test::HasFailure()) return;
+  }
+}
+
+}  // namespace
+}  // namespace tovik::test

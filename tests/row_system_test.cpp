@@ -1,0 +1,694 @@
+// Pages, descriptors and counters of row systems byte by byte; their edge cases, transaction levels, and
+// damaged pages.
+#include "data/row_system.h"
+
+#include <functional>
+#include <vector>
+
+#include "row_support.h"
+
+namespace tovik::test {
+namespace {
+
+constexpr uint32_t B = 1024;         // block size
+constexpr uint32_t stream = B - 8;   // stream bytes of a page
+constexpr BlockNo system_block = 3;  // first page of the system ROW
+
+class RowSystemTest : public testing::Test, public StorageFixture {
+ protected:
+  RowSystem *create(RowKind kind, int data_size, int64_t init = 0, int step = 0, int64_t next = 0) {
+    RowSystem *rows = row_system_create(*sm, kind, data_size, init, step, next);
+    EXPECT_NE(rows, nullptr) << errors();
+    return rows;
+  }
+  static RowNo insert(RowSystem &rows, const std::string &data) {
+    RowNo row = 0;
+    EXPECT_TRUE(row_insert(rows, data.data(), static_cast<int>(data.size()), &row)) << errors();
+    return row;
+  }
+  // The data of a fixed row, "deleted", or "failed".
+  static std::string read(RowSystem &rows, RowNo row) {
+    std::string data(static_cast<size_t>(rows.row_size - 1), '?');
+    const RowRead found = row_read(rows, row, data.data(), rows.row_size - 1, nullptr);
+    return found == RowRead::active ? data : found == RowRead::deleted ? "deleted" : "failed";
+  }
+  static std::string read_variable(RowSystem &rows, RowNo row, size_t length) {
+    std::string data(length, '?');
+    return row_read_variable(rows, row, data.data(), static_cast<int>(length)) ? data : "failed";
+  }
+  static std::vector<std::string> scan(RowSystem &rows) {
+    std::vector<std::string> found;
+    RowScan scan;
+    RowNo row = 0;
+    std::string data(static_cast<size_t>(rows.row_size - 1), '?');
+    row_scan_start(scan, rows);
+    RowFetch fetch;
+    while ((fetch = row_scan_next(scan, data.data(), rows.row_size - 1, &row)) == RowFetch::row)
+      found.push_back(data);
+    if (fetch == RowFetch::failed) found.push_back("failed");
+    return found;
+  }
+  // Whether another thread can open number, and how many active rows it sees.
+  int seen_elsewhere(RowNo number) {
+    int seen = -1;
+    on_other_thread([&] {
+      RowSystem *rows = row_system_open(number, *sm);
+      if (rows == nullptr) return;
+      seen = static_cast<int>(row_active_count(*rows));
+      row_system_close(rows);
+    });
+    return seen;
+  }
+};
+
+TEST_F(RowSystemTest, NewDatabaseHoldsTheSystemRowAndItsCounters) {
+  // Two descriptors: the row systems that support the indices, whose pages are blocks 4 and 5.
+  EXPECT_EQ(bytes(2, 0, 32), u32s({3, 3, 1, 3 * B + 8 + 2 * 41, 0, 2, 0, 0}));
+  EXPECT_EQ(bytes(system_block, 0, 8 + 21), u32s({0, 0}) + "A" + u32s({0, 1, 101, 4, 4}));
+  EXPECT_EQ(bytes(system_block, 8 + 41, 21), "A" + u32s({0, 1, 13, 5, 5}));
+  EXPECT_EQ(bytes(system_block, 8 + 82, 41), filled(41));
+}
+
+TEST_F(RowSystemTest, FixedRowsAndTheirDescriptorByteByByte) {
+  RowSystem *rows = create(RowKind::fixed, 6);
+  const uint32_t page = rows->counters[0].page_top;
+  const RowNo first = page * B + 8;
+  EXPECT_EQ(rows->number, 3 * B + 8 + 2 * 41u);
+  EXPECT_EQ(insert(*rows, "aaaaaa"), first);
+  EXPECT_EQ(insert(*rows, "bbbbbb"), first + 7);
+  EXPECT_EQ(insert(*rows, "cccccc"), first + 14);
+  EXPECT_EQ(bytes(page, 0, 36), u32s({0, 0}) + "AaaaaaaAbbbbbbAcccccc" + filled(7));
+
+  EXPECT_EQ(row_delete(*rows, first), RowRead::active);
+  EXPECT_EQ(row_delete(*rows, first + 14), RowRead::active);
+  EXPECT_EQ(row_delete(*rows, first), RowRead::deleted);
+  EXPECT_EQ(bytes(page, 8, 21), "D" + u32s({0}) + filled(2) + "Abbbbbb" + "D" + u32s({first}) + filled(2));
+  EXPECT_EQ(read(*rows, first), "deleted");
+  EXPECT_EQ(row_position(*rows, RowPosition::insert), first + 14);
+
+  ASSERT_TRUE(row_systems_write_counters(*sm));
+  EXPECT_EQ(bytes(system_block, 8 + 82, 41),
+            "A" + u32s({0, 1, 7, page, page, 1, first + 21, first + 14, 3, 2}));
+  EXPECT_EQ(bytes(2, 0, 28), u32s({3, 3, 1, 3 * B + 8 + 3 * 41, 0, 3, 0}));
+
+  EXPECT_EQ(insert(*rows, "dddddd"), first + 14) << "last in, first out";
+  EXPECT_EQ(insert(*rows, "eeeeee"), first);
+  EXPECT_EQ(insert(*rows, "ffffff"), first + 21);
+  RowNo row = first + 7;
+  EXPECT_TRUE(row_update(*rows, &row, "gggggg", 6));
+  EXPECT_EQ(row, first + 7);
+  EXPECT_EQ(scan(*rows), (std::vector<std::string>{"eeeeee", "gggggg", "dddddd", "ffffff"}));
+  EXPECT_EQ(rows->counters[0].total_count, 4u);
+  EXPECT_EQ(row_active_count(*rows), 4u);
+
+  const RowNo number = rows->number;
+  reopen();
+  rows = row_system_open(number, *sm);
+  ASSERT_NE(rows, nullptr) << errors();
+  EXPECT_EQ(scan(*rows), (std::vector<std::string>{"eeeeee", "gggggg", "dddddd", "ffffff"}));
+  EXPECT_EQ(row_system_open(number, *sm), rows) << "one handle per row system";
+}
+
+// Row sizes around the page's 1016 stream bytes: slots that end with a page, cross one end, or span pages.
+TEST_F(RowSystemTest, SlotsRunOnAcrossPages) {
+  for (const uint32_t size : {8u, 100u, 508u, 1015u, 1016u, 1017u, 2032u, 3001u}) {
+    SCOPED_TRACE(size);
+    RowSystem *rows = create(RowKind::fixed, static_cast<int>(size) - 1);
+    const int count = static_cast<int>(3 * stream / size) + 2;
+    std::vector<RowNo> numbers;
+    std::vector<std::string> data;
+    for (int k = 0; k < count; ++k) {
+      data.push_back(filled(size - 1, static_cast<char>('a' + k % 26)));
+      numbers.push_back(insert(*rows, data.back()));
+      const RowCounters &counters = rows->counters[0];
+      EXPECT_EQ(numbers.back() % B, 8 + static_cast<uint32_t>(k) * size % stream);
+      EXPECT_EQ(counters.page_count, static_cast<uint32_t>(k + 1) * size / stream + 1);
+      EXPECT_EQ(counters.new_offset / B == counters.page_last, true);
+    }
+    EXPECT_EQ(scan(*rows), data);
+    EXPECT_EQ(row_position(*rows, RowPosition::last), numbers.back());
+    // Forwards and backwards along the stream.
+    for (int k = 0; k < count; ++k) {
+      RowNo next = 0, following = 0, previous = 0;
+      std::string copy(size - 1, '?');
+      EXPECT_EQ(row_read(*rows, numbers[k], copy.data(), static_cast<int>(size) - 1, &next), RowRead::active);
+      EXPECT_TRUE(row_next_position(*rows, numbers[k], &following));
+      EXPECT_EQ(next, k + 1 < count ? numbers[k + 1] : rows->counters[0].new_offset);
+      EXPECT_EQ(following, next);
+      EXPECT_TRUE(row_previous(*rows, numbers[k], &previous));
+      EXPECT_EQ(previous, k > 0 ? numbers[k - 1] : 1);
+    }
+    // Every second one away and back again, in place.
+    for (int k = 0; k < count; k += 2) EXPECT_EQ(row_delete(*rows, numbers[k]), RowRead::active);
+    for (int k = (count - 1) / 2 * 2; k >= 0; k -= 2) EXPECT_EQ(insert(*rows, data[k]), numbers[k]);
+    EXPECT_EQ(scan(*rows), data);
+    EXPECT_EQ(rows->counters[0].free_list, 0u);
+  }
+}
+
+TEST_F(RowSystemTest, PageLinksOfASlotThatCrosses) {
+  RowSystem *rows = create(RowKind::fixed, 599);
+  const uint32_t first = rows->counters[0].page_top;
+  insert(*rows, filled(599, 'x'));
+  insert(*rows, filled(415, 'y') + filled(184, 'z'));
+  const uint32_t second = rows->counters[0].page_last;
+  EXPECT_EQ(bytes(first, 0, 8), u32s({0, second}));
+  EXPECT_EQ(bytes(second, 0, 8), u32s({first, 0}));
+  EXPECT_EQ(bytes(first, 8 + 600, 416), "A" + filled(415, 'y'));
+  EXPECT_EQ(bytes(second, 8, 185), filled(184, 'z') + filled(1));
+}
+
+TEST_F(RowSystemTest, VariableValuesInPieces) {
+  RowSystem *rows = create(RowKind::variable, 14);  // pieces of 10 bytes in slots of 15
+  const uint32_t page = rows->counters[0].page_top;
+  const RowNo first = page * B + 8;
+  EXPECT_EQ(insert(*rows, "0123456789"), first);
+  EXPECT_EQ(insert(*rows, "abcdefghijK"), first + 30) << "the last piece is written first";
+  EXPECT_EQ(bytes(page, 8, 45), "A" + u32s({0}) + "0123456789" + "A" + u32s({0}) + "K" + filled(9) + "A" +
+                                    u32s({first + 15}) + "abcdefghij");
+  EXPECT_EQ(read_variable(*rows, first + 30, 11), "abcdefghijK");
+  EXPECT_EQ(read_variable(*rows, first + 30, 4), "abcd");
+  EXPECT_EQ(read_variable(*rows, first + 30, 21), "failed") << "longer than its chain";
+  EXPECT_EQ(first_status(), status::row_get);
+
+  EXPECT_EQ(row_delete(*rows, first + 30), RowRead::active);
+  EXPECT_EQ(bytes(page, 8 + 15, 30), "D" + u32s({first + 30}) + filled(10) + "D" + u32s({0}) + filled(10));
+  EXPECT_EQ(rows->counters[0].free_list, first + 15);
+  EXPECT_EQ(read_variable(*rows, first + 30, 4), "failed");
+  EXPECT_EQ(first_status(), status::row_variable_piece);
+  EXPECT_EQ(row_delete(*rows, first + 30), RowRead::failed);
+  EXPECT_EQ(first_status(), status::row_flag);
+
+  RowNo row = first;
+  EXPECT_TRUE(row_update(*rows, &row, "the quick brown fox jumps", 25));
+  EXPECT_EQ(read_variable(*rows, row, 25), "the quick brown fox jumps");
+  EXPECT_EQ(rows->counters[0].total_count, 3u) << "the old piece is used again";
+}
+
+TEST_F(RowSystemTest, AutoIncrementRecordLiesBehindTheDescriptor) {
+  RowSystem *rows = create(RowKind::fixed_auto, 8, 0, 0, 0);
+  EXPECT_EQ(rows->autoinc_number, rows->number + 41);
+  EXPECT_EQ(bytes(system_block, rows->autoinc_number % B, 41), "A" + u32s({3, 3, 0, 1, 0, 1, 0, 1, 0, 0}));
+  ASSERT_TRUE(row_autoinc_set(*rows, 100, 5, 0) && row_autoinc_advance(*rows));
+  ASSERT_TRUE(row_systems_write_counters(*sm));
+  EXPECT_EQ(bytes(system_block, rows->autoinc_number % B, 41),
+            "A" + u32s({3, 3, 0, 5, 0, 100, 0, 105, 0, 0}));
+  const RowNo number = rows->number;
+  reopen();
+  rows = row_system_open(number, *sm);
+  ASSERT_NE(rows, nullptr);
+  EXPECT_EQ(row_autoinc_get(*rows).next, 105);
+
+  // A value set outside a transaction and not yet written goes with the next commit.
+  ASSERT_TRUE(row_autoinc_set(*rows, 1, 2, 50));
+  begin();
+  commit();
+  reopen();
+  ASSERT_NE(rows = row_system_open(number, *sm), nullptr);
+  EXPECT_EQ(row_autoinc_get(*rows).next, 50);
+
+  ASSERT_TRUE(row_autoinc_set(*rows, 1, 2, INT64_MAX - 2) && row_autoinc_advance(*rows));
+  EXPECT_FALSE(row_autoinc_advance(*rows));
+  EXPECT_EQ(first_status(), status::input_number_range);
+  EXPECT_EQ(row_autoinc_get(*rows).next, INT64_MAX);
+  RowSystem *plain = create(RowKind::fixed, 8);
+  EXPECT_FALSE(row_autoinc_advance(*plain));
+  EXPECT_EQ(first_status(), status::row_no_auto_increment);
+}
+
+TEST_F(RowSystemTest, AutoIncrementPairIsFoundAmongScatteredFreeSlots) {
+  std::vector<RowSystem *> plain;
+  for (int i = 0; i < 40; ++i) plain.push_back(create(RowKind::fixed, 8));
+  for (int i = 0; i < 40; i += 2) ASSERT_TRUE(row_system_drop(plain[i])) << errors();
+  RowSystem &system = *data_systems(*sm).system_rows;
+  for (int i = 0; i < 30; ++i) {
+    const uint32_t active = row_active_count(system);
+    RowSystem *rows = create(i % 2 == 0 ? RowKind::fixed_auto : RowKind::variable_auto, 8, i + 1, 1, 0);
+    EXPECT_EQ(rows->autoinc_number, rows->number + 41);
+    EXPECT_EQ(row_active_count(system), active + 2) << "what was tried on the way is deleted again";
+    const RowNo number = rows->number;
+    row_system_close(rows);
+    ASSERT_TRUE(row_systems_write_counters(*sm));
+    RowSystem *again = row_system_open(number, *sm);
+    ASSERT_NE(again, nullptr) << errors();
+    EXPECT_EQ(row_autoinc_get(*again).init, i + 1);
+    if (i % 3 == 0) {
+      EXPECT_TRUE(row_system_drop(again));
+    }
+  }
+}
+
+TEST_F(RowSystemTest, WrongArgumentsAreRefused) {
+  RowSystem *fixed = create(RowKind::fixed, 8);
+  RowSystem *variable = create(RowKind::variable, 9);
+  const RowNo row = insert(*fixed, "12345678");
+  const RowNo value = insert(*variable, "12345678");
+  RowNo out = 0;
+  char buffer[16];
+  const RowCounters before = fixed->counters[0];
+  struct {
+    const char *what;
+    StatusCode expected;
+    std::function<bool()> call;
+  } const cases[] = {
+      {"data size", status::row_argument, [&] { return row_system_create(*sm, RowKind::fixed, 3, 0, 0, 0); }},
+      {"no room for a piece", status::row_argument,
+       [&] { return row_system_create(*sm, RowKind::variable, 4, 0, 0, 0); }},
+      {"system kind", status::row_argument,
+       [&] { return row_system_create(*sm, RowKind::system, 8, 0, 0, 0); }},
+      {"open row 0", status::row_number_null, [&] { return row_system_open(0, *sm); }},
+      {"insert short", status::row_length, [&] { return row_insert(*fixed, buffer, 7, &out); }},
+      {"insert long", status::row_length, [&] { return row_insert(*fixed, buffer, 9, &out); }},
+      {"insert nothing", status::row_length, [&] { return row_insert(*variable, buffer, 0, &out); }},
+      {"update row 0", status::row_number_null, [&] { return row_update(*fixed, &out, buffer, 8); }},
+      {"update short", status::row_length, [&] { return row_update(*fixed, &(out = row), buffer, 7); }},
+      {"read long", status::row_length,
+       [&] { return row_read(*fixed, row, buffer, 9, nullptr) != RowRead::failed; }},
+      {"read a piece too long", status::row_length,
+       [&] { return row_read(*variable, value, buffer, 6, nullptr) != RowRead::failed; }},
+      {"read never used", status::row_flag,
+       [&] { return row_read(*fixed, row + 9, buffer, 8, nullptr) != RowRead::failed; }},
+      {"delete never used", status::row_flag, [&] { return row_delete(*fixed, row + 9) != RowRead::failed; }},
+      {"read page header", status::row_page_fetch,
+       [&] { return row_read(*fixed, row - 4, buffer, 8, nullptr) != RowRead::failed; }},
+      {"read block 0", status::row_page_fetch,
+       [&] { return row_read(*fixed, 100, buffer, 8, nullptr) != RowRead::failed; }},
+      {"read behind the file", status::cache_block_no,
+       [&] { return row_read(*fixed, 0xFFFFFF00u, buffer, 8, nullptr) != RowRead::failed; }},
+  };
+  for (const auto &test : cases) {
+    SCOPED_TRACE(test.what);
+    EXPECT_FALSE(test.call());
+    EXPECT_EQ(first_status(), test.expected);
+  }
+  EXPECT_EQ(memcmp(&before, &fixed->counters[0], sizeof before), 0);
+}
+
+TEST_F(RowSystemTest, DropFreesEveryPageAndTheRecords) {
+  RowSystem &system = *data_systems(*sm).system_rows;
+  const int used = used_blocks();
+  const uint32_t active = row_active_count(system);
+  for (const int count : {0, 1, 50}) {
+    RowSystem *rows = create(RowKind::fixed_auto, 200);
+    for (int i = 0; i < count; ++i) insert(*rows, filled(200, 'r'));
+    const RowNo number = rows->number;
+    ASSERT_TRUE(row_system_drop(rows)) << errors();
+    EXPECT_EQ(used_blocks(), used);
+    EXPECT_EQ(row_active_count(system), active);
+    EXPECT_EQ(row_system_open(number, *sm), nullptr);
+    EXPECT_EQ(first_status(), status::row_system_deleted);
+  }
+  // The freed blocks are all there, each once.
+  std::vector<BlockNo> blocks;
+  const int free_blocks = bm_counters(*sm->bm, part_dat).fcnt;
+  for (int i = 0; i < free_blocks; ++i) {
+    Page page;
+    ASSERT_TRUE(sm_page_new(*sm, 0, page)) << errors();
+    for (const BlockNo other : blocks) EXPECT_NE(page.block(), other);
+    blocks.push_back(page.block());
+  }
+  EXPECT_EQ(bm_counters(*sm->bm, part_dat).flst, 0);
+}
+
+TEST_F(RowSystemTest, LevelsAreSeparateUntilTheyMerge) {
+  RowSystem *rows = create(RowKind::fixed_auto, 8);
+  const RowNo number = rows->number;
+  insert(*rows, "level 00");
+  save();
+  begin();
+  insert(*rows, "level 1a");
+  EXPECT_TRUE(row_autoinc_advance(*rows));
+  begin();
+  insert(*rows, "level 2a");
+  EXPECT_EQ(row_active_count(*rows), 3u);
+  EXPECT_EQ(seen_elsewhere(number), 1);
+  rollback();
+  EXPECT_EQ(scan(*rows), (std::vector<std::string>{"level 00", "level 1a"}));
+  begin();
+  insert(*rows, "level 2b");
+  EXPECT_TRUE(row_autoinc_advance(*rows));
+  commit();
+  EXPECT_EQ(seen_elsewhere(number), 1);
+  commit();
+  EXPECT_EQ(seen_elsewhere(number), 3);
+  begin();
+  EXPECT_EQ(row_delete(*rows, row_position(*rows, RowPosition::first)), RowRead::active);
+  EXPECT_TRUE(row_autoinc_advance(*rows));
+  rollback();
+  for (int pass = 0; pass < 2; ++pass) {
+    EXPECT_EQ(scan(*rows), (std::vector<std::string>{"level 00", "level 1a", "level 2b"}));
+    EXPECT_EQ(row_autoinc_get(*rows).next, 3);
+    reopen();
+    ASSERT_NE(rows = row_system_open(number, *sm), nullptr) << errors();
+  }
+}
+
+// An inner level that is given up after its counters were written must not lose those of the outer one.
+TEST_F(RowSystemTest, AbandonedInnerLevelLeavesOuterCountersToBeWritten) {
+  RowSystem *rows = create(RowKind::fixed, 8);
+  const RowNo number = rows->number;
+  save();
+  begin();
+  begin();
+  insert(*rows, "is kept.");
+  commit();
+  begin();
+  insert(*rows, "is lost.");
+  EXPECT_TRUE(row_systems_write_counters(*sm));
+  rollback();
+  commit();
+  reopen();
+  ASSERT_NE(rows = row_system_open(number, *sm), nullptr) << errors();
+  EXPECT_EQ(scan(*rows), std::vector<std::string>{"is kept."});
+}
+
+TEST_F(RowSystemTest, CreatedRowSystemIsTheOwnersUntilCommit) {
+  for (const bool keep : {true, false}) {
+    begin();
+    RowSystem *rows = create(RowKind::fixed, 8);
+    const RowNo number = rows->number;
+    insert(*rows, "a secret");
+    row_system_close(rows);
+    EXPECT_EQ(seen_elsewhere(number), -1);
+    ASSERT_EQ(row_system_open(number, *sm), rows) << "unheld, it stays while the transaction is open";
+    keep ? commit() : rollback();
+    EXPECT_EQ(seen_elsewhere(number), keep ? 1 : -1);
+    row_system_close(rows);
+    RowSystem *again = row_system_open(number, *sm);
+    EXPECT_EQ(again != nullptr, keep);
+    row_system_close(again);
+    err_clear();
+  }
+}
+
+TEST_F(RowSystemTest, DroppedRowSystemIsEverybodyElsesUntilCommit) {
+  for (const bool keep : {false, true}) {
+    RowSystem *rows = create(RowKind::fixed, 8);
+    const RowNo number = rows->number;
+    insert(*rows, "old rows");
+    insert(*rows, "old rows");
+    save();
+    begin();
+    ASSERT_NE(row_system_open(number, *sm), nullptr);
+    ASSERT_TRUE(row_system_drop(rows)) << errors();
+    EXPECT_EQ(row_system_open(number, *sm), nullptr);
+    EXPECT_EQ(seen_elsewhere(number), 2);
+    // The number is given out again inside the transaction.
+    RowSystem *heir = create(RowKind::fixed, 20);
+    EXPECT_EQ(heir->number, number);
+    insert(*heir, filled(20, 'n'));
+    EXPECT_EQ(row_system_open(number, *sm), heir);
+    row_system_close(heir);
+    EXPECT_EQ(seen_elsewhere(number), 2);
+    keep ? commit() : rollback();
+    EXPECT_EQ(seen_elsewhere(number), keep ? 1 : 2);
+    row_system_close(heir);
+    row_system_close(rows);
+    err_clear();
+    rows = row_system_open(number, *sm);
+    ASSERT_NE(rows, nullptr) << errors();
+    EXPECT_EQ(rows->row_size, keep ? 21 : 9);
+    ASSERT_TRUE(row_system_drop(rows)) << errors();
+  }
+}
+
+TEST_F(RowSystemTest, ReloadFollowsTheRecords) {
+  RowSystem *rows = create(RowKind::fixed_auto, 8);
+  RowSystem *doomed = create(RowKind::fixed, 8);
+  insert(*rows, "existing");
+  save();
+  // What another process did, seen from here: counters and the auto-increment value have moved on.
+  const std::string old = bytes(system_block, rows->number % B, 82);
+  insert(*rows, "inserted");
+  ASSERT_TRUE(row_autoinc_advance(*rows) && row_systems_write_counters(*sm));
+  const std::string now = bytes(system_block, rows->number % B, 82);
+  overwrite(system_block, rows->number % B, old);
+  ASSERT_TRUE(row_system_reload(*rows)) << errors();
+  EXPECT_EQ(row_active_count(*rows), 1u);
+  EXPECT_EQ(row_autoinc_get(*rows).next, 1);
+  overwrite(system_block, rows->number % B, now);
+  overwrite(system_block, doomed->number % B, "D");
+  ASSERT_TRUE(row_systems_reload_all(*sm)) << errors();
+  EXPECT_EQ(row_active_count(*rows), 2u);
+  EXPECT_EQ(row_autoinc_get(*rows).next, 2);
+  EXPECT_FALSE(rows->state.gone());
+  EXPECT_TRUE(doomed->state.gone());
+  EXPECT_FALSE(row_system_reload(*doomed));
+  EXPECT_EQ(first_status(), status::row_system_deleted);
+}
+
+TEST_F(RowSystemTest, ScanKeepsItsPlaceWhileRowsComeAndGo) {
+  RowSystem *rows = create(RowKind::fixed, 99);
+  std::vector<RowNo> numbers;
+  for (int i = 0; i < 30; ++i) numbers.push_back(insert(*rows, filled(99, static_cast<char>('A' + i))));
+  RowScan scan;
+  RowNo row = 0;
+  std::string data(99, '?'), seen;
+  row_scan_start(scan, *rows);
+  for (int step = 0; row_scan_next(scan, data.data(), 99, &row) == RowFetch::row; ++step) {
+    EXPECT_EQ(row, numbers[seen.size()]);
+    seen += data[0];
+    if (step % 3 == 0) row_scan_pause(scan);
+    if (step == 4) {
+      EXPECT_EQ(row_delete(*rows, row), RowRead::active);  // the row itself
+    }
+    if (step == 28)
+      for (int i = 0; i < 25; ++i)  // the first takes the free slot, behind the place of the scan
+        numbers.push_back(insert(*rows, filled(99, i == 0 ? '!' : '+')));
+    if (step == 28) numbers.erase(numbers.begin() + 30);
+  }
+  EXPECT_EQ(seen, "ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^" + filled(24, '+'));
+  EXPECT_EQ(row_scan_next(scan, data.data(), 99, &row), RowFetch::end);
+  insert(*rows, filled(99, '*'));
+  EXPECT_EQ(row_scan_next(scan, data.data(), 99, &row), RowFetch::row);
+  EXPECT_EQ(data[0], '*');
+}
+
+TEST_F(RowSystemTest, DumpListsEveryLevel) {
+  RowSystem *rows = create(RowKind::fixed_auto, 8);
+  insert(*rows, "one row.");
+  save();
+  begin();
+  testing::internal::CaptureStdout();
+  row_system_dump(*rows, "title");
+  const std::string text = testing::internal::GetCapturedStdout();
+  auto counters = [](int level) {
+    return "  --  level : " + std::to_string(level) +
+           " -- \n  row page top    : 6\n  row page last   : 6\n  row page count  : 1\n  row free list   : "
+           "0\n"
+           "  row new offset  : 6161\n  row total count : 1\n  row free count  : 0\n  row active count: 1\n";
+  };
+  auto autoinc = [](int level) {
+    return "  --  auto inc level : " + std::to_string(level) +
+           " -- \n  auto inc init    : 1\n  auto inc step    : 1\n  auto inc next    : 1\n";
+  };
+  EXPECT_EQ(
+      text,
+      "title\n[fixed information]\n  row type        : 0\n  row use type    : 3\n  row size        : 9\n"
+      "[counter information]\n" +
+          counters(0) + counters(1) + "[auto increment]\n" + autoinc(0) + autoinc(1) +
+          "\n[dynamic information]\n  row rno         : 3162\n");
+}
+
+// The last block whose bytes have 32-bit addresses is used, the next is refused before anything is written.
+TEST_F(RowSystemTest, RowNumbersNeverWrap) {
+  RowSystem *rows = create(RowKind::fixed, 299);
+  bm_counters(*sm->bm, part_dat).bcnt = static_cast<BlockNo>((uint64_t{1} << 32) / B) - 2;
+  const int used = used_blocks();
+  for (int i = 0; i < 6; ++i) insert(*rows, filled(299, 'x'));
+  EXPECT_EQ(rows->counters[0].page_last, 0xFFFFFFFFu / B);
+  const RowCounters before = rows->counters[0];
+  RowNo row = 0;
+  EXPECT_FALSE(row_insert(*rows, filled(299, 'y').data(), 299, &row));
+  EXPECT_EQ(first_status(), status::storage_size_limit);
+  EXPECT_EQ(memcmp(&before, &rows->counters[0], sizeof before), 0);
+  EXPECT_EQ(used_blocks(), used + 1);
+  EXPECT_EQ(scan(*rows).size(), 6u);
+  EXPECT_EQ(row_system_create(*sm, RowKind::fixed, 8, 0, 0, 0), nullptr);
+  EXPECT_EQ(first_status(), status::storage_size_limit);
+}
+
+// Whatever a page says, an operation ends with a status; counters stay as they were.
+TEST_F(RowSystemTest, DamagedPagesEndInAStatus) {
+  struct Damage {
+    const char *what;
+    bool variable;
+    std::function<void(RowSystem &, uint32_t second)> damage;
+  } const cases[] = {
+      {"next link 0", false,
+       [&](RowSystem &r, uint32_t) { overwrite(r.counters[0].page_top, 4, u32s({0})); }},
+      {"next link to itself", false,
+       [&](RowSystem &r, uint32_t) { overwrite(r.counters[0].page_top, 4, u32s({r.counters[0].page_top})); }},
+      {"next link far away", false,
+       [&](RowSystem &r, uint32_t) { overwrite(r.counters[0].page_top, 4, u32s({0xFFFFFFFF})); }},
+      {"next link to the system ROW", false,
+       [&](RowSystem &r, uint32_t) { overwrite(r.counters[0].page_top, 4, u32s({system_block})); }},
+      {"previous link", false, [&](RowSystem &, uint32_t second) { overwrite(second, 0, u32s({second})); }},
+      {"flag", false, [&](RowSystem &, uint32_t second) { overwrite(second, 8 + 300 * 4 - 1016, "Z"); }},
+      {"pages in a ring", false,
+       [&](RowSystem &r, uint32_t second) {
+         for (const uint32_t page : {r.counters[0].page_top, second, r.counters[0].page_last})
+           overwrite(page, 8, filled(stream, 'A'));
+         overwrite(r.counters[0].page_top, 0, u32s({r.counters[0].page_last}));
+         overwrite(r.counters[0].page_last, 4, u32s({r.counters[0].page_top}));
+         r.counters[0].new_offset += 100 * B;
+       }},
+      {"link to itself", true,
+       [&](RowSystem &r, uint32_t) {
+         const RowNo last = row_position(r, RowPosition::last);
+         overwrite(last / B, last % B + 1, u32s({last}));
+       }},
+      {"link to nowhere", true,
+       [&](RowSystem &r, uint32_t) {
+         const RowNo last = row_position(r, RowPosition::last);
+         overwrite(last / B, last % B + 1, u32s({5}));
+       }},
+      {"piece deleted", true, [&](RowSystem &r, uint32_t) { overwrite(r.counters[0].page_top, 8, "D"); }},
+  };
+  for (const Damage &test : cases) {
+    SCOPED_TRACE(test.what);
+    RowSystem *rows = create(test.variable ? RowKind::variable : RowKind::fixed, 299);
+    RowNo row = 0;
+    if (test.variable) {
+      row = insert(*rows, filled(10 * 295, 'v'));
+    } else {
+      for (int i = 0; i < 10; ++i) row = insert(*rows, filled(299, 'f'));
+    }
+    uint32_t second = load_u32(bytes(rows->counters[0].page_top, 4, 4).data());
+    test.damage(*rows, second);
+    const RowCounters before = rows->counters[0];
+    if (test.variable) {
+      EXPECT_EQ(row_delete(*rows, row), RowRead::failed);
+      EXPECT_NE(first_status(), 0);
+      EXPECT_FALSE(row_update(*rows, &row, "new", 3));
+      EXPECT_NE(first_status(), 0);
+      EXPECT_EQ(memcmp(&before, &rows->counters[0], sizeof before), 0);
+      if (test.what != std::string("link to itself")) {
+        EXPECT_EQ(read_variable(*rows, row, 2950), "failed");
+      }
+      EXPECT_EQ(read_variable(*rows, row, 3000), "failed");
+    } else {
+      EXPECT_EQ(scan(*rows).back(), "failed");
+      EXPECT_NE(first_status(), 0);
+    }
+    err_clear();
+  }
+}
+
+TEST_F(RowSystemTest, DamagedFreeListIsRefused) {
+  RowSystem *rows = create(RowKind::fixed, 8);
+  const RowNo first = insert(*rows, "01234567"), second = insert(*rows, "76543210");
+  EXPECT_EQ(row_delete(*rows, second), RowRead::active);
+  for (const uint32_t link : {1u, 7 * B, 0xFFFFFC00u}) {
+    overwrite(second / B, second % B + 1, u32s({link}));
+    RowNo row = 0;
+    EXPECT_FALSE(row_insert(*rows, "01234567", 8, &row)) << link;
+    EXPECT_EQ(first_status(), status::row_flag);
+  }
+  overwrite(second / B, second % B, "A" + u32s({0}));
+  RowNo row = 0;
+  EXPECT_FALSE(row_insert(*rows, "01234567", 8, &row));
+  EXPECT_EQ(first_status(), status::row_flag);
+  EXPECT_EQ(rows->counters[0].free_count, 1u);
+  EXPECT_EQ(read(*rows, first), "01234567");
+}
+
+TEST_F(RowSystemTest, DamagedDescriptorsAreRefused) {
+  RowSystem *rows = create(RowKind::fixed_auto, 8);
+  insert(*rows, "01234567");
+  const RowNo number = rows->number;
+  row_system_close(rows);
+  save();
+  ASSERT_NE(rows = row_system_open(number, *sm), nullptr);
+  row_system_close(rows);
+  const struct {
+    uint32_t offset, value;
+  } cases[] = {{0, 1},  {4, 0},          {4, 5},           {4, 4},          {8, 4},  {8, 0x80000000},
+               {8, 10}, {12, 0},         {12, 0xFFFFFFFF}, {16, 0},         {20, 0}, {20, 0xFFFFFFFF},
+               {24, 0}, {24, 6 * B + 8}, {28, 3},          {32, 0},         {32, 2}, {36, 2},
+               {41, 0}, {41 + 4, 4},     {41 + 12, 0},     {41 + 12, 65536}};
+  for (const auto &test : cases) {
+    SCOPED_TRACE("offset " + std::to_string(test.offset) + " value " + std::to_string(test.value));
+    const uint32_t at = number % B + 1 + test.offset;
+    const std::string was = bytes(system_block, at, 4);
+    overwrite(system_block, at, u32s({test.value}));
+    EXPECT_EQ(row_system_open(number, *sm), nullptr);
+    EXPECT_EQ(first_status(), status::row_no_counters);
+    overwrite(system_block, at, was);
+  }
+  EXPECT_EQ(row_system_open(number + 41, *sm), nullptr) << "an auto-increment record is no descriptor";
+  EXPECT_EQ(first_status(), status::row_system_deleted);
+}
+
+int allocations_left = -1;  // -1: no failure is due
+void *(*real_alloc)(size_t) = nullptr;
+void *failing_alloc(size_t size) {
+  return allocations_left >= 0 && allocations_left-- == 0 ? nullptr : real_alloc(size);
+}
+
+TEST_F(RowSystemTest, EveryAllocationMayFail) {
+  const auto work = [this] {
+    const std::string value = filled(5000, 'v');
+    RowSystem *rows = row_system_create(*sm, RowKind::variable_auto, 50, 0, 0, 0);
+    RowNo row = 0;
+    if (rows == nullptr) return false;
+    const bool done = row_insert(*rows, value.data(), 3000, &row) &&
+                      row_update(*rows, &row, value.data(), 5000) &&
+                      read_variable(*rows, row, 5000) == value && row_systems_write_counters(*sm) &&
+                      row_delete(*rows, row) == RowRead::active;
+    EXPECT_TRUE(done || row == 0 || read_variable(*rows, row, 3000) != "failed") << errors();
+    row_system_close(rows);
+    return done;
+  };
+  const int used = used_blocks();
+  int failures = -1;
+  for (bool done = false; !done; ++failures) {
+    SCOPED_TRACE("allocation " + std::to_string(failures + 1));
+    reopen();
+    const uint32_t active = row_active_count(*data_systems(*sm).system_rows);
+    begin();
+    real_alloc = memory_table.mem_alloc;
+    memory_table.mem_alloc = failing_alloc;
+    allocations_left = failures + 1;
+    done = work();
+    allocations_left = -1;
+    memory_table.mem_alloc = real_alloc;
+    EXPECT_EQ(first_status() == 0, done);
+    rollback();
+    EXPECT_EQ(used_blocks(), used);
+    EXPECT_EQ(row_active_count(*data_systems(*sm).system_rows), active);
+  }
+  EXPECT_GT(failures, 8);
+}
+
+// In a database that is full a value either fits or leaves nothing behind.
+TEST(RowSystemSpace, FailedInsertLeavesNothingBehind) {
+  StorageFixture store("BLOCK_SIZE=1024;SIZE_DAT=40K");
+  RowSystem *rows = row_system_create(*store.sm, RowKind::variable, 99, 0, 0, 0);
+  ASSERT_NE(rows, nullptr) << store.errors();
+  const std::string value = filled(9 * 1024, 'v');
+  std::vector<RowNo> kept;
+  RowNo row = 0;
+  RowCounters before = rows->counters[0];
+  int used = store.used_blocks();
+  while (row_insert(*rows, value.data(), static_cast<int>(value.size()), &row)) {
+    kept.push_back(row);
+    before = rows->counters[0];
+    used = store.used_blocks();
+  }
+  EXPECT_NE(store.first_status(), 0);
+  EXPECT_EQ(kept.size(), 3u);
+  EXPECT_FALSE(row_update(*rows, &(row = kept[1]), filled(20 * 1024).data(), 20 * 1024));
+  EXPECT_FALSE(row_insert(*rows, value.data(), static_cast<int>(value.size()), &row));
+  EXPECT_EQ(memcmp(&before, &rows->counters[0], sizeof before), 0);
+  EXPECT_EQ(store.used_blocks(), used);
+  for (const RowNo number : kept) {
+    std::string copy(value.size(), '?');
+    EXPECT_TRUE(row_read_variable(*rows, number, copy.data(), static_cast<int>(copy.size())));
+    EXPECT_EQ(copy, value);
+  }
+  EXPECT_TRUE(row_insert(*rows, value.data(), 500, &row)) << store.errors();
+}
+
+}  // namespace
+}  // namespace tovik::test
