@@ -197,5 +197,100 @@ TEST(RowSystemModelTest, RandomWorkAgreesWithAMap) {
   }
 }
 
+// Bytes of pages and descriptors change at random: every operation still ends, and a failure says why.
+class DamagedRows {
+ public:
+  explicit DamagedRows(Random &random) : random_(random) {
+    for (const RowKind kind : {RowKind::fixed, RowKind::variable, RowKind::fixed_auto}) {
+      RowSystem *rows = row_system_create(*store_.sm, kind, 30 + random_.below(1000), 0, 0, 0);
+      numbers_.push_back(rows->number);
+      for (int i = 0; i < 20; ++i) insert(*rows);
+      row_system_close(rows);
+    }
+    store_.reopen();
+  }
+
+  void damage(int count) {
+    const BlockNo blocks = bm_counters(*store_.sm->bm, part_dat).bcnt;
+    for (; count > 0; --count) {
+      Page page;
+      ASSERT_TRUE(sm_page_get(*store_.sm, 2 + random_.below(blocks - 1), 0, page)) << store_.errors();
+      const int at = random_.one_in(3) ? random_.below(40) : random_.below(1024);
+      page.data()[at] = static_cast<uint8_t>(random_.one_in(2) ? random_.below(256) : random_.below(4));
+      EXPECT_TRUE(sm_page_release_write(page));
+    }
+  }
+
+  void work() {
+    (void)row_systems_reload_all(*store_.sm);
+    for (const RowNo number : numbers_) {
+      store_.first_status();
+      RowSystem *rows = row_system_open(number, *store_.sm);
+      EXPECT_NE(rows != nullptr, store_.first_status() != 0);
+      for (int i = 0; rows != nullptr && i < 60; ++i) change(*rows);
+      row_system_close(rows);
+    }
+  }
+
+ private:
+  bool insert(RowSystem &rows) {
+    RowNo row = 0;
+    const int size = row_kind_variable(rows.kind) ? 1 + random_.below(3000) : rows.row_size - 1;
+    if (!row_insert(rows, filled(size, 'd').data(), size, &row)) return false;
+    rows_.push_back(row);
+    return true;
+  }
+  bool scan(RowSystem &rows) {
+    RowScan scan;
+    RowNo row = 0;
+    RowFetch fetch;
+    row_scan_start(scan, rows);
+    while ((fetch = row_scan_next(scan, nullptr, 0, &row)) == RowFetch::row) continue;
+    return fetch == RowFetch::end;
+  }
+  void change(RowSystem &rows) {
+    RowNo row = rows_[static_cast<size_t>(random_.below(static_cast<int>(rows_.size())))], next = 0;
+    std::string data(4000, '\0');
+    const int size = row_kind_variable(rows.kind) ? 1 + random_.below(3000) : rows.row_size - 1;
+    bool done = false;
+    switch (random_.below(6)) {
+      case 0:
+        done = insert(rows);
+        break;
+      case 1:
+        done = row_update(rows, &row, data.data(), size);
+        break;
+      case 2:
+        done = row_delete(rows, row) != RowRead::failed;
+        break;
+      case 3:
+        done = row_kind_variable(rows.kind)
+                   ? row_read_variable(rows, row, data.data(), size)
+                   : row_read(rows, row, data.data(), size, &next) != RowRead::failed;
+        break;
+      case 4:
+        done = row_previous(rows, row, &next) && row_next_position(rows, row, &next);
+        break;
+      case 5:
+        done = scan(rows);
+    }
+    EXPECT_NE(done, store_.first_status() != 0);
+  }
+
+  StorageFixture store_;
+  Random &random_;
+  std::vector<RowNo> numbers_, rows_;
+};
+
+TEST(RowSystemModelTest, RandomDamageEndsInAStatus) {
+  Random random;
+  for (int round = 0; round < 60 && !testing::Test::HasFailure(); ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    DamagedRows rows(random);
+    rows.damage(1 + random.below(30));
+    rows.work();
+  }
+}
+
 }  // namespace
 }  // namespace tovik::test
