@@ -1,0 +1,267 @@
+// Random inserts, deletions, searches, ranges and cursor walks, inside and outside nested transactions,
+// against a map that is kept beside the index.
+#include <compare>
+#include <map>
+
+#include "btree_support.h"
+
+namespace tovik {
+namespace {
+
+using test::definition;
+using test::Store;
+using test::walk;
+
+// A value of one key part; rank 0 is NULL.
+struct PartValue {
+  int rank = 1;
+  int64_t number = 0;
+  std::string text;
+  auto operator<=>(const PartValue &) const = default;
+};
+using KeyValue = std::vector<PartValue>;
+
+struct ByteOrder {
+  bool operator()(RowNo a, RowNo b) const { return memcmp(&a, &b, sizeof(RowNo)) < 0; }
+};
+using Model = std::map<KeyValue, std::set<RowNo, ByteOrder>>;
+
+struct Config {
+  const char *name;
+  BtreeDefinition made;
+  int domain;  // different values of a key part
+  int rows;    // different values of a key
+};
+
+class ModelRun {
+ public:
+  ModelRun(Store &store, test::Random &random, const Config &config)
+      : store_(store), random_(random), config_(config) {
+    index_ = btree_create(*store.sm, config.made);
+    EXPECT_NE(index_, nullptr) << Store::errors();
+  }
+  ~ModelRun() { btree_close(index_); }
+
+  void run(int steps) {
+    const int phase = steps / 6;
+    for (step_ = 0; step_ < steps && !testing::Test::HasFailure(); ++step_) {
+      const bool growing = step_ / phase % 3 != 2;
+      const int choice = random_.below(100);
+      if (choice < (growing ? 60 : 20))
+        insert();
+      else if (choice < 75)
+        remove();
+      else if (choice < 88)
+        search();
+      else if (choice < 94)
+        range();
+      else if (choice < 96)
+        transaction();
+      if (step_ % 500 == 499) check();
+    }
+    while (!saved_.empty()) end_level(random_.one_in(2));
+    check();
+    drain();
+  }
+
+ private:
+  KeyValue random_key() {
+    KeyValue key;
+    for (int i = 0; i < config_.made.part_count; ++i) {
+      PartValue part;
+      const int value = random_.below(config_.domain);
+      if (random_.one_in(50))
+        part.rank = 0;
+      else if ((config_.made.parts[i].type & TYPE_INTEGER) != 0)
+        part.number = value - config_.domain / 2;
+      else
+        part.text = std::string(static_cast<size_t>(value % 3), 'b') + std::to_string(value);
+      key.push_back(part);
+    }
+    return key;
+  }
+  KeyValue some_key() {  // rather one that is there
+    const KeyValue key = random_key();
+    const auto found = model_.lower_bound(key);
+    return found == model_.end() || random_.one_in(10) ? key : found->first;
+  }
+  RowNo random_row() {
+    const RowNo row = static_cast<RowNo>(random_.below(config_.rows)) * 2654435761u;  // over all bytes
+    const int size = index_->definition.value_size;
+    return size == 4 ? row : row >> (8 * (4 - size));
+  }
+
+  std::string encode(const KeyValue &key) const {
+    std::string bytes(static_cast<size_t>(btree_key_size(*index_)), '\0');
+    uint8_t *at = reinterpret_cast<uint8_t *>(bytes.data());
+    for (size_t i = 0; i < key.size(); ++i) {
+      const BtreeKeyPart &part = config_.made.parts[i];
+      const void *source = (part.type & TYPE_INTEGER) != 0 ? static_cast<const void *>(&key[i].number)
+                                                           : static_cast<const void *>(key[i].text.c_str());
+      const ValueMode mode = key[i].rank == 0 ? ValueMode::null : ValueMode::binary;
+      EXPECT_NE(store_value(part.type, mode, source, at, part.size, 0), Stored::failed);
+      at += part.size;
+    }
+    return bytes;
+  }
+  static const uint8_t *bytes(const std::string &key) {
+    return reinterpret_cast<const uint8_t *>(key.data());
+  }
+
+  void insert() {
+    const KeyValue key = random_.one_in(3) ? some_key() : random_key();
+    const RowNo row = random_row();
+    const std::string encoded = encode(key);
+    const auto found = model_.find(key);
+    BtreeInsert expected = BtreeInsert::inserted;
+    if (found != model_.end() && btree_is_unique(*index_)) expected = BtreeInsert::exists;
+    if (found != model_.end() && !btree_is_unique(*index_) && found->second.count(row) != 0)
+      expected = BtreeInsert::failed;
+    err_clear();
+    EXPECT_EQ(btree_insert(*index_, bytes(encoded), &row), expected) << context();
+    if (expected == BtreeInsert::inserted) model_[key].insert(row);
+  }
+
+  void remove() {
+    const KeyValue key = some_key();
+    RowNo row = random_row();
+    const auto found = model_.find(key);
+    if (found != model_.end() && !random_.one_in(10)) {
+      const auto at = found->second.lower_bound(row);
+      row = at == found->second.end() ? *found->second.begin() : *at;
+    }
+    const bool there = found != model_.end() && found->second.count(row) != 0;
+    err_clear();
+    EXPECT_EQ(btree_delete(*index_, bytes(encode(key)), &row), there) << context();
+    if (!there) {
+      EXPECT_EQ(error_record().last_code, status::btree_key_missing) << context();
+      return;
+    }
+    found->second.erase(row);
+    if (found->second.empty()) model_.erase(found);
+  }
+
+  void search() {
+    const KeyValue key = some_key();
+    RowSet rows{};
+    const auto found = model_.find(key);
+    const BtreeFind expected = found == model_.end() ? BtreeFind::absent : BtreeFind::found;
+    EXPECT_EQ(btree_search(*index_, bytes(encode(key)), &rows), expected) << context();
+    EXPECT_EQ(std::vector<RowNo>(rows.rows.begin(), rows.rows.end()),
+              found == model_.end() ? std::vector<RowNo>{}
+                                    : std::vector<RowNo>(found->second.begin(), found->second.end()))
+        << context();
+  }
+
+  bool inside(const KeyValue &key, const KeyValue &bound, Bound mode, bool first_part, int direction) const {
+    if (mode == Bound::none) return true;
+    const std::strong_ordering order = first_part ? key[0] <=> bound[0] : key <=> bound;
+    if (order == 0) return mode == Bound::inclusive;
+    return direction > 0 ? order > 0 : order < 0;
+  }
+
+  void range() {
+    const KeyValue lower = some_key(), upper = some_key();
+    const std::string lower_bytes = encode(lower), upper_bytes = encode(upper);
+    const BtreeRange wanted = {bytes(lower_bytes), static_cast<Bound>(random_.below(3)), bytes(upper_bytes),
+                               static_cast<Bound>(random_.below(3)), random_.one_in(2)};
+    std::vector<std::pair<std::string, std::vector<RowNo>>> expected, found;
+    std::vector<RowNo> expected_rows;
+    for (const auto &[key, rows] : model_) {
+      if (!inside(key, lower, wanted.lower_bound, wanted.first_part, 1) ||
+          !inside(key, upper, wanted.upper_bound, wanted.first_part, -1))
+        continue;
+      expected.emplace_back(encode(key), std::vector<RowNo>(rows.begin(), rows.end()));
+      expected_rows.insert(expected_rows.end(), rows.begin(), rows.end());
+    }
+    RowSet rows{};
+    EXPECT_TRUE(btree_range(*index_, wanted, rows)) << Store::errors();
+    EXPECT_EQ(std::vector<RowNo>(rows.rows.begin(), rows.rows.end()), expected_rows) << context();
+    BtreeCursor cursor;
+    EXPECT_TRUE(btree_cursor_open(cursor, *index_, wanted)) << Store::errors();
+    std::string key(static_cast<size_t>(btree_key_size(*index_)), '\0');
+    while (btree_cursor_fetch(cursor, reinterpret_cast<uint8_t *>(key.data()), &rows, nullptr) ==
+           BtreeFetch::item)
+      found.emplace_back(key, std::vector<RowNo>(rows.rows.begin(), rows.rows.end()));
+    EXPECT_EQ(found, expected) << context();
+  }
+
+  void transaction() {
+    if (saved_.size() < 3 && (saved_.empty() || random_.one_in(3))) {
+      store_.begin();
+      saved_.push_back(model_);
+    } else {
+      end_level(random_.one_in(2));
+    }
+    if (random_.one_in(4)) {
+      const RowNo number = index_->number;
+      btree_close(index_);
+      index_ = btree_open(*store_.sm, number);
+      ASSERT_NE(index_, nullptr) << Store::errors();
+    }
+  }
+
+  void end_level(bool keep) {
+    if (keep)
+      store_.commit();
+    else
+      store_.rollback();
+    if (!keep) model_ = saved_.back();
+    saved_.pop_back();
+    check();
+  }
+
+  void check() {
+    std::vector<std::pair<std::string, std::vector<RowNo>>> expected;
+    for (const auto &[key, rows] : model_)
+      expected.emplace_back(encode(key), std::vector<RowNo>(rows.begin(), rows.end()));
+    EXPECT_EQ(walk(*index_).items, expected) << context();
+    EXPECT_EQ(store_.sm->dat->lock_count + store_.sm->trn->lock_count, 0) << "no page stays held";
+  }
+
+  void drain() {
+    while (!model_.empty() && !testing::Test::HasFailure()) remove();
+    EXPECT_EQ(walk(*index_).leaf_counts, std::vector<int>{0});
+    EXPECT_EQ(btree_pages(*index_).count, 1u);
+  }
+
+  std::string context() const {
+    return std::string(config_.name) + ", step " + std::to_string(step_) + "\n" + Store::errors();
+  }
+
+  Store &store_;
+  test::Random &random_;
+  const Config &config_;
+  Btree *index_ = nullptr;
+  Model model_;
+  std::vector<Model> saved_;
+  int step_ = 0;
+};
+
+TEST(BtreeRandomModel, AgreesWithAMap) {
+  test::Random random;
+  BtreeDefinition short_values = definition(0, 3, {{type::cbigint, 9}});
+  short_values.value_size = 3;
+  const Config configs[] = {
+      {"unique int", definition(btree_unique, 1, {{type::int32, 4}}), 4000, 1000},
+      {"unique bigint, time series", definition(btree_unique | btree_timeseries, 1, {{type::bigint, 8}}),
+       4000, 1000},
+      {"unique char", definition(btree_unique, 1, {{type::character, 100}}), 2000, 1000},
+      {"unique int, char", definition(btree_unique, 1, {{type::int32, 4}, {type::character, 124}}), 60, 1000},
+      {"normal 0, cint", definition(0, 0, {{type::cint, 5}}), 20, 4000},
+      {"normal 3, values of 3 bytes", short_values, 10, 4000},
+      {"normal 0, smallint", definition(btree_timeseries, 0, {{type::smallint, 2}}), 300, 20},
+      {"normal 1, char, int", definition(0, 1, {{type::varchar, 40}, {type::int32, 4}}), 20, 10},
+      {"normal 2, tinyint", definition(0, 2, {{type::tinyint, 1}}), 120, 30},
+      {"normal 16, two chars", definition(0, 16, {{type::character, 50}, {type::character, 50}}), 12, 60},
+      {"normal 16, one key", definition(0, 16, {{type::int32, 4}}), 1, 100000},
+  };
+  for (const Config &config : configs) {
+    Store store;
+    ModelRun(store, random, config).run(6000);
+    if (HasFailure()) return;
+  }
+}
+
+}  // namespace
+}  // namespace tovik

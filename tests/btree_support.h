@@ -1,0 +1,176 @@
+// What the B-tree tests share: a walk over every page of an index that checks the
+// invariants of its trees without using the index's own searches.
+#pragma once
+
+#include <cstring>
+#include <functional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "data/btree_tree.h"
+#include "row_support.h"
+
+namespace tovik::test {
+
+// With caches that hold a whole test's pages.
+class Store : public StorageFixture {
+ public:
+  explicit Store(const std::string &options = "BLOCK_SIZE=1024")
+      : StorageFixture("CACHE_SIZE_DAT=300;CACHE_SIZE_TRN=300;" + options) {}
+};
+
+inline BtreeDefinition definition(uint32_t flags, int master_count,
+                                  std::initializer_list<std::pair<TypeCode, int>> parts) {
+  BtreeDefinition made = {};
+  made.flags = flags;
+  made.master_count = master_count;
+  for (const auto &[type, size] : parts)
+    made.parts[made.part_count++] = {type, static_cast<uint16_t>(size), 1};
+  return made;
+}
+
+// Every item of an index in page order, and the shape of its leaves.
+struct Walk {
+  std::vector<std::pair<std::string, std::vector<RowNo>>> items;
+  std::vector<int> leaf_counts;
+  int depth = 0;
+};
+
+class Walker {
+ public:
+  explicit Walker(Btree &index) : index_(index) {}
+
+  Walk run() {
+    tree(tree_master(index_), [this](const uint8_t *item) { master_item(item); });
+    walk_.leaf_counts = leaf_counts_;
+    walk_.depth = depth_;
+
+    for (const auto &[item, root] : roots_) {
+      std::vector<RowNo> &rows = walk_.items[item].second;
+      tree(tree_overflow(index_, root),
+           [&](const uint8_t *item) { rows.push_back(btree_load_row(item, index_.definition.value_size)); });
+      for (size_t i = 1; i < rows.size(); ++i)
+        EXPECT_LT(memcmp(&rows[i - 1], &rows[i], sizeof(RowNo)), 0) << "values of a key ascend";
+      EXPECT_EQ(rows.size(), totals_[item]);
+    }
+    allocation_chain();
+    return walk_;
+  }
+
+ private:
+  using Level = std::vector<uint32_t>;
+
+  void master_item(const uint8_t *item) {
+    const BtreeItemKind &kind = index_.master_leaf;
+    std::string key(reinterpret_cast<const char *>(item) + kind.value_size,
+                    static_cast<size_t>(kind.key_size));
+    std::vector<RowNo> rows;
+    uint32_t total = 1, root = 0;
+    const int size = index_.definition.value_size;
+    if (btree_is_unique(index_)) {
+      rows.push_back(btree_load_row(item, size));
+    } else {
+      total = load_u32(item + bvalues::total);
+      root = load_u32(item + bvalues::root);
+      const uint32_t slots = static_cast<uint32_t>(index_.definition.master_count);
+      for (uint32_t i = 0; i < std::min(total, slots); ++i)
+        rows.push_back(btree_load_row(item + bvalues::slots + i * static_cast<uint32_t>(size), size));
+      EXPECT_TRUE(total <= slots || root != 0);
+    }
+    if (root != 0) roots_.emplace_back(walk_.items.size(), root);
+    totals_.push_back(total);
+    walk_.items.emplace_back(std::move(key), std::move(rows));
+  }
+
+  void tree(const Tree &tree, const std::function<void(const uint8_t *)> &visit) {
+    levels_.clear();
+    leaf_counts_.clear();
+    previous_.clear();
+    depth_ = 0;
+    subtree(tree, tree.root, 0, visit);
+    for (const Level &level : levels_) {
+      for (size_t i = 0; i < level.size(); ++i) {
+        Page page;
+        ASSERT_TRUE(btree_page_get(index_, level[i], page));
+        EXPECT_EQ(bpage::link(page.data(), bpage::left), i == 0 ? 0 : level[i - 1]);
+        EXPECT_EQ(bpage::link(page.data(), bpage::right), i + 1 == level.size() ? 0 : level[i + 1]);
+      }
+    }
+  }
+
+  // Keys ascend strictly over the whole tree; a separator lies between its child's keys and the keys after.
+  void key_follows(const Tree &tree, const uint8_t *key, bool separator) {
+    const size_t size = static_cast<size_t>(tree.leaf->key_size);
+    if (!previous_.empty()) {
+      const uint8_t *before = reinterpret_cast<const uint8_t *>(previous_.data());
+      const int sign = tree.leaf == &index_.master_leaf
+                           ? btree_key_compare(index_, before, key, index_.definition.part_count)
+                           : memcmp(before, key, size);
+      EXPECT_TRUE(sign < 0 || (sign == 0 && separator)) << "keys ascend";
+    }
+    previous_.assign(reinterpret_cast<const char *>(key), size);
+  }
+
+  void subtree(const Tree &tree, uint32_t block, int level,
+               const std::function<void(const uint8_t *)> &visit) {
+    ASSERT_LT(level, btree_depth_limit);
+    ASSERT_TRUE(pages_.insert(block).second) << "page " << block << " twice";
+    Page page;
+    ASSERT_TRUE(tree_page_get(tree, block, page)) << Store::errors();
+    const std::string copy(reinterpret_cast<const char *>(page.data()),
+                           static_cast<size_t>(bm_block_size(*index_.sm->bm)));
+    ASSERT_TRUE(sm_page_release(page));
+    uint8_t *data = reinterpret_cast<uint8_t *>(const_cast<char *>(copy.data()));
+    if (levels_.size() <= static_cast<size_t>(level)) levels_.resize(static_cast<size_t>(level) + 1);
+    levels_[static_cast<size_t>(level)].push_back(block);
+    const BtreeItemKind &kind = tree_kind(tree, data);
+    const int count = bpage::item_count(data);
+    if (bpage::is_leaf(data)) {
+      EXPECT_TRUE(depth_ == 0 || depth_ == level + 1) << "leaves at different depths";
+      EXPECT_TRUE(count > 0 || level == 0) << "empty leaf " << block;
+      depth_ = level + 1;
+      leaf_counts_.push_back(count);
+    }
+    for (int i = 0; i < count; ++i) {
+      if (!bpage::is_leaf(data)) subtree(tree, bpage::child(data, kind, i), level + 1, visit);
+      key_follows(tree, bpage::key(data, kind, i), !bpage::is_leaf(data));
+      if (bpage::is_leaf(data)) visit(bpage::item(data, kind, i));
+    }
+    if (!bpage::is_leaf(data)) subtree(tree, bpage::child(data, kind, count), level + 1, visit);
+  }
+
+  void allocation_chain() {
+    const BtreePages &pages = btree_pages(index_);
+    std::set<uint32_t> chain;
+    uint32_t previous = 0;
+    for (uint32_t block = pages.first; block != 0;) {
+      ASSERT_TRUE(chain.insert(block).second) << "allocation chain loops";
+      Page page;
+      ASSERT_TRUE(btree_page_get(index_, block, page));
+      EXPECT_EQ(bpage::link(page.data(), bpage::chain_previous), previous);
+      previous = block;
+      block = bpage::link(page.data(), bpage::chain_next);
+    }
+    EXPECT_EQ(previous, pages.last);
+    EXPECT_EQ(chain.size(), pages.count);
+    EXPECT_EQ(chain, pages_) << "the chain holds the pages of the trees";
+  }
+
+  Btree &index_;
+  Walk walk_;
+  std::vector<std::pair<size_t, uint32_t>> roots_;
+  std::vector<uint32_t> totals_;
+  std::vector<Level> levels_;
+  std::vector<int> leaf_counts_;
+  std::set<uint32_t> pages_;
+  std::string previous_;
+  int depth_ = 0;
+};
+
+inline Walk walk(Btree &index) {
+  return Walker(index).run();
+}
+
+}  // namespace tovik::test
