@@ -8,7 +8,7 @@ namespace tovik {
 
 inline constexpr int table_record_size = 56;
 inline constexpr int column_record_size = 60;
-inline constexpr int index_list_size = 64;
+inline constexpr int index_list_size = 4 * index_limit;
 inline constexpr int index_name_value_size = 36;
 
 struct TableRecord {
@@ -23,8 +23,13 @@ void table_record_encode(const TableRecord &record, uint8_t *at);
                                        TableRecord *record);  // false: damaged; records nothing
 
 void column_record_encode(RowNo table_id, const Column &column, uint8_t *at);
-// False when the record is damaged or belongs to another table; records nothing.
+// Column number (from 1) of a table. False when the record is damaged or belongs to another table or column;
+// records nothing.
 [[nodiscard]] bool column_record_decode(const uint8_t *at, RowNo table_id, int number, int record_size,
                                         Column *column);
+
+// A name as it is stored and as it is a key of the name indices: NUL-filled to name_size bytes. The name is
+// shorter than that.
+void name_encode(const char *name, char *field);
 
 }  // namespace tovik

@@ -4,6 +4,8 @@
 //
 // Read holds are counted per thread: two open cursors of one thread keep the shared level until the last is
 // closed, and a commit by a thread that still reads falls back to shared.
+//
+// The data layer is registered (data_layer_register) before the first database is created or opened.
 #pragma once
 
 #include "data/table.h"
@@ -24,6 +26,7 @@ struct Database {
   Lock *tables_lock;  // guards the open-table list
   Table *tables;
   ReadHold holds[lock_table_size];
+  bool reload_pending;  // what is cached from the DAT part must be read again at the next lock grant
 };
 
 Database *db_create(const char *params);  // 40002 to 40007 over the cause's status; durable when it returns

@@ -13,11 +13,12 @@ namespace tovik {
 
 struct Database;
 
-inline constexpr int name_limit = 20;     // bytes of a table or column name
-inline constexpr int name_size = 32;      // stored field
-inline constexpr int column_limit = 200;  // per table
-inline constexpr int table_limit = 128;   // per database
-inline constexpr int index_limit = 16;    // per table
+inline constexpr int name_limit = 20;        // bytes of a table or column name
+inline constexpr int name_size = 32;         // stored field
+inline constexpr int column_limit = 200;     // per table
+inline constexpr int table_limit = 128;      // per database
+inline constexpr int index_limit = 16;       // per table
+inline constexpr int record_size_least = 4;  // bytes of a record, however few its columns take
 inline constexpr int16_t rowid_column_number = -1;
 
 struct Column {
@@ -55,15 +56,39 @@ struct Table {
   RowSystem *rows;
   RowSystem **large_rows;  // large_count of them, by ordinal
   Btree *indices[index_limit];
-  HandleState state;
-  bool stale;  // no longer on the list: freed when the last user closes it
+  HandleState state;  // gone: no longer on the list, freed when the last user closes it
   Table *next;
 };
 
 // The definition of the table of that name as the calling thread sees it, held: table_close gives it back.
 // Takes the database's table lock. 141004, 41008 to 41013.
 Table *table_open(Database &db, const char *name);
-void table_close(Table *table);
+void table_close(Table *table);  // null is ignored
+
+// Is this the definition that the calling thread would find by the table's name now? One that is not may
+// still be read by whoever holds it, but no row may be written through it: its indices may be out of date.
+bool table_is_current(const Table &table);
+
+// Gives the hold on a definition back at the end of the scope.
+class TableHold {
+ public:
+  explicit TableHold(Table *table) : table_(table) {}
+  ~TableHold() { table_close(table_); }
+  TableHold(const TableHold &) = delete;
+  TableHold &operator=(const TableHold &) = delete;
+
+  Table *get() const { return table_; }
+  Table *release() {
+    Table *table = table_;
+    table_ = nullptr;
+    return table;
+  }
+  Table *operator->() const { return table_; }
+  Table &operator*() const { return *table_; }
+
+ private:
+  Table *table_;
+};
 
 // By exact name, or rowid (any case); null when there is none, nothing recorded.
 const Column *table_find_column(const Table &table, const char *name);
@@ -72,10 +97,11 @@ const Column *table_find_column(const Table &table, const char *name);
 // sees it; stops when visit gives false. False when the catalog cannot be read (46xxx).
 [[nodiscard]] bool table_walk(Database &db, bool (*visit)(void *context, const char *name), void *context);
 
-// For the database object: the end of a transaction level, and another process's commit.
+// For the database object: the end of a transaction level, another process's commit (every definition leaves
+// the list; those still held are freed when closed), and the close of the database (all are freed).
 void tables_level_merged(Database &db, int level);
 void tables_level_dropped(Database &db, int level);
-void tables_forget_all(
-    Database &db);  // every definition leaves the list; those still held are freed when closed
+void tables_forget_all(Database &db);
+void tables_close_all(Database &db);
 
 }  // namespace tovik

@@ -1,0 +1,153 @@
+// The list of open definitions.
+//
+// Invariants
+//   1. Every definition that differs from the committed catalog is on the list until its level ends, with the
+//      level in created_level or dropped_level. So a definition that is read from the catalog describes the
+//      committed state, whoever reads it, and may be shared.
+//   2. A definition is gone exactly when it is off the list; it is freed with its last holder then.
+//   3. The list, the counts and the levels change under the database's table lock only.
+#include "data/table.h"
+
+#include "data/database.h"
+#include "data/table_definition.h"
+#include "frame/error.h"
+#include "frame/param_text.h"
+
+namespace tovik {
+
+namespace {
+
+Table *find_visible(Database &db, const char *name, int level) {
+  for (Table *table = db.tables; table != nullptr; table = table->next)
+    if (table->state.visible(level) && strcmp(table->name, name) == 0) return table;
+  return nullptr;
+}
+
+void put_on_list(Database &db, Table *table) {
+  table->next = db.tables;
+  db.tables = table;
+}
+
+// Takes every definition that is gone off the list.
+void sweep_list(Database &db) {
+  for (Table **link = &db.tables; *link != nullptr;) {
+    Table *table = *link;
+    if (!table->state.gone()) {
+      link = &table->next;
+      continue;
+    }
+    *link = table->next;
+    table->next = nullptr;
+    if (table->state.references == 0) definition_free(table);
+  }
+}
+
+Table *open_from_catalog(Database &db, const char *name) {
+  if (strlen(name) > name_limit) return fail_null(status::table_missing);
+  char key[name_size];
+  name_encode(name, key);
+  uint8_t value[4];
+  switch (btree_find_value(*db.table_names, reinterpret_cast<uint8_t *>(key), value)) {
+    case BtreeFind::failed:
+      return fail_null(status::table_open_search);
+    case BtreeFind::absent:
+      return fail_null(status::table_missing);
+    case BtreeFind::found:
+      break;
+  }
+  return definition_read(db, load_u32(value), name);
+}
+
+}  // namespace
+
+Table *table_open(Database &db, const char *name) {
+  LockGuard guard(db.tables_lock);
+  Table *table = find_visible(db, name, sm_level(*db.storage));
+  if (table != nullptr) {
+    ++table->state.references;
+    return table;
+  }
+  table = open_from_catalog(db, name);
+  if (table != nullptr) put_on_list(db, table);
+  return table;
+}
+
+void table_close(Table *table) {
+  if (table == nullptr) return;
+  LockGuard guard(table->db->tables_lock);
+  assert(table->state.references > 0);
+  if (--table->state.references == 0 && table->state.gone()) definition_free(table);
+}
+
+bool table_is_current(const Table &table) {
+  return table.state.visible(sm_level(*table.db->storage));
+}
+
+const Column *table_find_column(const Table &table, const char *name) {
+  for (int i = 0; i < table.column_count; ++i)
+    if (strcmp(table.columns[i].name, name) == 0) return &table.columns[i];
+  return text_equal_nocase(name, table.rowid.name) ? &table.rowid : nullptr;
+}
+
+bool table_walk(Database &db, bool (*visit)(void *context, const char *name), void *context) {
+  RowScan scan;
+  row_scan_start(scan, *db.table_rows);
+  for (;;) {
+    uint8_t bytes[table_record_size];
+    RowNo row;
+    switch (row_scan_next(scan, bytes, table_record_size, &row)) {
+      case RowFetch::failed:
+        return fail(status::describe_table);
+      case RowFetch::end:
+        return true;
+      case RowFetch::row:
+        break;
+    }
+    TableRecord record;
+    if (!table_record_decode(bytes, &record)) return fail(status::describe_table);
+    row_scan_pause(scan);
+    if (!visit(context, record.name)) return true;
+  }
+}
+
+void tables_replace(Database &db, Table *old, Table *made) {
+  LockGuard guard(db.tables_lock);
+  const int level = sm_level(*db.storage);
+  if (old != nullptr) {
+    if (old->state.created_level == level)
+      old->state.set_gone();  // nobody else has seen it
+    else
+      old->state.set_dropped(level);
+  }
+  if (made != nullptr) {
+    made->state.created_level = static_cast<int8_t>(level);
+    put_on_list(db, made);
+  }
+  sweep_list(db);
+}
+
+void tables_level_merged(Database &db, int level) {
+  LockGuard guard(db.tables_lock);
+  for (Table *table = db.tables; table != nullptr; table = table->next) table->state.level_merged(level);
+  sweep_list(db);
+}
+
+void tables_level_dropped(Database &db, int level) {
+  LockGuard guard(db.tables_lock);
+  for (Table *table = db.tables; table != nullptr; table = table->next) table->state.level_dropped(level);
+  sweep_list(db);
+}
+
+void tables_forget_all(Database &db) {
+  LockGuard guard(db.tables_lock);
+  for (Table *table = db.tables; table != nullptr; table = table->next) table->state.set_gone();
+  sweep_list(db);
+}
+
+void tables_close_all(Database &db) {
+  LockGuard guard(db.tables_lock);
+  for (Table *table = db.tables; table != nullptr; table = table->next) table->state.references = 0;
+  tables_forget_all(db);
+}
+
+}  // namespace tovik
