@@ -3,7 +3,7 @@
 // every index of the table in step. Reading a row copies its record once; column values are then decoded from
 // that copy.
 //
-// Nothing is allocated per row once the buffers of large values have grown.
+// Nothing is allocated per row once the buffers of large values have grown. A handle belongs to one thread.
 #pragma once
 
 #include "data/table.h"
@@ -23,13 +23,14 @@ struct LargeBuffer {
 };
 
 struct RowHandle {
-  Table *table;         // held
-  RowNo row;            // identity of the stored row, 0 when none
-  uint8_t *record;      // record_size bytes: the row being built, or the row read
-  uint8_t *old_record;  // of a copied row: as stored before the update
-  uint8_t *states;      // column_count
-  LargeBuffer *large;   // large_count
-  char *text;           // scratch for the text form of one value
+  Table *table;          // held
+  RowNo row;             // identity of the stored row, 0 when none
+  uint8_t *record;       // record_size bytes: the row being built, or the row read
+  uint8_t *old_record;   // of a copied row: as stored before the update
+  uint8_t *null_record;  // every column NULL
+  uint8_t *states;       // column_count
+  LargeBuffer *large;    // large_count
+  char *text;            // character values that fill their column, with a NUL, each at a place of its own
 };
 
 // Takes over the hold on table; row_handle_close gives it back. 43001, 1.
@@ -42,11 +43,18 @@ void row_handle_reset(RowHandle &handle);  // every column unset, no row: ready 
 enum class RowLoad { loaded, absent, failed };
 RowLoad row_handle_read(RowHandle &handle, RowNo row);
 
+// The caller has filled record with the bytes of row, as a scan delivers them.
+inline void row_handle_loaded(RowHandle &handle, RowNo row) {
+  handle.row = row;
+  for (int i = 0; i < handle.table->large_count; ++i) handle.large[i].row = 0;
+}
+
 // Takes over the row that source has read, all columns unset: ready to be changed and written back.
 void row_handle_copy(RowHandle &handle, const RowHandle &source);
 
-// Sets one column. mode null sets NULL. text and binary: source in that form; a text or blob column takes its
-// value through row_handle_set_large instead. 142010 for rowid, 113xxx.
+// Sets one column. mode null sets NULL. text and binary: source in that form; a blob column, and a text
+// column in mode binary, take their values through row_handle_set_large instead. After a failure the column
+// is as if it had not been set. 142010 for rowid, 113xxx.
 [[nodiscard]] bool row_handle_set(RowHandle &handle, const Column &column, ValueMode mode,
                                   const void *source);
 [[nodiscard]] bool row_handle_set_large(RowHandle &handle, const Column &column, const void *bytes,
@@ -57,9 +65,11 @@ void row_handle_copy(RowHandle &handle, const RowHandle &source);
 // bytes. rowid gives the row number.
 [[nodiscard]] bool row_handle_value(RowHandle &handle, const Column &column, Value *value);
 
-// Writes. The statuses of a row: 143001, 143002, 43002 to 43009, 43013 to 43015, 43020.
-[[nodiscard]] bool row_handle_insert(RowHandle &handle);
-[[nodiscard]] bool row_handle_update(RowHandle &handle);
-[[nodiscard]] bool row_handle_delete(RowHandle &handle);
+// Writes. The statuses of a row: 143001, 143002, 43002 to 43009, 43014, 43015, 43020; 43001 when the table's
+// definition has been changed since the handle was opened. A failed write leaves row, indices and counters
+// agreeing with each other.
+[[nodiscard]] bool row_handle_insert(RowHandle &handle);  // row is 0 after it when nothing was set
+[[nodiscard]] bool row_handle_update(RowHandle &handle);  // of a copied row
+[[nodiscard]] bool row_handle_delete(RowHandle &handle);  // of a row read
 
 }  // namespace tovik

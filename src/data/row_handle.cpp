@@ -1,0 +1,231 @@
+// One block holds a handle and everything of fixed size:
+//
+//   RowHandle | large buffers | record | old record | null record | states | texts
+//
+// Cost of reading a row: one copy of the record, made by the reader. A value is decoded in place; a text is
+// copied only when it fills its column, because the record has no room for its NUL then. The text of a column
+// has its place in texts at the column's offset and one byte for each column before it.
+#include "data/row_handle.h"
+
+#include <bit>
+
+#include "data/database.h"
+#include "data/large_value.h"
+#include "frame/error.h"
+
+namespace tovik {
+
+namespace {
+
+void null_record_fill(RowHandle &handle) {
+  const Table &table = *handle.table;
+  for (int i = 0; i < table.column_count; ++i) {
+    const Column &column = table.columns[i];
+    const Stored stored = store_value(column.type, ValueMode::null, nullptr,
+                                      handle.null_record + column.offset, column.p1, column.p2);
+    assert(stored == Stored::null);  // every type of a table can be NULL
+    (void)stored;
+  }
+}
+
+}  // namespace
+
+RowHandle *row_handle_open(Table *table) {
+  if (table == nullptr) return fail_null(status::record_argument);
+  const size_t record = static_cast<size_t>(table->record_size);
+  const size_t columns = static_cast<size_t>(table->column_count);
+  const size_t large = sizeof(LargeBuffer) * static_cast<size_t>(table->large_count);
+  const size_t size = sizeof(RowHandle) + large + 4 * record + 2 * columns;
+  uint8_t *block = static_cast<uint8_t *>(mem_alloc(size));
+  if (block == nullptr) {
+    table_close(table);
+    return fail_null(status::out_of_memory);
+  }
+  memset(block, 0, size);
+  RowHandle *handle = ::new (block) RowHandle();
+  handle->table = table;
+  handle->large = reinterpret_cast<LargeBuffer *>(block + sizeof(RowHandle));
+  handle->record = block + sizeof(RowHandle) + large;
+  handle->old_record = handle->record + record;
+  handle->null_record = handle->old_record + record;
+  handle->states = handle->null_record + record;
+  handle->text = reinterpret_cast<char *>(handle->states + columns);
+  null_record_fill(*handle);
+  row_handle_reset(*handle);
+  return handle;
+}
+
+void row_handle_close(RowHandle *handle) {
+  if (handle == nullptr) return;
+  for (int i = 0; i < handle->table->large_count; ++i) mem_free(handle->large[i].data);
+  table_close(handle->table);
+  mem_free(handle);
+}
+
+void row_handle_reset(RowHandle &handle) {
+  row_handle_loaded(handle, 0);
+  memset(handle.states, column_unset, static_cast<size_t>(handle.table->column_count));
+}
+
+RowLoad row_handle_read(RowHandle &handle, RowNo row) {
+  switch (row_read(*handle.table->rows, row, handle.record, handle.table->record_size, nullptr)) {
+    case RowRead::active:
+      row_handle_loaded(handle, row);
+      return RowLoad::loaded;
+    case RowRead::deleted:
+      row_handle_loaded(handle, 0);
+      return RowLoad::absent;
+    case RowRead::failed:
+      break;
+  }
+  row_handle_loaded(handle, 0);
+  err_set(status::record_read);
+  return RowLoad::failed;
+}
+
+void row_handle_copy(RowHandle &handle, const RowHandle &source) {
+  assert(handle.table->id == source.table->id && handle.table->record_size == source.table->record_size);
+  row_handle_reset(handle);
+  handle.row = source.row;
+  const size_t size = static_cast<size_t>(handle.table->record_size);
+  memcpy(handle.record, source.record, size);
+  memcpy(handle.old_record, source.record, size);
+}
+
+// --- Setting columns
+// ----------------------------------------------------------------------------------------
+
+bool row_handle_set(RowHandle &handle, const Column &column, ValueMode mode, const void *source) {
+  if (column_is_rowid(column)) return fail(status::rowid_not_assignable);
+  uint8_t *stored = handle.record + column.offset;
+  uint8_t &state = handle.states[column.number - 1];
+  if (mode == ValueMode::null) {
+    memcpy(stored, handle.null_record + column.offset, static_cast<size_t>(column.stored_size));
+    state = column_null;
+    return true;
+  }
+  if (column_is_large(column)) {
+    if (column.type != type::text || mode != ValueMode::text) return fail(status::data_argument);
+    const char *text = static_cast<const char *>(source);
+    return row_handle_set_large(handle, column, text, text == nullptr ? 0 : text_length(text));
+  }
+  // An empty text answers null too, but it is a value.
+  const Stored result = store_value(column.type, mode, source, stored, column.p1, column.p2);
+  state = result == Stored::failed ? column_unset : column_set;
+  return result != Stored::failed;
+}
+
+bool row_handle_set_large(RowHandle &handle, const Column &column, const void *bytes, int32_t length) {
+  if (column_is_rowid(column)) return fail(status::rowid_not_assignable);
+  if (!column_is_large(column)) return fail(status::data_argument);
+  uint8_t &state = handle.states[column.number - 1];
+  state = column_unset;
+  if (!large_set(handle, column, bytes, length)) return false;
+  state = column_set;
+  return true;
+}
+
+// --- Reading columns
+// ----------------------------------------------------------------------------------------
+
+namespace {
+
+// Gives whether there is a value: a plain integer is NULL at its least value, a flagged one at flag 255.
+bool load_integer(TypeCode code, const uint8_t *stored, int64_t *integer) {
+  switch (code) {
+    case type::tinyint:
+      *integer = static_cast<int8_t>(stored[0]);
+      return *integer != INT8_MIN;
+    case type::smallint:
+      *integer = load_i16(stored);
+      return *integer != INT16_MIN;
+    case type::int32:
+      *integer = load_i32(stored);
+      return *integer != INT32_MIN;
+    case type::bigint:
+      *integer = load_i64(stored);
+      return *integer != INT64_MIN;
+    case type::ctinyint:
+      *integer = static_cast<int8_t>(stored[1]);
+      break;
+    case type::csmallint:
+      *integer = load_i16(stored + 1);
+      break;
+    case type::cint:
+      *integer = load_i32(stored + 1);
+      break;
+    default:
+      *integer = load_i64(stored + 1);
+      break;
+  }
+  return stored[0] != 0xFF;
+}
+
+Stored character_value(const RowHandle &handle, const Column &column, Value *value) {
+  const char *stored = reinterpret_cast<const char *>(handle.record + column.offset);
+  if (static_cast<uint8_t>(stored[0]) == 0xFF) return Stored::null;
+  const void *end = memchr(stored, 0, static_cast<size_t>(column.stored_size));
+  if (end != nullptr) {
+    value->text = {stored, static_cast<int32_t>(static_cast<const char *>(end) - stored)};
+    return Stored::value;
+  }
+  char *text = handle.text + column.offset + column.number - 1;
+  memcpy(text, stored, static_cast<size_t>(column.stored_size));
+  text[column.stored_size] = 0;
+  value->text = {text, column.stored_size};
+  return Stored::value;
+}
+
+Stored large_value(RowHandle &handle, const Column &column, Value *value) {
+  const Stored stored = large_get(handle, column);
+  if (stored != Stored::value) return stored;
+  const LargeBuffer &buffer = handle.large[column.large_ordinal - 1];
+  value->text = {reinterpret_cast<const char *>(buffer.data), buffer.length};
+  return Stored::value;
+}
+
+Stored column_value(RowHandle &handle, const Column &column, Value *value) {
+  const uint8_t *stored = handle.record + column.offset;
+  if ((column.type & TYPE_INTEGER) != 0) {
+    value->type = type::bigint;
+    return load_integer(column.type, stored, &value->integer) ? Stored::value : Stored::null;
+  }
+  if (column.type == type::float64) {
+    value->type = type::float64;
+    value->real = std::bit_cast<double>(load_u64(stored + 1));
+    return stored[0] != 0xFF ? Stored::value : Stored::null;
+  }
+  if (column_is_large(column)) {
+    value->type = column.type == type::blob ? type::blob : type::character;
+    return large_value(handle, column, value);
+  }
+  if ((column.type & TYPE_CHARACTER) != 0) {
+    value->type = type::character;
+    return character_value(handle, column, value);
+  }
+  if ((column.type & TYPE_DATETIME) != 0) {
+    value->type = type::microtimestamp;
+    return fetch_value(column.type, ValueMode::binary, stored, &value->datetime, column.p1, column.p2);
+  }
+  value->type = type::float64;
+  return fetch_value(column.type, ValueMode::binary, stored, &value->real, column.p1, column.p2);
+}
+
+}  // namespace
+
+bool row_handle_value(RowHandle &handle, const Column &column, Value *value) {
+  value->kind = value_kind::computed;
+  value->declared = column.type;
+  value->flags = 0;
+  value->label = nullptr;
+  if (column_is_rowid(column)) {
+    value->type = type::bigint;
+    value->integer = handle.row;
+    return true;
+  }
+  const Stored stored = column_value(handle, column, value);
+  if (stored == Stored::null) value->flags = value_null;
+  return stored != Stored::failed;
+}
+
+}  // namespace tovik
