@@ -1,0 +1,245 @@
+// Databases, tables and rows for the tests of the catalog, the database object and the row handle.
+#pragma once
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "data/catalog.h"
+#include "data/data_layer.h"
+#include "data/database.h"
+#include "data/row_handle.h"
+#include "frame/env.h"
+#include "frame/error.h"
+#include "support.h"
+
+namespace tovik::test {
+
+// The engine from the environment text to the drivers, for one test.
+class Engine {
+ public:
+  explicit Engine(const char *environment = "HVI_GMT_TIME=true") {
+    err_clear();
+    env_start(environment);
+    EXPECT_TRUE(io_init());
+    data_layer_register();
+  }
+  ~Engine() {
+    io_term();
+    env_release();
+  }
+  Engine(const Engine &) = delete;
+  Engine &operator=(const Engine &) = delete;
+};
+
+inline std::string errors() {
+  char text[2048] = "";
+  err_format(text, sizeof text, "");
+  return text;
+}
+
+// The status recorded first since the last call, 0 when there is none.
+inline StatusCode first_status() {
+  const ErrorRecord &record = error_record();
+  const StatusCode code = record.count > 0 ? record.entries[0].code : 0;
+  err_clear();
+  return code;
+}
+
+template <class Work>
+void on_other_thread(Work work) {
+  std::thread([&] {
+    work();
+    err_clear();
+  }).join();
+}
+
+inline ColumnDefinition column(const std::string &name, TypeCode type, int16_t p1 = 0, int16_t p2 = 0,
+                               int16_t p3 = 0) {
+  ColumnDefinition definition = {};
+  memcpy(definition.name, name.c_str(), name.size() + 1);
+  definition.type = type;
+  definition.p1 = p1;
+  definition.p2 = p2;
+  definition.p3 = p3;
+  return definition;
+}
+inline ColumnDefinition not_null(ColumnDefinition definition) {
+  definition.not_null = true;
+  return definition;
+}
+inline ColumnDefinition auto_increment(ColumnDefinition definition) {
+  definition.auto_increment = true;
+  return definition;
+}
+
+inline IndexDefinition index_on(const std::string &name, std::initializer_list<const char *> columns,
+                                bool unique = false, int master_count = 2) {
+  IndexDefinition definition = {};
+  memcpy(definition.name, name.c_str(), name.size() + 1);
+  definition.unique = unique;
+  definition.master_count = master_count;
+  for (const char *column : columns) strcpy(definition.columns[definition.column_count++], column);
+  return definition;
+}
+inline IndexDefinition unique_on(const std::string &name, std::initializer_list<const char *> columns) {
+  return index_on(name, columns, true);
+}
+
+// One database in a directory of its own, open.
+class TestDatabase {
+ public:
+  explicit TestDatabase(const std::string &options =
+                            "BLOCK_SIZE=1024;LOCK_RETRY=3;LOCK_SLEEP=1;BEGIN_RETRY=3;"
+                            "BEGIN_SLEEP=1")
+      : text("NAME=store;PATH=" + dir_.path() + ";" + options), db(db_create(text.c_str())) {
+    EXPECT_NE(db, nullptr) << errors();
+  }
+  ~TestDatabase() { db_close(db); }
+  TestDatabase(const TestDatabase &) = delete;
+  TestDatabase &operator=(const TestDatabase &) = delete;
+
+  void reopen() {
+    db_close(db);
+    db = db_open(text.c_str());
+    ASSERT_NE(db, nullptr) << errors();
+  }
+  std::string file(const std::string &name) const { return dir_ / name; }
+
+  void begin() { EXPECT_EQ(db_start(*db, current_thread(), false), DbStart::started) << errors(); }
+  void commit() { EXPECT_TRUE(db_commit(*db, current_thread())) << errors(); }
+  void rollback() { EXPECT_TRUE(db_rollback(*db, current_thread())) << errors(); }
+
+  bool create_table(const char *name, const std::vector<ColumnDefinition> &columns,
+                    const AutoIncrementOptions &options = {1, 1, 1}) {
+    Table *table = table_create(*db, name, columns.data(), static_cast<int>(columns.size()), options);
+    table_close(table);
+    return table != nullptr;
+  }
+  bool has_table(const char *name) {
+    Table *table = table_open(*db, name);
+    table_close(table);
+    const StatusCode code = first_status();
+    EXPECT_EQ(code, table != nullptr ? 0 : status::table_missing) << name;
+    return table != nullptr;
+  }
+  std::string table_names() {
+    std::string names;
+    EXPECT_TRUE(table_walk(
+        *db,
+        [](void *context, const char *name) {
+          *static_cast<std::string *>(context) += name + std::string(" ");
+          return true;
+        },
+        &names))
+        << errors();
+    return names;
+  }
+
+ private:
+  TempDir dir_;
+
+ public:
+  std::string text;
+  Database *db;
+};
+
+// A row handle on a table. Values are set and read in their text form; the text "NULL" is NULL.
+class Rows {
+ public:
+  Rows(Database &db, const char *table) : handle(row_handle_open(table_open(db, table))) {
+    EXPECT_NE(handle, nullptr) << errors();
+  }
+  ~Rows() { row_handle_close(handle); }
+  Rows(const Rows &) = delete;
+  Rows &operator=(const Rows &) = delete;
+
+  const Column &column(const char *name) const { return *table_find_column(*handle->table, name); }
+
+  bool set(const char *name, const std::string &value) {
+    if (value == "NULL") return row_handle_set(*handle, column(name), ValueMode::null, nullptr);
+    if (column(name).type == type::blob)
+      return row_handle_set_large(*handle, column(name), value.data(), static_cast<int32_t>(value.size()));
+    return row_handle_set(*handle, column(name), ValueMode::text, value.c_str());
+  }
+  // Values for the first columns, in order.
+  bool insert(const std::vector<std::string> &values) {
+    row_handle_reset(*handle);
+    for (size_t i = 0; i < values.size(); ++i)
+      if (!set(handle->table->columns[i].name, values[i])) return false;
+    return row_handle_insert(*handle);
+  }
+
+  std::string get(const char *name) {
+    Value value;
+    EXPECT_TRUE(row_handle_value(*handle, column(name), &value)) << errors();
+    if (value.is_null()) return "NULL";
+    char text[64];
+    switch (value.type) {
+      case type::bigint:
+        return std::to_string(value.integer);
+      case type::float64:
+        snprintf(text, sizeof text, "%g", value.real);
+        return text;
+      case type::microtimestamp:
+        snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%06d", value.datetime.year,
+                 value.datetime.month, value.datetime.day, value.datetime.hour, value.datetime.minute,
+                 value.datetime.second, value.datetime.microseconds);
+        return text;
+      default:
+        EXPECT_TRUE(value.type == type::blob || value.text.text[value.text.length] == '\0');
+        return std::string(value.text.text, static_cast<size_t>(value.text.length));
+    }
+  }
+
+  // Every row number, in stream order.
+  std::vector<RowNo> all() {
+    std::vector<RowNo> rows;
+    RowScan scan;
+    row_scan_start(scan, *handle->table->rows);
+    std::vector<uint8_t> record(static_cast<size_t>(handle->table->record_size));
+    RowNo row;
+    RowFetch fetched;
+    while ((fetched = row_scan_next(scan, record.data(), handle->table->record_size, &row)) == RowFetch::row)
+      rows.push_back(row);
+    EXPECT_EQ(fetched, RowFetch::end) << errors();
+    return rows;
+  }
+
+  // Every row is found by its key in every index, and no index holds anything else.
+  void check_indices() {
+    const Table &table = *handle->table;
+    const std::vector<RowNo> rows = all();
+    for (int i = 0; i < table.index_count; ++i) {
+      Btree &index = *table.indices[i];
+      for (const RowNo row : rows) {
+        ASSERT_EQ(row_handle_read(*handle, row), RowLoad::loaded) << errors();
+        uint8_t key[btree_key_limit];
+        index_key(table, index, handle->record, key);
+        RowSet found = {};
+        ASSERT_EQ(btree_search(index, key, &found), BtreeFind::found) << errors();
+        bool present = false;
+        for (const RowNo entry : found.rows) present = present || entry == row;
+        ASSERT_TRUE(present) << "row " << row << " is not in " << index.definition.index_name;
+      }
+      RowSet entries = {};
+      const BtreeRange everything = {nullptr, Bound::none, nullptr, Bound::none, false};
+      ASSERT_TRUE(btree_range(index, everything, entries)) << errors();
+      EXPECT_EQ(entries.rows.size(), static_cast<int>(rows.size())) << index.definition.index_name;
+    }
+  }
+
+  RowHandle *handle;
+};
+
+inline std::string hex(const uint8_t *bytes, int size) {
+  std::string text;
+  for (int i = 0; i < size; ++i) {
+    char digits[3];
+    snprintf(digits, sizeof digits, "%02x", bytes[i]);
+    text += digits;
+  }
+  return text;
+}
+
+}  // namespace tovik::test
