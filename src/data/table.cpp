@@ -61,6 +61,7 @@ Table *open_from_catalog(Database &db, const char *name) {
 }  // namespace
 
 Table *table_open(Database &db, const char *name) {
+  if (name == nullptr || name[0] == 0) return fail_null(status::table_argument);
   LockGuard guard(db.tables_lock);
   Table *table = find_visible(db, name, sm_level(*db.storage));
   if (table != nullptr) {

@@ -61,7 +61,7 @@ struct Table {
 };
 
 // The definition of the table of that name as the calling thread sees it, held: table_close gives it back.
-// Takes the database's table lock. 141004, 41008 to 41013.
+// Takes the database's table lock. 41001 without a name, 141004, 41008 to 41013.
 Table *table_open(Database &db, const char *name);
 void table_close(Table *table);  // null is ignored
 
@@ -78,11 +78,6 @@ class TableHold {
   TableHold &operator=(const TableHold &) = delete;
 
   Table *get() const { return table_; }
-  Table *release() {
-    Table *table = table_;
-    table_ = nullptr;
-    return table;
-  }
   Table *operator->() const { return table_; }
   Table &operator*() const { return *table_; }
 
