@@ -4,7 +4,7 @@
 //
 // The format tables stand in btree_format.h. A search fetches one page per level; comparison is chosen once
 // per index from the types of its parts; nothing is allocated per operation. Values that callers give and
-// take are RowNo variables, or the payload bytes of a payload index.
+// take are row numbers as four little-endian bytes, or the payload bytes of a payload index.
 //
 // Whatever a page or descriptor read from disk holds, an operation ends: damage gives 32002, 32009 or 32028.
 #pragma once

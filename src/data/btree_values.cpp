@@ -193,21 +193,18 @@ bool item_collect(Btree &index, uint8_t *item, RowSet &rows) {
 const uint8_t *btree_take_value(const Btree &index, const void *value, uint8_t row[btree_row_value_limit]) {
   if (value == nullptr) return fail_null(status::btree_argument);
   if ((index.definition.flags & btree_payload) != 0) return static_cast<const uint8_t *>(value);
-  RowNo number;
-  memcpy(&number, value, sizeof(number));
-  store_u32(row, number);
-  if (btree_load_row(row, index.definition.value_size) != number) return fail_null(status::btree_argument);
+  memcpy(row, value, btree_row_value_limit);
+  if (btree_load_row(row, index.definition.value_size) != load_u32(row))
+    return fail_null(status::btree_argument);
   return row;
 }
 
 void btree_give_value(const Btree &index, const uint8_t *stored, void *value) {
   const int size = index.definition.value_size;
-  if ((index.definition.flags & btree_payload) != 0) {
+  if ((index.definition.flags & btree_payload) != 0)
     memcpy(value, stored, static_cast<size_t>(size));
-    return;
-  }
-  const RowNo number = btree_load_row(stored, size);
-  memcpy(value, &number, sizeof(number));
+  else
+    store_u32(value, btree_load_row(stored, size));
 }
 
 }  // namespace tovik
