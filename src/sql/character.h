@@ -25,7 +25,8 @@ inline Character character_at(const Charset &charset, const char *text) {
 }
 
 inline bool character_equal(Character a, Character b) {
-  return a.size == b.size && memcmp(a.bytes, b.bytes, static_cast<size_t>(a.size)) == 0;
+  return a.size == b.size && *a.bytes == *b.bytes &&
+         (a.size == 1 || memcmp(a.bytes, b.bytes, static_cast<size_t>(a.size)) == 0);
 }
 
 }  // namespace tovik

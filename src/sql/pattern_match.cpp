@@ -290,18 +290,19 @@ bool Matcher::step(Character character) {
 
 // The place behind the element at place when it matches character, else 0.
 int Matcher::consume(int place, Character character) {
-  switch (pattern_[place]) {
-    case '?':
-      return place + 1;
-    case '[': {
-      const Set set = scan_set(place, character);
-      return set.valid && set.holds ? set.end : 0;
-    }
-    default: {
-      const Character wanted = member(&place);
-      return same(character, wanted) ? place : 0;
-    }
+  const char first = pattern_[place];
+  if (first == '?') return place + 1;
+  if (first == '[') {
+    const Set set = scan_set(place, character);
+    return set.valid && set.holds ? set.end : 0;
   }
+  if (static_cast<unsigned char>(first) < 0x80 && first != '\\') {
+    if (character.size != 1) return 0;
+    const char c = *character.bytes;
+    return c == first || (fold_ && folded(c) == folded(first)) ? place + 1 : 0;
+  }
+  const Character wanted = member(&place);
+  return same(character, wanted) ? place : 0;
 }
 
 Matcher::Set Matcher::scan_set(int place, Character character) {
