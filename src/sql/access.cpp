@@ -1,0 +1,108 @@
+#include "sql/access.h"
+
+#include <new>
+
+#include "frame/error.h"
+
+namespace tovik {
+
+TableAccess *access_open(MemoryPool &pool, Table *table, const char *alias) {
+  void *block = memory_pool_alloc(pool, sizeof(TableAccess));
+  if (block == nullptr) {
+    table_close(table);
+    return nullptr;
+  }
+  RowHandle *handle = row_handle_open(table);
+  if (handle == nullptr) return nullptr;
+  TableAccess *access = ::new (block) TableAccess{};
+  access->handle = handle;
+  access->alias = alias;
+  access_rewind(*access);
+  return access;
+}
+
+void access_close(TableAccess *first) {
+  while (first != nullptr) {
+    TableAccess *next = first->next;
+    row_scan_pause(first->scan);
+    rowset_free(first->rows);
+    row_handle_close(first->handle);
+    first->~TableAccess();
+    first = next;
+  }
+}
+
+void access_rewind(TableAccess &access) {
+  access.next_row = 0;
+  row_scan_start(access.scan, *access.handle->table->rows);
+}
+
+namespace {
+
+// The next row of a scan goes straight into the handle's record.
+RowFetch next_scanned(TableAccess &access) {
+  RowHandle &handle = *access.handle;
+  RowNo row = 0;
+  const RowFetch fetched = row_scan_next(access.scan, handle.record, handle.table->record_size, &row);
+  row_handle_loaded(handle, row);
+  return fetched;
+}
+
+// A number that comes from the statement may name anything. Bytes in the middle of a record could look like a
+// row, so only a number that a scan meets is read.
+RowFetch next_by_rowid(TableAccess &access) {
+  if (access.next_row != 0 || access.rowid == 0) return RowFetch::end;
+  access.next_row = 1;
+  RowScan scan;
+  row_scan_start(scan, *access.handle->table->rows);
+  for (;;) {
+    RowNo row = 0;
+    const RowFetch fetched = row_scan_next(scan, access.handle->record, 0, &row);
+    if (fetched != RowFetch::row) return fetched;
+    if (row == access.rowid) break;
+  }
+  row_scan_pause(scan);
+  switch (row_handle_read(*access.handle, access.rowid)) {
+    case RowLoad::loaded:
+      return RowFetch::row;
+    case RowLoad::absent:
+      return RowFetch::end;
+    default:
+      return RowFetch::failed;
+  }
+}
+
+RowFetch next_listed(TableAccess &access) {
+  const Array<RowNo> &rows = access.rows->rows;
+  while (access.next_row < rows.size()) {
+    const RowLoad load = row_handle_read(*access.handle, rows[access.next_row++]);
+    if (load == RowLoad::loaded) return RowFetch::row;
+    if (load == RowLoad::failed) return RowFetch::failed;
+  }
+  return RowFetch::end;
+}
+
+RowFetch next_row(TableAccess &access) {
+  switch (access.path) {
+    case AccessPath::rowid:
+      return next_by_rowid(access);
+    case AccessPath::row_list:
+      return next_listed(access);
+    default:
+      return next_scanned(access);
+  }
+}
+
+}  // namespace
+
+RowFetch access_next(TableAccess &access) {
+  const RowFetch fetched = next_row(access);
+  if (fetched == RowFetch::end) access_rewind(access);
+  return fetched;
+}
+
+void access_pause(TableAccess *first) {
+  for (; first != nullptr; first = first->next) row_scan_pause(first->scan);
+}
+
+}  // namespace tovik
