@@ -1,0 +1,402 @@
+#include "expression_support.h"
+#include "frame/env.h"
+
+using namespace tovik;
+using namespace tovik::test;
+
+namespace {
+
+class EvaluatorTest : public ExpressionTest {
+ protected:
+  EvaluatorTest() { env_start(nullptr); }
+  ~EvaluatorTest() override { env_release(); }
+};
+
+}  // namespace
+
+TEST_F(EvaluatorTest, IntegerArithmetic) {
+  expect({
+      {"1 + 2 * 3", "7"},
+      {"10 - 4 - 3", "3"},
+      {"7 / 2", "3"},
+      {"-7 / 2", "-3"},
+      {"7 % -2", "1"},
+      {"-7 % 2", "-1"},
+      {"- - 5", "5"},
+      {"9223372036854775807", "9223372036854775807"},
+      {"-9223372036854775808", "-9223372036854775808"},
+      {"-(9223372036854775808)", "-9223372036854775808"},
+      {"9223372036854775808", "!150002"},
+      {"-9223372036854775809", "!150002"},
+      {"1 - 9223372036854775808", "!150002"},
+      // Past the range the result wraps around.
+      {"9223372036854775807 + 1", "-9223372036854775808"},
+      {"-9223372036854775808 - 1", "9223372036854775807"},
+      {"9223372036854775807 * 2", "-2"},
+      {"- -9223372036854775808", "-9223372036854775808"},
+      {"-9223372036854775808 / -1", "-9223372036854775808"},
+      {"-9223372036854775808 % -1", "0"},
+      {"7 / 0", "?151001"},
+      {"7 % 0", "?151001"},
+  });
+}
+
+TEST_F(EvaluatorTest, RealArithmetic) {
+  expect({
+      {"7.0 / 2", "3.5"},
+      {"1 + 0.5", "1.5"},
+      {"1.5e1 * 2", "30.0"},
+      {"2.0 - 3", "-1.0"},
+      {"-1.5", "-1.5"},
+      {"7.5 % 2", "1.5"},
+      {"-7.5 % 2", "-1.5"},
+      {"7 % 2.5", "2.0"},
+      // The quotient leaves the 32-bit range and counts as its lowest number.
+      {"1.0e10 % 1", "12147483648.0"},
+      {"-1.0e10 % 1.0", "-7852516352.0"},
+      {"7.5 % 0", "?151001"},
+      {"7 / 0.0", "?151001"},
+      {"1.5e", "!150002"},
+      {"1.5e999", "!150002"},
+  });
+}
+
+TEST_F(EvaluatorTest, NullsAndOperandTypes) {
+  expect({
+      {"NULL", "NULL"},
+      {"NULL + 1", "NULL"},
+      {"1.5 / NULL", "NULL"},
+      {"NULL / 0", "NULL"},
+      {"-NULL", "NULL"},
+      {"YEAROF NULL", "NULL"},
+      {"NULL + 1 day", "NULL"},
+      {"'20200101' + NULL day", "NULL"},
+      {"'1' + 1", "!150005"},
+      {"1 * 'x'", "!150005"},
+      {"-'1'", "!150005"},
+      {"YEAROF 2020", "!150005"},
+      {"1 + 1 day", "!150005"},
+      {"'20200101' + '1' day", "!150005"},
+      {"1 || 'a'", "!150006"},
+      {"'a' || 1.5", "!150006"},
+      {"DIRECT_FROM 'f'", "!50010"},
+      {"1 + DIRECT_FROM 'f'", "!50010"},
+      {"a", "!50001"},
+      {"t.a + 1", "!50001"},
+  });
+}
+
+TEST_F(EvaluatorTest, Texts) {
+  expect({
+      {"'a'", "'a'"},
+      {"'a' || 'bc'", "'abc'"},
+      {"'a' || NULL", "'a'"},
+      {"NULL || 'b'", "'b'"},
+      {"NULL || NULL", "NULL"},
+      {"'' || ''", "''"},
+      {"'a' || 'b' || 'c' || 'd'", "'abcd'"},
+      {"('20200101' + 1 day) || '!'", "'20200102000000000000!'"},
+  });
+}
+
+TEST_F(EvaluatorTest, Dates) {
+  expect({
+      {"YEAROF '20200203'", "2020"},
+      {"MONTHOF '20200203'", "2"},
+      {"DAYOF '20200203'", "3"},
+      {"HOUROF '20200203040506'", "4"},
+      {"MINUTEOF '20200203040506'", "5"},
+      {"SECONDOF '20200203040506'", "6"},
+      {"MICROSECONDOF '20200203040506000007'", "7"},
+      {"YEAROF '2020-02-03'", "?113011"},
+      {"YEAROF ''", "?113015"},
+      {"YEAROF ('2020' || '0203')", "2020"},
+      {"'20200131' + 1 day", "20200201000000000000"},
+      {"'20200101' - 1 second", "20191231235959000000"},
+      {"'20200101' + 1 week", "20200108000000000000"},
+      {"'20200101' + 1.9 day", "20200102000000000000"},
+      {"'20200101' + -1 year", "20190101000000000000"},
+      {"'20200101' + 5000000000 microsecond", "20200101012320000000"},
+      {"'20200101' + 9223372036854775807 day", "?113004"},
+      {"'20200101' - -9223372036854775808 day", "?113004"},
+      {"'20200101' + 1.0e300 second", "?113004"},
+      {"YEAROF ('20201231' + 1 day)", "2021"},
+      {"'abc' + 1 day", "?113011"},
+      {"('20200101' + 1 day) = ('20200103' - 1 day)", "true"},
+      {"('20200101' + 1 day) = '20200102'", "!150003"},
+  });
+  EXPECT_NE("?113011", result("YEAROF 'today'"));
+}
+
+TEST_F(EvaluatorTest, Comparisons) {
+  expect({
+      {"1 = 1", "true"},
+      {"1 <> 1", "false"},
+      {"1 < 2", "true"},
+      {"2 < 1", "false"},
+      {"2 > 1", "true"},
+      {"1 <= 1", "true"},
+      {"1 >= 2", "false"},
+      {"1 = 1.0", "true"},
+      {"1.5 > 1", "true"},
+      {"-9223372036854775808 < 9223372036854775807", "true"},
+      {"'a' < 'b'", "true"},
+      {"'a' = 'a '", "false"},
+      {"'B' < 'a'", "true"},
+      {"'あ' > 'z'", "true"},
+      {"NULL = NULL", "unknown"},
+      {"1 = NULL", "unknown"},
+      {"NULL <> 'x'", "unknown"},
+      {"NULL IS NULL", "true"},
+      {"1 IS NULL", "false"},
+      {"1 IS NOT NULL", "true"},
+      {"NULL + 1 IS NULL", "true"},
+      {"1 = 'a'", "!150003"},
+      {"'1' = 1", "!150003"},
+      {"1 IN (1, 'a')", "!150003"},
+      {"1 BETWEEN 0 AND 'x'", "!150003"},
+      {"1 = (SELECT a FROM t)", "!150003"},
+      {"1 IN (SELECT a FROM t)", "!150003"},
+      {"1 > ALL (SELECT a FROM t)", "!150003"},
+      {"EXISTS (SELECT a FROM t)", "!50010"},
+  });
+}
+
+TEST_F(EvaluatorTest, ThreeValuedLogic) {
+  const char *const truths[] = {"1 = 0", "1 = NULL", "1 = 1"};  // in ascending order
+  const char *const names[] = {"false", "unknown", "true"};
+  for (int a = 0; a < 3; ++a) {
+    EXPECT_EQ(names[2 - a], result(std::string("NOT ") + truths[a]));
+    for (int b = 0; b < 3; ++b) {
+      EXPECT_EQ(names[std::min(a, b)], result(std::string(truths[a]) + " AND " + truths[b]));
+      EXPECT_EQ(names[std::max(a, b)], result(std::string(truths[a]) + " OR " + truths[b]));
+    }
+  }
+  // An operand that can fail is evaluated even when the result is settled.
+  expect({
+      {"1 = 0 AND 1 / 0 = 1", "?151001"},
+      {"1 = 1 OR 1 % 0 = 1", "?151001"},
+      {"1 / 0 = 1 AND 1 = 0", "?151001"},
+      {"1 = 0 AND (1 = 0 AND YEAROF 'x' = 1)", "?113011"},
+  });
+}
+
+TEST_F(EvaluatorTest, InAndBetween) {
+  expect({
+      {"1 IN (1, NULL)", "true"},
+      {"2 IN (1, NULL)", "unknown"},
+      {"2 NOT IN (1, NULL)", "unknown"},
+      {"1 NOT IN (1, NULL)", "false"},
+      {"2 IN (1, 3)", "false"},
+      {"2 NOT IN (1, 3)", "true"},
+      {"NULL IN (1, 2)", "unknown"},
+      {"'b' IN ('a', 'b' || '')", "true"},
+      {"2 IN (1.5, 2.0)", "true"},
+      {"1 IN (1, 1 / 0)", "true"},
+      {"2 IN (1, 1 / 0)", "?151001"},
+      {"2 BETWEEN 1 AND 3", "true"},
+      {"1 BETWEEN 1 AND 3", "true"},
+      {"1 BETWEEN 1 EXCLUSIVE AND 3", "false"},
+      {"3 BETWEEN 1 AND 3 EXCLUSIVE", "false"},
+      {"3 BETWEEN 1 AND 3 INCLUSIVE", "true"},
+      {"4 NOT BETWEEN 1 AND 3", "true"},
+      {"NULL BETWEEN 1 AND 3", "unknown"},
+      {"5 BETWEEN NULL AND 3", "false"},
+      {"2 BETWEEN NULL AND 3", "unknown"},
+      {"2 NOT BETWEEN NULL AND 3", "unknown"},
+      {"1 + 1 BETWEEN 1 + 0 AND 6 / 3", "true"},
+  });
+}
+
+TEST_F(EvaluatorTest, Matching) {
+  expect({
+      {"'ABC' MATCH 'a*'", "true"},
+      {"'ABC' SMATCH 'a*'", "false"},
+      {"'ABC' !MATCH 'a*'", "false"},
+      {"'ABC' !SMATCH 'a*'", "true"},
+      {"'ABC' NOT MATCH 'a*'", "false"},
+      {"'ABC' NOT !MATCH 'a*'", "true"},
+      {"'abc' LIKE 'a%'", "true"},
+      {"'abc' NOT LIKE 'a%'", "false"},
+      {"NULL LIKE 'a'", "unknown"},
+      {"'a' NOT MATCH NULL", "unknown"},
+      {"1 MATCH 1.0", "true"},
+      {"1 !SMATCH 2", "true"},
+      {"2 NOT LIKE 2", "false"},
+      {"123 LIKE '1%'", "true"},
+      {"1.5 LIKE '1.5%e+00'", "true"},
+      {"'12' MATCH 12", "true"},
+      {"('20200101' + 1 day) MATCH '20200102*'", "true"},
+  });
+}
+
+TEST_F(EvaluatorTest, Functions) {
+  expect({
+      {"ABS(-5)", "5"},
+      {"ABS(NULL)", "NULL"},
+      {"NVL(NULL, 'x')", "'x'"},
+      {"NVL(1, 2) + ABS(-1)", "2"},
+      {"SUBSTR('abc', 2, ABS(-1)) || 'z'", "'bz'"},
+      {"REPLACE('aXa', 'X', SUBSTR('bcd', 1 + 1, 1))", "'aca'"},
+      {"FLOOR(7 / 2.0)", "3.0"},
+      {"LENGTH('ab' || 'c') BETWEEN 3 AND 3", "true"},
+      {"ABS('x')", "!153001"},
+      {"ABS(1, 2)", "!153011"},
+      {"NVL(1)", "!153012"},
+      {"ABS(1 / 0)", "?151001"},
+      {"COUNT(1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16)", "NULL"},
+      {"COUNT(1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17)", "!150007"},
+      // What NVL gives may be of another type than its check could tell.
+      {"NVL(SUM(1), 'x') + 1", "?150005"},
+      {"-NVL(SUM(1), 'x')", "?150005"},
+      {"NVL(SUBSTR('x', SUM(1)), 5) || 'x'", "?150006"},
+      {"1 = NVL(SUM(1), 'x')", "?150003"},
+      {"'20200101' + NVL(SUM(1), 'x') day", "?150005"},
+      {"YEAROF NVL(SUBSTR('x', SUM(1)), 5)", "?150005"},
+  });
+}
+
+TEST_F(EvaluatorTest, FlagsAndTypesOfTheCheck) {
+  static const struct {
+    const char *expression;
+    uint16_t kind, flags;
+    TypeCode type;
+  } cases[] = {
+      {"1", value_kind::literal, 0, type::bigint},
+      {"1.5", value_kind::literal, value_decimal, type::float64},
+      {"1.5e0", value_kind::literal, 0, type::float64},
+      {"'a'", value_kind::string, 0, type::character},
+      {"NULL", value_kind::null, value_null, 0},
+      {"1.5 * 2", value_kind::computed, value_decimal, type::float64},
+      {"2 * 1.5", value_kind::computed, 0, type::float64},
+      {"-1.5", value_kind::computed, value_decimal, type::float64},
+      {"1 / 2", value_kind::computed, 0, type::bigint},
+      {"'a' || 'b'", value_kind::computed, 0, type::character},
+      {"'20200101' + 1 day", value_kind::computed, 0, type::microtimestamp},
+      {"1 = 2", value_kind::truth, 0, type::bigint},
+      {"COUNT(*)", value_kind::computed, value_aggregate, type::bigint},
+      {"1 + SUM(1.5)", value_kind::computed, value_aggregate, type::float64},
+      {"COUNT(*) > 1 AND 1 = 1", value_kind::truth, value_aggregate, type::bigint},
+      {"1 + SUM(DISTINCT 2)", value_kind::computed, value_aggregate | value_distinct, type::bigint},
+      {"ABS(1)", value_kind::computed, 0, type::bigint},
+  };
+  for (const auto &each : cases) {
+    Value value;
+    EvalContext evaluation = context();
+    ASSERT_TRUE(expr_check(evaluation, parse_item(each.expression), CheckLabels::none, &value))
+        << each.expression;
+    EXPECT_EQ(each.kind, value.kind) << each.expression;
+    EXPECT_EQ(each.flags, value.flags) << each.expression;
+    EXPECT_EQ(each.type, value.type) << each.expression;
+  }
+}
+
+TEST_F(EvaluatorTest, ConditionsMustBeTruthValues) {
+  EvalContext evaluation = context();
+  EXPECT_FALSE(condition_check(evaluation, parse_item("1 + 1")));
+  EXPECT_EQ(status::expression_syntax, error_record().last_code);
+  Truth truth;
+  Node *condition = parse_item("1 = NULL");
+  ASSERT_TRUE(condition_check(evaluation, condition));
+  ASSERT_TRUE(condition_evaluate(evaluation, condition, &truth));
+  EXPECT_EQ(Truth::unknown, truth);
+  condition->kind = node::always_true;
+  ASSERT_TRUE(condition_evaluate(evaluation, condition, &truth));
+  EXPECT_EQ(Truth::yes, truth);
+}
+
+TEST_F(EvaluatorTest, Aggregates) {
+  static const struct {
+    const char *expression;
+    const char *after_three, *after_none;
+  } cases[] = {
+      {"COUNT(*)", "3", "0"},
+      {"SUM(2)", "6", "NULL"},
+      {"SUM(2) + 1", "7", "NULL"},
+      {"10 / COUNT(*)", "3", "?151001"},
+      {"AVG(1.5)", "1.5", "NULL"},
+      {"NVL(MAX(NULL + 1), -1)", "-1", "-1"},
+      // The tested expression is folded once per row, and the items behind a match are folded too.
+      {"COUNT(*) BETWEEN 3 AND 3", "true", "false"},
+      {"1 IN (1, COUNT(*))", "true", "true"},
+      {"1 = 1 OR COUNT(*) > 5", "true", "true"},
+      {"0 IN (1, COUNT(*) - 3)", "true", "false"},
+  };
+  for (const auto &each : cases)
+    for (const int rows : {3, 0}) {
+      EvalContext evaluation = context();
+      Node *item = parse_item(each.expression);
+      Value value;
+      ASSERT_TRUE(expr_check(evaluation, item, CheckLabels::none, nullptr)) << each.expression;
+      for (int i = 0; i < rows; ++i)
+        ASSERT_TRUE(expr_evaluate(evaluation, item, EvalMode::row, &value)) << each.expression;
+      const bool finished = expr_evaluate(evaluation, item, EvalMode::total, &value);
+      EXPECT_EQ(rows == 3 ? each.after_three : each.after_none, finished ? text_of(value) : failure('?'))
+          << each.expression;
+    }
+}
+
+TEST_F(EvaluatorTest, Labels) {
+  static const Case cases[] = {
+      {"5", "5"},
+      {"1.50", "1.50"},
+      {"'text'", "text"},
+      {"NULL", "NULL"},
+      {"1 + 2", "(1 + 2)"},
+      {"1 - 2 * 3 / 4 % 5", "(1 - (((2 * 3) / 4) % 5))"},
+      {"'a' || 'b' || NULL", "('('a' concat 'b')' concat 'NULL')"},
+      {"-5", "-5"},
+      {"-9223372036854775808", "-9223372036854775808"},
+      {"-(1 + 2)", "(- (1 + 2))"},
+      {"- -5", "(- -5)"},
+      {"YEAROF '20200101'", "(yearof '20200101')"},
+      {"MICROSECONDOF ('20200101' + 1 day)", "(microsecondof ('20200101' + (1 day)))"},
+      {"'20200101' - 2 week", "('20200101' - (2 week))"},
+      {"'2020' || '0101' + 1 day", "('('2020' concat '0101')' + (1 day))"},
+      {"'20200101' + 1 year - 2 microsecond", "(('20200101' + (1 year)) - (2 microsecond))"},
+      {"NOW + 1 day", "(NOW() + (1 day))"},
+      {"COUNT(*)", "COUNT(*)"},
+      {"sum(1 + 2)", "SUM((1 + 2))"},
+      {"SUBSTR('a', 1, -2) || 'x'", "('SUBSTR(a, 1, -2)' concat 'x')"},
+      {"TRIM('20200101') + 1 day", "('TRIM(20200101)' + (1 day))"},
+  };
+  for (const Case &each : cases) EXPECT_EQ(each.result, label(each.expression)) << each.expression;
+}
+
+// The label of a long chain takes its own length, so that it fits the default pool with the tree.
+TEST_F(EvaluatorTest, LabelsOfLongExpressions) {
+  memory_pool_destroy(pool_);
+  pool_ = memory_pool_create(102400);
+  std::string chain = "1";
+  for (int i = 0; i < 300; ++i) chain += " + 1";
+  const std::string text = label(chain);
+  EXPECT_EQ(301u + 300 * 5, text.size());
+  std::string last;
+  for (int size = 200; size < 4000; size += 8) {
+    memory_pool_destroy(pool_);
+    pool_ = memory_pool_create(size);
+    last = label("1 + 2 + 3 + 4");
+    if (last != "no statement") break;
+  }
+  EXPECT_EQ("!110002", last);
+  EXPECT_EQ(status::expr_label_memory, error_record().last_code);
+}
+
+TEST_F(EvaluatorTest, DeepExpressions) {
+  const auto repeat = [](const char *text, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i) all += text;
+    return all;
+  };
+  const int deep = expression_depth_limit - 10;
+  EXPECT_EQ(std::to_string(deep + 1), result("1" + repeat("+1", deep)));
+  EXPECT_EQ(deep % 2 == 0 ? "1" : "-1", result(repeat("- ", deep) + "1"));
+  EXPECT_EQ("3301", result(repeat("1+(", 3300) + "1" + repeat(")", 3300)));
+  EXPECT_EQ("1", result(repeat("ABS(", 3300) + "1" + repeat(")", 3300)));
+  EXPECT_EQ("true", result("1 = 0" + repeat(" OR 1 = 1", deep)));
+  EXPECT_EQ("false", result("1 = 0" + repeat(" AND 1 = 1", deep)));
+  EXPECT_EQ("true", result(repeat("NOT ", deep / 2 * 2) + "1 = 1"));
+  EXPECT_EQ(1u + 6 * 3300, label(repeat("1+(", 3300) + "1" + repeat(")", 3300)).size());
+  EXPECT_EQ("!150004", result("1" + repeat("+1", expression_depth_limit)));
+  EXPECT_EQ("!150004", result("1 = 1" + repeat(" OR 1 = 1", 20000)));
+}

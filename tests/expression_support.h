@@ -1,0 +1,121 @@
+// Expressions parsed, checked and evaluated from their text, for the tests of the evaluator.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+#include "data/datetime.h"
+#include "frame/error.h"
+#include "sql/evaluator.h"
+#include "sql/parser.h"
+
+namespace tovik::test {
+
+inline std::string formatted(const char *format, ...) {
+  char text[64];
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  return text;
+}
+
+inline std::string text_of(Truth truth) {
+  return truth == Truth::yes ? "true" : truth == Truth::no ? "false" : "unknown";
+}
+
+// A value as SQL would write it; a double always has a point or an exponent.
+inline std::string text_of(const Value &value) {
+  if (value.is_null()) return "NULL";
+  if (value.kind == value_kind::truth) return text_of(static_cast<Truth>(value.integer));
+  if ((value.type & TYPE_INTEGER) != 0) return std::to_string(value.integer);
+  if ((value.type & TYPE_CHARACTER) != 0) {
+    EXPECT_EQ('\0', value.text.text[value.text.length]);
+    return "'" + std::string(value.text.text, static_cast<size_t>(value.text.length)) + "'";
+  }
+  if ((value.type & TYPE_DATETIME) != 0) {
+    char text[24];
+    EXPECT_TRUE(format_datetime(type::microtimestamp, value.datetime, text));
+    return text;
+  }
+  const std::string text = formatted("%.12g", value.real);
+  return text.find_first_of(".en") == std::string::npos ? text + ".0" : text;
+}
+
+struct Case {
+  const char *expression;
+  const char *result;
+};
+
+// The environment is started by the fixture that is derived from this one.
+class ExpressionTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    pool_ = memory_pool_create(16 << 20);
+    ASSERT_NE(nullptr, pool_);
+  }
+  void TearDown() override {
+    memory_pool_destroy(pool_);
+    err_clear();
+  }
+
+  EvalContext context() { return {&stack_, pool_, tables_}; }
+
+  // A failure as it shows up: its first status, behind "!" from the check and behind "?" from the evaluation.
+  static std::string failure(char mark) {
+    EXPECT_NE(0, error_record().count);
+    return mark + std::to_string(error_record().entries[0].code);
+  }
+
+  // The tree of an expression, or of a condition; null when it cannot be parsed.
+  Node *parse_item(const std::string &expression) {
+    pool_->used = mark_;
+    Node *root = nullptr;
+    err_clear();
+    if (!parse(*pool_, ("TEST_STMT " + expression).c_str(), &root)) {
+      err_clear();
+      if (!parse(*pool_, ("TEST_STMT " + expression + " AS x").c_str(), &root)) return nullptr;
+    }
+    return root->second->third;
+  }
+
+  std::string result(const std::string &expression) {
+    Node *item = parse_item(expression);
+    if (item == nullptr) return "no statement";
+    EvalContext evaluation = context();
+    Value checked, value, again;
+    if (!expr_check(evaluation, item, CheckLabels::none, &checked)) return failure('!');
+    if (!expr_evaluate(evaluation, item, EvalMode::row, &value)) return failure('?');
+    EXPECT_TRUE(stack_.values.empty());
+    const bool as_checked =
+        checked.is_null() ? value.is_null() : value.is_null() || value.type == checked.type;
+    EXPECT_TRUE(as_checked) << expression << ": type " << checked.type << " became " << value.type;
+    const std::string text = text_of(value);
+    EXPECT_TRUE(expr_evaluate(evaluation, item, EvalMode::row, &again));
+    EXPECT_EQ(text, text_of(again)) << "evaluated again: " << expression;
+    return text;
+  }
+
+  std::string label(const std::string &expression) {
+    Node *item = parse_item(expression);
+    if (item == nullptr) return "no statement";
+    EvalContext evaluation = context();
+    Value checked;
+    if (!expr_check(evaluation, item, CheckLabels::build, &checked)) return failure('!');
+    return checked.label;
+  }
+
+  void expect(std::initializer_list<Case> cases) {
+    for (const Case &each : cases) EXPECT_EQ(each.result, result(each.expression)) << each.expression;
+  }
+
+  ValueStack stack_;
+  MemoryPool *pool_ = nullptr;
+  int32_t mark_ = 0;  // bytes of the pool that stay
+  TableAccess *tables_ = nullptr;
+};
+
+}  // namespace tovik::test
