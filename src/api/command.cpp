@@ -1,0 +1,82 @@
+// The modes of kld_cmd_exec.
+#include "api/command_loop.h"
+#include "data/database.h"
+#include "frame/error.h"
+#include "kld_api.h"
+#include "sql/statement.h"
+
+using namespace tovik;
+
+namespace {
+
+enum Mode {
+  mode_create = 0,
+  mode_remove,
+  mode_statement,
+  mode_script,
+  mode_interactive,
+  mode_version,
+  mode_exists
+};
+
+constexpr int version_major = 4, version_minor = 0, version_revision = 12;
+
+int failed_step(const char *title) {
+  err_format(nullptr, 0, title);
+  return -1;
+}
+
+int create(const char *params) {
+  Database *db = db_create(params);
+  if (db == nullptr) return failed_step("kld_db_create");
+  db_close(db);
+  return 0;
+}
+
+int run_on(Statement &statement, FILE *in, int mode, const char *sql) {
+  if (mode == mode_statement) {
+    return sql_execute_text(statement, sql) == SqlResult::failed ? failed_step("kld_sql_call") : 0;
+  }
+  return command_loop(statement, in, mode == mode_interactive) ? 0 : failed_step("cmd_intr_sql");
+}
+
+int with_database(FILE *in, int mode, const char *params, const char *sql) {
+  Database *db = db_open(params);
+  if (db == nullptr) return failed_step("kld_db_open");
+  int result = -1;
+  if (Statement *statement = sql_create(db); statement != nullptr) {
+    result = run_on(*statement, in, mode, sql);
+    sql_destroy(statement);
+  } else {
+    failed_step("kld_sql_init");
+  }
+  db_close(db);
+  return result;
+}
+
+}  // namespace
+
+int kld_cmd_exec(FILE *in, int mode, const char *params, const char *sql) {
+  err_clear();
+  switch (mode) {
+    case mode_create:
+      return create(params);
+    case mode_remove:
+      return db_remove(params) ? 0 : failed_step("kld_db_remove");
+    case mode_statement:
+    case mode_script:
+    case mode_interactive:
+      return with_database(in, mode, params, sql);
+    case mode_version:
+      system_driver.print("Tovik version %d.%d.%d%s", version_major, version_minor, version_revision, "\n");
+      return 0;
+    case mode_exists: {
+      const int exists = db_exists(params) ? 1 : 0;
+      err_clear();
+      return exists;
+    }
+    default:
+      err_set(status::command_utility);
+      return failed_step(nullptr);
+  }
+}

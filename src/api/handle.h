@@ -1,0 +1,33 @@
+// Handles: the small blocks that exported functions give out. A handle is valid when it is not null, its kind
+// is the expected one and its object is not null.
+#pragma once
+
+#include "platform/platform.h"
+
+namespace tovik {
+
+enum class HandleKind : uint32_t {
+  record_database = 0x8765,
+  record_cursor = 0x1234,
+  statement_database = 0x222,
+  statement = 0x444
+};
+
+struct Handle {
+  HandleKind kind;
+  void *object;
+};
+
+Handle *handle_new(HandleKind kind, void *object);  // null without memory; records nothing
+inline void handle_free(Handle *handle) {
+  mem_delete(handle);
+}
+
+// The object behind a caller's handle, or null when the handle is not valid.
+template <class Object>
+Object *handle_object(const void *caller, HandleKind kind) {
+  const Handle *handle = static_cast<const Handle *>(caller);
+  return handle == nullptr || handle->kind != kind ? nullptr : static_cast<Object *>(handle->object);
+}
+
+}  // namespace tovik

@@ -1,0 +1,83 @@
+#include "api/library.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "api/handle.h"
+#include "data/data_layer.h"
+#include "frame/env.h"
+#include "frame/error.h"
+#include "frame/param_text.h"
+#include "kld_api.h"
+#include "storage/io.h"
+#include "tovik.h"
+
+namespace tovik {
+
+static bool started = false;
+
+Handle *handle_new(HandleKind kind, void *object) {
+  Handle *handle = mem_new<Handle>();
+  if (handle != nullptr) *handle = {kind, object};
+  return handle;
+}
+
+// The limit must be known before anything is allocated, so it is read from the text alone.
+static int32_t memory_limit(const char *params) {
+  char key[64], value[64];
+  while ((params = next_pair(params, key, sizeof key, value, sizeof value)) != nullptr) {
+    if (strcmp(key, "HVI_MEM_LIMIT_SIZE") == 0 && value[0] != 0)
+      return static_cast<int32_t>(strtol(value, nullptr, 10));
+  }
+  return 0;
+}
+
+bool library_start(const char *params) {
+  if (started) return true;
+  if (memory_table.mem_start(memory_limit(params)) != 0) return fail(status::memory_start);
+  env_start(params);
+  data_layer_register();
+  if (!io_init()) return false;
+  started = true;
+  return true;
+}
+
+void library_end() {
+  if (!started) return;
+  io_term();
+  env_release();
+  memory_table.mem_end();
+  started = false;
+}
+
+bool library_started() {
+  return started;
+}
+
+}  // namespace tovik
+
+using namespace tovik;
+
+int kld_api_init(const char *params) {
+  return library_start(params) ? 0 : -1;
+}
+
+void kld_api_end(void) {
+  library_end();
+}
+
+int tovik_init(const char *params) {
+  static constexpr char fixed[] = "HVI_TRAN_FILE_REUSE=ON;";
+  if (params == nullptr || params[0] == 0) return library_start(fixed) ? 0 : -1;
+  char text[512];
+  if (snprintf(text, sizeof text, "%s;%s", fixed, params) >= static_cast<int>(sizeof text)) {
+    err_set(status::param_text_length);
+    return -1;
+  }
+  return library_start(text) ? 0 : -1;
+}
+
+void tovik_end(void) {
+  library_end();
+}
