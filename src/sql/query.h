@@ -62,17 +62,18 @@ struct CursorRequest {
   int order_count;
   ResultColumn *columns;  // for DISTINCT and aggregates; null without a query
   int column_count;
+  bool aggregate;  // some column depends on an aggregate: one row is delivered
   bool distinct;
 };
 
 struct Cursor {
   CursorRequest request;
-  int64_t row_count;   // rows delivered
-  bool started;        // the join is inside its first table
-  SortStore *sorted;   // ORDER BY: row numbers of the tables; owned
-  SortStore *results;  // DISTINCT and aggregates: result values; owned
-  int next_row;        // in the store read from
-  int current_row;
+  int64_t row_count;              // rows delivered
+  bool started;                   // the join is inside its first table
+  SortStore *sorted;              // ORDER BY: row numbers of the tables; owned
+  SortStore *results;             // DISTINCT and aggregates: result values; owned
+  int next_row;                   // in the store that is read from
+  int32_t pool_used, pool_count;  // what a row takes from the pool beyond this ends with the next fetch
 };
 
 // From the statement's root into statement.query. 70002, 70008, 70009, 172001, 172002, 161001, 150008 ...

@@ -1,0 +1,256 @@
+// INSERT, UPDATE and DELETE.
+//
+// What one row needs from the statement's pool ends with that row. Cost per inserted row beside the row
+// handle's own: one check and one evaluation per value.
+#include <cstring>
+
+#include "frame/error.h"
+#include "sql/executors.h"
+#include "sql/planner.h"
+#include "sql/set_value.h"
+
+namespace tovik {
+
+namespace {
+
+// The columns that a source names (or all), and the values for them.
+struct Targets {
+  const Column **columns;
+  int column_count;
+  Node *values;  // chain of value items, or of assignment items
+  int value_count;
+};
+
+// Owns a cursor until the end of the scope.
+class CursorHolder {
+ public:
+  explicit CursorHolder(Cursor *cursor) : cursor_(cursor) {}
+  ~CursorHolder() {
+    if (cursor_ != nullptr) cursor_close(cursor_);
+  }
+  CursorHolder(const CursorHolder &) = delete;
+  CursorHolder &operator=(const CursorHolder &) = delete;
+  Cursor *get() const { return cursor_; }
+
+ private:
+  Cursor *cursor_;
+};
+
+class AccessHolder {
+ public:
+  explicit AccessHolder(TableAccess *access) : access_(access) {}
+  ~AccessHolder() { access_close(access_); }
+  AccessHolder(const AccessHolder &) = delete;
+  AccessHolder &operator=(const AccessHolder &) = delete;
+  TableAccess *get() const { return access_; }
+
+ private:
+  TableAccess *access_;
+};
+
+class RowHandleHolder {
+ public:
+  explicit RowHandleHolder(RowHandle *handle) : handle_(handle) {}
+  ~RowHandleHolder() {
+    if (handle_ != nullptr) row_handle_close(handle_);
+  }
+  RowHandleHolder(const RowHandleHolder &) = delete;
+  RowHandleHolder &operator=(const RowHandleHolder &) = delete;
+  RowHandle *get() const { return handle_; }
+
+ private:
+  RowHandle *handle_;
+};
+
+RowHandle *open_row(Database &db, const char *table_name) {
+  Table *table = table_open(db, table_name);
+  return table == nullptr ? nullptr : row_handle_open(table);
+}
+
+int chain_length(const Node *item) {
+  int count = 0;
+  for (; item != nullptr; item = item->first) ++count;
+  return count;
+}
+
+// ---- binding ----
+
+bool bind_column(const Table &table, const char *name, Targets &targets) {
+  const Column *column = table_find_column(table, name);
+  if (column == nullptr) return fail(status::column_not_found);
+  if (column_is_rowid(*column)) return fail(status::rowid_not_assignable);
+  for (int i = 0; i < targets.column_count; ++i) {
+    if (targets.columns[i] == column) return fail(status::column_named_twice);
+  }
+  targets.columns[targets.column_count++] = column;
+  return true;
+}
+
+bool allocate_columns(MemoryPool &pool, int count, Targets &targets) {
+  targets.columns = memory_pool_new<const Column *>(pool, count);
+  return targets.columns != nullptr || fail(status::sql_memory);
+}
+
+bool bind_all(MemoryPool &pool, const Table &table, const Node &values, Targets &targets) {
+  if (!allocate_columns(pool, table.column_count, targets)) return false;
+  for (int i = 0; i < table.column_count; ++i) targets.columns[i] = &table.columns[i];
+  targets.column_count = table.column_count;
+  targets.values = values.second;
+  targets.value_count = chain_length(values.second);
+  return true;
+}
+
+bool bind_list(MemoryPool &pool, const Table &table, const Node &names, Targets &targets) {
+  if (!allocate_columns(pool, chain_length(&names), targets)) return false;
+  for (const Node *name = &names; name != nullptr; name = name->first) {
+    if (!bind_column(table, node_name(*name), targets)) return false;
+  }
+  targets.values = names.second->second;
+  targets.value_count = chain_length(targets.values);
+  return true;
+}
+
+bool bind_assignments(MemoryPool &pool, const Table &table, const Node &list, Targets &targets) {
+  targets.value_count = chain_length(list.second);
+  if (!allocate_columns(pool, targets.value_count, targets)) return false;
+  for (const Node *item = list.second; item != nullptr; item = item->first) {
+    const Node *pair = item->second;
+    if (pair == nullptr || pair->first == nullptr || pair->second == nullptr)
+      return fail(status::assignment_tree);
+    if (!bind_column(table, node_name(*pair->first), targets)) return false;
+  }
+  targets.values = list.second;
+  return true;
+}
+
+// The expression of a value item or of an assignment item.
+Node *value_expression(const Node &item) {
+  return item.kind == node::assignment_item ? item.second->second : item.second;
+}
+
+bool names_file(const Node &source) {
+  if (source.kind == node::file_name) return true;
+  return source.kind == node::column_name && source.second->kind == node::file_name;
+}
+
+enum class Rows { many, one };
+
+// How many values a source must give: whole rows for INSERT, one row for UPDATE.
+bool value_count_fits(const Targets &targets, Rows rows) {
+  if (rows == Rows::one) return targets.value_count == targets.column_count;
+  return targets.value_count >= targets.column_count && targets.value_count % targets.column_count == 0;
+}
+
+bool bind_source(MemoryPool &pool, const Table &table, const Node &source, Rows rows, Targets &targets) {
+  switch (source.kind) {
+    case node::assignment_list:
+      return bind_assignments(pool, table, source, targets);
+    case node::values:
+      if (!bind_all(pool, table, source, targets)) return false;
+      return value_count_fits(targets, rows) || fail(status::value_count_rows);
+    default:
+      if (!bind_list(pool, table, source, targets)) return false;
+      return value_count_fits(targets, rows) || fail(status::value_count_columns);
+  }
+}
+
+// ---- rows ----
+
+// Builds and inserts one row from the values at item; *next is the item after them.
+bool insert_row(EvalContext &context, RowHandle &row, const Targets &targets, Node *item, Node **next) {
+  const PoolScope scope(*context.pool);
+  row_handle_reset(row);
+  for (int i = 0; i < targets.column_count; ++i, item = item->first) {
+    Node *expression = value_expression(*item);
+    if (!set_value_check(context, expression)) return false;
+    if (!set_value(context, *expression, row, *targets.columns[i])) return false;
+  }
+  *next = item;
+  return row_handle_insert(row);
+}
+
+bool update_row(EvalContext &context, RowHandle &writer, const RowHandle &reader, const Targets &targets) {
+  const PoolScope scope(*context.pool);
+  row_handle_copy(writer, reader);
+  const Node *item = targets.values;
+  for (int i = 0; i < targets.column_count; ++i, item = item->first) {
+    if (!set_value(context, *value_expression(*item), writer, *targets.columns[i])) return false;
+  }
+  return row_handle_update(writer);
+}
+
+bool check_values(EvalContext &context, const Targets &targets) {
+  for (Node *item = targets.values; item != nullptr; item = item->first) {
+    if (!set_value_check(context, value_expression(*item))) return false;
+  }
+  return true;
+}
+
+// Calls change for every row of access that meets the condition of where (null: every row).
+template <class Change>
+bool for_each_row(EvalContext &context, const Node *where, Change change) {
+  Node *condition = where == nullptr ? nullptr : where->first;
+  if (condition != nullptr && !condition_check(context, condition)) return false;
+  CursorRequest request{};
+  request.context = context;
+  request.condition = condition;
+  const CursorHolder cursor(cursor_open(request));
+  if (cursor.get() == nullptr) return false;
+  for (;;) {
+    switch (cursor_fetch(*cursor.get())) {
+      case RowFetch::end:
+        return true;
+      case RowFetch::failed:
+        return false;
+      default:
+        if (!change()) return false;
+    }
+  }
+}
+
+TableAccess *open_access(Statement &statement, const char *table_name) {
+  Table *table = table_open(*statement.db, table_name);
+  return table == nullptr ? nullptr : access_open(*statement.pool, table, nullptr);
+}
+
+}  // namespace
+
+bool exec_insert(Statement &statement) {
+  const Node &source = *statement.root->second;
+  const RowHandleHolder row(open_row(*statement.db, node_name(*statement.root->first)));
+  if (row.get() == nullptr) return false;
+  if (names_file(source)) return true;
+  Targets targets{};
+  if (!bind_source(*statement.pool, *row.get()->table, source, Rows::many, targets)) return false;
+  EvalContext context = sql_context(statement, nullptr);
+  for (Node *item = targets.values; item != nullptr;) {
+    if (!insert_row(context, *row.get(), targets, item, &item)) return false;
+  }
+  return true;
+}
+
+bool exec_update(Statement &statement) {
+  const Node &root = *statement.root;
+  const char *table_name = node_name(*root.first);
+  const AccessHolder access(open_access(statement, table_name));
+  if (access.get() == nullptr) return false;
+  const RowHandleHolder writer(open_row(*statement.db, table_name));
+  if (writer.get() == nullptr) return false;
+  if (names_file(*root.second)) return fail(status::unsupported);
+  Targets targets{};
+  if (!bind_source(*statement.pool, *writer.get()->table, *root.second, Rows::one, targets)) return false;
+  EvalContext context = sql_context(statement, access.get());
+  if (!check_values(context, targets)) return false;
+  return for_each_row(context, root.third,
+                      [&] { return update_row(context, *writer.get(), *access.get()->handle, targets); });
+}
+
+bool exec_delete(Statement &statement) {
+  const AccessHolder access(open_access(statement, node_name(*statement.root->first)));
+  if (access.get() == nullptr) return false;
+  EvalContext context = sql_context(statement, access.get());
+  return for_each_row(context, statement.root->second,
+                      [&] { return row_handle_delete(*access.get()->handle); });
+}
+
+}  // namespace tovik

@@ -1,0 +1,354 @@
+// The cursor: a nested loop over the tables in FROM order, the first table outermost; filtered; and, where
+// asked, read to its end into a sort store when it is opened.
+//
+// Cost per delivered row of a plain query: one step of the innermost access, one evaluation of the condition.
+// What a row needs from the statement's pool is given back when the next row is fetched, so that a result of
+// any length fits the pool.
+#include <cstring>
+
+#include "frame/error.h"
+#include "sql/planner.h"
+#include "sql/query.h"
+
+namespace tovik {
+
+namespace {
+
+int table_count(const TableAccess *tables) {
+  int count = 0;
+  for (; tables != nullptr; tables = tables->next) ++count;
+  return count;
+}
+
+// ---- the join ----
+
+// The next combination of access and the tables inside it. An exhausted table is before its first row again.
+RowFetch next_combination(TableAccess &access) {
+  if (access.next == nullptr) return access_next(access);
+  for (;;) {
+    const RowFetch inner = next_combination(*access.next);
+    if (inner != RowFetch::end) return inner;
+    const RowFetch outer = access_next(access);
+    if (outer != RowFetch::row) return outer;
+  }
+}
+
+// Every table but the innermost stands on its first row.
+RowFetch start_join(TableAccess *tables) {
+  for (; tables->next != nullptr; tables = tables->next) {
+    const RowFetch first = access_next(*tables);
+    if (first != RowFetch::row) return first;
+  }
+  return RowFetch::row;
+}
+
+RowFetch join_next(Cursor &cursor) {
+  TableAccess *tables = cursor.request.context.tables;
+  if (tables == nullptr) {  // items without a table: one row
+    const bool first = !cursor.started;
+    cursor.started = true;
+    return first ? RowFetch::row : RowFetch::end;
+  }
+  if (!cursor.started) {
+    const RowFetch first = start_join(tables);
+    if (first != RowFetch::row) return first;
+    cursor.started = true;
+  }
+  return next_combination(*tables);
+}
+
+bool qualifies(Cursor &cursor, bool *yes) {
+  const Node *condition = cursor.request.condition;
+  *yes = true;
+  if (condition == nullptr || condition->kind == node::always_true) return true;
+  const PoolScope scope(*cursor.request.context.pool);
+  Truth truth;
+  if (!condition_evaluate(cursor.request.context, condition, &truth)) return false;
+  *yes = truth == Truth::yes;
+  return true;
+}
+
+RowFetch qualifying_next(Cursor &cursor) {
+  for (;;) {
+    const RowFetch fetched = join_next(cursor);
+    if (fetched != RowFetch::row) return fetched;
+    bool yes;
+    if (!qualifies(cursor, &yes)) return RowFetch::failed;
+    if (yes) return RowFetch::row;
+  }
+}
+
+// Calls take for every qualifying row.
+template <class Take>
+bool each_qualifying(Cursor &cursor, Take take) {
+  for (;;) {
+    const PoolScope scope(*cursor.request.context.pool);
+    switch (qualifying_next(cursor)) {
+      case RowFetch::end:
+        return true;
+      case RowFetch::failed:
+        return false;
+      default:
+        if (!take()) return false;
+    }
+  }
+}
+
+// ---- values in and out of a sort store ----
+
+// The exchange form of a value, null for NULL; false when a blob's copy finds no room in the pool.
+bool exchange_form(MemoryPool &pool, const Value &value, TypeCode type, const void **form) {
+  *form = nullptr;
+  if (value.is_null()) return true;
+  if ((type & TYPE_BINARY) == 0) {
+    *form = value_datum(value);
+    return true;
+  }
+  uint8_t *copy = static_cast<uint8_t *>(memory_pool_alloc(pool, int64_t{4} + value.text.length));
+  if (copy == nullptr) return false;
+  memcpy(copy, &value.text.length, sizeof value.text.length);
+  memcpy(copy + 4, value.text.text, static_cast<size_t>(value.text.length));
+  *form = copy;
+  return true;
+}
+
+Value value_of_form(TypeCode type, const void *form) {
+  Value value{};
+  value.kind = value_kind::computed;
+  value.declared = type;
+  value.type = type;
+  if (form == nullptr) {
+    value.flags = value_null;
+  } else if ((type & TYPE_INTEGER) != 0) {
+    value.type = type::bigint;
+    memcpy(&value.integer, form, sizeof value.integer);
+  } else if ((type & TYPE_FLOAT) != 0) {
+    value.type = type::float64;
+    memcpy(&value.real, form, sizeof value.real);
+  } else if ((type & TYPE_DATETIME) != 0) {
+    value.type = type::microtimestamp;
+    memcpy(&value.datetime, form, sizeof value.datetime);
+  } else if ((type & TYPE_BINARY) != 0) {
+    int32_t length;
+    memcpy(&length, form, sizeof length);
+    value.text = {static_cast<const char *>(form) + sizeof length, length};
+  } else {
+    value.type = type::character;
+    value.text = {static_cast<const char *>(form),
+                  static_cast<int32_t>(strlen(static_cast<const char *>(form)))};
+  }
+  return value;
+}
+
+// ---- materialized results ----
+
+struct RowBuffers {
+  const void **values;
+  RowNo *positions;
+};
+
+bool allocate_buffers(MemoryPool &pool, int values, int positions, RowBuffers *buffers) {
+  buffers->values = memory_pool_new<const void *>(pool, values > 0 ? values : 1);
+  buffers->positions = memory_pool_new<RowNo>(pool, positions > 0 ? positions : 1);
+  return buffers->values != nullptr && buffers->positions != nullptr;
+}
+
+bool store_sort_row(Cursor &cursor, const RowBuffers &buffers) {
+  const CursorRequest &request = cursor.request;
+  for (int i = 0; i < request.order_count; ++i) {
+    const ColumnRef &key = request.order[i].column;
+    Value value;
+    if (!row_handle_value(*key.row, *key.column, &value)) return false;
+    if (!exchange_form(*request.context.pool, value, key.column->type, &buffers.values[i])) return false;
+  }
+  int table = 0;
+  for (const TableAccess *access = request.context.tables; access != nullptr; access = access->next) {
+    buffers.positions[table++] = access->handle->row;
+  }
+  return sort_store_row(*cursor.sorted, buffers.values, buffers.positions);
+}
+
+bool sort_rows(Cursor &cursor) {
+  const CursorRequest &request = cursor.request;
+  SortColumn columns[order_key_limit];
+  SortDirection directions[order_key_limit];
+  for (int i = 0; i < request.order_count; ++i) {
+    columns[i] = {request.order[i].column.column->type, request.order[i].column.column->p1};
+    directions[i] = request.order[i].direction;
+  }
+  const int tables = table_count(request.context.tables);
+  RowBuffers buffers;
+  if (!allocate_buffers(*request.context.pool, request.order_count, tables, &buffers)) return false;
+  cursor.sorted = sort_store_create(columns, request.order_count, tables);
+  if (cursor.sorted == nullptr) return false;
+  return each_qualifying(cursor, [&] { return store_sort_row(cursor, buffers); }) &&
+         sort_execute(*cursor.sorted, directions, request.order_count);
+}
+
+bool create_results(Cursor &cursor, RowBuffers *buffers) {
+  const CursorRequest &request = cursor.request;
+  if (!allocate_buffers(*request.context.pool, request.column_count, 0, buffers)) return false;
+  SortColumn *columns = memory_pool_new<SortColumn>(*request.context.pool, request.column_count);
+  if (columns == nullptr) return false;
+  for (int i = 0; i < request.column_count; ++i) {
+    const ResultColumn &column = request.columns[i];
+    columns[i] = {column.type, column.kind == ResultKind::column ? column.column.column->p1 : int16_t{0}};
+  }
+  cursor.results = sort_store_create(columns, request.column_count, 0);
+  return cursor.results != nullptr;
+}
+
+bool row_value(Cursor &cursor, const ResultColumn &column, EvalMode mode, Value *value) {
+  if (column.kind == ResultKind::column)
+    return row_handle_value(*column.column.row, *column.column.column, value);
+  return expr_evaluate(cursor.request.context, column.expression, mode, value);
+}
+
+RowFetch plain_next(Cursor &cursor);
+
+bool collect_distinct(Cursor &cursor) {
+  RowBuffers buffers;
+  if (!create_results(cursor, &buffers)) return false;
+  const CursorRequest &request = cursor.request;
+  for (;;) {
+    const PoolScope scope(*request.context.pool);
+    const RowFetch fetched = plain_next(cursor);
+    if (fetched == RowFetch::failed) return false;
+    if (fetched == RowFetch::end) break;
+    for (int i = 0; i < request.column_count; ++i) {
+      Value value;
+      if (!row_value(cursor, request.columns[i], EvalMode::row, &value)) return false;
+      if (!exchange_form(*request.context.pool, value, request.columns[i].type, &buffers.values[i]))
+        return false;
+    }
+    if (!sort_store_row(*cursor.results, buffers.values, nullptr)) return false;
+  }
+  cursor.next_row = 0;
+  return sort_remove_duplicates(*cursor.results);
+}
+
+bool is_aggregate(const ResultColumn &column) {
+  return (column.flags & value_aggregate) != 0;
+}
+
+bool fold_row(Cursor &cursor) {
+  for (int i = 0; i < cursor.request.column_count; ++i) {
+    const ResultColumn &column = cursor.request.columns[i];
+    Value ignored;
+    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::row, &ignored)) return false;
+  }
+  return true;
+}
+
+// One row: the final values of the aggregate columns, NULL in the others.
+bool collect_aggregates(Cursor &cursor) {
+  const CursorRequest &request = cursor.request;
+  if (!each_qualifying(cursor, [&cursor] { return fold_row(cursor); })) return false;
+  RowBuffers buffers;
+  if (!create_results(cursor, &buffers)) return false;
+  Value *values = memory_pool_new<Value>(*request.context.pool, request.column_count);
+  if (values == nullptr) return false;
+  for (int i = 0; i < request.column_count; ++i) {
+    values[i].flags = value_null;
+    const ResultColumn &column = request.columns[i];
+    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::total, &values[i])) return false;
+    if (!exchange_form(*request.context.pool, values[i], column.type, &buffers.values[i])) return false;
+  }
+  return sort_store_row(*cursor.results, buffers.values, nullptr);
+}
+
+// ---- delivery ----
+
+RowFetch sorted_next(Cursor &cursor) {
+  if (cursor.next_row == cursor.sorted->rows.size()) return RowFetch::end;
+  const SortRow &row = *cursor.sorted->rows[cursor.next_row++];
+  const RowNo *position = row.positions;
+  for (TableAccess *access = cursor.request.context.tables; access != nullptr; access = access->next) {
+    switch (row_handle_read(*access->handle, *position++)) {
+      case RowLoad::loaded:
+        break;
+      case RowLoad::absent:
+        err_set(status::record_not_found);
+        return RowFetch::failed;
+      default:
+        return RowFetch::failed;
+    }
+  }
+  return RowFetch::row;
+}
+
+RowFetch plain_next(Cursor &cursor) {
+  return cursor.sorted != nullptr ? sorted_next(cursor) : qualifying_next(cursor);
+}
+
+RowFetch result_next(Cursor &cursor) {
+  if (cursor.next_row == cursor.results->rows.size()) return RowFetch::end;
+  ++cursor.next_row;
+  return RowFetch::row;
+}
+
+// 172019 for an aggregate over DISTINCT arguments.
+bool supported(const CursorRequest &request) {
+  for (int i = 0; i < request.column_count; ++i) {
+    if (is_aggregate(request.columns[i]) && request.columns[i].distinct_arguments)
+      return fail(status::unsupported);
+  }
+  return true;
+}
+
+bool materialize(Cursor &cursor) {
+  const CursorRequest &request = cursor.request;
+  if (request.aggregate) return collect_aggregates(cursor);
+  if (request.order_count > 0 && !sort_rows(cursor)) return false;
+  return !request.distinct || collect_distinct(cursor);
+}
+
+bool start(Cursor &cursor) {
+  CursorRequest &request = cursor.request;
+  if (!supported(request)) return false;
+  if (request.context.tables != nullptr && !plan_query(request.context, &request.condition)) return false;
+  for (TableAccess *access = request.context.tables; access != nullptr; access = access->next)
+    access_rewind(*access);
+  const bool done = materialize(cursor);
+  access_pause(request.context.tables);
+  cursor.pool_used = request.context.pool->used;
+  cursor.pool_count = request.context.pool->count;
+  return done;
+}
+
+}  // namespace
+
+Cursor *cursor_open(const CursorRequest &request) {
+  Cursor *cursor = memory_pool_new<Cursor>(*request.context.pool);
+  if (cursor == nullptr) return nullptr;
+  cursor->request = request;
+  if (start(*cursor)) return cursor;
+  cursor_close(cursor);
+  return nullptr;
+}
+
+RowFetch cursor_fetch(Cursor &cursor) {
+  MemoryPool &pool = *cursor.request.context.pool;
+  pool.used = cursor.pool_used;
+  pool.count = cursor.pool_count;
+  const RowFetch fetched = cursor.results != nullptr ? result_next(cursor) : plain_next(cursor);
+  access_pause(cursor.request.context.tables);
+  if (fetched == RowFetch::row) ++cursor.row_count;
+  return fetched;
+}
+
+bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value) {
+  if (cursor.results == nullptr) return row_value(cursor, column, EvalMode::row, value);
+  const int number = static_cast<int>(&column - cursor.request.columns);
+  *value = value_of_form(column.type, cursor.results->rows[cursor.next_row - 1]->values[number]);
+  return true;
+}
+
+void cursor_close(Cursor *cursor) {
+  access_pause(cursor->request.context.tables);
+  if (cursor->sorted != nullptr) sort_store_destroy(cursor->sorted);
+  if (cursor->results != nullptr) sort_store_destroy(cursor->results);
+  cursor->sorted = cursor->results = nullptr;
+}
+
+}  // namespace tovik

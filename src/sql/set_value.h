@@ -1,0 +1,16 @@
+// Puts the value of an expression into a column of a row being built, for INSERT and UPDATE.
+#pragma once
+
+#include "sql/evaluator.h"
+
+namespace tovik {
+
+// Check pass of a value to be stored, once per statement. NULL and string literals stay as they are.
+[[nodiscard]] bool set_value_check(EvalContext &context, Node *expression);
+
+// Evaluates expression on the current rows of the context's tables and sets column of row with it. The status
+// of a conversion (113xxx, 144001, 150001) is followed by 50002 to 50008, which tells the kind of column.
+[[nodiscard]] bool set_value(EvalContext &context, const Node &expression, RowHandle &row,
+                             const Column &column);
+
+}  // namespace tovik
