@@ -306,7 +306,7 @@ bool materialize(Cursor &cursor) {
 bool start(Cursor &cursor) {
   CursorRequest &request = cursor.request;
   if (!supported(request)) return false;
-  if (request.context.tables != nullptr && !plan_query(request.context, &request.condition)) return false;
+  if (request.context.tables != nullptr && !plan_query(request.context, request.condition)) return false;
   for (TableAccess *access = request.context.tables; access != nullptr; access = access->next)
     access_rewind(*access);
   const bool done = materialize(cursor);

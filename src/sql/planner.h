@@ -7,8 +7,8 @@
 
 namespace tovik {
 
-// May change the tree under *condition and the accesses of the chain. Statuses of literal conversion and
-// index search; 1.
-[[nodiscard]] bool plan_query(EvalContext &context, Node **condition);
+// condition: checked, or null. May change nodes of its tree to always_true, and the accesses of the chain.
+// Statuses of literal conversion and index search; 1.
+[[nodiscard]] bool plan_query(EvalContext &context, Node *condition);
 
 }  // namespace tovik

@@ -1,0 +1,447 @@
+// Candidates are collected in one walk of the condition, children before their node; the first usable one is
+// chosen.
+//
+// Invariant: the rows that an access path delivers are exactly those for which the replaced part of the
+// condition is true. Where an index cannot promise that, the comparison is no candidate: NULL as the literal,
+// a literal with a fraction for an integer column, a time of day for a date column. NULL keys stand lowest in
+// every index and meet no comparison: a range without a lower bound starts behind them.
+#include "sql/planner.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "data/catalog.h"
+#include "frame/env.h"
+#include "frame/error.h"
+
+namespace tovik {
+
+namespace {
+
+constexpr int candidate_limit = 16;
+constexpr int candidate_index_limit = 8;
+
+enum class PlanState { none, given_up, candidates, index, rowid };
+enum class CandidateKind { comparison, pair, range };
+
+struct IndexUse {
+  Btree *index;
+  int position;  // of the column among the index's keys, from 1
+};
+
+struct Candidate {
+  bool used;
+  CandidateKind kind;
+  Node *condition;  // replaced when the candidate is chosen
+  TableAccess *access;
+  const Column *column;
+  const Column *second_column;  // pair
+  const Node *value;            // the literal; IN: null
+  const Node *second_value;     // pair: of the second column; range: the upper bound
+  Btree *index;                 // chosen
+  Bound lower, upper;           // range
+  IndexUse indices[candidate_index_limit];
+  int index_count;
+};
+
+struct Plan {
+  EvalContext &context;
+  PlanState state;
+  Candidate candidates[candidate_limit];
+  int candidate_count;
+  Candidate *chosen;
+  Node *rowid_condition;
+  TableAccess *rowid_access;
+};
+
+// ---- literals ----
+
+bool is_literal(const Node &node) {
+  return node.kind == value_kind::literal || node.kind == value_kind::string ||
+         node.kind == value_kind::date_literal;
+}
+
+bool is_whole(double real) {
+  return real == std::floor(real) && real > -9223372036854775808.0 && real < 9223372036854775808.0;
+}
+
+// Can the literal be a key of the column without losing anything?
+bool fits_key(const Column &column, const Node &node) {
+  if (!is_literal(node)) return false;
+  const Value &value = *node.value;
+  if ((column.type & TYPE_INTEGER) != 0) {
+    return (value.type & TYPE_INTEGER) != 0 || ((value.type & TYPE_FLOAT) != 0 && is_whole(value.real));
+  }
+  if ((column.type & TYPE_FLOAT) != 0) return type_numeric(value.type);
+  if ((column.type & TYPE_CHARACTER) != 0) return (value.type & TYPE_CHARACTER) != 0;
+  if ((column.type & TYPE_DATETIME) == 0 || node.kind != value_kind::date_literal) return false;
+  const DateTimeRec &time = value.datetime;
+  if (column.type == type::microtimestamp) return true;
+  if (time.microseconds != 0) return false;
+  return column.type == type::time || (time.hour == 0 && time.minute == 0 && time.second == 0);
+}
+
+// The stored form of the literal in the column at key.
+bool store_key(const Column &column, const Value &value, uint8_t *key) {
+  int64_t integer = value.integer;
+  double real = value.real;
+  const void *source = value_datum(value);
+  if ((column.type & TYPE_INTEGER) != 0) {
+    if ((value.type & TYPE_FLOAT) != 0) integer = static_cast<int64_t>(value.real);
+    source = &integer;
+  } else if ((column.type & TYPE_FLOAT) != 0) {
+    if ((value.type & TYPE_INTEGER) != 0) real = static_cast<double>(value.integer);
+    source = &real;
+  }
+  return store_value(column.type, ValueMode::binary, source, key, column.p1, column.p2) != Stored::failed;
+}
+
+bool store_null_key(const Column &column, uint8_t *key) {
+  return store_value(column.type, ValueMode::null, nullptr, key, column.p1, column.p2) != Stored::failed;
+}
+
+// ---- collecting ----
+
+bool is_ordering(uint16_t kind) {
+  return kind == node::equal || kind == node::less || kind == node::greater || kind == node::less_equal ||
+         kind == node::greater_equal;
+}
+
+TableAccess *access_of(const Plan &plan, const RowHandle *row) {
+  TableAccess *access = plan.context.tables;
+  while (access != nullptr && access->handle != row) access = access->next;
+  return access;
+}
+
+void collect_indices(Candidate &candidate) {
+  const Table &table = *candidate.access->handle->table;
+  for (int i = 0; i < table.index_count && candidate.index_count < candidate_index_limit; ++i) {
+    Btree *index = table.indices[i];
+    for (int part = 0; part < index->definition.part_count; ++part) {
+      if (index->definition.parts[part].column == candidate.column->number) {
+        candidate.indices[candidate.index_count++] = {index, part + 1};
+        break;
+      }
+    }
+  }
+}
+
+bool list_fits(const Column &column, const Node *item) {
+  for (; item != nullptr; item = item->first) {
+    if (item->second->kind != value_kind::null && !fits_key(column, *item->second)) return false;
+  }
+  return true;
+}
+
+void choose_rowid(Plan &plan, Node &comparison, TableAccess *access) {
+  plan.state = PlanState::rowid;
+  plan.rowid_condition = &comparison;
+  plan.rowid_access = access;
+}
+
+void collect_comparison(Plan &plan, Node &comparison) {
+  const bool in = comparison.kind == node::in && comparison.qual == 0 && comparison.third != nullptr;
+  if (!in && !is_ordering(comparison.kind)) return;
+  if (comparison.first == nullptr || comparison.first->kind != value_kind::column) return;
+  const ColumnRef &column = comparison.first->value->column;
+  TableAccess *access = access_of(plan, column.row);
+  if (access == nullptr) return;
+  if (column_is_rowid(*column.column)) {
+    if (comparison.kind == node::equal &&
+        (is_literal(*comparison.second) || comparison.second->kind == value_kind::null)) {
+      choose_rowid(plan, comparison, access);
+    }
+    return;
+  }
+  if (plan.candidate_count == candidate_limit) return;
+  if (in ? !list_fits(*column.column, comparison.third) : !fits_key(*column.column, *comparison.second))
+    return;
+  Candidate &candidate = plan.candidates[plan.candidate_count];
+  candidate = {};
+  candidate.condition = &comparison;
+  candidate.access = access;
+  candidate.column = column.column;
+  candidate.value = in ? nullptr : comparison.second;
+  collect_indices(candidate);
+  if (candidate.index_count == 0) return;
+  candidate.used = true;
+  ++plan.candidate_count;
+  plan.state = PlanState::candidates;
+}
+
+// The used candidate of condition, with the next slot holding that of following; null when there is none.
+Candidate *adjacent_candidates(Plan &plan, const Node *condition, const Node *following) {
+  for (int i = 0; i + 1 < plan.candidate_count; ++i) {
+    Candidate &candidate = plan.candidates[i];
+    if (candidate.used && candidate.condition == condition && plan.candidates[i + 1].used &&
+        plan.candidates[i + 1].condition == following) {
+      return &candidate;
+    }
+  }
+  return nullptr;
+}
+
+// The index in which one column is the first key and the other the second.
+Btree *pair_index(const Candidate &a, const Candidate &b) {
+  for (int i = 0; i < a.index_count; ++i) {
+    for (int j = 0; j < b.index_count; ++j) {
+      if (a.indices[i].index == b.indices[j].index && a.indices[i].position != b.indices[j].position) {
+        return a.indices[i].index;
+      }
+    }
+  }
+  return nullptr;
+}
+
+void collect_pair(Plan &plan, Node &conjunction) {
+  Candidate *first = adjacent_candidates(plan, conjunction.first, conjunction.second);
+  if (first == nullptr) return;
+  Candidate &second = first[1];
+  if (first->kind != CandidateKind::comparison || second.kind != CandidateKind::comparison ||
+      first->condition->kind != node::equal || second.condition->kind != node::equal ||
+      first->access != second.access || first->column == second.column) {
+    return;
+  }
+  Btree *index = pair_index(*first, second);
+  if (index == nullptr) return;
+  first->kind = CandidateKind::pair;
+  first->condition = &conjunction;
+  first->index = index;
+  first->second_column = second.column;
+  first->second_value = second.value;
+  second.used = false;
+}
+
+// An index of the one column, or else one whose first key it is.
+Btree *range_index(const Candidate &candidate) {
+  Btree *longer = nullptr;
+  for (int i = 0; i < candidate.index_count; ++i) {
+    const IndexUse &use = candidate.indices[i];
+    if (use.index->definition.part_count == 1) return use.index;
+    if (use.position == 1 && longer == nullptr) longer = use.index;
+  }
+  return longer;
+}
+
+void collect_range(Plan &plan, Node &between) {
+  Candidate *lower = adjacent_candidates(plan, between.first, between.second);
+  if (lower == nullptr) return;
+  Btree *index = range_index(*lower);
+  if (index == nullptr) return;
+  lower->kind = CandidateKind::range;
+  lower->condition = &between;
+  lower->index = index;
+  lower->second_value = lower[1].value;
+  lower->lower = between.first->kind == node::greater ? Bound::exclusive : Bound::inclusive;
+  lower->upper = between.second->kind == node::less ? Bound::exclusive : Bound::inclusive;
+  lower[1].used = false;
+}
+
+void collect(Plan &plan, Node *condition) {
+  if (condition == nullptr || plan.state == PlanState::given_up || plan.state == PlanState::rowid) return;
+  switch (condition->kind) {
+    case node::logical_or:
+    case node::logical_not:
+      plan.state = PlanState::given_up;
+      return;
+    case node::logical_and:
+      collect(plan, condition->first);
+      collect(plan, condition->second);
+      collect_pair(plan, *condition);
+      return;
+    case node::between:
+      if (condition->qual != 0) return;  // its comparisons do not hold for the rows that are wanted
+      collect(plan, condition->first);
+      collect(plan, condition->second);
+      collect_range(plan, *condition);
+      return;
+    default:
+      collect_comparison(plan, *condition);
+  }
+}
+
+// ---- choosing and setting up ----
+
+void choose(Plan &plan) {
+  for (int i = 0; i < plan.candidate_count; ++i) {
+    Candidate &candidate = plan.candidates[i];
+    if (!candidate.used) continue;
+    for (int j = 0; candidate.index == nullptr && j < candidate.index_count; ++j) {
+      if (candidate.indices[j].index->definition.part_count == 1)
+        candidate.index = candidate.indices[j].index;
+    }
+    if (candidate.index != nullptr) {
+      plan.chosen = &candidate;
+      plan.state = PlanState::index;
+      return;
+    }
+  }
+  plan.state = PlanState::none;
+}
+
+bool search(Btree &index, const uint8_t *key, RowSet &rows) {
+  return btree_search(index, key, &rows) != BtreeFind::failed;
+}
+
+// Of a sorted set.
+void drop_repeats(RowSet &set) {
+  int kept = 0;
+  for (int i = 0; i < set.rows.size(); ++i) {
+    if (kept == 0 || set.rows[kept - 1] != set.rows[i]) set.rows[kept++] = set.rows[i];
+  }
+  while (set.rows.size() > kept) set.rows.pop();
+}
+
+bool search_in(const Candidate &candidate, RowSet &rows) {
+  uint8_t key[btree_key_limit];
+  for (const Node *item = candidate.condition->third; item != nullptr; item = item->first) {
+    if (item->second->kind == value_kind::null) continue;
+    if (!store_key(*candidate.column, *item->second->value, key)) return false;
+    if (!search(*candidate.index, key, rows)) return false;
+  }
+  rowset_sort(rows);
+  drop_repeats(rows);
+  return true;
+}
+
+bool search_comparison(const Candidate &candidate, RowSet &rows) {
+  if (candidate.value == nullptr) return search_in(candidate, rows);
+  uint8_t key[btree_key_limit], null_key[btree_key_limit];
+  if (!store_key(*candidate.column, *candidate.value->value, key)) return false;
+  if (!store_null_key(*candidate.column, null_key)) return false;
+  BtreeRange range{};
+  switch (candidate.condition->kind) {
+    case node::equal:
+      return search(*candidate.index, key, rows);
+    case node::less:
+    case node::less_equal:
+      range = {null_key, Bound::exclusive, key,
+               candidate.condition->kind == node::less ? Bound::exclusive : Bound::inclusive, false};
+      break;
+    default:
+      range = {key, candidate.condition->kind == node::greater ? Bound::exclusive : Bound::inclusive, nullptr,
+               Bound::none, false};
+  }
+  return btree_range(*candidate.index, range, rows);
+}
+
+bool search_pair(const Candidate &candidate, RowSet &rows) {
+  uint8_t key[btree_key_limit];
+  int offset = 0;
+  for (int part = 0; part < 2; ++part) {
+    const bool first = candidate.index->definition.parts[part].column == candidate.column->number;
+    const Column &column = first ? *candidate.column : *candidate.second_column;
+    const Node &value = first ? *candidate.value : *candidate.second_value;
+    if (!store_key(column, *value.value, key + offset)) return false;
+    offset += column.stored_size;
+  }
+  return search(*candidate.index, key, rows);
+}
+
+bool search_range(const Candidate &candidate, RowSet &rows) {
+  uint8_t lower[btree_key_limit], upper[btree_key_limit];
+  if (!store_key(*candidate.column, *candidate.value->value, lower)) return false;
+  if (!store_key(*candidate.column, *candidate.second_value->value, upper)) return false;
+  const BtreeRange range = {lower, candidate.lower, upper, candidate.upper,
+                            candidate.index->definition.part_count > 1};
+  return btree_range(*candidate.index, range, rows);
+}
+
+bool search_index(const Candidate &candidate, RowSet &rows) {
+  switch (candidate.kind) {
+    case CandidateKind::pair:
+      return search_pair(candidate, rows);
+    case CandidateKind::range:
+      return search_range(candidate, rows);
+    default:
+      return search_comparison(candidate, rows);
+  }
+}
+
+bool set_up_index(const Candidate &candidate) {
+  RowSet *rows = rowset_new();
+  if (rows == nullptr) return false;
+  candidate.access->rows = rows;  // owned from here on
+  candidate.access->path = AccessPath::row_list;
+  if (!search_index(candidate, *rows)) return false;
+  candidate.condition->kind = node::always_true;
+  return true;
+}
+
+// A literal that is no row number names no row.
+RowNo row_number_of(const Node &literal) {
+  if (literal.kind == value_kind::null) return 0;
+  const Value &value = *literal.value;
+  int64_t number = 0;
+  if ((value.type & TYPE_INTEGER) != 0) number = value.integer;
+  if ((value.type & TYPE_FLOAT) != 0 && is_whole(value.real)) number = static_cast<int64_t>(value.real);
+  return number < 0 || number > UINT32_MAX ? 0 : static_cast<RowNo>(number);
+}
+
+void set_up_rowid(Plan &plan) {
+  plan.rowid_access->path = AccessPath::rowid;
+  plan.rowid_access->rowid = row_number_of(*plan.rowid_condition->second);
+  plan.rowid_condition->kind = node::always_true;
+}
+
+// ---- printing ----
+
+const char *table_name(const TableAccess &access) {
+  return access.handle->table->name;
+}
+
+void print_scans(const Plan &plan) {
+  for (const TableAccess *access = plan.context.tables; access != nullptr; access = access->next) {
+    system_driver.print("TABLE '%s':%s", table_name(*access), "\n");
+    system_driver.print("        Scan entire table%s", "\n");
+  }
+}
+
+void print_index_use(const Candidate &candidate) {
+  const char *index = candidate.index->definition.index_name;
+  system_driver.print("TABLE '%s':%s", table_name(*candidate.access), "\n");
+  system_driver.print("        Indices usable:%s", "\n");
+  switch (candidate.kind) {
+    case CandidateKind::pair:
+      system_driver.print("        '%s' : '%s' '%s' composite %s", index, candidate.column->name,
+                          candidate.second_column->name, "\n");
+      break;
+    case CandidateKind::range:
+      system_driver.print("        '%s' : '%s' between %s", index, candidate.column->name, "\n");
+      break;
+    default:
+      system_driver.print("        '%s' : '%s' %s", index, candidate.column->name, "\n");
+  }
+  system_driver.print("        Use records from indices%s", "\n");
+}
+
+void print_plan(const Plan &plan) {
+  system_driver.print("---- QUERY PLAN ----%s", "\n");
+  switch (plan.state) {
+    case PlanState::index:
+      print_index_use(*plan.chosen);
+      break;
+    case PlanState::rowid:
+      system_driver.print("TABLE '%s':%s", table_name(*plan.rowid_access), "\n");
+      system_driver.print(
+          plan.rowid_access->rowid != 0 ? "        row id usable%s" : "        check row id%s", "\n");
+      break;
+    default:
+      print_scans(plan);
+  }
+  system_driver.print("--------------------%s", "\n");
+}
+
+}  // namespace
+
+bool plan_query(EvalContext &context, Node *condition) {
+  Plan plan{context, PlanState::none, {}, 0, nullptr, nullptr, nullptr};
+  collect(plan, condition);
+  if (plan.state == PlanState::candidates) choose(plan);
+  if (plan.state == PlanState::rowid) set_up_rowid(plan);
+  if (plan.state == PlanState::index && !set_up_index(*plan.chosen)) return false;
+  if (env_on(Env::query_plan)) print_plan(plan);
+  return true;
+}
+
+}  // namespace tovik
