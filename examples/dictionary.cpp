@@ -105,7 +105,7 @@ bool parse_line(std::string_view line, Entry &entry) {
   entry.mark = {};
   if (entry.gloss.front() == '(') entry.mark = entry.gloss.substr(1, entry.gloss.find_first_of(",)") - 1);
   if (entry.mark.size() > 12) entry.mark = {};
-  return !entry.gloss.empty() && entry.headword.find(' ') == std::string_view::npos;
+  return true;
 }
 
 void append_text(std::string &sql, std::string_view text) {
@@ -236,25 +236,17 @@ double peak_megabytes() {
   return static_cast<double>(usage.ru_maxrss) / 1024;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
-  if (argc != 3) {
-    fprintf(stderr, "usage: dictionary FILE DIRECTORY\n");
-    return 2;
-  }
-  const std::string directory = argv[2];
+int run(const char *file, const std::string &directory) {
   const std::string params = "NAME=edict;PATH=\"" + directory +
                              "\";OVERWRITE=true;CACHE_SIZE_DAT=4096;CACHE_SIZE_TRN=8192;HASH_SIZE_DAT=4096;"
                              "HASH_SIZE_TRN=8192";
-  if (kld_api_init("HVI_SQL_BUF_SIZE=262144") != 0 || kld_api_create_db(params.c_str()) != 0)
-    give_up("create");
+  if (kld_api_create_db(params.c_str()) != 0) give_up("create");
   const Stopwatch watch;
   std::string before;
   {
     Database db(params);
     create_schema(db);
-    load(db, argv[1]);
+    load(db, file);
     print_sizes(directory);
     before = ask_all(db, true);
   }
@@ -269,4 +261,17 @@ int main(int argc, char **argv) {
       "TRN cache and 16 MB of DAT cache included)\n",
       watch.seconds(), peak_megabytes());
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  if (argc != 3) {
+    fprintf(stderr, "usage: dictionary FILE DIRECTORY\n");
+    return 2;
+  }
+  if (kld_api_init("HVI_SQL_BUF_SIZE=262144") != 0) give_up("start");
+  const int status = run(argv[1], argv[2]);
+  kld_api_end();
+  return status;
 }
