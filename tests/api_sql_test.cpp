@@ -1,0 +1,472 @@
+// SQL through the exported functions: statements in, rows and codes out.
+#include <vector>
+
+#include "api_support.h"
+
+using namespace tovik::test;
+
+namespace {
+
+struct CodeCase {
+  const char *sql;
+  int code;
+};
+
+class Sql : public testing::Test {
+ protected:
+  void all_succeed(std::initializer_list<const char *> statements) {
+    for (const char *sql : statements) EXPECT_EQ(db.run(sql), 0) << sql;
+  }
+  void expect_codes(const std::vector<CodeCase> &cases) {
+    for (const CodeCase &c : cases) EXPECT_EQ(db.run(c.sql), c.code) << c.sql;
+  }
+  void expect_rows(const std::vector<std::pair<const char *, const char *>> &cases) {
+    for (const auto &[sql, rows] : cases) EXPECT_EQ(db.rows(sql), rows) << sql;
+  }
+  // Every row is found through every index.
+  void expect_sound(const std::string &table) {
+    const std::string report = db.printed("INFO CHECK " + table);
+    const size_t at = report.find(" record count :[");
+    ASSERT_NE(at, std::string::npos) << report;
+    const std::string count = report.substr(at + 16, report.find(']', at) - at - 16);
+    for (size_t hit = 0; (hit = report.find(" btree hit count :[", hit)) != std::string::npos; ++hit) {
+      EXPECT_EQ(report.substr(hit + 19, count.size() + 1), count + "]") << report;
+    }
+  }
+
+  Library library;
+  TestDatabase db;
+};
+
+// ---- schema ----
+
+TEST_F(Sql, CreateTableChecksItsColumnsAndOptions) {
+  const std::string long_name(21, 'n'), fitting_name(20, 'n');
+  expect_codes({
+      {"CREATE TABLE a (x)", 0},
+      {"CREATE b (x char)", 0},
+      {"CREATE TABLE a (y int)", 141003},
+      {"CREATE TABLE c (x char(0))", 172015},
+      {"CREATE TABLE c (x char(40000))", 172015},
+      {"CREATE TABLE c (ROWID int)", 142004},
+      {"CREATE TABLE c (x int, y int, x int)", 142003},
+      {"CREATE TABLE c (x varchar(5), y int AUTO_INCREMENT, z int AUTO_INCREMENT)", 141005},
+      {"CREATE TABLE c (x double AUTO_INCREMENT)", 141006},
+      {"CREATE TABLE c (x tinyint AUTO_INCREMENT) auto_increment_init = 128", 141007},
+      {"CREATE TABLE c (x int AUTO_INCREMENT) auto_increment_init = 0", 172017},
+      {"CREATE TABLE c (x int AUTO_INCREMENT) AUTO_INCREMENT_STEP = 65536", 172018},
+      {"CREATE TABLE c (x int AUTO_INCREMENT) AUTO_INCREMENT_STEP = 'a'", 172018},
+      {"CREATE TABLE c (x int AUTO_INCREMENT) AUTO_INCREMENT_STEP = 65535, colour = 'red'", 0},
+  });
+  EXPECT_EQ(db.run("CREATE TABLE d (" + long_name + " int)"), 172004);
+  EXPECT_EQ(db.run("CREATE TABLE d (" + fitting_name + " int)"), 0);
+  EXPECT_EQ(db.run("CREATE TABLE " + long_name + " (x int)"), 141001);
+  EXPECT_EQ(db.run("CREATE TABLE " + fitting_name + " (x int)"), 0);
+  std::string columns = "c0 int";
+  for (int i = 1; i < 200; ++i) columns += ", c" + std::to_string(i) + " int";
+  EXPECT_EQ(db.run("CREATE TABLE wide (" + columns + ", one_more int)"), 172003);
+  EXPECT_EQ(db.run("CREATE TABLE wide (" + columns + ")"), 0);
+}
+
+TEST_F(Sql, CreateAndDropIndexCheckTheirArguments) {
+  all_succeed({"CREATE TABLE t (a int, b int, c char(100), d char(100), e text)",
+               "INSERT INTO t VALUES 1,1,'x','y','z'", "INSERT INTO t VALUES 1,2,'x','y','z'"});
+  expect_codes({
+      {"CREATE INDEX i ON nowhere (a)", 141004},
+      {"CREATE INDEX i ON t (nothing)", 145004},
+      {"CREATE INDEX i ON t (a, a)", 145009},
+      {"CREATE INDEX i ON t (a, b, c)", 172014},
+      {"CREATE INDEX i ON t (e)", 145010},
+      {"CREATE INDEX i ON t (c, d)", 145011},
+      {"CREATE (1, 17) INDEX i ON t (a)", 145008},
+      {"CREATE UNIQUE INDEX i ON t (a)", 143001},
+      {"CREATE INDEX i ON t (a)", 0},
+      {"CREATE INDEX i ON t (b)", 145003},
+      {"CREATE (1, 3) INDEX j ON t (a)", 145005},
+      {"CREATE UNIQUE TIMESERIES INDEX j ON t (a, b)", 0},
+      {"CREATE (0, 3) INDEX k ON t (b, a)", 0},
+      {"INSERT INTO t VALUES 1,2,'x','y','z'", 143001},
+      {"DROP INDEX nothing", 145006},
+      {"DROP INDEX j", 0},
+      {"DROP INDEX k", 0},
+      {"INSERT INTO t VALUES 1,2,'x','y','z'", 0},
+  });
+  expect_sound("t");
+}
+
+TEST_F(Sql, TablesAreRenamedEmptiedAndDropped) {
+  all_succeed({"CREATE TABLE t (a int NOT NULL, b varchar(8))", "CREATE UNIQUE INDEX ta ON t (a)",
+               "INSERT INTO t VALUES 1, 'x', 2, 'y'", "RENAME t TO u", "RENAME ATTR u.b AS c"});
+  expect_rows({{"SELECT a, c FROM u", "1,x;2,y"},
+               {"SELECT a FROM t", "error 141004"},
+               {"SELECT b FROM u", "error 150008"}});
+  expect_codes(
+      {{"RENAME ATTR u.zzz AS d", 142006}, {"RENAME ATTR u.c AS a", 142003}, {"RENAME t TO v", 141004}});
+  all_succeed({"CREATE TABLE t (a int)"});
+  expect_codes({{"RENAME u TO t", 141003}});
+  db.reopen();
+  all_succeed({"EMPTY u"});
+  expect_rows({{"SELECT a, c FROM u", ""}});
+  all_succeed({"INSERT INTO u VALUES 1, 'z'"});
+  expect_codes(
+      {{"INSERT INTO u VALUES 1, 'z'", 143001}, {"DROP INDEX ta", 0}, {"INSERT INTO u VALUES 1, 'z'", 0}});
+  all_succeed({"DROP TABLE u", "CREATE TABLE u (other int)", "DROP TABLE u", "DROP TABLE t"});
+  expect_codes({{"DROP TABLE u", 141004}});
+  EXPECT_EQ(db.printed("DESCRIBE DB"), "****  Database: t  ****\n\n");
+}
+
+// ---- changes ----
+
+TEST_F(Sql, InsertMatchesValuesToColumns) {
+  all_succeed({"CREATE TABLE t (a int, b char(4))"});
+  expect_codes({
+      {"INSERT INTO t VALUES 1, 'a', 2, 'b'", 0},
+      {"INSERT INTO t VALUES 1, 'a', 2", 172005},
+      {"INSERT INTO t (b, a) VALUES ('c', 3, 'd', 4)", 0},
+      {"INSERT INTO t (a, b) VALUES 1", 172008},
+      {"INSERT INTO t (a, a) VALUES 1, 2", 172007},
+      {"INSERT INTO t (a, z) VALUES 1, 2", 172006},
+      {"INSERT INTO t SET z = 1", 172006},
+      {"INSERT INTO t SET b = '', a = 5", 0},
+      {"INSERT INTO t SET rowid = 5", 142010},
+      {"INSERT INTO t SET b = 'abcde'", 113003},
+      {"INSERT INTO t SET a = 'x'", 113001},
+      {"INSERT INTO t SET a = 2147483648", 113002},
+      {"INSERT INTO t (a) 2 + 4", 0},
+      {"INSERT INTO t FROM 'file'", 0},
+      {"INSERT INTO nowhere VALUES 1", 141004},
+  });
+  EXPECT_EQ(db.rows("SELECT a, b FROM t"), "1,a;2,b;3,c;4,d;5,-;6,-");
+  EXPECT_EQ(db.rows("SELECT a FROM t WHERE b IS NULL"), "5;6");
+}
+
+TEST_F(Sql, ConstraintsHold) {
+  all_succeed({"CREATE TABLE t (a int, b int NOT NULL)", "CREATE UNIQUE INDEX ua ON t (a)"});
+  expect_codes({
+      {"INSERT INTO t VALUES 1, 1", 0},
+      {"INSERT INTO t VALUES 1, 2", 143001},
+      {"INSERT INTO t VALUES 2, NULL", 143002},
+      {"INSERT INTO t (a) VALUES 2", 143002},
+      {"INSERT INTO t (b) VALUES 2", 143002},
+      {"INSERT INTO t VALUES 2, 2, 3, 3, 2, 4", 143001},
+  });
+  EXPECT_EQ(db.rows("SELECT * FROM t"), "1,1") << "a failed statement leaves nothing behind";
+  expect_codes({
+      {"INSERT INTO t VALUES 2, 2, 3, 3", 0},
+      {"UPDATE t SET a = 1 WHERE b = 2", 143001},
+      {"UPDATE t SET b = NULL WHERE a = 1", 143002},
+      {"UPDATE t SET a = a", 0},
+      {"UPDATE t SET a = 7 - a WHERE a = 3", 0},
+  });
+  EXPECT_EQ(db.rows("SELECT a, b FROM t"), "1,1;2,2;4,3");
+  expect_sound("t");
+}
+
+TEST_F(Sql, AutoIncrementCountsOnItsOwn) {
+  all_succeed(
+      {"CREATE TABLE t (id int AUTO_INCREMENT, n int) AUTO_INCREMENT_INIT = 10, AUTO_INCREMENT_STEP = 5",
+       "INSERT INTO t (n) VALUES 1, 2", "INSERT INTO t VALUES 100, 3", "INSERT INTO t VALUES 0, 4"});
+  EXPECT_EQ(db.rows("SELECT id, n FROM t"), "10,1;15,2;100,3;20,4");
+  db.reopen();
+  all_succeed({"BEGIN TRANSACTION", "INSERT INTO t (n) VALUES 5", "ROLLBACK TRANSACTION",
+               "INSERT INTO t (n) VALUES 6"});
+  EXPECT_EQ(db.rows("SELECT id, n FROM t WHERE n > 4"), "25,6");
+  all_succeed({"CREATE TABLE plain (id bigint AUTO_INCREMENT, n int)", "INSERT INTO plain (n) VALUES 7, 8"});
+  EXPECT_EQ(db.rows("SELECT id FROM plain"), "1;2");
+}
+
+TEST_F(Sql, UpdateAndDeleteReachTheRowsOfTheirCondition) {
+  all_succeed({"CREATE TABLE t (a int, b int, c text)", "CREATE INDEX ia ON t (a)",
+               "INSERT INTO t VALUES 1,10,'one', 2,20,'two', 3,30,'three', 4,40,'four'"});
+  expect_codes({
+      {"UPDATE t SET b = b + a, a = a + 10 WHERE a > 2", 0},
+      {"UPDATE t SET c = 'a text that is longer than what its record keeps of it' WHERE a = 1", 0},
+      {"UPDATE t VALUES 1, 2", 172005},
+      {"UPDATE t (a, b) VALUES 1", 172008},
+      {"UPDATE t SET rowid = 1", 142010},
+      {"UPDATE t FROM 'file'", 172019},
+      {"DELETE FROM t WHERE a = 2", 0},
+      {"DELETE t WHERE nothing = 2", 150008},
+  });
+  EXPECT_EQ(db.rows("SELECT * FROM t"),
+            "1,10,a text that is longer than what its record keeps of it;13,33,three;14,44,four");
+  EXPECT_EQ(db.rows("SELECT a FROM t WHERE a = 13"), "13");
+  EXPECT_EQ(db.rows("SELECT a FROM t WHERE a = 3"), "");
+  all_succeed({"UPDATE t (a, c) VALUES 5, 'x'", "DELETE FROM t WHERE rowid = 0"});
+  EXPECT_EQ(db.rows("SELECT a, c FROM t"), "5,x;5,x;5,x");
+  expect_sound("t");
+  all_succeed({"DELETE FROM t"});
+  EXPECT_EQ(db.rows("SELECT COUNT(*) FROM t"), "0");
+  expect_sound("t");
+}
+
+TEST_F(Sql, ValuesAreStoredByTheirColumnsType) {
+  all_succeed({"CREATE TABLE t (i int, f float, d double, c varchar(30), b blob, day date, e decimal)"});
+  expect_codes({
+      {"INSERT INTO t VALUES 7.9, 1, 2, 3, '0aFF', '20200229', 1.5", 0},
+      {"INSERT INTO t SET c = 1.5, e = 12", 0},
+      {"INSERT INTO t SET b = 5", 150001},
+      {"INSERT INTO t SET b = 'xy'", 113013},
+      {"INSERT INTO t SET day = '2020-02-29'", 113011},
+      {"INSERT INTO t SET day = 20200301", 0},
+      {"INSERT INTO t SET c = 'a' || 'b'", 0},
+      {"INSERT INTO t SET i = 3000000000.0", 113002},
+      {"INSERT INTO t SET i = 1 / 0", 151001},
+  });
+  EXPECT_EQ(
+      db.rows("SELECT i, f, d, c, b, day, e FROM t"),
+      "7,1,2,3,0aff,20200229,1.500000e+00;-,-,-,1.500000e+00,-,-,12;-,-,-,-,-,20200301,-;-,-,-,ab,-,-,-");
+}
+
+// ---- queries ----
+
+TEST_F(Sql, QueriesJoinSortAndFilter) {
+  all_succeed({"CREATE TABLE a (n int, s char(4))", "CREATE TABLE b (n int, m int)",
+               "INSERT INTO a VALUES 2,'two', 1,'one', 3,NULL", "INSERT INTO b VALUES 1,10, 2,20, 2,21"});
+  expect_rows({
+      {"SELECT * FROM a", "2,two;1,one;3,-"},
+      {"SELECT FROM a", "2,two;1,one;3,-"},
+      {"SELECT a.n, m FROM a, b WHERE a.n = b.n", "2,20;2,21;1,10"},
+      {"SELECT x.n, y.n FROM a x, a y WHERE x.n < y.n", "2,3;1,2;1,3"},
+      {"SELECT COUNT(*) FROM a, b, a c", "27"},
+      {"SELECT n FROM a ORDER BY n DESC", "3;2;1"},
+      {"SELECT n FROM a ORDER BY s", "3;1;2"},
+      {"SELECT n FROM a ORDER BY s DESC", "2;1;3"},
+      {"SELECT a.n, m FROM a, b WHERE a.n = b.n ORDER BY a.n, m DESC", "1,10;2,21;2,20"},
+      {"SELECT n FROM a WHERE s = NULL", ""},
+      {"SELECT n FROM a WHERE NOT s = 'one'", "2"},
+      {"SELECT n FROM a WHERE s IS NULL OR s LIKE 't%'", "2;3"},
+      {"SELECT n FROM a WHERE s IN ('one', NULL)", "1"},
+      {"SELECT n FROM a WHERE s NOT IN ('one', NULL)", ""},
+      {"SELECT n FROM a WHERE n BETWEEN 1 EXCLUSIVE TO 3", "2;3"},
+      {"SELECT n FROM a WHERE n NOT BETWEEN 2 AND 3", "1"},
+      {"SELECT n > 1 AS big FROM a", "1;0;1"},
+      {"SELECT n FROM a ORDER BY n, n", "error 161001"},
+      {"SELECT n FROM a ORDER BY zzz", "error 150008"},
+      {"SELECT n FROM a WHERE n = (SELECT n FROM b)", "error 150003"},
+      {"SELECT n FROM a WHERE n = 'abc'", "error 150003"},
+      {"SELECT n FROM a WHERE s + 1 = 2", "error 150005"},
+  });
+}
+
+TEST_F(Sql, DistinctAndAggregates) {
+  all_succeed({"CREATE TABLE t (g int, v int, d double, s char(3))", "CREATE TABLE none (v int)",
+               "INSERT INTO t VALUES 1,5,0.5,'x', 2,NULL,1.5,'y', 1,7,NULL,'x', 2,1,2.0,NULL"});
+  expect_rows({
+      {"SELECT DISTINCT g FROM t", "1;2"},
+      {"SELECT DISTINCT s FROM t ORDER BY s DESC", "y;x;-"},
+      {"SELECT DISTINCT g, s FROM t", "1,x;2,y;2,-"},
+      {"SELECT COUNT(*), COUNT(v), SUM(v), MIN(v), MAX(v), AVG(v) FROM t", "4,3,13,1,7,4.33333"},
+      {"SELECT SUM(d), MAX(d) FROM t", "4,2"},
+      {"SELECT SUM(v) + COUNT(*), g FROM t", "17,-"},
+      {"SELECT COUNT(*), SUM(v), AVG(v), MAX(v) FROM none", "0,-,-,-"},
+      {"SELECT COUNT(*) FROM t WHERE v > 100", "0"},
+      {"SELECT COUNT(DISTINCT g) FROM t", "error 172019"},
+      {"SELECT MAX(s) FROM t", "error 153001"},
+  });
+}
+
+TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
+  all_succeed({"CREATE TABLE scan (k int, a int, b int, c char(6), d date)",
+               "CREATE TABLE idx (k int, a int, b int, c char(6), d date)", "CREATE INDEX ia ON idx (a)",
+               "CREATE INDEX iab ON idx (a, b)", "CREATE INDEX ic ON idx (c)",
+               "CREATE (1, 0) INDEX id ON idx (d)"});
+  Random random;
+  for (int k = 0; k < 300; ++k) {
+    auto or_null = [&](const std::string &value) { return random.one_in(8) ? std::string("NULL") : value; };
+    const std::string values =
+        std::to_string(k) + "," + or_null(std::to_string(random.below(12) - 3)) + "," +
+        or_null(std::to_string(random.below(5))) + "," +
+        or_null("'" + std::string(1 + random.below(3), static_cast<char>('a' + random.below(4))) + "'") +
+        "," + or_null("'2020010" + std::to_string(1 + random.below(9)) + "'");
+    for (const char *table : {"scan", "idx"}) {
+      ASSERT_EQ(db.run(std::string("INSERT INTO ") + table + " VALUES " + values), 0) << values;
+    }
+  }
+  const char *conditions[] = {"a = 3",
+                              "a = '3'",
+                              "a = 3.0",
+                              "a = 2.5",
+                              "a > 2.5",
+                              "a < 0",
+                              "a <= 0",
+                              "a >= 7",
+                              "a = NULL",
+                              "a IN (5, NULL, 1, 5)",
+                              "a NOT IN (5, 1)",
+                              "a BETWEEN 1 AND 3",
+                              "a BETWEEN 1 EXCLUSIVE TO 4 EXCLUSIVE",
+                              "a NOT BETWEEN 1 AND 3",
+                              "a BETWEEN 3 AND 1",
+                              "a = 2 AND b = 3",
+                              "b = 3 AND a = 2",
+                              "a = 2 AND b > 1",
+                              "b = 2",
+                              "a = 2 OR b = 3",
+                              "NOT a = 2",
+                              "c = 'aa'",
+                              "c > 'b'",
+                              "c BETWEEN 'a' AND 'bb'",
+                              "c LIKE 'a%'",
+                              "d = '20200103'",
+                              "d > '20200105000001'",
+                              "d <= 20200104",
+                              "d IN ('20200101', '20200109')",
+                              "a = b"};
+  for (const char *condition : conditions) {
+    const std::string where = std::string(" WHERE ") + condition + " ORDER BY k";
+    const std::string expected = db.rows("SELECT k FROM scan" + where);
+    ASSERT_EQ(expected.find("error"), std::string::npos) << condition << ": " << expected;
+    EXPECT_EQ(db.rows("SELECT k FROM idx" + where), expected) << condition;
+  }
+  expect_sound("idx");
+}
+
+TEST_F(Sql, ThePlanSaysWhichAccessIsUsed) {
+  all_succeed({"CREATE TABLE t (a int, b int, c int)", "CREATE INDEX ta ON t (a)",
+               "CREATE INDEX tbc ON t (c, b)", "INSERT INTO t VALUES 1,2,3", "SET HVI_QUERY_PLAN 'ON'",
+               "SET HVI_SQL_SEL_HDR 'OFF'"});
+  const std::string scan = "TABLE 't':\n        Scan entire table\n";
+  const std::string use = "TABLE 't':\n        Indices usable:\n";
+  const std::vector<std::pair<const char *, std::string>> plans = {
+      {"a = 1", use + "        'ta' : 'a' \n        Use records from indices\n"},
+      {"a BETWEEN 1 AND 2", use + "        'ta' : 'a' between \n        Use records from indices\n"},
+      {"b = 2 AND c = 3", use + "        'tbc' : 'b' 'c' composite \n        Use records from indices\n"},
+      {"c BETWEEN 1 AND 5", use + "        'tbc' : 'c' between \n        Use records from indices\n"},
+      {"b = 2 AND a = 1", use + "        'ta' : 'a' \n        Use records from indices\n"},
+      {"a = 1 OR a = 2", scan},
+      {"c = 3", scan},
+      {"a > b", scan},
+      {"a MATCH 'x*'", scan},
+      {"rowid = 5", "TABLE 't':\n        row id usable\n"},
+      {"rowid = NULL", "TABLE 't':\n        check row id\n"},
+  };
+  for (const auto &[condition, plan] : plans) {
+    const std::string printed = db.printed(std::string("SELECT a FROM t WHERE ") + condition);
+    EXPECT_EQ(printed.rfind("---- QUERY PLAN ----\n" + plan + "--------------------\n", 0), 0u)
+        << condition << ":\n"
+        << printed;
+  }
+}
+
+TEST_F(Sql, RowNumbersAddressRows) {
+  all_succeed({"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1, 2, 3"});
+  const std::string number = db.rows("SELECT rowid FROM t WHERE a = 2");
+  EXPECT_EQ(db.rows("SELECT a FROM t WHERE rowid = " + number), "2");
+  EXPECT_EQ(db.rows("SELECT a FROM t WHERE ROWID = '" + number + "' AND a = 3"), "");
+  all_succeed({"DELETE FROM t WHERE a = 2"});
+  for (const std::string &nowhere : {number, std::string("0"), std::string("-1"), std::string("1"),
+                                     std::string("4294967295"), std::string("99999999999")}) {
+    EXPECT_EQ(db.rows("SELECT a FROM t WHERE rowid = " + nowhere), "") << nowhere;
+  }
+}
+
+// ---- printing ----
+
+TEST_F(Sql, PrintsResultsInColumns) {
+  all_succeed({"CREATE TABLE t (n tinyint, c char(6), x text(4, 20, 20), b blob(5))",
+               "INSERT INTO t VALUES 5, 'あい', '12345678', '01020304'", "INSERT INTO t (n) VALUES -7"});
+  EXPECT_EQ(db.printed("SELECT n, c FROM t"), "   n  c\n   5  あい\n  -7  " + std::string(6, ' ') + "\n");
+  EXPECT_EQ(db.printed("SELECT c, n FROM t"),
+            "c          n\nあい       5\n" + std::string(6, ' ') + "    -7\n");
+  EXPECT_EQ(db.printed("SELECT x, n FROM t WHERE n = 5"), "x        n\n1234     5\n5678      \n");
+  EXPECT_EQ(db.printed("SELECT b, n FROM t WHERE n = 5"), "b         n\n01 02     5\n03 04      \n");
+  all_succeed({"SET HVI_SQL_SEL_HDR 'OFF'", "SET HVI_SQL_SEL_SEP ','", "SET HVI_SQL_SEL_NUL_STR 'NULL'"});
+  EXPECT_EQ(db.printed("SELECT c, n FROM t WHERE n = -7"), "  NULL,  -7\n");
+  EXPECT_EQ(db.printed("SELECT c, n FROM t DUMP INTO 'file'"), "あい,5\n  NULL,-7\n");
+  EXPECT_EQ(db.printed("TEST_STMT 1 + 2, 'a' || 'b', 7 / 2, 1.5 * 2, 1e0 * 3"), "");
+  EXPECT_EQ(db.printed("TEST_STMT 1 + 2, 'a' || 'b', 7 / 2, 1.5 * 2, 1.0e0 * 3"),
+            "3,ab,3,3.00,3.00000000000000e+00\n");
+  EXPECT_EQ(db.printed("ECHO 'hello'"), "hello\n");
+}
+
+TEST_F(Sql, DescribesTables) {
+  all_succeed({"CREATE TABLE t (id int AUTO_INCREMENT, c char(7) NOT NULL, x text(1,2,9), e decimal(5,2))",
+               "CREATE INDEX i ON t (c, id)", "INSERT INTO t (c) VALUES 'a', 'b'"});
+  const std::string attributes =
+      "    id                                int  Not Null  Auto Increment\n"
+      "    c                                 char(7)  Not Null\n"
+      "    x                                 text(1,2,9)\n"
+      "    e                                 decimal(5,2)\n";
+  EXPECT_EQ(db.printed("DESC t"), "***  Table: t  ***\n  Attributes:\n" + attributes);
+  EXPECT_EQ(db.printed("DESCRIBE DB ALL"), "****  Database: t  ****\n\n***  Table: t  ***\n\n" + attributes);
+  const std::string all = db.printed("DESC t ALL");
+  EXPECT_NE(all.find("\n  Indices:     UNIQUE BTREE __auto_inc__"), std::string::npos) << all;
+  EXPECT_NE(all.find("\n               NORMAL (2) BTREE i ON (c, id)\n"), std::string::npos) << all;
+  EXPECT_NE(all.find("\n  Records     :      2\n  Record size :      26\n"), std::string::npos) << all;
+  EXPECT_NE(
+      all.find(
+          "  Auto incremnet next :      3\n  Auto incremnet init :      1\n  Auto incremnet step :      1\n"),
+      std::string::npos)
+      << all;
+  EXPECT_EQ(db.printed("INFO nonsense"), "");
+  for (const char *word :
+       {"par", "bm", "bm flst", "bm trn", "cm", "tm", "lm", "bt", "bt t", "row _sys", "row _bt", "row t"}) {
+    EXPECT_NE(db.printed(std::string("INFO ") + word), "") << word;
+  }
+}
+
+// ---- transactions ----
+
+TEST_F(Sql, TransactionsAreWholeOrNothing) {
+  all_succeed({"CREATE TABLE t (a int)", "CREATE UNIQUE INDEX ta ON t (a)", "BEGIN TRANSACTION",
+               "INSERT INTO t VALUES 1, 2", "CREATE TABLE made (x int)", "INSERT INTO made VALUES 7"});
+  expect_codes({{"BEGIN WORK", 140004}, {"INSERT INTO t VALUES 3, 4, 3", 143001}});
+  expect_rows({{"SELECT a FROM t", "1;2;3;4"}, {"SELECT x FROM made", "7"}});
+  expect_sound("t");
+  all_succeed({"ROLLBACK WORK"});
+  expect_rows({{"SELECT a FROM t", ""}, {"SELECT x FROM made", "error 141004"}});
+  all_succeed({"BEGIN WORK", "INSERT INTO t VALUES 5", "DROP TABLE t", "CREATE TABLE t (b int)",
+               "ROLLBACK WORK", "BEGIN WORK", "INSERT INTO t VALUES 6", "COMMIT WORK"});
+  expect_codes({{"COMMIT WORK", 140002}, {"ROLLBACK WORK", 140002}});
+  db.reopen();
+  expect_rows({{"SELECT a FROM t", "6"}});
+  expect_sound("t");
+}
+
+TEST_F(Sql, WithoutAutomaticCommitChangesAreDirect) {
+  all_succeed({"SET HVI_AUTO_COMMIT 'OFF'", "CREATE TABLE t (a int)", "CREATE UNIQUE INDEX ta ON t (a)",
+               "INSERT INTO t VALUES 1, 2"});
+  expect_codes({{"INSERT INTO t VALUES 3, 1", 143001}});
+  EXPECT_EQ(db.rows("SELECT a FROM t"), "1;2;3");
+  all_succeed({"BEGIN WORK", "INSERT INTO t VALUES 4", "ROLLBACK WORK"});
+  db.reopen();
+  EXPECT_EQ(db.rows("SELECT a FROM t"), "1;2;3");
+  expect_sound("t");
+}
+
+TEST_F(Sql, AMillionCombinationsTakeNoMoreMemoryThanOne) {
+  all_succeed({"CREATE TABLE t (a int, s char(20))", "INSERT INTO t VALUES 1,'some text'"});
+  for (int i = 0; i < 7; ++i) {
+    std::string all = db.rows("SELECT a FROM t");
+    std::string values;
+    const size_t rows = static_cast<size_t>(1) << i;
+    for (size_t k = 0; k < rows; ++k) values += (k == 0 ? "" : ", ") + std::string("1, 'some text'");
+    ASSERT_EQ(db.run("INSERT INTO t VALUES " + values), 0);
+  }
+  kld_stmt *stmt = db.session().statement();
+  ASSERT_EQ(
+      kld_api_pre_stmt_char(stmt, "SELECT x.s || y.s, UPPER(z.s) FROM t x, t y, t z WHERE x.s || 'a' <> 'b'"),
+      0);
+  ASSERT_EQ(kld_api_exec_stmt(stmt), 0);
+  int rows = 0, more;
+  while (rows < 1000000 && (more = kld_api_fetch_stmt(stmt)) == 1) {
+    char text[64];
+    int32_t not_null = 0;
+    ASSERT_EQ(kld_api_get_data(stmt, 1, TOVIK_CHAR, text, sizeof text, nullptr, &not_null), 0)
+        << error_code();
+    ++rows;
+  }
+  EXPECT_EQ(rows, 1000000) << error_code();
+}
+
+TEST_F(Sql, AStatementThatExceedsItsPoolFailsAndLeavesItUsable) {
+  all_succeed({"CREATE TABLE t (a int)"});
+  std::string sql = "INSERT INTO t VALUES 1";
+  for (int i = 0; i < 2000; ++i) sql += ", 1";
+  EXPECT_EQ(db.run(sql), 110002);
+  EXPECT_EQ(db.rows("SELECT COUNT(*) FROM t"), "0");
+  all_succeed({"INSERT INTO t VALUES 1"});
+}
+
+}  // namespace

@@ -1,0 +1,141 @@
+// A database under test, used as an application uses it: through the exported functions only.
+#pragma once
+
+#include <unistd.h>
+
+#include <string>
+
+#include "kld_api.h"
+#include "support.h"
+
+namespace tovik::test {
+
+// The code of the first failure recorded by the thread's last call, 0 for none.
+inline int error_code() {
+  int32_t code = 0;
+  return kld_api_get_error(nullptr, &code, nullptr, nullptr) == 1 ? code : 0;
+}
+
+// Runs action and gives what it printed to standard output.
+template <class Action>
+std::string printed_by(Action action) {
+  fflush(stdout);
+  FILE *file = tmpfile();
+  const int saved = dup(1);
+  dup2(fileno(file), 1);
+  action();
+  fflush(stdout);
+  dup2(saved, 1);
+  close(saved);
+  std::string text;
+  rewind(file);
+  char buffer[4096];
+  for (size_t count; (count = fread(buffer, 1, sizeof buffer, file)) > 0;) text.append(buffer, count);
+  fclose(file);
+  return text;
+}
+
+// The library, started for the length of the scope.
+class Library {
+ public:
+  explicit Library(const char *settings = "") { EXPECT_EQ(kld_api_init(settings), 0); }
+  ~Library() { kld_api_end(); }
+  Library(const Library &) = delete;
+  Library &operator=(const Library &) = delete;
+};
+
+// A statement on a database, and short ways to use it.
+class Session {
+ public:
+  explicit Session(kld_db *db) : statement_(kld_api_create_stmt(db)) {}
+  ~Session() { kld_api_destroy_stmt(statement_); }
+  Session(const Session &) = delete;
+  Session &operator=(const Session &) = delete;
+
+  kld_stmt *statement() { return statement_; }
+
+  // 0 or the code of the failure.
+  int run(const std::string &sql) {
+    return kld_api_exec_sql_char(statement_, sql.c_str()) < 0 ? error_code() : 0;
+  }
+
+  std::string printed(const std::string &sql) {
+    return printed_by([&] { kld_api_exec_sql_char(statement_, sql.c_str()); });
+  }
+
+  // The rows as text, "1,a;2,b" with NULL as "-", or "error CODE".
+  std::string rows(const std::string &sql) {
+    std::string text;
+    const bool read = kld_api_pre_stmt_char(statement_, sql.c_str()) == 0 &&
+                      kld_api_exec_stmt(statement_) == 0 && fetch_all(text);
+    const int code = error_code();
+    kld_api_clear_stmt(statement_);
+    return read ? text : "error " + std::to_string(code);
+  }
+
+ private:
+  bool fetch_all(std::string &text) {
+    int32_t columns = 0;
+    if (kld_api_get_cols_count(statement_, &columns) != 0) return false;
+    int more;
+    while ((more = kld_api_fetch_stmt(statement_)) == 1) {
+      if (!text.empty()) text += ';';
+      for (int column = 1; column <= columns; ++column) {
+        char value[4096];
+        int32_t not_null = 0;
+        if (kld_api_get_data(statement_, column, TOVIK_CHAR, value, sizeof value, nullptr, &not_null) != 0)
+          return false;
+        if (column > 1) text += ',';
+        text += not_null != 0 ? value : "-";
+      }
+    }
+    return more == 0;
+  }
+
+  kld_stmt *statement_;
+};
+
+// A fresh database in a directory of its own (or in memory), open, with one session.
+class TestDatabase {
+ public:
+  explicit TestDatabase(const std::string &more_params = "")
+      : params_("NAME=t;PATH=" + directory_.path() + ";" + more_params) {
+    EXPECT_EQ(kld_api_create_db(params_.c_str()), 0) << error_code();
+    open();
+  }
+  ~TestDatabase() { close(); }
+  TestDatabase(const TestDatabase &) = delete;
+  TestDatabase &operator=(const TestDatabase &) = delete;
+
+  void open() {
+    db_ = kld_api_open_db(params_.c_str());
+    EXPECT_NE(db_, nullptr) << error_code();
+    session_ = db_ == nullptr ? nullptr : new Session(db_);
+  }
+  void close() {
+    delete session_;
+    session_ = nullptr;
+    kld_api_close_db(db_);
+    db_ = nullptr;
+  }
+  void reopen() {
+    close();
+    open();
+  }
+
+  kld_db *handle() { return db_; }
+  const std::string &params() const { return params_; }
+  const TempDir &directory() const { return directory_; }
+  Session &session() { return *session_; }
+  int run(const std::string &sql) { return session_->run(sql); }
+  std::string rows(const std::string &sql) { return session_->rows(sql); }
+  std::string printed(const std::string &sql) { return session_->printed(sql); }
+
+ private:
+  TempDir directory_;
+  std::string params_;
+  kld_db *db_ = nullptr;
+  Session *session_ = nullptr;
+};
+
+}  // namespace tovik::test
