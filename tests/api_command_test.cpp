@@ -1,0 +1,97 @@
+// The command interpreter: modes, the statement loop, its history.
+#include "api_support.h"
+
+using namespace tovik::test;
+
+namespace {
+
+class Command : public testing::Test {
+ protected:
+  // What the loop prints for an input text.
+  std::string loop(const std::string &input, bool interactive = false) {
+    FILE *in = tmpfile();
+    fwrite(input.data(), 1, input.size(), in);
+    rewind(in);
+    const std::string printed =
+        printed_by([&] { result = kld_cmd_exec(in, interactive ? 4 : 3, db.params().c_str(), nullptr); });
+    fclose(in);
+    return printed;
+  }
+
+  int result = 0;
+  Library library{"HVI_SQL_SEL_HDR=OFF"};
+  TestDatabase db;
+};
+
+TEST_F(Command, ModesCreateRunTestAndRemove) {
+  const TempDir directory;
+  const std::string params = "NAME=m;PATH=" + directory.path();
+  EXPECT_EQ(kld_cmd_exec(nullptr, 6, params.c_str(), nullptr), 0);
+  EXPECT_EQ(error_code(), 0);
+  EXPECT_EQ(kld_cmd_exec(nullptr, 0, params.c_str(), nullptr), 0);
+  EXPECT_EQ(kld_cmd_exec(nullptr, 6, params.c_str(), nullptr), 1);
+  const std::string again =
+      printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 0, params.c_str(), nullptr), -1); });
+  EXPECT_EQ(again.rfind("kld_db_create\n[1]:120101(0) ", 0), 0u) << again;
+  EXPECT_EQ(printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 2, params.c_str(), "ECHO 'hi'"), 0); }), "hi\n");
+  const std::string bad =
+      printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 2, params.c_str(), "nonsense"), -1); });
+  EXPECT_EQ(bad.rfind("kld_sql_call\n[1]:171001(0) ", 0), 0u) << bad;
+  EXPECT_EQ(kld_cmd_exec(nullptr, 1, params.c_str(), nullptr), 0);
+  EXPECT_EQ(kld_cmd_exec(nullptr, 6, params.c_str(), nullptr), 0);
+  EXPECT_EQ(printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 5, nullptr, nullptr), 0); }),
+            "Tovik version 4.0.12\n");
+}
+
+TEST_F(Command, CollectsStatementsOverLines) {
+  EXPECT_EQ(
+      loop("CREATE TABLE t (a int,\n b char(5));\nINSERT INTO t VALUES 1,\n'a;b';\nSELECT * FROM t\n;\n"),
+      "          1  a;b\n");
+  EXPECT_EQ(loop("SELECT /* a\ncomment; */ a FROM t;\n"), "          1\n");
+  EXPECT_EQ(loop("SELECT a FROM t;"), "") << "no line end: not run";
+  EXPECT_EQ(loop("  \n\nECHO 'x''\ny';\n"), "x' y\n");
+  EXPECT_EQ(loop("ECHO 'x'\n;\nquit\nECHO 'y';\n", true), "1* . x\n2* ");
+  EXPECT_EQ(result, 0);
+  const std::string failure = loop("SELECT nothing;\nECHO 'on';\n");
+  EXPECT_EQ(failure.rfind("[1]:171001(0) ", 0), 0u) << failure;
+  EXPECT_EQ(failure.substr(failure.size() - 3), "on\n");
+}
+
+TEST_F(Command, LeavesOnItsWordsOnly) {
+  for (const char *word : {"exit", "stop", "quit", "EXIT;", "Quit ;"}) {
+    EXPECT_EQ(loop(std::string(word) + "\nECHO 'after';\n"), "") << word;
+  }
+  EXPECT_EQ(loop("exit now\nECHO 'after';\n"), "extra characters after end of valid command\nafter\n");
+  EXPECT_EQ(loop("exitnow\nECHO 'after';\n"), "expecting a command\nafter\n");
+}
+
+TEST_F(Command, KeepsAHistoryOfThirtyTwo) {
+  std::string many;
+  for (int i = 1; i <= 40; ++i) many += "ECHO '" + std::to_string(i) + "';\n";
+  std::string all;
+  for (int i = 9; i <= 40; ++i) {
+    char line[64];
+    snprintf(line, sizeof line, "%4d ECHO '%d';\n", i, i);
+    all += line;
+  }
+  const std::string printed = loop(many + "rc all;\nrun 5;\nrc 7;\nrc 12;\nrun 12;\nrun;\nrc;\n");
+  const size_t listing = printed.find("40\n") + 3;
+  EXPECT_EQ(printed.substr(listing),
+            all +
+                "*** Error: invalid command\n*** Error: no command\n  12 ECHO '12';\n  12 ECHO '12';\n12\n"
+                "  41 ECHO '12';\n12\n  42 ECHO '12';\n");
+}
+
+TEST_F(Command, RunsSystemCommandsAndScripts) {
+  EXPECT_EQ(loop("! printf one\ndo printf two;\n!\nprintf three\n! ;\nrun;\n"),
+            "onetwothreeexpecting a system command\n   3   printf three\nthree");
+  const TempDir directory;
+  const std::string script = directory / "script.sql";
+  FILE *file = fopen(script.c_str(), "wb");
+  fputs("ECHO 'inside';\nexit\nECHO 'never';\n", file);
+  fclose(file);
+  EXPECT_EQ(loop("run '" + script + "';\nECHO 'outside';\nrun 'none';\n"),
+            "inside\noutside\nfopen error.'none'\n");
+}
+
+}  // namespace
