@@ -210,8 +210,9 @@ void insert_statement_in_transaction(benchmark::State &state) {
   fixture.run("BEGIN WORK");
   int i = 1000;
   for (auto _ : state) {
+    ++i;
     char sql[96];
-    snprintf(sql, sizeof sql, "INSERT INTO t VALUES %d, 'name of %d', 2.5", ++i, i);
+    snprintf(sql, sizeof sql, "INSERT INTO t VALUES %d, 'name of %d', 2.5", i, i);
     need(sql_execute_text(fixture.statement(), sql) == SqlResult::done, "insert");
   }
   fixture.run("ROLLBACK WORK");
@@ -224,8 +225,9 @@ void insert_statement_of_its_own(benchmark::State &state) {
   fill(fixture, 100);
   int i = 1000;
   for (auto _ : state) {
+    ++i;
     char sql[96];
-    snprintf(sql, sizeof sql, "INSERT INTO t VALUES %d, 'name of %d', 2.5", ++i, i);
+    snprintf(sql, sizeof sql, "INSERT INTO t VALUES %d, 'name of %d', 2.5", i, i);
     need(sql_execute_text(fixture.statement(), sql) == SqlResult::done, "insert");
   }
   state.SetItemsProcessed(state.iterations());
