@@ -84,7 +84,7 @@ TEST_F(Command, KeepsAHistoryOfThirtyTwo) {
 
 TEST_F(Command, RunsSystemCommandsAndScripts) {
   EXPECT_EQ(loop("! printf one\ndo printf two;\n!\nprintf three\n! ;\nrun;\n"),
-            "onetwothreeexpecting a system command\n   3   printf three\nthree");
+            "onetwothreeexpecting a system command\n   3  printf three\nthree");
   const TempDir directory;
   const std::string script = directory / "script.sql";
   FILE *file = fopen(script.c_str(), "wb");

@@ -201,20 +201,20 @@ TEST_F(Sql, UpdateAndDeleteReachTheRowsOfTheirCondition) {
 }
 
 TEST_F(Sql, ValuesAreStoredByTheirColumnsType) {
-  all_succeed({"CREATE TABLE t (i int, f float, d double, c varchar(30), b blob, day date, e decimal)"});
+  all_succeed({"CREATE TABLE t (i int, f float, d double, c varchar(30), b blob, dd date, e decimal)"});
   expect_codes({
       {"INSERT INTO t VALUES 7.9, 1, 2, 3, '0aFF', '20200229', 1.5", 0},
       {"INSERT INTO t SET c = 1.5, e = 12", 0},
       {"INSERT INTO t SET b = 5", 150001},
       {"INSERT INTO t SET b = 'xy'", 113013},
-      {"INSERT INTO t SET day = '2020-02-29'", 113011},
-      {"INSERT INTO t SET day = 20200301", 0},
+      {"INSERT INTO t SET dd = '2020-02-29'", 113011},
+      {"INSERT INTO t SET dd = 20200301", 0},
       {"INSERT INTO t SET c = 'a' || 'b'", 0},
       {"INSERT INTO t SET i = 3000000000.0", 113002},
       {"INSERT INTO t SET i = 1 / 0", 151001},
   });
   EXPECT_EQ(
-      db.rows("SELECT i, f, d, c, b, day, e FROM t"),
+      db.rows("SELECT i, f, d, c, b, dd, e FROM t"),
       "7,1,2,3,0aff,20200229,1.500000e+00;-,-,-,1.500000e+00,-,-,12;-,-,-,-,-,20200301,-;-,-,-,ab,-,-,-");
 }
 
@@ -272,6 +272,7 @@ TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
                "CREATE INDEX iab ON idx (a, b)", "CREATE INDEX ic ON idx (c)",
                "CREATE (1, 0) INDEX id ON idx (d)"});
   Random random;
+  all_succeed({"BEGIN WORK"});
   for (int k = 0; k < 300; ++k) {
     auto or_null = [&](const std::string &value) { return random.one_in(8) ? std::string("NULL") : value; };
     const std::string values =
@@ -283,6 +284,7 @@ TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
       ASSERT_EQ(db.run(std::string("INSERT INTO ") + table + " VALUES " + values), 0) << values;
     }
   }
+  all_succeed({"COMMIT WORK"});
   const char *conditions[] = {"a = 3",
                               "a = '3'",
                               "a = 3.0",
@@ -369,12 +371,11 @@ TEST_F(Sql, PrintsResultsInColumns) {
   EXPECT_EQ(db.printed("SELECT n, c FROM t"), "   n  c\n   5  あい\n  -7  " + std::string(6, ' ') + "\n");
   EXPECT_EQ(db.printed("SELECT c, n FROM t"),
             "c          n\nあい       5\n" + std::string(6, ' ') + "    -7\n");
-  EXPECT_EQ(db.printed("SELECT x, n FROM t WHERE n = 5"), "x        n\n1234     5\n5678      \n");
-  EXPECT_EQ(db.printed("SELECT b, n FROM t WHERE n = 5"), "b         n\n01 02     5\n03 04      \n");
+  EXPECT_EQ(db.printed("SELECT x, n FROM t WHERE n = 5"), "x        n\n1234     5\n5678  \n");
+  EXPECT_EQ(db.printed("SELECT b, n FROM t WHERE n = 5"), "b         n\n01 02     5\n03 04  \n");
   all_succeed({"SET HVI_SQL_SEL_HDR 'OFF'", "SET HVI_SQL_SEL_SEP ','", "SET HVI_SQL_SEL_NUL_STR 'NULL'"});
   EXPECT_EQ(db.printed("SELECT c, n FROM t WHERE n = -7"), "  NULL,  -7\n");
   EXPECT_EQ(db.printed("SELECT c, n FROM t DUMP INTO 'file'"), "あい,5\n  NULL,-7\n");
-  EXPECT_EQ(db.printed("TEST_STMT 1 + 2, 'a' || 'b', 7 / 2, 1.5 * 2, 1e0 * 3"), "");
   EXPECT_EQ(db.printed("TEST_STMT 1 + 2, 'a' || 'b', 7 / 2, 1.5 * 2, 1.0e0 * 3"),
             "3,ab,3,3.00,3.00000000000000e+00\n");
   EXPECT_EQ(db.printed("ECHO 'hello'"), "hello\n");

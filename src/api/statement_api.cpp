@@ -238,15 +238,13 @@ int kld_api_get_cols_desc(kld_stmt *stmt, int column, char *name, int name_size,
   if (result == nullptr) return -1;
   const Column *source = result->kind == ResultKind::column ? result->column.column : nullptr;
   if (name != nullptr) {
-    char text[64] = "";
-    if (result->expression_number > 0) {
-      snprintf(text, sizeof text, "EXPRESSION_%d", result->expression_number);
-    } else if (source != nullptr) {
-      snprintf(text, sizeof text, "%s", source->name);
-    }
-    const int length = static_cast<int>(strlen(text));
-    if (length > name_size - 1) return failure(status::value_buffer_small);
-    memcpy(name, text, static_cast<size_t>(length) + 1);
+    char expression[32];
+    snprintf(expression, sizeof expression, "EXPRESSION_%d", result->expression_number);
+    const char *text = source != nullptr               ? source->name
+                       : result->expression_number > 0 ? expression
+                                                       : result->label;
+    if (static_cast<int>(strlen(text)) > name_size - 1) return failure(status::value_buffer_small);
+    memcpy(name, text, strlen(text) + 1);
   }
   put(declared_type, source != nullptr ? source->type : result->type);
   put(value_type, source != nullptr ? handed_out_type(source->type) : result->type);

@@ -22,6 +22,15 @@ int table_count(const TableAccess *tables) {
 
 // ---- the join ----
 
+// Every table but the innermost stands on its first row afterwards. end: one of them has none.
+RowFetch start_join(TableAccess *tables) {
+  for (; tables->next != nullptr; tables = tables->next) {
+    const RowFetch first = access_next(*tables);
+    if (first != RowFetch::row) return first;
+  }
+  return RowFetch::row;
+}
+
 // The next combination of access and the tables inside it. An exhausted table is before its first row again.
 RowFetch next_combination(TableAccess &access) {
   if (access.next == nullptr) return access_next(access);
@@ -30,16 +39,9 @@ RowFetch next_combination(TableAccess &access) {
     if (inner != RowFetch::end) return inner;
     const RowFetch outer = access_next(access);
     if (outer != RowFetch::row) return outer;
+    const RowFetch restarted = start_join(access.next);
+    if (restarted != RowFetch::row) return restarted;
   }
-}
-
-// Every table but the innermost stands on its first row.
-RowFetch start_join(TableAccess *tables) {
-  for (; tables->next != nullptr; tables = tables->next) {
-    const RowFetch first = access_next(*tables);
-    if (first != RowFetch::row) return first;
-  }
-  return RowFetch::row;
 }
 
 RowFetch join_next(Cursor &cursor) {
@@ -142,30 +144,33 @@ Value value_of_form(TypeCode type, const void *form) {
 
 // ---- materialized results ----
 
+// The row being stored: its values, their exchange forms (which may point into the values), its row numbers.
 struct RowBuffers {
-  const void **values;
+  Value *values;
+  const void **forms;
   RowNo *positions;
 };
 
 bool allocate_buffers(MemoryPool &pool, int values, int positions, RowBuffers *buffers) {
-  buffers->values = memory_pool_new<const void *>(pool, values > 0 ? values : 1);
+  buffers->values = memory_pool_new<Value>(pool, values > 0 ? values : 1);
+  buffers->forms = memory_pool_new<const void *>(pool, values > 0 ? values : 1);
   buffers->positions = memory_pool_new<RowNo>(pool, positions > 0 ? positions : 1);
-  return buffers->values != nullptr && buffers->positions != nullptr;
+  return buffers->values != nullptr && buffers->forms != nullptr && buffers->positions != nullptr;
 }
 
 bool store_sort_row(Cursor &cursor, const RowBuffers &buffers) {
   const CursorRequest &request = cursor.request;
   for (int i = 0; i < request.order_count; ++i) {
     const ColumnRef &key = request.order[i].column;
-    Value value;
+    Value &value = buffers.values[i];
     if (!row_handle_value(*key.row, *key.column, &value)) return false;
-    if (!exchange_form(*request.context.pool, value, key.column->type, &buffers.values[i])) return false;
+    if (!exchange_form(*request.context.pool, value, key.column->type, &buffers.forms[i])) return false;
   }
   int table = 0;
   for (const TableAccess *access = request.context.tables; access != nullptr; access = access->next) {
     buffers.positions[table++] = access->handle->row;
   }
-  return sort_store_row(*cursor.sorted, buffers.values, buffers.positions);
+  return sort_store_row(*cursor.sorted, buffers.forms, buffers.positions);
 }
 
 bool sort_rows(Cursor &cursor) {
@@ -216,12 +221,12 @@ bool collect_distinct(Cursor &cursor) {
     if (fetched == RowFetch::failed) return false;
     if (fetched == RowFetch::end) break;
     for (int i = 0; i < request.column_count; ++i) {
-      Value value;
+      Value &value = buffers.values[i];
       if (!row_value(cursor, request.columns[i], EvalMode::row, &value)) return false;
-      if (!exchange_form(*request.context.pool, value, request.columns[i].type, &buffers.values[i]))
+      if (!exchange_form(*request.context.pool, value, request.columns[i].type, &buffers.forms[i]))
         return false;
     }
-    if (!sort_store_row(*cursor.results, buffers.values, nullptr)) return false;
+    if (!sort_store_row(*cursor.results, buffers.forms, nullptr)) return false;
   }
   cursor.next_row = 0;
   return sort_remove_duplicates(*cursor.results);
@@ -246,15 +251,14 @@ bool collect_aggregates(Cursor &cursor) {
   if (!each_qualifying(cursor, [&cursor] { return fold_row(cursor); })) return false;
   RowBuffers buffers;
   if (!create_results(cursor, &buffers)) return false;
-  Value *values = memory_pool_new<Value>(*request.context.pool, request.column_count);
-  if (values == nullptr) return false;
   for (int i = 0; i < request.column_count; ++i) {
-    values[i].flags = value_null;
+    Value &value = buffers.values[i];
+    value.flags = value_null;
     const ResultColumn &column = request.columns[i];
-    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::total, &values[i])) return false;
-    if (!exchange_form(*request.context.pool, values[i], column.type, &buffers.values[i])) return false;
+    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::total, &value)) return false;
+    if (!exchange_form(*request.context.pool, value, column.type, &buffers.forms[i])) return false;
   }
-  return sort_store_row(*cursor.results, buffers.values, nullptr);
+  return sort_store_row(*cursor.results, buffers.forms, nullptr);
 }
 
 // ---- delivery ----

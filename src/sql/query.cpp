@@ -167,8 +167,9 @@ bool read_order(Query &query, const Node *item) {
     const Node &name = *item->second;
     const bool qualified = name.kind == node::qualified_column;
     ColumnRef found;
+    TableAccess *access;
     if (!column_lookup(query.tables, qualified ? node_name(name) : nullptr,
-                       qualified ? node_second_name(name) : node_name(name), &found, nullptr)) {
+                       qualified ? node_second_name(name) : node_name(name), &found, &access)) {
       return false;
     }
     if (query.order_count == order_key_limit) return fail(status::too_many_order_keys);

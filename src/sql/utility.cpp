@@ -12,20 +12,6 @@ namespace tovik {
 
 namespace {
 
-class TableHold {
- public:
-  explicit TableHold(Table *table) : table_(table) {}
-  ~TableHold() {
-    if (table_ != nullptr) table_close(table_);
-  }
-  TableHold(const TableHold &) = delete;
-  TableHold &operator=(const TableHold &) = delete;
-  Table *get() const { return table_; }
-
- private:
-  Table *table_;
-};
-
 // ---- DESCRIBE ----
 
 void print_attribute(const Column &column) {
