@@ -122,7 +122,8 @@ TEST_F(Sql, InsertMatchesValuesToColumns) {
   expect_codes({
       {"INSERT INTO t VALUES 1, 'a', 2, 'b'", 0},
       {"INSERT INTO t VALUES 1, 'a', 2", 172005},
-      {"INSERT INTO t (b, a) VALUES ('c', 3, 'd', 4)", 0},
+      {"INSERT INTO t (b, a) VALUES ('c', 3), 'd', 4", 0},
+      {"INSERT INTO t VALUES (1, 'a'), (2, 'b')", 171001},
       {"INSERT INTO t (a, b) VALUES 1", 172008},
       {"INSERT INTO t (a, a) VALUES 1, 2", 172007},
       {"INSERT INTO t (a, z) VALUES 1, 2", 172006},

@@ -294,8 +294,7 @@ RowFetch result_next(Cursor &cursor) {
 // 172019 for an aggregate over DISTINCT arguments.
 bool supported(const CursorRequest &request) {
   for (int i = 0; i < request.column_count; ++i) {
-    if (is_aggregate(request.columns[i]) && request.columns[i].distinct_arguments)
-      return fail(status::unsupported);
+    if ((request.columns[i].flags & value_distinct) != 0) return fail(status::unsupported);
   }
   return true;
 }

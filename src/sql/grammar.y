@@ -55,6 +55,12 @@ Node *list_append(Node *last, Node *item) {
   item->first = last->first;
   return last->first = item;
 }
+Node *list_join(Node *last, Node *other_last) {
+  Node *head = last->first;
+  last->first = other_last->first;
+  other_last->first = head;
+  return other_last;
+}
 Node *list_close(Node *last) {
   if (last == nullptr) return nullptr;
   Node *head = last->first;
@@ -185,7 +191,7 @@ Node *select_item(MemoryPool &pool, Node *expression, Node *alias) {
 %type <node> statement alter_action alter_actions column_items column_item column_definition column_type type_params
 %type <node> options option opt_options option_value index_kind index_base column_names table table_refs table_ref
 %type <node> query opt_where select_items select_item select_list order_items order_item opt_order opt_file
-%type <node> column_ref column_refs source values value_list value_group assignments assignment literal opt_literal
+%type <node> column_ref column_refs source values value_list values_by_expr values_by_group value_group assignments assignment literal opt_literal
 %type <node> condition predicate expr function_call info_items test_items index_columns column_adds column_add
 %type <text> alias
 %type <number> integer opt_all opt_not_null opt_auto opt_distinct direction opt_not bound match_op comp_op quantifier
@@ -376,14 +382,22 @@ assignments:
   | assignments ',' assignment     { $$ = list_append($1, $3); }
   ;
 assignment: IDENT to_or_equal expr { MAKE($$, assignment_node(POOL, $1, $3)); } ;
-value_list:
+/* Parentheses only group: the list is flat. Two groups never stand side by side. */
+value_list: values_by_expr { $$ = $1; } | values_by_group { $$ = $1; } ;
+values_by_expr:
+    expr                           { MAKE($$, list_start(item_of(POOL, node::value_item, $1))); }
+  | values_by_expr ',' expr        { MAKE($$, list_append($1, item_of(POOL, node::value_item, $3))); }
+  | values_by_group ',' expr       { MAKE($$, list_append($1, item_of(POOL, node::value_item, $3))); }
+  ;
+values_by_group:
     value_group                    { $$ = $1; }
-  | value_list ',' value_group
-        { Node *head = $1->first; $1->first = $3->first; $3->first = head; $$ = $3; }
+  | values_by_expr ',' value_group { $$ = list_join($1, $3); }
   ;
 value_group:
-    expr                           { MAKE($$, list_start(item_of(POOL, node::value_item, $1))); }
-  | '(' value_list ',' expr ')'    { MAKE($$, list_append($2, item_of(POOL, node::value_item, $4))); }
+    '(' values_by_expr ',' expr ')'
+        { MAKE($$, list_append($2, item_of(POOL, node::value_item, $4))); }
+  | '(' values_by_group ',' expr ')'
+        { MAKE($$, list_append($2, item_of(POOL, node::value_item, $4))); }
   ;
 
 literal:

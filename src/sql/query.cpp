@@ -77,13 +77,6 @@ bool all_columns(Query &query) {
   return true;
 }
 
-bool has_distinct_arguments(const Node *expression) {
-  if (expression == nullptr) return false;
-  if (expression->kind == node::function_call && expression->flags != 0) return true;
-  return has_distinct_arguments(expression->first) || has_distinct_arguments(expression->second) ||
-         has_distinct_arguments(expression->third);
-}
-
 ResultKind kind_of(const Node &expression) {
   switch (expression.kind) {
     case value_kind::column:
@@ -134,7 +127,6 @@ bool read_item(Query &query, const Node &item, ResultColumn &result, int *expres
     if (!named) result.expression_number = ++*expression_count;
   }
   if ((value.flags & value_aggregate) != 0) ++query.aggregate_count;
-  result.distinct_arguments = has_distinct_arguments(item.third);
   if (!label_item(query, item, value, result)) return false;
   print_format_column(result, compact(query));
   return true;

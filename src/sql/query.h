@@ -22,8 +22,7 @@ struct ResultColumn {
   ColumnRef column;         // kind column: the table column and its handle
   Node *expression;         // other kinds
   TypeCode type;            // of the value (a column: its declared type)
-  uint16_t flags;           // value_decimal, value_aggregate
-  bool distinct_arguments;  // an aggregate over DISTINCT
+  uint16_t flags;    // value_decimal, value_aggregate, value_distinct
   const char *label;
   int expression_number;  // from 1 over computed items without alias, else 0
   int width;              // print columns
