@@ -1,4 +1,7 @@
 // SQL through the exported functions: statements in, rows and codes out.
+#include <algorithm>
+#include <set>
+#include <sstream>
 #include <vector>
 
 #include "api_support.h"
@@ -362,6 +365,41 @@ TEST_F(Sql, RowNumbersAddressRows) {
                                      std::string("4294967295"), std::string("99999999999")}) {
     EXPECT_EQ(db.rows("SELECT a FROM t WHERE rowid = " + nowhere), "") << nowhere;
   }
+}
+
+// Whatever number is asked for, a row is found exactly when it has that number; pages that only an open
+// transaction has, and pages that went with a rollback, included.
+TEST_F(Sql, RandomNumbersAreRowsOnlyWhenARowHasThem) {
+  all_succeed({"CREATE TABLE t (a int, s char(40))", "CREATE TABLE other (a int, s char(33))"});
+  Random random;
+  auto fill = [&](int rows) {
+    std::string values;
+    for (int i = 0; i < rows; ++i) values += (i == 0 ? "" : ", ") + std::string("65, 'AAAAAAAAAAAAAAAAAAAA'");
+    ASSERT_EQ(db.run("INSERT INTO t VALUES " + values), 0);
+    ASSERT_EQ(db.run("INSERT INTO other VALUES " + values), 0);
+  };
+  auto check = [&] {
+    std::set<uint32_t> numbers;
+    std::istringstream list(db.rows("SELECT rowid FROM t"));
+    for (std::string number; std::getline(list, number, ';');)
+      numbers.insert(static_cast<uint32_t>(std::stoul(number)));
+    const uint32_t low = *numbers.begin() - 9000, span = *numbers.rbegin() - low + 9000;
+    for (int i = 0; i < 200; ++i) {
+      uint32_t number = low + static_cast<uint32_t>(random.below(static_cast<int>(span)));
+      if (random.one_in(3)) number = *numbers.lower_bound(std::min(number, *numbers.rbegin()));
+      EXPECT_EQ(db.rows("SELECT a FROM t WHERE rowid = " + std::to_string(number)),
+                numbers.count(number) != 0 ? "65" : "")
+          << number;
+    }
+  };
+  fill(200);
+  check();
+  all_succeed({"BEGIN WORK"});
+  fill(300);
+  check();
+  all_succeed({"ROLLBACK WORK"});
+  fill(100);
+  check();
 }
 
 // ---- printing ----

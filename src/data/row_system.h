@@ -8,6 +8,7 @@
 #pragma once
 
 #include "data/handle_state.h"
+#include "platform/array.h"
 #include "storage/storage_manager.h"
 
 namespace tovik {
@@ -36,6 +37,16 @@ struct AutoIncrement {
   int32_t step;  // 1 to 65535
 };
 
+// The pages known so far, ascending by block (row_directory.cpp).
+struct RowPage {
+  BlockNo block;
+  uint32_t ordinal;  // place in the chain, from 0
+};
+struct RowDirectory {
+  Array<RowPage> pages;
+  BlockNo first, last;  // of the pages known, in chain order
+};
+
 struct RowSystem {
   StorageManager *sm;
   RowNo number;          // row number of the descriptor
@@ -47,6 +58,7 @@ struct RowSystem {
   AutoIncrement autoinc[tran_level_limit + 1];
   bool counters_changed[tran_level_limit + 1];  // the level's set differs from its record
   bool autoinc_changed[tran_level_limit + 1];
+  RowDirectory directory;
   HandleState state;
   RowSystem *next;  // list of the storage manager, newest first
 };
@@ -97,6 +109,10 @@ enum class RowRead { active, deleted, failed };
 [[nodiscard]] RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length, RowNo *next);
 // The first length bytes of a variable value, following the links from row. 30010, 30014, 30031.
 [[nodiscard]] bool row_read_variable(RowSystem &rows, RowNo row, void *buffer, int length);
+
+// Is row the number of a slot that was ever allocated? For numbers that come from outside: every other
+// operation trusts its row number. 30007, 30009, 1.
+[[nodiscard]] bool row_names_slot(RowSystem &rows, RowNo row, bool *names);
 
 // 1 when row is the first slot of the stream. 30008.
 [[nodiscard]] bool row_previous(RowSystem &rows, RowNo row, RowNo *previous);

@@ -48,20 +48,14 @@ RowFetch next_scanned(TableAccess &access) {
   return fetched;
 }
 
-// A number that comes from the statement may name anything. Bytes in the middle of a record could look like a
-// row, so only a number that a scan meets is read.
+// A number that comes from the statement may name anything: bytes in the middle of a record could look like a
+// row.
 RowFetch next_by_rowid(TableAccess &access) {
   if (access.next_row != 0 || access.rowid == 0) return RowFetch::end;
   access.next_row = 1;
-  RowScan scan;
-  row_scan_start(scan, *access.handle->table->rows);
-  for (;;) {
-    RowNo row = 0;
-    const RowFetch fetched = row_scan_next(scan, access.handle->record, 0, &row);
-    if (fetched != RowFetch::row) return fetched;
-    if (row == access.rowid) break;
-  }
-  row_scan_pause(scan);
+  bool names;
+  if (!row_names_slot(*access.handle->table->rows, access.rowid, &names)) return RowFetch::failed;
+  if (!names) return RowFetch::end;
   switch (row_handle_read(*access.handle, access.rowid)) {
     case RowLoad::loaded:
       return RowFetch::row;
