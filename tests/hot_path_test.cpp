@@ -1,0 +1,101 @@
+// What a row costs beside its work: a fetch takes nothing from the general heap, and a result of any length
+// needs as much of the statement's pool as one row.
+#include "api/library.h"
+#include "data/database.h"
+#include "sql/statement.h"
+#include "support.h"
+
+namespace tovik::test {
+namespace {
+
+int heap_calls = 0;
+void *(*real_alloc)(size_t);
+void *(*real_realloc)(void *, size_t);
+
+void *counting_alloc(size_t size) {
+  ++heap_calls;
+  return real_alloc(size);
+}
+void *counting_realloc(void *block, size_t size) {
+  ++heap_calls;
+  return real_realloc(block, size);
+}
+
+class HotPath : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(library_start(""));
+    db = db_create(("NAME=h;PATH=" + directory.path() + ";CACHE_SIZE_DAT=256;CACHE_SIZE_TRN=256").c_str());
+    ASSERT_NE(db, nullptr);
+    statement = sql_create(db);
+    real_alloc = memory_table.mem_alloc;
+    real_realloc = memory_table.mem_realloc;
+    memory_table.mem_alloc = counting_alloc;
+    memory_table.mem_realloc = counting_realloc;
+    run("CREATE TABLE t (id int, s char(20), x text(20, 4, 20), d double)");
+    run("CREATE UNIQUE INDEX ti ON t (id)");
+    run("BEGIN WORK");
+    for (int i = 0; i < 1000; ++i) {
+      const std::string id = std::to_string(i);
+      run("INSERT INTO t VALUES " + id + ", 'name " + id + "', 'a text of more than four bytes', 1.5");
+    }
+    run("COMMIT WORK");
+  }
+  void TearDown() override {
+    memory_table.mem_alloc = real_alloc;
+    memory_table.mem_realloc = real_realloc;
+    sql_destroy(statement);
+    db_close(db);
+    library_end();
+  }
+  void run(const std::string &sql) {
+    ASSERT_EQ(sql_execute_text(*statement, sql.c_str()), SqlResult::done) << sql;
+  }
+
+  // Heap calls and pool bytes that the rows after the tenth take; every value of every row is read.
+  void fetch_all(const char *sql, int expected_rows) {
+    SCOPED_TRACE(sql);
+    ASSERT_EQ(sql_prepare(*statement, sql, true), SqlResult::done);
+    ASSERT_TRUE(sql_execute(*statement));
+    int rows = 0, most_used = 0;
+    while (sql_fetch(*statement) == RowFetch::row) {
+      for (int column = 0; column < statement->query->column_count; ++column) {
+        Value value;
+        ASSERT_TRUE(cursor_value(*statement->query->cursor, statement->query->columns[column], &value));
+      }
+      if (++rows == 10) {
+        heap_calls = 0;
+        most_used = statement->pool->used;
+      }
+      EXPECT_LE(rows > 10 ? statement->pool->used : 0, most_used + 64);
+    }
+    EXPECT_EQ(rows, expected_rows);
+    EXPECT_EQ(rows > 10 ? heap_calls : 0, 0);
+    sql_clear(*statement);
+  }
+
+  TempDir directory;
+  Database *db = nullptr;
+  Statement *statement = nullptr;
+};
+
+TEST_F(HotPath, FetchingARowTakesNothingFromTheHeap) {
+  fetch_all("SELECT * FROM t", 1000);
+  fetch_all(
+      "SELECT id, UPPER(s) || x, d * 2 FROM t WHERE s LIKE 'name%' AND d + id > 0 AND LENGTH(x) IN (30, 31)",
+      1000);
+  fetch_all("SELECT a.id FROM t a, t b WHERE a.id = 5 AND b.s || 'x' <> a.s", 1000);
+  fetch_all("SELECT s FROM t WHERE id BETWEEN 100 AND 899", 800);
+  fetch_all("SELECT s, x FROM t ORDER BY id DESC", 1000);
+  fetch_all("SELECT DISTINCT s, d FROM t", 1000);
+}
+
+// The temporaries of a thousand rows would exceed the pool's 100 KB.
+TEST_F(HotPath, AStatementOfManyRowsTakesThePoolOfOne) {
+  run("UPDATE t SET s = s || 'x', d = d + LENGTH(s || x) WHERE LENGTH(s || s) > 0");
+  run("DELETE FROM t WHERE LENGTH(s || x || s) > 0 AND id < 999");
+  fetch_all("SELECT s FROM t", 1);
+}
+
+}  // namespace
+}  // namespace tovik::test
