@@ -24,6 +24,7 @@ Database *db_new(const char *params) {
   Database *db = mem_new<Database>();
   if (db == nullptr) return fail_null(status::out_of_memory);
   for (ReadHold &hold : db->holds) hold.thread = no_thread;
+  for (ThreadId &thread : db->owed) thread = no_thread;
   db->lock = system_driver.lock_create();
   db->tables_lock = system_driver.lock_create();
   if (db->lock == nullptr || db->tables_lock == nullptr)

@@ -26,6 +26,7 @@ struct Database {
   Lock *tables_lock;  // guards the open-table list
   Table *tables;
   ReadHold holds[lock_table_size];
+  ThreadId owed[lock_table_size];  // threads whose last release failed: it is repeated before the next grant
   bool reload_pending;  // what is cached from the DAT part must be read again at the next lock grant
 };
 

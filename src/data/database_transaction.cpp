@@ -8,6 +8,8 @@
 //   3. What is cached from the DAT part is read again before the first grant after another process's commit
 //      is used; a reading that fails half way is repeated at the next grant (reload_pending).
 //   4. Nobody sleeps inside db.lock.
+//   5. A thread in owed holds a level that it has given back: whoever asks for a lock next repeats the
+//      release, and the thread itself gets nothing before that succeeds.
 #include "data/database.h"
 #include "frame/env.h"
 #include "frame/error.h"
@@ -50,6 +52,42 @@ bool hold_add(Database &db, ThreadId thread) {
   return true;
 }
 
+// --- Giving levels back; under db.lock
+// ----------------------------------------------------------------------------------------
+
+ThreadId *owed_entry(Database &db, ThreadId thread) {
+  for (ThreadId &entry : db.owed)
+    if (entry == thread) return &entry;
+  return nullptr;
+}
+
+bool release(Database &db, ThreadId thread, Unlock how) {
+  if (lm_unlock(*db.storage->lm, thread, how)) return true;
+  ThreadId *entry = owed_entry(db, thread);
+  if (entry == nullptr) entry = owed_entry(db, no_thread);
+  if (entry != nullptr) *entry = thread;
+  return false;
+}
+
+bool release_again(Database &db, ThreadId *entry) {
+  const Unlock how = hold_of(db, *entry) == nullptr ? Unlock::all : Unlock::to_shared;
+  if (!lm_unlock(*db.storage->lm, *entry, how)) return false;
+  *entry = no_thread;
+  return true;
+}
+
+// False when the thread's own release fails again.
+bool settle_releases(Database &db, ThreadId thread) {
+  const LockGuard guard(db.lock);
+  for (ThreadId &entry : db.owed) {
+    if (entry == no_thread || entry == thread) continue;
+    ErrorScope not_the_callers;
+    (void)release_again(db, &entry);
+  }
+  ThreadId *own = owed_entry(db, thread);
+  return own == nullptr || release_again(db, own);
+}
+
 // --- What a grant brings with it; under db.lock
 // -------------------------------------------------------------
 
@@ -73,7 +111,7 @@ LockResult complete_copy(Database &db, ThreadId thread, DbLock mode) {
   if (result != LockResult::granted) return result;
   if (!tm_recover(*db.storage->tm)) return LockResult::failed;
   db.reload_pending = true;
-  if (!follow_commits(db) || !lm_unlock(lm, thread, Unlock::to_shared)) return LockResult::failed;
+  if (!follow_commits(db) || !release(db, thread, Unlock::to_shared)) return LockResult::failed;
   return mode == DbLock::read ? LockResult::granted : lm_lock(lm, thread, LockLevel::reserved, false);
 }
 
@@ -93,6 +131,7 @@ LockResult follow_grant(Database &db, ThreadId thread, DbLock mode) {
 
 LockResult try_lock(Database &db, ThreadId thread, DbLock mode) {
   LockManager &lm = *db.storage->lm;
+  if (!settle_releases(db, thread)) return LockResult::failed;
   const bool held = lm_holds(lm, thread);
   const LockLevel level = mode == DbLock::read ? LockLevel::shared : LockLevel::reserved;
   LockResult result = lm_lock(lm, thread, level, false);
@@ -102,7 +141,7 @@ LockResult try_lock(Database &db, ThreadId thread, DbLock mode) {
     result = follow_grant(db, thread, mode);
   if (result == LockResult::granted && mode == DbLock::read && !hold_add(db, thread))
     result = LockResult::failed;
-  if (result != LockResult::granted && !lm_unlock(lm, thread, held ? Unlock::to_shared : Unlock::all))
+  if (result != LockResult::granted && !release(db, thread, held ? Unlock::to_shared : Unlock::all))
     result = LockResult::failed;
   return result;
 }
@@ -122,13 +161,12 @@ LockResult db_lock(Database &db, ThreadId thread, DbLock mode) {
 bool db_unlock(Database &db, ThreadId thread, DbLock mode) {
   if (lock_disabled(db)) return true;
   const LockGuard guard(db.lock);
-  LockManager &lm = *db.storage->lm;
   ReadHold *hold = hold_of(db, thread);
-  if (mode == DbLock::write) return lm_unlock(lm, thread, hold == nullptr ? Unlock::all : Unlock::to_shared);
+  if (mode == DbLock::write) return release(db, thread, hold == nullptr ? Unlock::all : Unlock::to_shared);
   if (hold == nullptr) return fail(status::lock_no_entry);
   if (--hold->count > 0) return true;
   hold->thread = no_thread;
-  return lm_unlock(lm, thread, Unlock::readers_only);
+  return release(db, thread, Unlock::readers_only);
 }
 
 bool db_read_begin(Database &db, ThreadId thread) {
@@ -206,6 +244,7 @@ DbStart db_start(Database &db, ThreadId thread, bool allow_nested) {
     err_set(status::transaction_not_owned);
     return DbStart::failed;
   }
+  if (!lock_disabled(db) && !settle_releases(db, thread)) return DbStart::failed;
   if (holds_write(db, thread)) return start_again(db, thread, allow_nested);
   for (int tries = 0; tries <= db.params->begin_retry; ++tries) {
     if (tries > 0) sleep_between_tries(db.params->begin_sleep);
@@ -250,6 +289,7 @@ bool db_rollback(Database &db, ThreadId thread) {
 // --------------------------------------------------------------------------
 
 DbStart db_direct_begin(Database &db, ThreadId thread) {
+  if (!lock_disabled(db) && !settle_releases(db, thread)) return DbStart::failed;
   if (db.storage->tm == nullptr || holds_write(db, thread) || db_in_transaction(db, thread))
     return DbStart::nested;
   switch (db_lock(db, thread, DbLock::write)) {
