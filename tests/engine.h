@@ -1,0 +1,86 @@
+// The engine as the fault tests use it: the library started for a scope, a database open for a scope, SQL in
+// and status codes out, the whole content of a database as one text, and the agreement of everything inside
+// it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "fault_driver.h"
+#include "frame/status.h"
+#include "kld_api.h"
+
+namespace tovik {
+struct Database;
+}
+
+namespace tovik::test {
+
+// The library, started with settings such as "HVI_TRAN_HISTORY=0" until the end of the scope.
+class Engine {
+ public:
+  explicit Engine(const std::string &settings);
+  ~Engine() { kld_api_end(); }
+  Engine(const Engine &) = delete;
+  Engine &operator=(const Engine &) = delete;
+};
+
+// The first status that the calling thread's last call recorded, 0 for none.
+StatusCode first_status();
+
+// An open database with one statement, both closed at the end of the scope.
+class Session {
+ public:
+  explicit Session(const std::string &params);
+  explicit Session(Session *other);  // a further statement on the database that other has open and keeps open
+  ~Session();
+  Session(const Session &) = delete;
+  Session &operator=(const Session &) = delete;
+
+  bool open() const { return statement_ != nullptr; }
+  StatusCode open_status() const { return open_status_; }
+
+  StatusCode run(const std::string &sql);  // 0, or the first status of the failure; -1: failed without one
+  // Appends a line "v1|v2|..." for each row; NULL is "~".
+  StatusCode query(const std::string &sql, std::string *rows);
+
+  Database &database() const;
+
+ private:
+  StatusCode fetch_all(std::string *rows);
+
+  kld_db *db_ = nullptr;
+  bool owns_db_ = true;
+  kld_stmt *statement_ = nullptr;
+  StatusCode open_status_ = 0;
+};
+
+// Every table with its columns, its indices and its rows in their order, as the calling thread sees them,
+// long runs of one character by their length; or
+// "error N" in place of what cannot be read.
+std::string database_text(Session &session);
+
+// Whether everything inside agrees: each index holds exactly the keys of the table's rows and finds each of
+// them; the free list is whole; every block belongs to exactly one owner. "" or the first thing wrong. For a
+// database without open transaction.
+std::string database_fault(Session &session);
+
+using Statements = std::vector<std::string>;
+Statements operator+(Statements a, const Statements &b);
+
+// Creates the database and runs the statements on it; fails the test when one fails.
+void create_database(const std::string &params, const Statements &statements);
+
+// What such a database leaves on the disk of the fault driver.
+DiskImage made_database(const std::string &params, const Statements &statements);
+
+// The tables on which most tests work: person (id, name, note) with two indices, and its rows with ids from
+// `from` on, whose notes are of all lengths up to 90 bytes.
+Statements schema();
+Statements person_rows(int from, int count);
+
+// A statement on the tables p0 to p2 and the index names i0 to i3: a change of rows, mostly, or of the
+// schema. It may fail: nothing says that the table is there.
+std::string random_statement(Random &random);
+
+}  // namespace tovik::test
