@@ -1,0 +1,52 @@
+// SQL texts, one a line, against a small database that starts anew for every input.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "engine.h"
+#include "platform/platform.h"
+
+using namespace tovik::test;
+
+namespace {
+
+const std::string database = "NAME=t;DRV_NO=101;BLOCK_SIZE=1024;CACHE_RTS=0";
+
+int silent_print(const char *, ...) {
+  return 0;
+}
+
+const DiskImage &prepared() {
+  static const DiskImage image = [] {
+    fault_driver::install();
+    tovik::system_driver.print = silent_print;
+    static const Engine engine("HVI_TRAN_HISTORY=0;HVI_SQL_BUF_SIZE=65536");
+    return made_database(database, schema() + person_rows(0, 5) +
+                                       Statements{"CREATE TABLE t (a bigint, b double, c date, d blob)",
+                                                  "CREATE INDEX t_a ON t (a)",
+                                                  "INSERT INTO t VALUES 1, 2.5, '20240229', '01ab'"});
+  }();
+  return image;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  fault_driver::load(prepared());
+  Session session(database);
+  const std::string text(reinterpret_cast<const char *>(data), size);
+  std::string rows;
+  for (size_t begin = 0; begin < text.size();) {
+    const size_t end = std::min(text.find('\n', begin), text.size());
+    const std::string sql = text.substr(begin, end - begin);
+    // A query is fetched every other time, so that both ways are taken.
+    if (begin % 2 == 0)
+      (void)session.run(sql);
+    else
+      (void)session.query(sql, &rows);
+    begin = end + 1;
+  }
+  (void)session.run("ROLLBACK TRANSACTION");
+  if (!database_fault(session).empty()) __builtin_trap();
+  return 0;
+}
