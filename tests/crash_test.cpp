@@ -1,0 +1,285 @@
+// The machine stops at every call that changes the disk; whatever it leaves, the database opens again with
+// exactly the state before or after the change in progress, and everything inside agrees.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <set>
+
+#include "engine.h"
+#include "fault_driver.h"
+
+namespace tovik::test {
+namespace {
+
+const std::string database = "NAME=t;DRV_NO=101;BLOCK_SIZE=1024;";
+const std::string small_caches = database + "CACHE_SIZE_DAT=6;CACHE_SIZE_TRN=6";
+const std::string large_caches = database + "CACHE_SIZE_DAT=1000;CACHE_SIZE_TRN=1000";
+
+struct Setting {
+  const char *name;
+  std::string library;
+  std::string params;
+};
+
+void PrintTo(const Setting &setting, std::ostream *out) {
+  *out << setting.name;
+}
+
+const Setting settings[] = {
+    {"History", "", large_caches},
+    {"HistorySmallCaches", "", small_caches},
+    {"ReusedStorage", "HVI_TRAN_HISTORY=0", small_caches},
+    {"FreshStorage", "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF", small_caches},
+    {"KeptHistory", "HVI_TRAN_HISTORY=1;HVI_TRAN_HISTORY_SAVE=ON", small_caches},
+};
+
+// A run recorded: what the disk did, and the committed state after each step.
+struct Step {
+  std::string sql;
+  size_t begin, end;  // operations in the log before and after it
+  std::string before, after;
+};
+
+struct Recording {
+  DiskLog log;
+  std::vector<Step> steps;
+};
+
+// A statement that fails leaves the state as it was, unless a transaction is open.
+Recording record(const std::string &params, const DiskImage &image, const Statements &statements,
+                 bool may_fail = false) {
+  Recording run;
+  fault_driver::load(image);
+  {
+    Session session(params);
+    EXPECT_TRUE(session.open()) << session.open_status();
+    std::string state = database_text(session);
+    bool in_transaction = false;
+    for (const std::string &sql : statements) {
+      Step step = {sql, fault_driver::log().operations.size(), 0, state, state};
+      const StatusCode status = session.run(sql);
+      EXPECT_TRUE(status == 0 || may_fail) << sql << ": " << status;
+      step.end = fault_driver::log().operations.size();
+      in_transaction = sql.starts_with("BEGIN") ||
+                       (in_transaction && !sql.starts_with("COMMIT") && !sql.starts_with("ROLLBACK"));
+      if (!in_transaction) step.after = state = database_text(session);
+      run.steps.push_back(step);
+    }
+    EXPECT_EQ(database_fault(session), "");
+  }
+  run.log = fault_driver::log();
+  return run;
+}
+
+// Opens what machines that stopped have left, and looks.
+class Examination {
+ public:
+  Examination(const std::string &params, Random &random) : params_(params), random_(random) {}
+
+  // The states allowed in the images examined from here on.
+  void allow(const std::string &before, const std::string &after) {
+    if (before == before_ && after == after_) return;
+    before_ = before;
+    after_ = after;
+    seen_.clear();
+  }
+
+  void examine(const DiskImage &image, bool stop_recovery) {
+    if (testing::Test::HasFailure() || !seen_.insert(disk_hash(image)).second) return;
+    ++images_;
+    fault_driver::load(image);
+    DiskLog recovery;
+    look(stop_recovery ? &recovery : nullptr);
+    StoppedDisk disk(recovery.base);
+    for (const DiskOperation &operation : recovery.operations) {
+      disk.apply(operation);
+      disk.each_image(random_, 2, 1, [&](const std::string &how, const DiskImage &left) {
+        SCOPED_TRACE("recovery stopped, " + how);
+        examine(left, false);
+      });
+    }
+  }
+
+  int images() const { return images_; }
+
+ private:
+  void look(DiskLog *recovery) {
+    Session session(params_);
+    ASSERT_TRUE(session.open()) << session.open_status();
+    const std::string state = database_text(session);
+    if (state != after_) {
+      ASSERT_EQ(state, before_) << "or:\n" << after_;
+    }
+    ASSERT_EQ(database_fault(session), "");
+    if (recovery != nullptr) *recovery = fault_driver::log();
+    if (!random_.one_in(8)) return;
+    ASSERT_EQ(session.run("CREATE TABLE later (x int)"), 0);
+    ASSERT_EQ(session.run("INSERT INTO later VALUES 1, 2, 3"), 0);
+    ASSERT_EQ(database_fault(session), "");
+  }
+
+  std::string params_;
+  Random &random_;
+  std::string before_, after_;
+  std::set<uint64_t> seen_;
+  int images_ = 0;
+};
+
+struct Thoroughness {
+  int singles;  // unflushed changes that are lost, torn or kept one by one
+  int randoms;
+  int recoveries;  // one image in so many has its recovery stopped too
+};
+
+// Stops the machine after every operation of the run.
+int examine_run(const std::string &params, const Recording &run, const Thoroughness &thoroughness) {
+  Random random;
+  Examination examination(params, random);
+  StoppedDisk disk(run.log.base);
+  size_t position = 0;
+  const auto stop = [&](const std::string &sql) {
+    disk.each_image(
+        random, thoroughness.singles, thoroughness.randoms,
+        [&](const std::string &how, const DiskImage &image) {
+          SCOPED_TRACE(sql + "\nstopped after operation " + std::to_string(position) + ", " + how);
+          examination.examine(image, random.one_in(thoroughness.recoveries));
+        });
+  };
+  for (const Step &step : run.steps) {
+    examination.allow(step.before, step.after);
+    for (; position < step.end; ++position) {
+      disk.apply(run.log.operations[position]);
+      if (position >= step.begin) stop(step.sql);
+    }
+    examination.allow(step.after, step.after);
+    stop("after " + step.sql);
+  }
+  return examination.images();
+}
+
+void report(const Recording &run, int images) {
+  testing::Test::RecordProperty("operations", static_cast<int>(run.log.operations.size()));
+  testing::Test::RecordProperty("images", images);
+  printf("%zu disk operations, %d images\n", run.log.operations.size(), images);
+}
+
+class CrashTest : public testing::TestWithParam<Setting> {
+ protected:
+  CrashTest() { fault_driver::install(); }
+};
+
+TEST_P(CrashTest, EveryCallOfACommit) {
+  const Engine engine(GetParam().library);
+  const DiskImage base = made_database(GetParam().params, schema() + person_rows(0, 40));
+  const Recording run =
+      record(GetParam().params, base,
+             Statements{"BEGIN TRANSACTION"} + person_rows(100, 12) +
+                 Statements{"UPDATE person SET name = 'other' WHERE id < 12",
+                            "DELETE FROM person WHERE id > 30 AND id < 36", "COMMIT TRANSACTION"});
+  report(run, examine_run(GetParam().params, run, {.singles = 1000, .randoms = 4, .recoveries = 5}));
+}
+
+TEST_P(CrashTest, EveryCallOfAWorkload) {
+  const Engine engine(GetParam().library);
+  const DiskImage base = made_database(GetParam().params, {});
+  const Recording run =
+      record(GetParam().params, base,
+             schema() + person_rows(0, 6) +
+                 Statements{
+                     "UPDATE person SET note = 'a longer text that needs chunks of its own to be "
+                     "stored' WHERE id = 2",
+                     "DELETE FROM person WHERE id = 3",
+                     "CREATE TABLE account (number int AUTO_INCREMENT, balance bigint)",
+                     "INSERT INTO account (balance) VALUES 100, 200, 300",
+                     "BEGIN TRANSACTION",
+                     "UPDATE account SET balance = balance - 50 WHERE number = 1",
+                     "UPDATE account SET balance = balance + 50 WHERE number = 2",
+                     "COMMIT TRANSACTION",
+                     "BEGIN TRANSACTION",
+                     "DROP TABLE person",
+                     "ROLLBACK TRANSACTION",
+                     "CREATE INDEX account_balance ON account (balance)",
+                     "RENAME TABLE account TO purse",
+                     "DROP INDEX person_name",
+                     "EMPTY TABLE person",
+                     "DROP TABLE person",
+                 });
+  report(run, examine_run(GetParam().params, run, {.singles = 3, .randoms = 1, .recoveries = 20}));
+}
+
+TEST_P(CrashTest, RandomWorkload) {
+  const Engine engine(GetParam().library);
+  Random random;
+  Statements statements;
+  bool in_transaction = false;
+  for (int i = 0; i < 60; ++i) {
+    statements.push_back(random_statement(random));
+    if (!random.one_in(4)) continue;
+    statements.push_back(!in_transaction    ? "BEGIN TRANSACTION"
+                         : random.one_in(4) ? "ROLLBACK TRANSACTION"
+                                            : "COMMIT TRANSACTION");
+    in_transaction = !in_transaction;
+  }
+  const Recording run = record(GetParam().params, made_database(GetParam().params, {}), statements, true);
+  report(run, examine_run(GetParam().params, run, {.singles = 2, .randoms = 1, .recoveries = 20}));
+}
+
+// Until creation returns there may be no database, but afterwards there is one, and what a stopped creation
+// leaves can be replaced.
+TEST_P(CrashTest, EveryCallOfCreation) {
+  const Engine engine(GetParam().library);
+  const std::string &params = GetParam().params;
+  fault_driver::load({});
+  ASSERT_EQ(kld_api_create_db(params.c_str()), 0);
+  const DiskLog log = fault_driver::log();
+  Random random;
+  StoppedDisk disk({});
+  for (size_t position = 0; position < log.operations.size(); ++position) {
+    disk.apply(log.operations[position]);
+    const bool complete = position + 1 == log.operations.size();
+    disk.each_image(random, 3, 1, [&](const std::string &how, const DiskImage &image) {
+      SCOPED_TRACE("stopped after operation " + std::to_string(position) + ", " + how);
+      fault_driver::load(image);
+      {
+        Session session(params);
+        const bool usable =
+            session.open() && database_text(session).empty() && database_fault(session).empty();
+        EXPECT_TRUE(usable || !complete) << session.open_status();
+      }
+      EXPECT_EQ(kld_api_create_db((params + ";OVERWRITE=true").c_str()), 0) << first_status();
+      Session session(params);
+      EXPECT_TRUE(session.open()) << session.open_status();
+      EXPECT_EQ(database_fault(session), "");
+    });
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Settings, CrashTest, testing::ValuesIn(settings),
+                         [](const auto &setting) { return setting.param.name; });
+
+// A change outside a transaction makes the saved storage stale: no crash after the change brings the blocks
+// of the earlier commit back.
+TEST(Crash, SavedStorageIsNotAppliedOverNewerBlocks) {
+  fault_driver::install();
+  const Engine engine("HVI_TRAN_HISTORY=1");
+  const DiskImage base = made_database(small_caches, schema() + person_rows(0, 20));
+  const Recording run =
+      record(small_caches, base,
+             {"UPDATE person SET name = 'committed'", "SET HVI_AUTO_COMMIT 'OFF'",
+              "UPDATE person SET name = 'direct' WHERE id < 10", "DELETE FROM person WHERE id = 15"});
+  Random random;
+  Examination examination(small_caches, random);
+  StoppedDisk disk(run.log.base);
+  size_t position = 0;
+  for (const Step &step : run.steps) {
+    for (; position < step.end; ++position) disk.apply(run.log.operations[position]);
+    examination.allow(step.after, step.after);
+    disk.each_image(random, 1000, 4, [&](const std::string &how, const DiskImage &image) {
+      SCOPED_TRACE("stopped after " + step.sql + ", " + how);
+      examination.examine(image, true);
+    });
+  }
+}
+
+}  // namespace
+}  // namespace tovik::test

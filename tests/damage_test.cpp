@@ -1,0 +1,227 @@
+// Damaged and hostile files: whatever bytes of a closed database change, whoever opens, reads and changes it
+// gets status codes; the process neither crashes nor runs for ever.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "engine.h"
+#include "platform/platform.h"
+
+namespace tovik::test {
+namespace {
+
+const std::string database =
+    "NAME=t;DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=24;CACHE_SIZE_TRN=24;CACHE_RTS=0;LOCK_RETRY=1;LOCK_"
+    "SLEEP=1;"
+    "BEGIN_RETRY=1;BEGIN_SLEEP=1";
+constexpr unsigned seconds_per_database = 20;
+
+// What was done to the database, shown by the alarm when that takes too long.
+char current_damage[256];
+
+void time_is_up(int) {
+  const char *text = "no end in sight: ";
+  (void)!write(STDERR_FILENO, text, strlen(text));
+  (void)!write(STDERR_FILENO, current_damage, strlen(current_damage));
+  (void)!write(STDERR_FILENO, "\n", 1);
+  abort();
+}
+
+int silent_print(const char *, ...) {
+  return 0;
+}
+
+int rounds(int normal) {
+  const char *text = getenv("TOVIK_TEST_SCALE");
+  return normal * (text == nullptr ? 1 : atoi(text));
+}
+
+class DamageTest : public testing::Test {
+ protected:
+  DamageTest() {
+    fault_driver::install();
+    system_driver.print = silent_print;
+    signal(SIGALRM, time_is_up);
+  }
+  ~DamageTest() override {
+    alarm(0);
+    system_driver.print = print_;
+  }
+
+ private:
+  decltype(system_driver.print) print_ = system_driver.print;
+};
+
+const Statements battery = {
+    "DESCRIBE person ALL",
+    "INFO CHECK person",
+    "INFO CHECK purse",
+    "INSERT INTO person VALUES 1000, 'new', 'a text that needs chunks of its own in the overflow row system'",
+    "INSERT INTO purse (balance) VALUES 7",
+    "UPDATE person SET name = 'other', note = note || ' and more' WHERE id > 20",
+    "DELETE FROM person WHERE name = 'name 3'",
+    "CREATE TABLE later (a int, b text)",
+    "CREATE INDEX later_a ON later (a)",
+    "CREATE INDEX person_note ON person (name)",
+    "BEGIN TRANSACTION",
+    "UPDATE purse SET balance = balance + 1",
+    "ROLLBACK TRANSACTION",
+    "DROP INDEX person_name",
+    "EMPTY TABLE purse",
+    "DROP TABLE person",
+};
+
+// Reads and changes everything; how many of the statements succeeded.
+int use(const DiskImage &image) {
+  fault_driver::load(image);
+  int succeeded = 0;
+  for (const bool change : {false, true}) {
+    Session session(database);
+    if (!session.open()) {
+      EXPECT_NE(session.open_status(), 0);
+      continue;
+    }
+    (void)database_text(session);
+    (void)database_fault(session);
+    std::string row;
+    if (session.query("SELECT * FROM person WHERE id = 17", &row) == 0) ++succeeded;
+    for (const std::string &sql : change ? battery : Statements{}) {
+      const StatusCode status = session.run(sql);
+      EXPECT_NE(status, -1) << "failed without a status: " << sql;
+      if (status == 0) ++succeeded;
+    }
+  }
+  return succeeded;
+}
+
+// A database with all kinds of pages: chains of several pages, free blocks, free slots, chunks, overflow
+// trees.
+DiskImage rich_database() {
+  Statements statements = schema() + person_rows(0, 60);
+  statements =
+      statements + Statements{"CREATE TABLE purse (number int AUTO_INCREMENT, balance bigint, kind int)",
+                              "CREATE INDEX purse_kind ON purse (kind)"};
+  for (int i = 0; i < 40; ++i)
+    statements.push_back("INSERT INTO purse (balance, kind) VALUES " + std::to_string(i) + ", 1");
+  return made_database(
+      database, statements + Statements{"CREATE TABLE gone (a int)", "CREATE INDEX gone_a ON gone (a)",
+                                        "DROP TABLE gone", "DELETE FROM person WHERE id > 10 AND id < 15",
+                                        "UPDATE person SET name = 'last commit' WHERE id = 5"});
+}
+
+// Changes one place of a storage and says what it did.
+std::string damage(Bytes &bytes, Random &random) {
+  constexpr int block_size = 1024;
+  if (bytes.empty()) return "empty";
+  const int blocks = static_cast<int>((bytes.size() + block_size - 1) / block_size);
+  const int block = random.below(blocks);
+  // Headers of pages and the first slots matter most.
+  const int offset = block * block_size + random.below(random.one_in(2) ? 64 : block_size);
+  const size_t position = std::min(static_cast<size_t>(offset), bytes.size() - 1);
+  const size_t room = bytes.size() - position;
+  switch (random.below(6)) {
+    case 0:
+      bytes[position] ^= static_cast<uint8_t>(1 << random.below(8));
+      return "bit at " + std::to_string(position);
+    case 1:
+      bytes[position] = static_cast<uint8_t>(random.next());
+      return "byte at " + std::to_string(position);
+    case 2: {  // a word that is a plausible number, or an extreme one
+      constexpr uint32_t extremes[] = {0, 1, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0x10000};
+      const uint32_t word =
+          random.one_in(2) ? extremes[random.below(6)] : static_cast<uint32_t>(random.below(200));
+      const size_t aligned = position & ~size_t{3};
+      memcpy(&bytes[aligned], &word, std::min(sizeof word, bytes.size() - aligned));
+      return "word " + std::to_string(word) + " at " + std::to_string(aligned);
+    }
+    case 3: {
+      const size_t length = std::min(room, static_cast<size_t>(1 + random.below(300)));
+      for (size_t i = 0; i < length; ++i) bytes[position + i] = static_cast<uint8_t>(random.next());
+      return std::to_string(length) + " random bytes at " + std::to_string(position);
+    }
+    case 4: {  // one block over another
+      const size_t source = static_cast<size_t>(random.below(blocks)) * block_size;
+      const size_t target = static_cast<size_t>(block) * block_size;
+      const size_t length = std::min({size_t{block_size}, bytes.size() - source, bytes.size() - target});
+      memmove(&bytes[target], &bytes[source], length);
+      return "block at " + std::to_string(source) + " over that at " + std::to_string(target);
+    }
+    default:
+      if (!random.one_in(8)) return damage(bytes, random);
+      bytes.resize(position);
+      return "cut to " + std::to_string(position);
+  }
+}
+
+TEST_F(DamageTest, RandomDamageOfAClosedDatabase) {
+  const Engine engine("");
+  const DiskImage intact = rich_database();
+  ASSERT_EQ(use(intact), static_cast<int>(battery.size()) + 2);
+  Random random;
+  int opened = 0;
+  const int count = rounds(1500);
+  for (int round = 0; round < count && !HasFailure(); ++round) {
+    DiskImage image = intact;
+    std::string what;
+    for (int i = random.below(3); i >= 0; --i) {
+      auto storage = image.begin();
+      if (random.one_in(4)) std::advance(storage, random.below(static_cast<int>(image.size())));
+      what += storage->first + ": " + damage(storage->second, random) + "; ";
+    }
+    SCOPED_TRACE("round " + std::to_string(round) + ": " + what);
+    snprintf(current_damage, sizeof current_damage, "round %d: %s", round, what.c_str());
+    alarm(seconds_per_database);
+    if (use(image) > 0) ++opened;
+  }
+  printf("%d of %d damaged databases could still be used in part\n", opened, count);
+}
+
+// A commit record and a page map that lie, in the current TRN storage and in a saved one.
+TEST_F(DamageTest, RandomDamageOfACommitRecord) {
+  const Engine engine("");
+  const DiskImage base = rich_database();
+  fault_driver::load(base);
+  {
+    Session session(database);
+    ASSERT_EQ(session.run("UPDATE person SET name = 'other'"), 0);
+  }
+  // Images in which the record waits to be applied.
+  std::vector<DiskImage> images;
+  const DiskLog log = fault_driver::log();
+  StoppedDisk disk(log.base);
+  Random random;
+  for (const DiskOperation &operation : log.operations) {
+    disk.apply(operation);
+    disk.each_image(random, 0, 0, [&](const std::string &, const DiskImage &image) {
+      const auto trn = image.find("t.trn");
+      if (trn != image.end() && trn->second.size() > 1024 && trn->second[0xE8] == 3) images.push_back(image);
+    });
+  }
+  ASSERT_FALSE(images.empty());
+  const int count = rounds(1000);
+  for (int round = 0; round < count && !HasFailure(); ++round) {
+    DiskImage image = images[static_cast<size_t>(random.below(static_cast<int>(images.size())))];
+    Bytes &trn = image["t.trn"];
+    std::string what;
+    for (int i = random.below(2); i >= 0; --i) {
+      if (random.one_in(2) && trn.size() > 0x140) {  // the commit record itself
+        const size_t field = 0xE8 + static_cast<size_t>(random.below(20)) * 4;
+        trn[field + static_cast<size_t>(random.below(4))] = static_cast<uint8_t>(random.next());
+        what += "commit record at " + std::to_string(field) + "; ";
+      } else {
+        what += damage(trn, random) + "; ";
+      }
+    }
+    SCOPED_TRACE("round " + std::to_string(round) + ": " + what);
+    snprintf(current_damage, sizeof current_damage, "round %d: %s", round, what.c_str());
+    alarm(seconds_per_database);
+    (void)use(image);
+  }
+}
+
+}  // namespace
+}  // namespace tovik::test

@@ -1,0 +1,417 @@
+// Several processes and threads on one database: who sees what while a transaction is open, and what is left
+// of the work of processes that are killed at any moment.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "engine.h"
+#include "platform/platform.h"
+
+namespace tovik::test {
+namespace {
+
+constexpr int answer_timeout = 60000;  // milliseconds
+constexpr StatusCode database_busy = status::database_busy;
+
+// Kills the process at the n-th call that changes a file, once armed.
+namespace killer {
+
+int calls_left = 0;
+IoDriver original;
+
+void count() {
+  if (calls_left > 0 && --calls_left == 0) raise(SIGKILL);
+}
+int64_t write(DriverHandle handle, const void *buffer, int64_t length, int64_t offset) {
+  count();
+  return original.file_write(handle, buffer, length, offset);
+}
+int sync(DriverHandle handle) {
+  count();
+  return original.file_sync(handle);
+}
+int truncate(DriverHandle handle, int64_t length) {
+  count();
+  return original.file_truncate(handle, length);
+}
+int remove(const char *name) {
+  count();
+  return original.file_remove(name);
+}
+int rename(const char *old_name, const char *new_name) {
+  count();
+  return original.file_rename(old_name, new_name);
+}
+int unlock(DriverHandle handle, int64_t offset, int64_t length) {
+  count();
+  return original.file_unlock(handle, offset, length);
+}
+
+void install() {
+  original = file_driver;
+  file_driver.file_write = write;
+  file_driver.file_sync = sync;
+  file_driver.file_truncate = truncate;
+  file_driver.file_remove = remove;
+  file_driver.file_rename = rename;
+  file_driver.file_unlock = unlock;
+}
+
+}  // namespace killer
+
+// A process of its own with the database open, that answers commands: SQL (the status, then the rows of a
+// SELECT), "text", "fault", "kill N" (at the Nth call from now on that changes a file).
+class Process {
+ public:
+  explicit Process(const std::string &params) {
+    int down[2], up[2];
+    if (pipe(down) != 0 || pipe(up) != 0) abort();
+    pid_ = fork();
+    if (pid_ == 0) {
+      close(down[1]);
+      close(up[0]);
+      serve(params, down[0], up[1]);
+      _exit(0);
+    }
+    close(down[0]);
+    close(up[1]);
+    commands_ = down[1];
+    answers_ = up[0];
+    EXPECT_EQ(receive(), "0 opened");
+  }
+  ~Process() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    close(commands_);
+    close(answers_);
+  }
+  Process(const Process &) = delete;
+  Process &operator=(const Process &) = delete;
+
+  // The answer, or nothing when the process died over it.
+  std::optional<std::string> ask(const std::string &command) {
+    put(commands_, command);
+    return receive();
+  }
+
+ private:
+  static void put(int file, const std::string &text) {
+    const std::string framed = std::string(text.c_str(), text.size()) + '\0';
+    (void)!write(file, framed.data(), framed.size());
+  }
+
+  static std::optional<std::string> get(int file) {
+    std::string text;
+    for (;;) {
+      pollfd wait = {file, POLLIN, 0};
+      char c;
+      if (poll(&wait, 1, answer_timeout) != 1 || read(file, &c, 1) != 1) return std::nullopt;
+      if (c == '\0') return text;
+      text += c;
+    }
+  }
+
+  std::optional<std::string> receive() { return get(answers_); }
+
+  static std::string answer(Session &session, const std::string &command) {
+    if (command == "text") return database_text(session);
+    if (command == "fault") return database_fault(session);
+    if (command.starts_with("kill ")) {
+      killer::calls_left = atoi(command.c_str() + 5);
+      return "armed";
+    }
+    if (!command.starts_with("SELECT")) return std::to_string(session.run(command));
+    std::string rows;
+    const StatusCode status = session.query(command, &rows);
+    return std::to_string(status) + " " + rows;
+  }
+
+  static void serve(const std::string &params, int commands, int answers) {
+    signal(SIGPIPE, SIG_DFL);
+    killer::install();
+    const Engine engine("");
+    Session session(params);
+    put(answers, std::to_string(session.open_status()) + " opened");
+    while (const std::optional<std::string> command = get(commands)) put(answers, answer(session, *command));
+  }
+
+  pid_t pid_;
+  int commands_, answers_;
+};
+
+class ProcessTest : public testing::Test {
+ protected:
+  ProcessTest() { signal(SIGPIPE, SIG_IGN); }
+
+  std::string params() const {
+    return "NAME=t;PATH=" + dir_.path() +
+           ";CACHE_SIZE_DAT=40;CACHE_SIZE_TRN=40;LOCK_RETRY=3000;LOCK_SLEEP=1;";
+  }
+  // Begins that give up after a moment.
+  std::string hasty_params() const { return params() + "BEGIN_RETRY=3;BEGIN_SLEEP=1"; }
+
+  void create(const Statements &statements) {
+    const Engine engine("");
+    create_database(params(), statements);
+  }
+
+ private:
+  TempDir dir_;
+};
+
+TEST_F(ProcessTest, OthersSeeTheCommittedStateAndASecondWriterGivesUp) {
+  create({"CREATE TABLE t (id int, v int)", "CREATE UNIQUE INDEX t_id ON t (id)",
+          "INSERT INTO t VALUES 1, 10, 2, 20"});
+  Process other(hasty_params());  // before this process has threads
+  const Engine engine("");
+  Session writer(hasty_params());
+  ASSERT_TRUE(writer.open()) << writer.open_status();
+
+  const std::string all = "SELECT id, v FROM t";
+  const auto read_in_thread = [&](StatusCode *write_status) {
+    std::string rows;
+    std::thread([&] {
+      Session session(&writer);
+      EXPECT_EQ(session.query(all, &rows), 0);
+      if (write_status != nullptr) *write_status = session.run("UPDATE t SET v = 0");
+    }).join();
+    return rows;
+  };
+
+  ASSERT_EQ(writer.run("BEGIN TRANSACTION"), 0);
+  ASSERT_EQ(writer.run("UPDATE t SET v = v + 1"), 0);
+  ASSERT_EQ(writer.run("INSERT INTO t VALUES 3, 30"), 0);
+  ASSERT_EQ(writer.run("CREATE TABLE fresh (a int)"), 0);
+
+  StatusCode write_status = 0;
+  EXPECT_EQ(read_in_thread(&write_status), "1|10\n2|20\n");
+  EXPECT_EQ(write_status, database_busy);
+  EXPECT_EQ(other.ask(all), "0 1|10\n2|20\n");
+  EXPECT_EQ(other.ask("SELECT v FROM t WHERE id = 2"), "0 20\n");
+  EXPECT_EQ(other.ask("SELECT * FROM fresh"), "141004 ");
+  EXPECT_EQ(other.ask("UPDATE t SET v = 0"), std::to_string(database_busy));
+
+  std::string own;
+  EXPECT_EQ(writer.query(all, &own), 0);
+  EXPECT_EQ(own, "1|11\n2|21\n3|30\n");
+
+  ASSERT_EQ(writer.run("COMMIT TRANSACTION"), 0);
+  EXPECT_EQ(read_in_thread(nullptr), "1|11\n2|21\n3|30\n");
+  EXPECT_EQ(other.ask(all), "0 1|11\n2|21\n3|30\n");
+  EXPECT_EQ(other.ask("SELECT v FROM t WHERE id = 3"), "0 30\n");
+  EXPECT_EQ(other.ask("SELECT * FROM fresh"), "0 ");
+  EXPECT_EQ(other.ask("UPDATE t SET v = 0 WHERE id = 1"), "0");
+  EXPECT_EQ(read_in_thread(nullptr), "1|0\n2|21\n3|30\n");
+}
+
+TEST_F(ProcessTest, AWaitingWriterGetsItsTurn) {
+  create({"CREATE TABLE t (v int)", "INSERT INTO t VALUES 1"});
+  Process first(params()), second(params());
+  EXPECT_EQ(first.ask("BEGIN TRANSACTION"), "0");
+  EXPECT_EQ(first.ask("UPDATE t SET v = v + 1"), "0");
+  std::thread waiting([&] { EXPECT_EQ(second.ask("UPDATE t SET v = v * 10"), "0"); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(first.ask("COMMIT TRANSACTION"), "0");
+  waiting.join();
+  EXPECT_EQ(first.ask("SELECT v FROM t"), "0 20\n");
+}
+
+// A process dies at each call of a commit that changes a file. Another that has had the database open all the
+// time sees the state before or after, can go on writing, and so can one that opens it anew.
+TEST_F(ProcessTest, KilledAtEveryCallOfACommit) {
+  create(schema() + person_rows(0, 30));
+  Process reader(params());
+  std::string before = *reader.ask("text");
+  int killed = 0;
+  for (int call = 1;; ++call) {
+    SCOPED_TRACE("killed at call " + std::to_string(call));
+    Process writer(params());
+    ASSERT_EQ(writer.ask("BEGIN TRANSACTION"), "0");
+    ASSERT_EQ(writer.ask("UPDATE person SET name = 'by " + std::to_string(call) + "' WHERE id > 5"), "0");
+    ASSERT_EQ(writer.ask("DELETE FROM person WHERE id = 3"), "0");
+    ASSERT_EQ(writer.ask("INSERT INTO person VALUES 3, 'again', 'a note for person number three'"), "0");
+    const std::string after = *writer.ask("text");
+    ASSERT_EQ(writer.ask("kill " + std::to_string(call)), "armed");
+    const bool survived = writer.ask("COMMIT TRANSACTION").has_value();
+    if (!survived) ++killed;
+
+    const std::string seen = *reader.ask("text");
+    if (seen != after) {
+      ASSERT_EQ(seen, before) << "or:\n" << after;
+      ASSERT_FALSE(survived);
+    }
+    ASSERT_EQ(reader.ask("fault"), "");
+    Process fresh(params());
+    ASSERT_EQ(fresh.ask("text"), seen);
+    ASSERT_EQ((call % 2 == 0 ? reader : fresh).ask("UPDATE person SET note = 'seen' WHERE id = 1"), "0");
+    ASSERT_EQ(fresh.ask("fault"), "");
+    before = *reader.ask("text");
+    ASSERT_EQ(fresh.ask("text"), before);
+    if (survived) break;
+  }
+  EXPECT_GT(killed, 10);
+  printf("killed at %d calls\n", killed);
+}
+
+// Money moves between accounts in several processes while they are killed at random and others read. Each
+// writer counts its transfers in the database and, once acknowledged, in shared memory.
+class Bank {
+ public:
+  static constexpr int accounts = 20;
+  static constexpr int writers = 3;
+  static constexpr int64_t total = accounts * 100;
+
+  struct Shared {
+    int64_t acknowledged[writers];  // transfers
+    int32_t failure;                // the first unexpected status
+    char what[200];                 // a wrong sum, or the statement that failed
+    int64_t reads;
+  };
+
+  Bank() {
+    void *memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    shared_ = static_cast<Shared *>(memory);
+  }
+  ~Bank() { munmap(shared_, sizeof(Shared)); }
+
+  static Statements statements() {
+    Statements result = {"CREATE TABLE account (id int, balance bigint)",
+                         "CREATE UNIQUE INDEX account_id ON account (id)",
+                         "CREATE INDEX account_balance ON account (balance)",
+                         "CREATE TABLE progress (writer int, transfers bigint)"};
+    for (int id = 0; id < accounts; ++id)
+      result.push_back("INSERT INTO account VALUES " + std::to_string(id) + ", 100");
+    for (int writer = 0; writer < writers; ++writer)
+      result.push_back("INSERT INTO progress VALUES " + std::to_string(writer) + ", 0");
+    return result;
+  }
+
+  // Runs until it is killed.
+  [[noreturn]] void write(const std::string &params, int writer, uint64_t seed) {
+    const Engine engine("");
+    Session session(params);
+    std::mt19937_64 random(seed);
+    std::string rows;
+    if (!session.open()) note(session.open_status(), "open");
+    check(session.query("SELECT transfers FROM progress WHERE writer = " + std::to_string(writer), &rows),
+          "progress");
+    int64_t done = atoll(rows.c_str());
+    if (done < shared_->acknowledged[writer]) note(-2, "an acknowledged transfer is gone");
+    shared_->acknowledged[writer] = done;  // seen, so it stays
+    for (;;)
+      if (transfer(session, random, writer, done + 1)) shared_->acknowledged[writer] = ++done;
+  }
+
+  [[noreturn]] void read(const std::string &params) {
+    const Engine engine("");
+    Session session(params);
+    if (!session.open()) note(session.open_status(), "open");
+    for (;;) {
+      std::string row;
+      const StatusCode status = session.query("SELECT SUM(balance), COUNT(*) FROM account", &row);
+      const std::string expected = std::to_string(total) + "|" + std::to_string(accounts) + "\n";
+      if (status == 0 && row != expected) note(-2, row.c_str());
+      check(status, "SELECT SUM");
+      ++shared_->reads;
+      usleep(500);
+    }
+  }
+
+  const Shared &shared() const { return *shared_; }
+
+ private:
+  bool transfer(Session &session, std::mt19937_64 &random, int writer, int64_t number) {
+    const std::string amount = std::to_string(random() % 50);
+    const std::string from = std::to_string(random() % accounts), to = std::to_string(random() % accounts);
+    if (!check(session.run("BEGIN TRANSACTION"), "BEGIN")) return false;
+    const bool done =
+        check(session.run("UPDATE account SET balance = balance - " + amount + " WHERE id = " + from),
+              "UPDATE") &&
+        check(session.run("UPDATE account SET balance = balance + " + amount + " WHERE id = " + to),
+              "UPDATE") &&
+        check(session.run("UPDATE progress SET transfers = " + std::to_string(number) +
+                          " WHERE writer = " + std::to_string(writer)),
+              "UPDATE progress");
+    if (done && check(session.run("COMMIT TRANSACTION"), "COMMIT")) return true;
+    (void)session.run("ROLLBACK TRANSACTION");
+    return false;
+  }
+
+  // A busy database is an answer; anything else is noted.
+  bool check(StatusCode status, const char *what) {
+    if (status == 0) return true;
+    if (status != database_busy) note(status, what);
+    return false;
+  }
+
+  void note(StatusCode status, const char *what) {
+    if (shared_->failure != 0) return;
+    shared_->failure = status;
+    snprintf(shared_->what, sizeof shared_->what, "%s", what);
+  }
+
+  Shared *shared_;
+};
+
+TEST_F(ProcessTest, RandomTransfersSurviveRandomKills) {
+  create(Bank::statements());
+  Bank bank;
+  Random random;
+  const auto start = [&](int writer) {
+    const uint64_t seed = random.next();
+    const pid_t pid = fork();
+    if (pid != 0) return pid;
+    if (writer < 0) bank.read(params());
+    bank.write(params(), writer, seed);
+  };
+  pid_t pids[Bank::writers + 2];
+  for (int i = 0; i < Bank::writers + 2; ++i) pids[i] = start(i < Bank::writers ? i : -1);
+
+  const char *scale = getenv("TOVIK_TEST_SCALE");
+  const auto end =
+      std::chrono::steady_clock::now() + std::chrono::seconds(5 * (scale == nullptr ? 1 : atoi(scale)));
+  int kills = 0;
+  while (std::chrono::steady_clock::now() < end && bank.shared().failure == 0) {
+    usleep(static_cast<useconds_t>(1000 + random.below(60000)));
+    const int victim = random.below(Bank::writers + 1);  // one of the readers too
+    kill(pids[victim], SIGKILL);
+    waitpid(pids[victim], nullptr, 0);
+    pids[victim] = start(victim < Bank::writers ? victim : -1);
+    ++kills;
+  }
+  for (const pid_t pid : pids) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  }
+  ASSERT_EQ(bank.shared().failure, 0) << bank.shared().what;
+
+  Process checker(params());
+  EXPECT_EQ(checker.ask("fault"), "");
+  EXPECT_EQ(checker.ask("SELECT SUM(balance) FROM account"), "0 " + std::to_string(Bank::total) + "\n");
+  int64_t transfers = 0;
+  for (int writer = 0; writer < Bank::writers; ++writer) {
+    const int64_t acknowledged = bank.shared().acknowledged[writer];
+    const std::string row =
+        *checker.ask("SELECT transfers FROM progress WHERE writer = " + std::to_string(writer));
+    const int64_t stored = atoll(row.c_str() + 2);
+    EXPECT_TRUE(stored == acknowledged || stored == acknowledged + 1) << stored << " for " << acknowledged;
+    transfers += stored;
+  }
+  EXPECT_GT(transfers, 0);
+  EXPECT_GT(bank.shared().reads, 0);
+  printf("%d kills, %lld transfers, %lld reads\n", kills, static_cast<long long>(transfers),
+         static_cast<long long>(bank.shared().reads));
+}
+
+}  // namespace
+}  // namespace tovik::test
