@@ -340,8 +340,7 @@ TEST(Database, LockingDisabledNestsLevels) {
   db_read_end(db, me);
 }
 
-// --- Two processes
-// ------------------------------------------------------------------------------------------
+// ---- two processes ----
 
 // A child process that works through the same steps in turn with its parent. A side that ends early ends the
 // other's waiting too.

@@ -62,8 +62,7 @@ bool table_name_delete(Database &db, const char *name, RowNo id) {
              : fail(status::table_name_delete);
 }
 
-// --- Building a table
-// ---------------------------------------------------------------------------------------
+// ---- building a table ----
 
 // The column records as one value for the column management ROW: written anew, or in the place of the old.
 enum class ColumnsWrite { insert, update };
@@ -170,8 +169,7 @@ Table *table_create(Database &db, const char *name, const ColumnDefinition *colu
   return table;
 }
 
-// --- Dropping and emptying
-// ----------------------------------------------------------------------------------
+// ---- dropping and emptying ----
 
 namespace {
 
@@ -258,8 +256,7 @@ bool table_empty(Database &db, const char *name) {
   return replaced;
 }
 
-// --- Renaming
-// -----------------------------------------------------------------------------------------------
+// ---- renaming ----
 
 namespace {
 

@@ -26,8 +26,7 @@ void sleep_between_tries(int milliseconds) {
   if (milliseconds > 0) system_driver.sleep_ms(milliseconds);
 }
 
-// --- Read holds; under db.lock
-// ------------------------------------------------------------------------------
+// ---- read holds, under db.lock ----
 
 ReadHold *hold_of(Database &db, ThreadId thread) {
   for (ReadHold &hold : db.holds)
@@ -52,8 +51,7 @@ bool hold_add(Database &db, ThreadId thread) {
   return true;
 }
 
-// --- Giving levels back; under db.lock
-// ----------------------------------------------------------------------------------------
+// ---- giving levels back, under db.lock ----
 
 ThreadId *owed_entry(Database &db, ThreadId thread) {
   for (ThreadId &entry : db.owed)
@@ -88,8 +86,7 @@ bool settle_releases(Database &db, ThreadId thread) {
   return own == nullptr || release_again(db, own);
 }
 
-// --- What a grant brings with it; under db.lock
-// -------------------------------------------------------------
+// ---- what a grant brings with it, under db.lock ----
 
 bool follow_commits(Database &db) {
   bool changed = false;
@@ -185,8 +182,7 @@ void db_read_end(Database &db, ThreadId thread) {
   (void)db_unlock(db, thread, DbLock::read);
 }
 
-// --- Transactions
-// -------------------------------------------------------------------------------------------
+// ---- transactions ----
 
 namespace {
 
@@ -285,8 +281,7 @@ bool db_rollback(Database &db, ThreadId thread) {
   return ended && released;
 }
 
-// --- Changes outside a transaction
-// --------------------------------------------------------------------------
+// ---- changes outside a transaction ----
 
 DbStart db_direct_begin(Database &db, ThreadId thread) {
   if (!lock_disabled(db) && !settle_releases(db, thread)) return DbStart::failed;

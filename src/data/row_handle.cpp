@@ -92,8 +92,7 @@ void row_handle_copy(RowHandle &handle, const RowHandle &source) {
   memcpy(handle.old_record, source.record, size);
 }
 
-// --- Setting columns
-// ----------------------------------------------------------------------------------------
+// ---- setting columns ----
 
 bool row_handle_set(RowHandle &handle, const Column &column, ValueMode mode, const void *source) {
   if (column_is_rowid(column)) return fail(status::rowid_not_assignable);
@@ -125,8 +124,7 @@ bool row_handle_set_large(RowHandle &handle, const Column &column, const void *b
   return true;
 }
 
-// --- Reading columns
-// ----------------------------------------------------------------------------------------
+// ---- reading columns ----
 
 namespace {
 

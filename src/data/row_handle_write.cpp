@@ -31,8 +31,7 @@ bool entry_delete(const RowHandle &handle, Btree &index, const uint8_t *record) 
   return btree_delete(index, key, value);
 }
 
-// --- Checks
-// -------------------------------------------------------------------------------------------------
+// ---- checks ----
 
 // Columns that were not set take their bytes from rest.
 bool columns_finish(RowHandle &handle, const uint8_t *rest, bool unset_is_null) {
@@ -83,8 +82,7 @@ bool key_changed(const RowHandle &handle, const Btree &index) {
   return false;
 }
 
-// --- Large values
-// -------------------------------------------------------------------------------------------
+// ---- large values ----
 
 // Frees the chunk rows in record of the large columns below column end that were set or, all, of every one.
 enum class LargeScope { set, changed, all };
@@ -123,8 +121,7 @@ bool writable(const RowHandle &handle) {
 
 }  // namespace
 
-// --- Insert
-// -------------------------------------------------------------------------------------------------
+// ---- insert ----
 
 namespace {
 
@@ -194,8 +191,7 @@ bool row_handle_insert(RowHandle &handle) {
   return insert_write(handle);
 }
 
-// --- Update
-// -------------------------------------------------------------------------------------------------
+// ---- update ----
 
 namespace {
 
@@ -257,8 +253,7 @@ bool row_handle_update(RowHandle &handle) {
              : fail(status::record_large_update);
 }
 
-// --- Delete
-// -------------------------------------------------------------------------------------------------
+// ---- delete ----
 
 namespace {
 

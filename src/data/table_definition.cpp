@@ -117,8 +117,7 @@ TableRecord definition_record(const Table &table) {
   return record;
 }
 
-// --- Reading a definition from the catalog
-// ------------------------------------------------------------------
+// ---- reading a definition from the catalog ----
 
 namespace {
 
