@@ -44,9 +44,9 @@ class BtreeTest : public testing::Test {
   ~BtreeTest() override {
     if (index != nullptr) btree_close(index);
   }
-  Btree &make(const BtreeDefinition &made) {
+  Btree &make(const BtreeDefinition &made, const char *table_name = "") {
     if (index != nullptr) btree_close(index);
-    index = btree_create(*store.sm, made);
+    index = btree_create(*store.sm, made, table_name);
     EXPECT_NE(index, nullptr) << Store::errors();
     return *index;
   }
@@ -87,9 +87,8 @@ TEST_F(BtreeTest, RecordsAndPagesHaveTheirLayout) {
   BtreeDefinition made = definition(btree_timeseries, 2, {{type::int32, 4}, {type::character, 3}});
   made.parts[1].column = 5;
   made.table_id = 0x01020304;
-  strcpy(made.table_name, "table");
   strcpy(made.index_name, "by_time");
-  Btree &tree = make(made);
+  Btree &tree = make(made, "table");
   const DataSystems &systems = data_systems(*store.sm);
   uint8_t record[btree_descriptor_size];
   ASSERT_EQ(row_read(*systems.index_descriptors, tree.number, record, sizeof(record), nullptr),
@@ -369,8 +368,8 @@ TEST_F(BtreeTest, HandlesFollowTheLevelsOfATransaction) {
   const RowNo number = tree.number;
   ASSERT_TRUE(insert(tree, -1, 1));
   store.begin();
-  strcpy(tree.definition.table_name, "renamed");
-  ASSERT_TRUE(btree_rewrite_definition(tree));
+  ASSERT_TRUE(btree_rename_table(tree, "renamed"));
+  Store::on_other_thread([&] { EXPECT_STREQ(btree_table_name(tree), ""); });
   for (int i = 0; i < 300; ++i) ASSERT_TRUE(insert(tree, i, 1));
   store.begin();
   for (int i = 300; i < 600; ++i) ASSERT_TRUE(insert(tree, i, 1));
@@ -379,10 +378,10 @@ TEST_F(BtreeTest, HandlesFollowTheLevelsOfATransaction) {
   btree_close(inner);
   store.rollback();
   EXPECT_EQ(walk(tree).items.size(), 301u);
-  EXPECT_STREQ(tree.definition.table_name, "renamed");
+  EXPECT_STREQ(btree_table_name(tree), "renamed");
   store.rollback();
   EXPECT_EQ(walk(tree).items.size(), 1u);
-  EXPECT_STREQ(tree.definition.table_name, "");
+  EXPECT_STREQ(btree_table_name(tree), "");
 
   store.begin();
   for (int i = 0; i < 300; ++i) ASSERT_TRUE(insert(tree, i, 1));
@@ -495,8 +494,7 @@ TEST_F(BtreeTest, HandlesFollowAnotherProcess) {
 }
 
 TEST_F(BtreeTest, TheDumpListsEverything) {
-  Btree &tree = make(normal_int(2));
-  strcpy(tree.definition.table_name, "t");
+  Btree &tree = make(normal_int(2), "t");
   strcpy(tree.definition.index_name, "i");
   for (int i = 0; i < 3; ++i) ASSERT_TRUE(insert(tree, i, 1));
   testing::internal::CaptureStdout();

@@ -24,6 +24,12 @@ BlockNo block_count(const StorageManager &sm) {
 
 // ---- records
 
+BtreeName stored_name(const char *name) {
+  BtreeName stored = {};
+  strncpy(stored.text, name, sizeof stored.text - 1);
+  return stored;
+}
+
 bool counter_read(const Btree &index, BtreePages *pages) {
   uint8_t record[btree_counter_size];
   if (row_read(*data_systems(*index.sm).index_counters, index.counter_row, record, btree_counter_size,
@@ -57,7 +63,7 @@ bool handle_read(Btree &index) {
   for (int level = 0; level <= tran_level_limit; ++level) {
     index.pages[level] = pages;
     index.pages_changed[level] = false;
-    index.level_definitions[level] = index.definition;
+    index.table_names[level] = index.table_names[0];
   }
   return true;
 }
@@ -127,7 +133,7 @@ bool storage_create(Btree &index) {
     (void)sm_page_delete(root);
     return fail(status::btree_counter_create);
   }
-  btree_descriptor_encode(index, record);
+  btree_descriptor_encode(index, index.table_names[0].text, record);
   if (!row_insert(*systems.index_descriptors, record, btree_descriptor_size, &index.number)) {
     (void)row_delete(*systems.index_counters, index.counter_row);
     (void)sm_page_delete(root);
@@ -182,18 +188,18 @@ bool btree_open_system(StorageManager &sm) {
 
 // ---- handles
 
-Btree *btree_create(StorageManager &sm, const BtreeDefinition &definition) {
+Btree *btree_create(StorageManager &sm, const BtreeDefinition &definition, const char *table_name) {
   Btree *index = mem_new<Btree>();
   if (index == nullptr) return fail_null(status::out_of_memory);
   index->sm = &sm;
   index->definition = definition;
+  for (BtreeName &name : index->table_names) name = stored_name(table_name);
   bool made = definition_normalise(index->definition);
   if (made && !btree_derive(*index, bm_block_size(*sm.bm))) made = fail(status::btree_create);
   if (!made || !storage_create(*index)) {
     mem_delete(index);
     return nullptr;
   }
-  for (BtreeDefinition &level : index->level_definitions) level = index->definition;
   index->state.created_level = static_cast<int8_t>(sm_level(sm));
   const LockGuard guard(sm.lock);
   handle_add(index);
@@ -251,14 +257,17 @@ void btrees_close(StorageManager &sm) {
   while (data_systems(sm).btrees != nullptr) handle_free(data_systems(sm).btrees);
 }
 
-bool btree_rewrite_definition(Btree &index) {
+const char *btree_table_name(const Btree &index) {
+  return index.table_names[sm_level(*index.sm)].text;
+}
+
+bool btree_rename_table(Btree &index, const char *name) {
   uint8_t record[btree_descriptor_size];
-  btree_descriptor_encode(index, record);
+  btree_descriptor_encode(index, name, record);
   if (!row_update(*data_systems(*index.sm).index_descriptors, &index.number, record, btree_descriptor_size))
     return false;
   const LockGuard guard(index.sm->lock);
-  for (int level = sm_level(*index.sm); level <= tran_level_limit; ++level)
-    index.level_definitions[level] = index.definition;
+  index.table_names[sm_level(*index.sm)] = stored_name(name);
   return true;
 }
 
@@ -293,7 +302,7 @@ void btrees_level_opened(StorageManager &sm, int level) {
   for (Btree *index = data_systems(sm).btrees; index != nullptr; index = index->next) {
     index->pages[level] = index->pages[level - 1];
     index->pages_changed[level] = index->pages_changed[level - 1];
-    index->level_definitions[level] = index->level_definitions[level - 1];
+    index->table_names[level] = index->table_names[level - 1];
   }
 }
 
@@ -301,17 +310,15 @@ void btrees_level_merged(StorageManager &sm, int level) {
   for (Btree *index = data_systems(sm).btrees; index != nullptr; index = index->next) {
     index->pages[level - 1] = index->pages[level];
     index->pages_changed[level - 1] = index->pages_changed[level];
-    index->level_definitions[level - 1] = index->level_definitions[level];
+    index->table_names[level - 1] = index->table_names[level];
     index->state.level_merged(level);
   }
   list_sweep(sm);
 }
 
 void btrees_level_dropped(StorageManager &sm, int level) {
-  for (Btree *index = data_systems(sm).btrees; index != nullptr; index = index->next) {
-    index->definition = index->level_definitions[level - 1];
+  for (Btree *index = data_systems(sm).btrees; index != nullptr; index = index->next)
     index->state.level_dropped(level);
-  }
   list_sweep(sm);
 }
 

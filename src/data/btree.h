@@ -23,6 +23,7 @@ inline constexpr uint32_t btree_payload = 8;
 inline constexpr int btree_key_limit = 128;  // bytes
 inline constexpr int btree_part_limit = 2;
 inline constexpr int btree_depth_limit = 16;
+inline constexpr int btree_name_size = 32;  // stored field
 
 struct BtreeKeyPart {
   TypeCode type;
@@ -30,6 +31,7 @@ struct BtreeKeyPart {
   uint16_t column;  // column number in the table
 };
 
+// Fixed for the life of an index.
 struct BtreeDefinition {
   uint32_t flags;
   int part_count;
@@ -37,8 +39,11 @@ struct BtreeDefinition {
   int value_size;    // payload bytes; 4 for row numbers
   BtreeKeyPart parts[btree_part_limit];
   uint32_t table_id;  // 0 for catalog indices
-  char table_name[32];
-  char index_name[32];
+  char index_name[btree_name_size];
+};
+
+struct BtreeName {
+  char text[btree_name_size];
 };
 
 struct BtreePages {
@@ -70,10 +75,10 @@ struct Btree {
   int32_t group;         // 0
   BtreePages pages[tran_level_limit + 1];
   bool pages_changed[tran_level_limit + 1];  // the level's counters differ from their record
+  BtreeName table_names[tran_level_limit + 1];
   BtreeItemKind master_leaf, master_node, overflow_leaf, overflow_node;
   StoredCompare compare[btree_part_limit];
   BtreeSearch search_master, search_overflow;
-  BtreeDefinition level_definitions[tran_level_limit + 1];  // what a level's end makes of the definition
   HandleState state;
   Btree *next;  // list of the storage manager, newest first
 };
@@ -91,12 +96,15 @@ inline int btree_key_size(const Btree &index) {
 [[nodiscard]] bool btrees_write_counters(StorageManager &sm);
 [[nodiscard]] bool btrees_reload_all(StorageManager &sm);  // after another process's commit
 
-Btree *btree_create(StorageManager &sm, const BtreeDefinition &definition);  // 132002 to 132004, 32012
-Btree *btree_open(StorageManager &sm, RowNo number);                         // 32016, 32033
-[[nodiscard]] bool btree_drop(Btree *index);                                 // 32034 to 32036; ends the hold
+Btree *btree_create(StorageManager &sm, const BtreeDefinition &definition,
+                    const char *table_name = "");     // 132002 to 132004, 32012
+Btree *btree_open(StorageManager &sm, RowNo number);  // 32016, 32033
+[[nodiscard]] bool btree_drop(Btree *index);          // 32034 to 32036; ends the hold
 void btree_close(Btree *index);
-// Rewrites names and table id in the descriptor (renames).
-[[nodiscard]] bool btree_rewrite_definition(Btree &index);
+
+// The name of the index's table, at the level that the calling thread sees.
+const char *btree_table_name(const Btree &index);
+[[nodiscard]] bool btree_rename_table(Btree &index, const char *name);
 
 enum class BtreeInsert { inserted, exists, failed };
 BtreeInsert btree_insert(Btree &index, const uint8_t *key, const void *value);         // exists: UNIQUE only

@@ -9,7 +9,7 @@ namespace {
 void dump_definition(const Btree &index) {
   const BtreeDefinition &definition = index.definition;
   dump_line(nullptr, 0, " --- name ---");
-  dump_line(nullptr, 0, " tname :[%s]", definition.table_name);
+  dump_line(nullptr, 0, " tname :[%s]", btree_table_name(index));
   dump_line(nullptr, 0, " iname :[%s]", definition.index_name);
   dump_line(nullptr, 0, " --- no ---");
   dump_line(nullptr, 0, " rno   :[%d]", static_cast<int>(index.number));

@@ -63,7 +63,7 @@ bool btree_derive(Btree &index, int block_size) {
          derive_kind(4, definition.value_size, block_size, index.overflow_node);
 }
 
-void btree_descriptor_encode(const Btree &index, uint8_t *at) {
+void btree_descriptor_encode(const Btree &index, const char *table_name, uint8_t *at) {
   const BtreeDefinition &definition = index.definition;
   memset(at, 0, btree_descriptor_size);
   store_u32(at + field::flags, definition.flags);
@@ -78,7 +78,7 @@ void btree_descriptor_encode(const Btree &index, uint8_t *at) {
   store_u32(at + field::root, index.root);
   store_u32(at + field::counter_row, index.counter_row);
   store_u32(at + field::table_id, definition.table_id);
-  memcpy(at + field::table_name, definition.table_name, sizeof(definition.table_name));
+  strncpy(reinterpret_cast<char *>(at + field::table_name), table_name, btree_name_size - 1);
   memcpy(at + field::index_name, definition.index_name, sizeof(definition.index_name));
 }
 
@@ -97,7 +97,7 @@ bool btree_descriptor_decode(const uint8_t *at, int block_size, Btree &index) {
   index.root = load_u32(at + field::root);
   index.counter_row = load_u32(at + field::counter_row);
   definition.table_id = load_u32(at + field::table_id);
-  memcpy(definition.table_name, at + field::table_name, sizeof(definition.table_name) - 1);
+  memcpy(index.table_names[0].text, at + field::table_name, btree_name_size - 1);
   memcpy(definition.index_name, at + field::index_name, sizeof(definition.index_name) - 1);
   return index.root != 0 && index.counter_row != 0 && btree_derive(index, block_size);
 }

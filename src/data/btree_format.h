@@ -101,9 +101,9 @@ inline constexpr int total = 0, root = 4, slots = 8;
 // its type's, fewer than two items in a page. Records nothing.
 [[nodiscard]] bool btree_derive(Btree &index, int block_size);
 
-void btree_descriptor_encode(const Btree &index, uint8_t *at);
-// Takes definition, root and counter record, and derives the rest. False when the descriptor is damaged;
-// records nothing.
+void btree_descriptor_encode(const Btree &index, const char *table_name, uint8_t *at);
+// Takes definition, root, counter record and, for the first level, the table name, and derives the rest.
+// False when the descriptor is damaged; records nothing.
 [[nodiscard]] bool btree_descriptor_decode(const uint8_t *at, int block_size, Btree &index);
 
 inline void btree_counter_encode(const BtreePages &pages, uint8_t *at) {

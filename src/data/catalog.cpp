@@ -261,11 +261,8 @@ bool table_empty(Database &db, const char *name) {
 namespace {
 
 bool index_table_names_write(Table &table) {
-  for (int i = 0; i < table.index_count; ++i) {
-    Btree &index = *table.indices[i];
-    name_encode(table.name, index.definition.table_name);
-    if (!btree_rewrite_definition(index)) return fail(status::table_record_update);
-  }
+  for (int i = 0; i < table.index_count; ++i)
+    if (!btree_rename_table(*table.indices[i], table.name)) return fail(status::table_record_update);
   return true;
 }
 

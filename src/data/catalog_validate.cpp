@@ -179,7 +179,6 @@ bool index_validate(const Table &table, const IndexDefinition &definition, Btree
   tree->master_count = definition.unique ? 1 : definition.master_count;
   tree->value_size = 4;
   tree->table_id = table.id;
-  name_encode(table.name, tree->table_name);
   name_encode(definition.name, tree->index_name);
   for (int i = 0; i < table.index_count; ++i)
     if (same_columns(*tree, table.indices[i]->definition)) return fail(status::index_exists);

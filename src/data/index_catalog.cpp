@@ -114,7 +114,7 @@ bool index_name_delete(Database &db, const Btree &index) {
 bool index_attach(Table &table, const IndexDefinition &definition) {
   BtreeDefinition tree;
   if (!index_validate(table, definition, &tree)) return false;
-  Btree *index = btree_create(*table.db->storage, tree);
+  Btree *index = btree_create(*table.db->storage, tree, table.name);
   if (index == nullptr) return fail(status::index_btree_create);
   const bool named = index_build(table, *index) && index_name_insert(*table.db, *index);
   if (named && index_list_append(table, *index)) return true;
@@ -125,7 +125,7 @@ bool index_attach(Table &table, const IndexDefinition &definition) {
 }
 
 bool index_tree_add(Table &table, const BtreeDefinition &tree) {
-  Btree *index = btree_create(*table.db->storage, tree);
+  Btree *index = btree_create(*table.db->storage, tree, table.name);
   if (index == nullptr) return fail(status::index_btree_create);
   if (index_list_append(table, *index)) return true;
   const ErrorScope keep;
@@ -164,8 +164,8 @@ Table *index_table(Database &db, const char *name) {
   }
   Btree *index = btree_open(*db.storage, number);
   if (index == nullptr) return fail_null(status::index_drop_open);
-  char table_name[name_size] = {};
-  memcpy(table_name, index->definition.table_name, name_size - 1);
+  char table_name[btree_name_size];
+  strcpy(table_name, btree_table_name(*index));
   btree_close(index);
   RowNo id;
   if (table_name_find(db, table_name, &id) == BtreeFind::absent) return fail_null(status::index_no_table);
