@@ -20,20 +20,21 @@ namespace {
 
 constexpr int management_place = 2;  // of the first management ROW in the system ROW
 
+// Closes a database that did not get finished.
+using Unfinished = Held<Database, db_close>;
+using ParamHold = Held<Params, param_destroy>;
+
 Database *db_new(const char *params) {
-  Database *db = mem_new<Database>();
+  Unfinished db(mem_new<Database>());
   if (db == nullptr) return fail_null(status::out_of_memory);
   for (ReadHold &hold : db->holds) hold.thread = no_thread;
   for (ThreadId &thread : db->owed) thread = no_thread;
   db->lock = system_driver.lock_create();
   db->tables_lock = system_driver.lock_create();
-  if (db->lock == nullptr || db->tables_lock == nullptr)
-    err_set(status::lock_create);
-  else
-    db->params = param_create(params);
-  if (db->params != nullptr) return db;
-  db_close(db);
-  return nullptr;
+  if (db->lock == nullptr || db->tables_lock == nullptr) return fail_null(status::lock_create);
+  db->params = param_create(params);
+  if (db->params == nullptr) return nullptr;
+  return db.release();
 }
 
 BtreeDefinition name_index_definition(uint32_t flags, int value_size) {
@@ -126,27 +127,19 @@ bool catalog_open_locked(Database &db) {
 // Everything is in the file when this returns: whoever opens the database next reads the header and the
 // management ROWs from there.
 Database *db_create(const char *params) {
-  Database *db = db_new(params);
+  Unfinished db(db_new(params));
   if (db == nullptr) return nullptr;
   db->storage = sm_create(*db->params);
-  if (db->storage == nullptr)
-    err_set(status::db_storage_create);
-  else if (catalog_create(*db) && sm_direct_end(*db->storage))
-    return db;
-  db_close(db);
-  return nullptr;
+  if (db->storage == nullptr) return fail_null(status::db_storage_create);
+  return catalog_create(*db) && sm_direct_end(*db->storage) ? db.release() : nullptr;
 }
 
 Database *db_open(const char *params) {
-  Database *db = db_new(params);
+  Unfinished db(db_new(params));
   if (db == nullptr) return nullptr;
   db->storage = sm_open(*db->params);
-  if (db->storage == nullptr)
-    err_set(status::db_storage_open);
-  else if (catalog_open_locked(*db))
-    return db;
-  db_close(db);
-  return nullptr;
+  if (db->storage == nullptr) return fail_null(status::db_storage_open);
+  return catalog_open_locked(*db) ? db.release() : nullptr;
 }
 
 Database *db_create_work() {
@@ -154,15 +147,11 @@ Database *db_create_work() {
   const char *size = env_text(Env::size_tmp);
   const bool sized = size != nullptr && size[0] != 0;
   dump_text(text, sizeof text, "NAME=hvi_%s%.64s;name=alter", sized ? ";SIZE_DAT=" : "", sized ? size : "");
-  Database *db = db_new(text);
+  Unfinished db(db_new(text));
   if (db == nullptr) return nullptr;
   db->storage = sm_create_work(*db->params);
-  if (db->storage == nullptr)
-    err_set(status::db_storage_create);
-  else if (catalog_create(*db))
-    return db;
-  db_close(db);
-  return nullptr;
+  if (db->storage == nullptr) return fail_null(status::db_storage_create);
+  return catalog_create(*db) ? db.release() : nullptr;
 }
 
 void db_close(Database *db) {
@@ -182,19 +171,15 @@ void db_close(Database *db) {
 }
 
 bool db_remove(const char *text) {
-  Params *params = param_create(text);
+  const ParamHold params(param_create(text));
   const bool removed = params != nullptr && bm_remove(*params);
-  param_destroy(params);
-  return removed ? true : fail(status::db_remove);
+  return removed || fail(status::db_remove);
 }
 
 bool db_exists(const char *text) {
-  const ErrorScope keep;
-  Params *params = param_create(text);
-  BlockManager *bm = params == nullptr ? nullptr : bm_open(*params, true);
-  if (bm != nullptr) bm_close(bm);
-  param_destroy(params);
-  return bm != nullptr;
+  const ErrorScope missing_is_no_failure;
+  const ParamHold params(param_create(text));
+  return params != nullptr && Held<BlockManager, bm_close>(bm_open(*params, true)) != nullptr;
 }
 
 }  // namespace tovik

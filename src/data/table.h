@@ -8,6 +8,7 @@
 
 #include "data/btree.h"
 #include "data/row_system.h"
+#include "platform/held.h"
 
 namespace tovik {
 
@@ -70,20 +71,7 @@ void table_close(Table *table);  // null is ignored
 bool table_is_current(const Table &table);
 
 // Gives the hold on a definition back at the end of the scope.
-class TableHold {
- public:
-  explicit TableHold(Table *table) : table_(table) {}
-  ~TableHold() { table_close(table_); }
-  TableHold(const TableHold &) = delete;
-  TableHold &operator=(const TableHold &) = delete;
-
-  Table *get() const { return table_; }
-  Table *operator->() const { return table_; }
-  Table &operator*() const { return *table_; }
-
- private:
-  Table *table_;
-};
+using TableHold = Held<Table, table_close>;
 
 // By exact name, or rowid (any case); null when there is none, nothing recorded.
 const Column *table_find_column(const Table &table, const char *name);

@@ -5,6 +5,7 @@
 
 #include "frame/env.h"
 #include "frame/error.h"
+#include "platform/held.h"
 #include "storage/block_cipher.h"
 #include "storage/trn_storage.h"
 
@@ -13,20 +14,7 @@ namespace tovik {
 namespace {
 
 // Closes a block manager that is not handed out.
-class Holder {
- public:
-  explicit Holder(BlockManager *bm) : bm_(bm) {}
-  ~Holder() { bm_close(bm_); }
-  Holder(const Holder &) = delete;
-  Holder &operator=(const Holder &) = delete;
-  bool held() const { return bm_ != nullptr; }
-  BlockManager &operator*() { return *bm_; }
-  BlockManager *operator->() { return bm_; }
-  BlockManager *release() { return std::exchange(bm_, nullptr); }
-
- private:
-  BlockManager *bm_;
-};
+using Holder = Held<BlockManager, bm_close>;
 
 BlockManager *make_object(Params &params) {
   BlockManager *bm = mem_new<BlockManager>();
@@ -189,7 +177,7 @@ BlockManager *bm_create(Params &params, DatabaseType type) {
     return fail_null(status::block_argument);
   if (!param_check(params, true)) return nullptr;
   Holder bm(make_object(params));
-  if (!bm.held() || !fill_header(*bm, type)) return nullptr;
+  if (bm == nullptr || !fill_header(*bm, type)) return nullptr;
   if (bm_temporary(*bm) && !storage_name(params, type, part_dat, bm->temporary_name)) return nullptr;
   if (!create_storage(*bm) || !bm_write_header(*bm, part_dat)) return nullptr;
   if (bm_single(*bm) && !mark_deleted(*bm, part_trn)) return fail_null(status::block_write);
@@ -199,7 +187,7 @@ BlockManager *bm_create(Params &params, DatabaseType type) {
 BlockManager *bm_open(Params &params, bool clean_history) {
   if (!param_check(params, false)) return nullptr;
   Holder bm(make_object(params));
-  if (!bm.held() || !open_existing_dat(*bm) || !open_header(*bm)) return nullptr;
+  if (bm == nullptr || !open_existing_dat(*bm) || !open_header(*bm)) return nullptr;
   params.language = bm->common.lang;
   params.endian = bm->common.endian;
   params.format = bm->common.format;
@@ -227,7 +215,7 @@ void bm_close(BlockManager *bm) {
 
 bool bm_remove(Params &params) {
   Holder bm(bm_open(params, false));
-  if (!bm.held()) return false;
+  if (bm == nullptr) return false;
   if (!layout_named(params.manage_type)) return mark_deleted(*bm, part_dat) && mark_deleted(*bm, part_trn);
   if (!bm_close_storage(*bm, part_dat) || !remove_storage(*bm, part_dat)) return false;
   if (bm_single(*bm)) return true;

@@ -8,6 +8,7 @@
 
 #include "frame/env.h"
 #include "frame/error.h"
+#include "platform/held.h"
 #include "storage/trn_storage.h"
 
 namespace tovik {
@@ -30,21 +31,7 @@ const DataLayerOps no_data_layer = {succeed,
 DataLayerOps data_layer = no_data_layer;
 
 // Closes a storage manager that did not get finished.
-class Unfinished {
- public:
-  explicit Unfinished(StorageManager *sm) : sm_(sm) {}
-  ~Unfinished() { sm_close(sm_); }
-  Unfinished(const Unfinished &) = delete;
-  Unfinished &operator=(const Unfinished &) = delete;
-  StorageManager *finish() {
-    StorageManager *sm = sm_;
-    sm_ = nullptr;
-    return sm;
-  }
-
- private:
-  StorageManager *sm_;
-};
+using Unfinished = Held<StorageManager, sm_close>;
 
 StorageManager *allocate(Params &params) {
   if (!io_initialised()) return fail_null(status::not_initialised);
@@ -144,40 +131,37 @@ const DataLayerOps &sm_data_layer() {
 }
 
 StorageManager *sm_create(Params &params) {
-  StorageManager *sm = allocate(params);
+  Unfinished sm(allocate(params));
   if (sm == nullptr) return nullptr;
-  Unfinished unfinished(sm);
   sm->bm = bm_create(params, DatabaseType::ordinary);
   if (sm->bm == nullptr) return fail_null(status::storage_block_create);
   sm->creating = true;
   if (!create_caches(*sm) || !create_lock_manager(*sm)) return nullptr;
   if (!allocate_first_blocks(*sm) || !create_systems(*sm)) return nullptr;
   if (!create_transaction_manager(*sm)) return nullptr;
-  return unfinished.finish();
+  return sm.release();
 }
 
 StorageManager *sm_open(Params &params) {
-  StorageManager *sm = allocate(params);
+  Unfinished sm(allocate(params));
   if (sm == nullptr) return nullptr;
-  Unfinished unfinished(sm);
   sm->bm = bm_open(params, true);
   if (sm->bm == nullptr) return fail_null(status::storage_block_open);
   if (!create_caches(*sm) || !create_lock_manager(*sm) || !create_transaction_manager(*sm)) return nullptr;
   if (params.warm_restart && !restart_under_lock(*sm)) return nullptr;
   if (!open_systems_under_lock(*sm)) return nullptr;
-  return unfinished.finish();
+  return sm.release();
 }
 
 StorageManager *sm_create_work(Params &params) {
-  StorageManager *sm = allocate(params);
+  Unfinished sm(allocate(params));
   if (sm == nullptr) return nullptr;
-  Unfinished unfinished(sm);
   sm->bm = bm_create(params, DatabaseType::temporary);
   if (sm->bm == nullptr) return fail_null(status::storage_block_create);
   sm->dat = cm_create(*sm->bm, params, part_dat);
   if (sm->dat == nullptr) return fail_null(status::storage_cache_create);
   if (!allocate_first_blocks(*sm) || !create_systems(*sm)) return nullptr;
-  return unfinished.finish();
+  return sm.release();
 }
 
 void sm_close(StorageManager *sm) {
