@@ -50,9 +50,6 @@ bool fill_header(BlockManager &bm, DatabaseType type) {
   fields.manage_type = static_cast<uint8_t>(params.manage_type);
   fields.lang = static_cast<uint8_t>(params.language);
   fields.database_type = static_cast<uint8_t>(type);
-  fields.appver_major = static_cast<uint8_t>(application_version);
-  fields.appver_minor = static_cast<uint8_t>(application_version >> 8);
-  fields.appver_rev = static_cast<uint8_t>(application_version >> 16);
   fields.block_size = params.io.block_size;
   fields.size_dat = params.size_dat;
   fields.size_trn = params.size_trn;

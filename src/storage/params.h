@@ -38,9 +38,6 @@ struct ParamPair {
   const char *value;
 };
 
-// The application's version word in header blocks; this engine leaves it 0.
-inline constexpr int32_t application_version = 0;
-
 struct Params {
   Array<ParamPair> raw;  // the default suffixes, then every item with a value, in order; owns the texts
   char *name_directory;  // the directory that NAME gave, owned, null when none

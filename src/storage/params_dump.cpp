@@ -6,22 +6,20 @@ namespace tovik {
 
 namespace {
 
-// Labels fill 16 characters; longer ones are cut.
-
 void heading(const char *text) {
   dump_line(nullptr, 0, "%s", text);
 }
 
 void number(const char *label, int32_t value) {
-  dump_line(nullptr, 0, "  %-16.16s: %d", label, value);
+  dump_line(nullptr, 0, "  %-16s: %d", label, value);
 }
 
 void octal(const char *label, int32_t value) {
-  dump_line(nullptr, 0, "  %-16.16s: 0%o", label, static_cast<unsigned>(value));
+  dump_line(nullptr, 0, "  %-16s: 0%o", label, static_cast<unsigned>(value));
 }
 
 void text(const char *label, const char *value) {
-  dump_line(nullptr, 0, "  %-16.16s: %s", label, value == nullptr ? "" : value);
+  dump_line(nullptr, 0, "  %-16s: %s", label, value == nullptr ? "" : value);
 }
 
 void dump_io(const Params &params) {
@@ -34,7 +32,7 @@ void dump_io(const Params &params) {
   number("option", params.io.open_option);
   number("hd no", params.io.unit_number);
   number("sector size", params.io.sector_size);
-  dump_line(nullptr, 0, "  %-16.16s: %lld", "start sector", static_cast<long long>(params.io.start_sector));
+  dump_line(nullptr, 0, "  %-16s: %lld", "start sector", static_cast<long long>(params.io.start_sector));
   number("block size", params.io.block_size);
   if (params.io.start_sector > 0 && params.io.sector_size > 0)
     number("blsz / scsz", params.io.block_size / params.io.sector_size);
@@ -96,7 +94,7 @@ void param_dump(const Params &params) {
   dump_blocks_and_cache(params);
   dump_transaction_and_data(params);
   heading(" -- information paramater -- ");
-  number("application version word", application_version);
+  number("application version word", 0);  // this engine gives databases none
   text("encryption key", params.encrypt_key);
   number("endian", params.endian);
   number("format", params.format);
