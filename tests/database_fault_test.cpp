@@ -257,6 +257,7 @@ TEST(Database, ReadersBesideAWriterRandom) {
           EXPECT_EQ(rows.get("b").size(), 50u);
         }
         rows.check_indices();
+        EXPECT_FALSE(db_in_transaction(db, current_thread()));
       }
       db_read_end(db, current_thread());
       ++looks;

@@ -232,7 +232,7 @@ void copy_failed(Database &db, int level) {
 
 bool db_in_transaction(const Database &db, ThreadId thread) {
   const TransactionManager *tm = db.storage->tm;
-  return tm != nullptr && tm->level > 0 && tm->tid == thread;
+  return tm != nullptr && thread != no_thread && tm->tid == thread;
 }
 
 DbStart db_start(Database &db, ThreadId thread, bool allow_nested) {

@@ -50,12 +50,12 @@ struct TransactionManager {
   int32_t level;              // open levels, 0 to 4
   std::atomic<ThreadId> tid;  // owner, no_thread when none is open; only the owner can find itself here
   TranLevel *levels[tran_level_limit];
-  Array<MapEntry> sorted;   // built at commit and at recovery
-  bool record_written;      // a commit record of the open transaction may be on disk
-  bool record_durable;      // ... and surely is
-  bool record_pending;      // a copy failed: the record on disk must be applied before anything else
-  uint32_t pending_number;  // where that record lies: a saved storage, or 0 for the TRN storage
-  uint8_t *buffer;          // two blocks of scratch
+  Array<MapEntry> sorted;            // built at commit and at recovery
+  bool record_written;               // a commit record of the open transaction may be on disk
+  bool record_durable;               // ... and surely is
+  std::atomic<bool> record_pending;  // a copy failed: the record on disk must be applied before anything else
+  uint32_t pending_number;           // where that record lies: a saved storage, or 0 for the TRN storage
+  uint8_t *buffer;                   // two blocks of scratch
 };
 
 TransactionManager *tm_create(StorageManager &sm, const Params &params);  // null with 1
