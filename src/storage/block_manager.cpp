@@ -256,15 +256,18 @@ bool bm_write_header(BlockManager &bm, PartNo part) {
   return io_write_block(io, storage_block(bm, part, 0), bm.block_buffer) || fail(status::header_write);
 }
 
-HeaderProbe bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode) {
+HeaderProbe bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode, HeaderRecord *found) {
   IoObject *io = bm_io(bm, part);
   if (io == nullptr || !io_read_block(io, storage_block(bm, part, 0), bm.block_buffer)) {
     err_set(status::block_read);
     return HeaderProbe::failed;
   }
-  return header_is(bm.block_buffer, part, mode == ProbeMode::whole ? &bm.header : nullptr)
-             ? HeaderProbe::valid
-             : HeaderProbe::invalid;
+  if (!header_is(bm.block_buffer, part, mode == ProbeMode::whole ? &bm.header : nullptr))
+    return HeaderProbe::invalid;
+  if (found == nullptr) return HeaderProbe::valid;
+  ErrorScope impossible_is_invalid;
+  *found = bm.header;
+  return header_decode(*found, part, bm.block_buffer) ? HeaderProbe::valid : HeaderProbe::invalid;
 }
 
 bool bm_block_valid(const BlockManager &bm, PartNo part, BlockNo block) {

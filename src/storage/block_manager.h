@@ -74,7 +74,9 @@ void bm_close(BlockManager *bm);  // null is ignored; removes the storage of a t
 enum class HeaderProbe { valid, invalid, failed };
 enum class ProbeMode { magic, whole };  // magic only, or all 208 common bytes against the in-memory header
 
-HeaderProbe bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode);  // failed with 20011
+// Looks at a header on disk. With found a valid one is decoded there, a copy of the in-memory record
+// otherwise; impossible values make it invalid then. failed with 20011.
+HeaderProbe bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode, HeaderRecord *found = nullptr);
 
 bool bm_block_valid(const BlockManager &bm, PartNo part, BlockNo block);
 [[nodiscard]] bool bm_sync(BlockManager &bm, PartNo part);

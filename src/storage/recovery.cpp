@@ -56,11 +56,11 @@ bool modified_together(const BlockManager &bm, const char *saved_name) {
 Verdict judge_record(TransactionManager &tm, const char *saved_name) {
   BlockManager &bm = *tm.bm;
   if (!trn_can_hold_header(bm)) return Verdict::none;
-  const HeaderProbe probe = bm_probe_header(bm, part_trn, ProbeMode::whole);
+  HeaderRecord found;
+  const HeaderProbe probe = bm_probe_header(bm, part_trn, ProbeMode::whole, &found);
   if (probe == HeaderProbe::failed) return Verdict::unreadable;
   if (probe == HeaderProbe::invalid) return Verdict::none;
-  if (!bm_read_header(bm, part_trn))
-    return error_record().last_code == status::header_format ? Verdict::none : Verdict::unreadable;
+  bm.header = found;
   const CommitRecord &record = bm.header.commit;
   if (record.tstat != tran_committed || record.iid != bm.header.creation_time) return Verdict::none;
   const int64_t last_applied = bm.header.last_applied;

@@ -94,11 +94,7 @@ bool release_storage(BlockManager &bm, bool committed, bool recorded) {
 
 // A record that was applied has the number of the last applied transaction; one whose update counter does not
 // fit belongs to blocks that have changed since.
-bool record_waits(BlockManager &bm) {
-  ErrorScope impossible_is_no_record;
-  HeaderRecord read;
-  if (!bm_peek_header(bm, part_trn, read)) return false;
-  const CommitRecord &commit = read.commit;
+bool record_waits(BlockManager &bm, const CommitRecord &commit) {
   return commit.tstat == tran_committed && commit.iid == bm.header.creation_time &&
          commit.lcto == bm.header.last_applied && commit.lctn != bm.header.last_applied &&
          commit.before.ucnt == bm_counters(bm, part_dat).ucnt;
@@ -110,9 +106,10 @@ TrnRecord read_record(BlockManager &bm) {
     const int64_t size = io_size(bm.io[part_trn]);
     if (size < bm_block_size(bm)) return size < 0 ? TrnRecord::failed : TrnRecord::none;
   }
-  switch (bm_probe_header(bm, part_trn, ProbeMode::magic)) {
+  HeaderRecord found;
+  switch (bm_probe_header(bm, part_trn, ProbeMode::magic, &found)) {
     case HeaderProbe::valid:
-      return record_waits(bm) ? TrnRecord::waiting : TrnRecord::none;
+      return record_waits(bm, found.commit) ? TrnRecord::waiting : TrnRecord::none;
     case HeaderProbe::invalid:
       return TrnRecord::none;
     case HeaderProbe::failed:
