@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "block_support.h"
 
@@ -171,7 +172,6 @@ TEST_F(Blocks, OpeningChecksTheHeader) {
   EXPECT_EQ(recorded(), (Codes{104, 20010}));
 }
 
-// next try works.
 // The counters in memory stay as they were when a later read finds a damaged header.
 TEST_F(Blocks, DamagedHeadersChangeNothingInMemory) {
   Engine engine;
@@ -298,6 +298,26 @@ TEST_F(Blocks, CreateOpenRemove) {
   EXPECT_EQ(recorded().back(), 20006);
   EXPECT_FALSE(open());
   EXPECT_EQ(recorded().back(), 20008);
+}
+
+// Both find the name free.
+TEST_F(Blocks, OneOfTwoCreationsAtOnceWins) {
+  Engine engine;
+  const auto exists = std::exchange(file_driver.file_exists, [](const char *) { return 0; });
+  const ParamBlock params(param_create(text("").c_str()));
+  IoObject *faster = io_create(0, params->io, file("orders.dat").c_str(), part_dat);
+  ASSERT_EQ(io_lock(faster, file_lock_exclusive, 0, 1), LockResult::granted);
+  EXPECT_FALSE(create());
+  EXPECT_EQ(recorded(), Codes{120101});
+  EXPECT_TRUE(io_close(faster));
+  Database made = create();
+  ASSERT_TRUE(made);
+  const std::string header = content("orders.dat");
+  err_clear();
+  EXPECT_FALSE(create("SIZE_DAT=30B"));
+  EXPECT_EQ(recorded(), Codes{120101});
+  EXPECT_EQ(content("orders.dat"), header);
+  file_driver.file_exists = exists;
 }
 
 TEST_F(Blocks, TransfersStayInsideThePart) {

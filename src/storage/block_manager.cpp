@@ -91,6 +91,25 @@ bool remove_old_trn(BlockManager &bm) {
   return storage_name(*bm.params, DatabaseType::ordinary, part_trn, name) && remove_old(bm, name);
 }
 
+// Creations that run at once may all find the name free and open the same file, or the same device unused.
+// Whoever gets the first byte's lock is the creator and keeps it until the header is written; a file that is
+// not empty then was made by somebody who is through already.
+bool begin_creation(BlockManager &bm, StatusCode taken) {
+  if (env_on(Env::lock_disable)) return true;
+  const LockResult result = io_lock(bm.io[part_dat], file_lock_exclusive, 0, 1);
+  return result == LockResult::granted || (result == LockResult::busy && fail(taken));
+}
+
+bool end_creation(BlockManager &bm) {
+  return env_on(Env::lock_disable) || io_unlock(bm.io[part_dat], 0, 1, true);
+}
+
+bool is_new_file(BlockManager &bm) {
+  const int64_t size = io_size(bm.io[part_dat]);
+  if (size < 0) return fail(status::block_create_dat);
+  return size == 0 || fail(status::database_exists);
+}
+
 bool create_dat(BlockManager &bm) {
   StorageName name;
   if (!dat_name(bm, name)) return false;
@@ -100,6 +119,7 @@ bool create_dat(BlockManager &bm) {
   if (io_exists(bm_driver(bm), name)) return fail(status::database_exists);
   bm.io[part_dat] = io_create(bm_driver(bm), bm.params->io, name, part_dat);
   if (bm.io[part_dat] == nullptr) return fail(status::block_create_dat);
+  if (!begin_creation(bm, status::database_exists) || !is_new_file(bm)) return false;
   if (bm.common.size_dat == 0) return true;
   const int64_t blocks = bm_single(bm) ? bm.common.end_trn : bm.common.size_dat;
   return io_truncate(bm.io[part_dat], blocks * bm_block_size(bm)) || fail(status::block_create_dat);
@@ -120,6 +140,7 @@ bool holds_database(BlockManager &bm) {
 
 // A device comes with whatever was on it: look for a live database, then for room up to the last block.
 bool claim_device(BlockManager &bm) {
+  if (!begin_creation(bm, status::raw_device_in_use)) return false;
   if (!bm.params->overwrite && holds_database(bm)) return fail(status::raw_device_in_use);
   memset(bm.block_buffer, 0, static_cast<size_t>(bm_block_size(bm)));
   return io_write_block(bm.io[part_dat], bm.common.end_trn - 1, bm.block_buffer) ||
@@ -178,7 +199,7 @@ BlockManager *bm_create(Params &params, DatabaseType type) {
   if (bm_temporary(*bm) && !storage_name(params, type, part_dat, bm->temporary_name)) return nullptr;
   if (!create_storage(*bm) || !bm_write_header(*bm, part_dat)) return nullptr;
   if (bm_single(*bm) && !mark_deleted(*bm, part_trn)) return fail_null(status::block_write);
-  return bm.release();
+  return end_creation(*bm) ? bm.release() : nullptr;
 }
 
 BlockManager *bm_open(Params &params, bool clean_history) {
