@@ -143,7 +143,8 @@ TEST(CacheTest, FreeListIsLastInFirstOut) {
     ASSERT_TRUE(sm_page_release_write(page));
   }
   ASSERT_TRUE(sm_chain_free(*db, 1, 4, 6, 3));
-  ASSERT_TRUE(cm_flush(*db->dat, 0, true, nullptr));
+  ASSERT_TRUE(cm_flush(*db->dat, nullptr));
+  cm_drop(*db->dat, DropWhat::all);
   EXPECT_EQ(nullptr, cm_find(*db->dat, 5));
   for (BlockNo expected : {4, 5, 6, 9, 7, 13}) {
     Page page;
@@ -214,7 +215,8 @@ TEST(CacheTest, CommittedPagesStayInMemory) {
   StorageEngine engine;
   Database db(std::string(memory_database) + "CACHE_SIZE_DAT=4;CACHE_SIZE_TRN=6", Database::Start::create);
   for (int i = 0; i < 6; ++i) ASSERT_NE(0, db.add(1));
-  ASSERT_TRUE(cm_flush(*db->dat, 0, true, nullptr));
+  ASSERT_TRUE(cm_flush(*db->dat, nullptr));
+  cm_drop(*db->dat, DropWhat::all);
   ASSERT_TRUE(db.begin());
   for (BlockNo block = 3; block <= 8; ++block) ASSERT_TRUE(db.put(block, 9));
   ASSERT_TRUE(db.commit());

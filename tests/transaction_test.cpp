@@ -245,7 +245,7 @@ TEST_F(TransactionTest, RollbackLeavesNothing) {
   const Counters before = db_->counters();
   const Bytes dat = read_file(path("orders.dat"));
   ASSERT_TRUE(db_->begin() && change({3, 9}, 77) && db_->add(1) == 10 && db_->remove(4));
-  ASSERT_TRUE(cm_flush(*(*db_)->trn, 0, false, (*db_)->tm));
+  ASSERT_TRUE(cm_flush(*(*db_)->trn, (*db_)->tm));
   ASSERT_TRUE(db_->rollback());
   EXPECT_EQ(dat, read_file(path("orders.dat")));
   EXPECT_EQ(0, memcmp(&before, &db_->counters(), sizeof before));
@@ -409,7 +409,7 @@ TEST_F(TransactionTest, SavedStorageIsNotAppliedOverNewerBlocks) {
   const std::string saved = "orders." + std::to_string(db_->counters().ucnt) + ".trn_";
   ASSERT_TRUE(sm_direct_begin(**db_));
   EXPECT_EQ(Names{"orders.dat"}, file_names(dir_.path()));
-  ASSERT_TRUE(db_->put(3, 61) && cm_flush(*(*db_)->dat, 0, false, nullptr));
+  ASSERT_TRUE(db_->put(3, 61) && cm_flush(*(*db_)->dat, nullptr));
   TempDir image;
   snapshot(image);  // stopped before the change was finished
   Database db(text(image.path()), Database::Start::open);
@@ -421,7 +421,7 @@ TEST_F(TransactionTest, ChangeAfterABusyCommitWithdrawsTheRecord) {
   const Bytes trn = read_file(path("orders.trn"));
   ASSERT_TRUE(db_->record());  // the exclusive level was busy: nothing is written twice
   EXPECT_EQ(trn, read_file(path("orders.trn")));
-  ASSERT_TRUE(change({3}, 61) && cm_flush(*(*db_)->trn, 0, false, (*db_)->tm));
+  ASSERT_TRUE(change({3}, 61) && cm_flush(*(*db_)->trn, (*db_)->tm));
   {
     TempDir image;
     snapshot(image);

@@ -2,8 +2,7 @@
 //   1. Every page is on the list of all pages. A page with page_in_use is in one hash chain and in the
 //      recency ring; any other is on the release list and in neither.
 //   2. At most one page of a cache holds a given block.
-//   3. lock_count is the sum of the reference counts. A page with a reference is never evicted, and a flush
-//      never drops it.
+//   3. lock_count is the sum of the reference counts. A page with a reference is never evicted.
 //   4. A page in use holds the content that its block has for the cache's reader: a page whose read failed
 //      leaves the cache at once.
 //   5. tran_block is 0, or the block to which the innermost level's map sends this page's block. It is always
@@ -151,9 +150,8 @@ bool assign_shadow(CacheManager &cm, CachePage *page, TransactionManager &tran) 
   page->tran_block = tm_map_find_level(tran, page->block);
   if (page->tran_block != 0) return true;
   Counters &trn = bm_counters(*cm.bm, part_trn);
-  if (trn.bcnt < 0 || trn.bcnt == INT32_MAX) return fail(status::storage_size_limit);
-  const BlockNo shadow = trn.bcnt + 1;
-  if (!bm_block_valid(*cm.bm, part_trn, shadow)) return fail(status::storage_size_limit);
+  const BlockNo shadow = trn.bcnt == INT32_MAX ? 0 : trn.bcnt + 1;
+  if (!bm_block_valid(*cm.bm, part_trn, shadow)) return fail_at_block(status::storage_size_limit, shadow);
   if (!tm_map_add(tran, page->block, shadow)) return fail(status::cache_map_add);
   trn.bcnt = shadow;
   page->tran_block = shadow;
@@ -271,7 +269,8 @@ CachePage *fetch(CacheManager &cm, BlockNo block, int32_t group, TransactionMana
   if (page == nullptr) return fail_null(status::cache_get_page);
   if (!hit && !read_page(cm, page, tran)) {
     retire(cm, page);  // invariant 4
-    return fail_null(status::cache_read_page);
+    (void)fail_at_block(status::cache_read_page, block);
+    return nullptr;
   }
   return page;
 }
@@ -387,7 +386,8 @@ CachePage *cm_check(uint8_t *data) {
 bool cm_get_page(CacheManager &cm, BlockNo block, int32_t group, TransactionManager *tran, uint8_t **data) {
   const Counters *counters = counters_in_use(cm, tran);
   if (counters == nullptr) return fail(status::cache_no_counters);
-  if (block < 1 || block > counters->bcnt) return fail(status::cache_block_no);
+  if (block < 1 || block > counters->bcnt)
+    return fail_at_block(status::cache_block_no, block, counters->bcnt);
   CachePage *page = fetch(cm, block, group, tran);
   if (page == nullptr) return false;
   hold(cm, page);
@@ -478,21 +478,15 @@ bool cm_free_chain(CacheManager &cm, int32_t group, BlockNo head, BlockNo tail, 
   return !writes_through(cm, tran) || write_through(cm, page);
 }
 
-bool cm_flush(CacheManager &cm, int32_t group, bool drop, TransactionManager *tran) {
-  const bool written = for_each_page(cm, [&](CachePage *page) {
-    if (group != 0 && page->group != group) return true;
-    if (!write_page(cm, page, tran)) return fail(status::cache_write_page);
-    if (drop && page->references == 0) retire(cm, page);
-    return true;
-  });
+bool cm_flush(CacheManager &cm, TransactionManager *tran) {
+  const bool written = for_each_page(
+      cm, [&](CachePage *page) { return write_page(cm, page, tran) || fail(status::cache_write_page); });
   return written && write_header(cm, tran);
 }
 
-void cm_drop(CacheManager &cm, int32_t group, DropWhat what) {
+void cm_drop(CacheManager &cm, DropWhat what) {
   for_each_page(cm, [&](CachePage *page) {
-    const bool wanted =
-        (group == 0 || page->group == group) && (what == DropWhat::all || (page->status & page_dirty) != 0);
-    if (wanted) retire(cm, page);
+    if (what == DropWhat::all || (page->status & page_dirty) != 0) retire(cm, page);
     return true;
   });
 }
@@ -510,7 +504,7 @@ void cm_forget_shadows(CacheManager &cm) {
 }
 
 bool cm_clear(CacheManager &cm, bool write) {
-  const bool written = !write || cm_flush(cm, 0, false, nullptr);
+  const bool written = !write || cm_flush(cm, nullptr);
   while (cm.all != nullptr) {
     CachePage *page = cm.all;
     cm.all = page->all_next;

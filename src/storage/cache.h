@@ -86,14 +86,14 @@ void cm_destroy(CacheManager *cm);
 [[nodiscard]] bool cm_free_chain(CacheManager &cm, int32_t group, BlockNo head, BlockNo tail, int32_t count,
                                  TransactionManager *tran);
 
-// Writes dirty pages of group (0: all), then the DAT header if changed (DAT cache outside a transaction);
-// with drop set the group's pages leave the cache, held ones excepted. Statuses 21016, 21018.
-[[nodiscard]] bool cm_flush(CacheManager &cm, int32_t group, bool drop, TransactionManager *tran);
+// Writes dirty pages, then the DAT header if changed (DAT cache outside a transaction). Statuses 21016,
+// 21018.
+[[nodiscard]] bool cm_flush(CacheManager &cm, TransactionManager *tran);
 
 enum class DropWhat { all, dirty };
-void cm_drop(CacheManager &cm, int32_t group, DropWhat what);  // without writing; nobody holds the pages
-void cm_drop_block(CacheManager &cm, BlockNo block);           // one page, if cached
-[[nodiscard]] bool cm_clear(CacheManager &cm, bool write);     // frees every page; write: dirty ones first
+void cm_drop(CacheManager &cm, DropWhat what);              // without writing; nobody holds the pages
+void cm_drop_block(CacheManager &cm, BlockNo block);        // one page, if cached
+[[nodiscard]] bool cm_clear(CacheManager &cm, bool write);  // frees every page; write: dirty ones first
 
 CachePage *cm_find(CacheManager &cm, BlockNo block);  // the cached page of block, or null; no recency change
 CachePage *cm_check(uint8_t *data);                   // 21004, 21009

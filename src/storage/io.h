@@ -72,9 +72,9 @@ Directory *io_find_first(int driver_no, const char *directory);                 
 int io_find_next(int driver_no, Directory *listing, char name[256]);                      // 1, 0, -1 with 120
 bool io_stat(int driver_no, const char *name, FileInfo *info);  // true for a regular file; records nothing
 
-// Records code with the block number as its detail.
-[[nodiscard]] inline bool fail_at_block(StatusCode code, BlockNo block) {
-  err_set_full(code, nullptr, nullptr, 0, false, block, 0);
+// Records code with the block number, and what it was compared with, as its details.
+[[nodiscard]] inline bool fail_at_block(StatusCode code, BlockNo block, BlockNo limit = 0) {
+  err_set_full(code, nullptr, nullptr, 0, false, block, limit);
   return false;
 }
 

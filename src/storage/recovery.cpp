@@ -210,7 +210,7 @@ RecordCheck tm_check_record(TransactionManager &tm) {
 bool tm_recover(TransactionManager &tm) {
   LockGuard guard(tm.sm->lock);
   tm.sm->reload = true;
-  cm_drop(*tm.dat, 0, DropWhat::all);
+  cm_drop(*tm.dat, DropWhat::all);
   if (!bm_read_header(*tm.bm, part_dat)) return fail(status::tran_warm_commit);
   const Restart result = restart_pending(tm);
   tm.sorted = Array<MapEntry>();

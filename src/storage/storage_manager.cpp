@@ -110,7 +110,7 @@ bool dat_is_dirty(StorageManager &sm) {
 }
 
 bool flush_dat(StorageManager &sm) {
-  if (!cm_flush(*sm.dat, 0, false, nullptr)) return false;
+  if (!cm_flush(*sm.dat, nullptr)) return false;
   return !env_on(Env::tran_sync) || bm_sync(*sm.bm, part_dat);
 }
 
@@ -188,7 +188,7 @@ bool sm_refresh(StorageManager &sm, bool *changed) {
   const uint32_t ucnt = bm_counters(*sm.bm, part_dat).ucnt;
   if (!current && !bm_read_header(*sm.bm, part_dat)) return false;
   *changed = sm.reload || bm_counters(*sm.bm, part_dat).ucnt != ucnt;
-  if (*changed && !current) cm_drop(*sm.dat, 0, DropWhat::all);
+  if (*changed && !current) cm_drop(*sm.dat, DropWhat::all);
   sm.reload = false;
   return true;
 }

@@ -59,7 +59,7 @@ void pop_level(TransactionManager &tm) {
 
 // No transaction is open any more; what becomes of the TRN storage is the caller's business.
 void end_outermost(TransactionManager &tm) {
-  cm_drop(*tm.trn, 0, DropWhat::all);
+  cm_drop(*tm.trn, DropWhat::all);
   pop_level(tm);
   tm.sorted = Array<MapEntry>();
   tm.record_written = tm.record_durable = false;
@@ -70,9 +70,9 @@ void end_outermost(TransactionManager &tm) {
 
 bool open_outermost(TransactionManager &tm) {
   if (tm.sm->direct_changed && !sm_data_layer().write_counters(*tm.sm)) return false;
-  if (!cm_flush(*tm.dat, 0, false, nullptr)) return fail(status::tran_start_flush);
+  if (!cm_flush(*tm.dat, nullptr)) return fail(status::tran_start_flush);
   tm.sm->creating = false;
-  cm_drop(*tm.trn, 0, DropWhat::all);
+  cm_drop(*tm.trn, DropWhat::all);
   return push_level(tm, bm_counters(*tm.bm, part_dat));
 }
 
@@ -90,7 +90,7 @@ bool start_outermost(TransactionManager &tm, ThreadId thread) {
 bool start_inner(TransactionManager &tm) {
   if (tm.level == tran_level_limit) return fail(status::tran_nesting_limit);
   if (!sm_data_layer().write_counters(*tm.sm)) return false;
-  if (!cm_flush(*tm.trn, 0, false, &tm)) return fail(status::tran_cache_flush);
+  if (!cm_flush(*tm.trn, &tm)) return fail(status::tran_cache_flush);
   if (!push_level(tm, tm_counters(tm))) return false;
   cm_forget_shadows(*tm.trn);  // invariant 4
   return true;
@@ -158,7 +158,7 @@ bool apply_record(TransactionManager &tm) {
 void leave_record_pending(TransactionManager &tm) {
   sm_data_layer().level_dropped(*tm.sm, 1);
   end_outermost(tm);
-  cm_drop(*tm.dat, 0, DropWhat::all);
+  cm_drop(*tm.dat, DropWhat::all);
   bm_trn_abandon(*tm.bm);
   tm.record_pending = true;
   tm.pending_number = 0;
@@ -210,7 +210,7 @@ bool rollback_outermost(TransactionManager &tm) {
 }
 
 void rollback_inner(TransactionManager &tm) {
-  cm_drop(*tm.trn, 0, DropWhat::dirty);
+  cm_drop(*tm.trn, DropWhat::dirty);
   for (const MapEntry &entry : tm.levels[tm.level - 1]->entries)
     cm_drop_block(*tm.trn, static_cast<BlockNo>(entry.dno));
   sm_data_layer().level_dropped(*tm.sm, tm.level);
@@ -257,7 +257,7 @@ bool tm_commit(TransactionManager &tm, ThreadId thread) {
   {
     LockGuard guard(tm.sm->lock);
     if (!sm_data_layer().write_counters(*tm.sm)) return false;
-    if (!cm_flush(*tm.trn, 0, false, &tm)) return fail(status::tran_cache_flush);
+    if (!cm_flush(*tm.trn, &tm)) return fail(status::tran_cache_flush);
     if (tm.level > 1 || tm.record_durable) return true;
     if (!prepare_record(tm)) return false;
   }
