@@ -512,6 +512,35 @@ TEST_F(TransactionTest, RefreshFollowsCommitsAndDirectChanges) {
   EXPECT_EQ(ucnt + 2, db_->counters().ucnt);
 }
 
+// Changes outside a transaction whose pages cannot be written stay in memory, but never win over another
+// process's commit.
+TEST_F(TransactionTest, UnwrittenChangesGiveWayToACommit) {
+  more_ = ";DRV_NO=" + std::to_string(FaultDriver::driver_no);
+  open(Database::Start::open);
+  Database other(text(dir_.path()), Database::Start::open);
+  bool changed;
+  for (const bool committed : {false, true}) {
+    SCOPED_TRACE(committed);
+    ASSERT_TRUE(sm_direct_begin(**db_) && db_->put(5, 80) && db_->add(81) == 10 + committed);
+    for (int call = 1; call <= 2; ++call) {
+      driver_.fail_call(1);
+      EXPECT_FALSE(sm_direct_end(**db_));
+    }
+    if (committed) {
+      ASSERT_TRUE(sm_refresh(*other, &changed) && other.begin() && other.put(5, 90) && other.commit());
+    }
+    ASSERT_TRUE(sm_refresh(**db_, &changed));
+    EXPECT_EQ(committed, changed);
+    EXPECT_TRUE(sm_direct_end(**db_));
+    EXPECT_EQ(committed ? 90 : 80, db_->fill_of(5));
+    EXPECT_EQ(10, db_->counters().bcnt);
+  }
+  db_.reset();
+  ASSERT_TRUE(sm_refresh(*other, &changed));
+  EXPECT_FALSE(changed);
+  EXPECT_EQ(90, other.fill_of(5));
+}
+
 TEST_F(TransactionTest, ReadersBesideTheWriterSeeWholeCommits) {
   env_set("HVI_TRAN_SYNC", "OFF");
   more_ = ";LOCK_RETRY=100000;LOCK_SLEEP=1;CACHE_SIZE_DAT=4;CACHE_SIZE_TRN=3";

@@ -114,6 +114,22 @@ bool flush_dat(StorageManager &sm) {
   return !env_on(Env::tran_sync) || bm_sync(*sm.bm, part_dat);
 }
 
+// While this process has a transaction open nobody else can commit. Counters changed outside a transaction
+// exist in memory only, so they stay, and with them what else could not be written; but once another process
+// has committed, its state is the one that counts.
+bool follow_header(StorageManager &sm, bool *changed) {
+  HeaderRecord stored;
+  if (!bm_peek_header(*sm.bm, part_dat, stored)) return false;
+  *changed = stored.parts[part_dat].counters.ucnt != bm_counters(*sm.bm, part_dat).ucnt;
+  if (!*changed && (sm.dat->state & cache_header_changed) != 0) return true;
+  sm.bm->header = stored;
+  if (!*changed) return true;
+  cm_drop(*sm.dat, DropWhat::all);
+  sm.dat->state &= ~cache_header_changed;
+  sm.direct_changed = false;
+  return true;
+}
+
 // What was changed outside a transaction and not finished reaches the DAT part as far as it can.
 void write_leftovers(StorageManager &sm) {
   if (sm.data != nullptr && sm.direct_changed && !data_layer.write_counters(sm)) return;
@@ -182,13 +198,8 @@ bool sm_refresh(StorageManager &sm, bool *changed) {
   *changed = false;
   if (sm.tm == nullptr) return true;
   LockGuard guard(sm.lock);
-  // While this process has a transaction open nobody else can commit, and counters changed outside a
-  // transaction exist in memory only.
-  const bool current = sm.tm->level > 0 || (sm.dat->state & cache_header_changed) != 0;
-  const uint32_t ucnt = bm_counters(*sm.bm, part_dat).ucnt;
-  if (!current && !bm_read_header(*sm.bm, part_dat)) return false;
-  *changed = sm.reload || bm_counters(*sm.bm, part_dat).ucnt != ucnt;
-  if (*changed && !current) cm_drop(*sm.dat, DropWhat::all);
+  if (sm.tm->level == 0 && !follow_header(sm, changed)) return false;
+  *changed = *changed || sm.reload;
   sm.reload = false;
   return true;
 }
@@ -205,9 +216,14 @@ bool sm_direct_end(StorageManager &sm) {
   LockGuard guard(sm.lock);
   if (!data_layer.write_counters(sm)) return false;
   if (!sm.direct_changed && (sm.dat->state & cache_header_changed) == 0) return true;
-  if (!sm.creating) ++bm_counters(*sm.bm, part_dat).ucnt;
+  Counters &counters = bm_counters(*sm.bm, part_dat);
+  const uint32_t ucnt = counters.ucnt;
+  if (!sm.creating) ++counters.ucnt;
   sm.dat->state |= cache_header_changed;
-  if (!flush_dat(sm)) return false;
+  if (!flush_dat(sm)) {
+    counters.ucnt = ucnt;
+    return false;
+  }
   sm.creating = false;
   sm.direct_changed = false;
   return true;
