@@ -111,11 +111,13 @@ bool info_par(Database &db, const InfoWords &) {
 }
 
 bool info_bm(Database &db, const InfoWords &words) {
+  const LockGuard guard(db.storage->lock);
   bm_dump(*db.storage->bm, word_is(words.argument(), "flst"), word_is(words.argument(), "trn"));
   return true;
 }
 
 bool info_cm(Database &db, const InfoWords &) {
+  const LockGuard guard(db.storage->lock);
   cm_dump(*db.storage->dat, "***  Cache Information : DAT ***");
   cm_dump(*db.storage->trn, "*** Cache Information : TRN ***");
   return true;

@@ -85,7 +85,8 @@ bool bm_block_valid(const BlockManager &bm, PartNo part, BlockNo block);
 [[nodiscard]] bool bm_close_storage(BlockManager &bm, PartNo part);
 
 // The listing of the header; free_list adds the chain of free DAT blocks as it is stored, transaction the
-// commit record in the TRN storage. Through dump_line to standard output; records nothing.
+// commit record in the TRN storage. Through dump_line to standard output; records nothing. The caller holds
+// the storage manager's lock.
 void bm_dump(BlockManager &bm, bool free_list, bool transaction);
 
 }  // namespace tovik

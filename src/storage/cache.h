@@ -109,6 +109,6 @@ void cm_forget_shadows(CacheManager &cm);
 // target already holds are left out.
 void cm_adopt(CacheManager &target, CacheManager &source);
 
-void cm_dump(CacheManager &cm, const char *title);
+void cm_dump(CacheManager &cm, const char *title);  // inside the storage manager's lock too
 
 }  // namespace tovik
