@@ -32,6 +32,10 @@ TEST(Library, StartsOnceAndStartsAfreshAfterItsEnd) {
   EXPECT_NE(db.printed("SHOW HVI_TRAN_FILE_REUSE").find("\"ON\""), std::string::npos);
   db.close();
   tovik_end();
+  EXPECT_EQ(tovik_init(std::string(488, ' ').c_str()), -1);
+  EXPECT_EQ(tovik_geterr(), 112012);
+  EXPECT_EQ(tovik_init(std::string(487, ' ').c_str()), 0);
+  tovik_end();
   EXPECT_EQ(kld_api_init(nullptr), 0);
   db.open();
   EXPECT_EQ(db.printed("SHOW HVI_SQL_SEL_NUL_STR").find("first"), std::string::npos);

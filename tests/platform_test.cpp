@@ -15,6 +15,9 @@
 #include <thread>
 #include <vector>
 
+#include "api/library.h"
+#include "frame/env.h"
+#include "frame/error.h"
 #include "support.h"
 
 using namespace tovik;
@@ -616,6 +619,24 @@ TEST_F(Pool, ThreadsShareIt) {
   other.join();
   EXPECT_EQ(0, stats().bytes_in_use);
   EXPECT_EQ(40000, stats().alloc_calls);
+}
+
+TEST(MemoryTableTest, AFailedStartLeavesNoPoolInTheWay) {
+  static constexpr char settings[] = "HVI_MEM_LIMIT_SIZE=1;HVI_SQL_SEL_SEP=from the pool";
+  const auto sys_start = system_driver.sys_start;
+  system_driver.sys_start = [] { return -1; };
+  for (int i = 0; i < 2; ++i) {
+    err_clear();
+    EXPECT_FALSE(library_start(settings));
+    EXPECT_EQ(status::system_start, error_record().entries[0].code);
+  }
+  system_driver.sys_start = sys_start;
+  ASSERT_TRUE(library_start("HVI_SQL_SEL_SEP=x")) << "without a pool this time";
+  MemoryStats stats;
+  memory_table.mem_stats(&stats);
+  EXPECT_EQ(0, stats.pool_active);
+  EXPECT_STREQ("x", env_text(Env::sql_sel_sep));
+  library_end();
 }
 
 TEST(MemoryTableTest, WithoutAPool) {

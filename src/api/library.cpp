@@ -1,7 +1,6 @@
 #include "api/library.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "api/handle.h"
@@ -27,14 +26,20 @@ Handle *handle_new(HandleKind kind, void *object) {
 static int32_t memory_limit(const char *params) {
   char key[64], value[64];
   while ((params = next_pair(params, key, sizeof key, value, sizeof value)) != nullptr) {
-    if (strcmp(key, "HVI_MEM_LIMIT_SIZE") == 0 && value[0] != 0)
-      return static_cast<int32_t>(strtol(value, nullptr, 10));
+    if (strcmp(key, "HVI_MEM_LIMIT_SIZE") == 0 && value[0] != 0) return text_number(value, 10);
   }
   return 0;
 }
 
+// A start that failed keeps what it had set up; the next one begins by giving that back.
+static void forget_failed_start() {
+  env_release();
+  memory_table.mem_end();
+}
+
 bool library_start(const char *params) {
   if (started) return true;
+  forget_failed_start();
   if (memory_table.mem_start(memory_limit(params)) != 0) return fail(status::memory_start);
   env_start(params);
   data_layer_register();
@@ -67,15 +72,19 @@ void kld_api_end(void) {
   library_end();
 }
 
-int tovik_init(const char *params) {
+static bool record_interface_start(const char *params) {
   static constexpr char fixed[] = "HVI_TRAN_FILE_REUSE=ON;";
-  if (params == nullptr || params[0] == 0) return library_start(fixed) ? 0 : -1;
+  if (params == nullptr || params[0] == 0) return library_start(fixed);
   char text[512];
-  if (snprintf(text, sizeof text, "%s;%s", fixed, params) >= static_cast<int>(sizeof text)) {
-    err_set(status::param_text_length);
-    return -1;
-  }
-  return library_start(text) ? 0 : -1;
+  if (snprintf(text, sizeof text, "%s;%s", fixed, params) >= static_cast<int>(sizeof text))
+    return fail(status::param_text_length);
+  return library_start(text);
+}
+
+int tovik_init(const char *params) {
+  if (record_interface_start(params)) return 0;
+  err_save();
+  return -1;
 }
 
 void tovik_end(void) {

@@ -1,9 +1,7 @@
 #include "frame/env.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <string_view>
 
 #include "frame/dump.h"
@@ -107,15 +105,6 @@ void apply_text(EnvRow *row, const char *value) {
   }
 }
 
-int32_t number_of(const char *value, int base) {
-  const int before = errno;
-  const long long wide = strtoll(value, nullptr, base);
-  errno = before;
-  if (wide > std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
-  if (wide < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
-  return static_cast<int32_t>(wide);
-}
-
 void apply(EnvRow *row, const char *value) {
   if ((row->flags & env_flag_text) != 0) {
     apply_text(row, value);
@@ -125,7 +114,7 @@ void apply(EnvRow *row, const char *value) {
     const int chosen = language_number(value);
     if (chosen >= 0) row->number = chosen;
   } else {
-    row->number = number_of(value, (row->flags & env_flag_mode) != 0 ? 0 : 10);
+    row->number = text_number(value, (row->flags & env_flag_mode) != 0 ? 0 : 10);
   }
 }
 

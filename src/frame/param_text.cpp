@@ -1,6 +1,9 @@
 #include "frame/param_text.h"
 
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "platform/platform.h"
 
@@ -80,6 +83,15 @@ char *text_dup(const char *text) {
   char *copy = static_cast<char *>(mem_alloc(size));
   if (copy != nullptr) memcpy(copy, text, size);
   return copy;
+}
+
+int32_t text_number(const char *text, int base) {
+  const int before = errno;
+  const long long wide = strtoll(text, nullptr, base);
+  errno = before;
+  if (wide > std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
+  if (wide < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
+  return static_cast<int32_t>(wide);
 }
 
 bool text_equal_nocase(const char *a, const char *b) {
