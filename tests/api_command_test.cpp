@@ -1,4 +1,6 @@
 // The command interpreter: modes, the statement loop, its history.
+#include <cstring>
+
 #include "api_support.h"
 
 using namespace tovik::test;
@@ -37,6 +39,12 @@ TEST_F(Command, ModesCreateRunTestAndRemove) {
   const std::string bad =
       printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 2, params.c_str(), "nonsense"), -1); });
   EXPECT_EQ(bad.rfind("kld_sql_call\n[1]:171001(0) ", 0), 0u) << bad;
+  const std::string no_text =
+      printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 2, params.c_str(), nullptr), -1); });
+  EXPECT_EQ(no_text.rfind("kld_sql_call\n[1]:90001(0) ", 0), 0u) << no_text;
+  const std::string no_stream =
+      printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 3, params.c_str(), nullptr), -1); });
+  EXPECT_EQ(no_stream.rfind("cmd_intr_sql\n[1]:90001(0) ", 0), 0u) << no_stream;
   EXPECT_EQ(kld_cmd_exec(nullptr, 1, params.c_str(), nullptr), 0);
   EXPECT_EQ(kld_cmd_exec(nullptr, 6, params.c_str(), nullptr), 0);
   EXPECT_EQ(printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 5, nullptr, nullptr), 0); }),
@@ -61,8 +69,9 @@ TEST_F(Command, LeavesOnItsWordsOnly) {
   for (const char *word : {"exit", "stop", "quit", "EXIT;", "Quit ;"}) {
     EXPECT_EQ(loop(std::string(word) + "\nECHO 'after';\n"), "") << word;
   }
-  EXPECT_EQ(loop("exit now\nECHO 'after';\n"), "extra characters after end of valid command\nafter\n");
-  EXPECT_EQ(loop("exitnow\nECHO 'after';\n"), "expecting a command\nafter\n");
+  EXPECT_EQ(loop("exit now\nECHO 'after';\n"), "extra characters after end of valid commandafter\n");
+  EXPECT_EQ(loop("exitnow\nECHO 'after';\n"), "expecting a commandafter\n");
+  EXPECT_EQ(loop("exitnow;\nrun '';\n").size(), 2 * strlen("extra characters after end of valid command"));
 }
 
 TEST_F(Command, KeepsAHistoryOfThirtyTwo) {
@@ -74,12 +83,13 @@ TEST_F(Command, KeepsAHistoryOfThirtyTwo) {
     snprintf(line, sizeof line, "%4d ECHO '%d';\n", i, i);
     all += line;
   }
-  const std::string printed = loop(many + "rc all;\nrun 5;\nrc 7;\nrc 12;\nrun 12;\nrun;\nrc;\n");
+  const std::string printed =
+      loop(many + "rc all;\nrun 5;\nrc 4294967305;\nrc 12;\nrun 12;\nrun;\nrc;\n  ECHO 'x';\nRC;\n");
   const size_t listing = printed.find("40\n") + 3;
   EXPECT_EQ(printed.substr(listing),
             all +
                 "*** Error: invalid command\n*** Error: no command\n  12 ECHO '12';\n  12 ECHO '12';\n12\n"
-                "  41 ECHO '12';\n12\n  42 ECHO '12';\n");
+                "  41 ECHO '12';\n12\n  42 ECHO '12';\nx\n  43   ECHO 'x';\n");
 }
 
 TEST_F(Command, RunsSystemCommandsAndScripts) {
@@ -92,6 +102,12 @@ TEST_F(Command, RunsSystemCommandsAndScripts) {
   fclose(file);
   EXPECT_EQ(loop("run '" + script + "';\nECHO 'outside';\nrun 'none';\n"),
             "inside\noutside\nfopen error.'none'\n");
+  file = fopen(script.c_str(), "wb");
+  fprintf(file, "run '%s';\nECHO 'back';\n", script.c_str());
+  fclose(file);
+  const std::string printed = loop("run '" + script + "';\n");
+  EXPECT_EQ(printed.find("back\n"), strlen("fopen error.''\n") + script.size()) << "a script without end";
+  EXPECT_EQ(result, 0);
 }
 
 }  // namespace

@@ -33,11 +33,19 @@ int create(const char *params) {
   return 0;
 }
 
+[[nodiscard]] bool run_text(Statement &statement, const char *sql) {
+  if (sql == nullptr) return fail(status::api_argument);
+  return sql_execute_text(statement, sql) != SqlResult::failed;
+}
+
+[[nodiscard]] bool run_loop(Statement &statement, FILE *in, bool interactive) {
+  if (in == nullptr) return fail(status::api_argument);
+  return command_loop(statement, in, interactive);
+}
+
 int run_on(Statement &statement, FILE *in, int mode, const char *sql) {
-  if (mode == mode_statement) {
-    return sql_execute_text(statement, sql) == SqlResult::failed ? failed_step("kld_sql_call") : 0;
-  }
-  return command_loop(statement, in, mode == mode_interactive) ? 0 : failed_step("cmd_intr_sql");
+  if (mode == mode_statement) return run_text(statement, sql) ? 0 : failed_step("kld_sql_call");
+  return run_loop(statement, in, mode == mode_interactive) ? 0 : failed_step("cmd_intr_sql");
 }
 
 int with_database(FILE *in, int mode, const char *params, const char *sql) {

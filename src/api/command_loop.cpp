@@ -16,7 +16,8 @@ namespace tovik {
 namespace {
 
 constexpr int history_limit = 32;
-constexpr int line_size = 256;  // with the NUL: a piece without a line end ends the loop
+constexpr int script_depth_limit = 32;  // scripts that run scripts
+constexpr int line_size = 256;          // with the NUL: a piece without a line end ends the loop
 
 struct HistoryEntry {
   int32_t number;
@@ -26,7 +27,8 @@ struct HistoryEntry {
 
 struct Loop {
   Statement &statement;
-  int32_t counter = 1;          // number of the next statement
+  int32_t counter = 1;  // number of the next statement
+  int script_depth = 0;
   Array<HistoryEntry> history;  // oldest first
 
   explicit Loop(Statement &runs_on) : statement(runs_on) {}
@@ -46,6 +48,9 @@ struct CommandWord {
 constexpr CommandWord command_words[] = {{"do", Command::system},  {"exit", Command::leave},
                                          {"stop", Command::leave}, {"quit", Command::leave},
                                          {"run", Command::run},    {"rc", Command::rc}};
+
+// Told as it stands, without a line feed.
+constexpr char extra_characters[] = "extra characters after end of valid command";
 
 bool blank(char c) {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n';
@@ -193,8 +198,11 @@ Collected collect(Loop &loop, FILE *in, bool interactive, Collector &collector) 
   return true;
 }
 
-const HistoryEntry *history_entry(const Loop &loop, int number) {
-  for (const HistoryEntry &entry : loop.history) {
+// The entry that argument names, the newest for an empty one; null when there is none.
+const HistoryEntry *history_entry(Loop &loop, const char *argument) {
+  if (*argument == 0) return loop.history.empty() ? nullptr : &loop.history.back();
+  const int32_t number = text_number(argument, 10);
+  for (HistoryEntry &entry : loop.history) {
     if (entry.number == number) return &entry;
   }
   return nullptr;
@@ -250,16 +258,19 @@ void print_entry(const HistoryEntry &entry) {
   cut_end(name, false);
   const size_t length = strlen(name);
   if (length < 3) {
-    system_driver.print("extra characters after end of valid command%s", "\n");
+    system_driver.print("%s", extra_characters);
     return true;
   }
   name[length - 1] = 0;
-  FILE *script = system_driver.stream_open(name + 1, "rb");
+  FILE *script =
+      loop.script_depth == script_depth_limit ? nullptr : system_driver.stream_open(name + 1, "rb");
   if (script == nullptr) {
     system_driver.print("fopen error.'%s'%s", name + 1, "\n");
     return true;
   }
+  ++loop.script_depth;
   const bool ran = run_loop(loop, script, false);
+  --loop.script_depth;
   system_driver.stream_close(script);
   return ran;
 }
@@ -267,12 +278,7 @@ void print_entry(const HistoryEntry &entry) {
 // argument: what follows the word, without the final ";".
 [[nodiscard]] bool command_run(Loop &loop, char *argument) {
   if (*argument == '\'' || *argument == '"') return run_file(loop, argument);
-  const HistoryEntry *entry = nullptr;
-  if (*argument != 0) {
-    entry = history_entry(loop, atoi(argument));
-  } else if (!loop.history.empty()) {
-    entry = &loop.history.back();
-  }
+  const HistoryEntry *entry = history_entry(loop, argument);
   if (entry != nullptr) return run_again(loop, *entry);
   system_driver.print("*** Error: invalid command%s", "\n");
   return true;
@@ -283,13 +289,7 @@ void command_rc(Loop &loop, const char *argument) {
     for (const HistoryEntry &entry : loop.history) print_entry(entry);
     return;
   }
-  const HistoryEntry *entry = nullptr;
-  if (*argument != 0) {
-    entry = history_entry(loop, atoi(argument));
-  } else if (!loop.history.empty()) {
-    entry = &loop.history.back();
-  }
-  if (entry != nullptr) {
+  if (const HistoryEntry *entry = history_entry(loop, argument); entry != nullptr) {
     print_entry(*entry);
   } else {
     system_driver.print("*** Error: no command%s", "\n");
@@ -306,7 +306,7 @@ Step leave(const char *rest) {
   rest = skip_blanks(rest);
   while (*rest == ';' || blank(*rest)) ++rest;
   if (*rest == 0) return Step::leave;
-  system_driver.print("extra characters after end of valid command%s", "\n");
+  system_driver.print("%s", extra_characters);
   return Step::go_on;
 }
 
@@ -319,12 +319,12 @@ Step run_collected(Loop &loop, char *text) {
   cut_end(start, false);
   if (command != Command::sql && *start != '!' && *rest != 0 && !blank(*rest) &&
       last_character(start) != ';') {
-    system_driver.print("expecting a command%s", "\n");
+    system_driver.print("expecting a command");
     return Step::go_on;
   }
   switch (command) {
     case Command::sql:
-      return step_of(run_sql(loop, start));
+      return step_of(run_sql(loop, text));
     case Command::system:
       return step_of(run_system(loop, rest));
     case Command::leave:
