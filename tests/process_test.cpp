@@ -98,10 +98,17 @@ class Process {
   Process(const Process &) = delete;
   Process &operator=(const Process &) = delete;
 
-  // The answer, or nothing when the process died over it.
+  // The answer, or nothing when the process died over it. It is then dead altogether: its answers end before
+  // the system has let go of its locks, and until then others rightly take it for a living writer.
   std::optional<std::string> ask(const std::string &command) {
     put(commands_, command);
-    return receive();
+    std::optional<std::string> answer = receive();
+    if (!answer.has_value()) {
+      kill(pid_, SIGKILL);
+      siginfo_t died;
+      waitid(P_PID, static_cast<id_t>(pid_), &died, WEXITED | WNOWAIT);
+    }
+    return answer;
   }
 
  private:
