@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "block_support.h"
+#include "storage_support.h"
 
 using namespace tovik;
 using namespace tovik::test;
@@ -57,7 +57,7 @@ class FixedClock {
 TEST_F(Blocks, HeaderBlocksByteByByte) {
   Engine engine;
   FixedClock clock;
-  Database database = create("SIZE_DAT=300B;SIZE_TRN=40B");
+  BlockDatabase database = create("SIZE_DAT=300B;SIZE_TRN=40B");
   ASSERT_TRUE(database);
   const std::string common =
       "000: 4b4c4400 00020300 00030200 00000200\n"
@@ -99,7 +99,7 @@ TEST_F(Blocks, HeaderBlocksByteByByte) {
                           "130: 08070605 04030201 00000000 00000000\n");
 
   // Read back by somebody else, it gives the same block.
-  Database second = open();
+  BlockDatabase second = open();
   ASSERT_TRUE(second);
   ASSERT_TRUE(bm_trn_reopen(*second));
   ASSERT_TRUE(bm_read_header(*second, part_trn));
@@ -175,7 +175,7 @@ TEST_F(Blocks, OpeningChecksTheHeader) {
 // The counters in memory stay as they were when a later read finds a damaged header.
 TEST_F(Blocks, DamagedHeadersChangeNothingInMemory) {
   Engine engine;
-  Database database = create("SIZE_DAT=100B;SIZE_TRN=20B");
+  BlockDatabase database = create("SIZE_DAT=100B;SIZE_TRN=20B");
   ASSERT_TRUE(database);
   write_record(*database);
   const std::string dat = content("orders.dat").substr(0, 4096), trn = content("orders.trn").substr(0, 4096);
@@ -274,7 +274,7 @@ TEST_F(Blocks, CreateOpenRemove) {
   ASSERT_TRUE(create("OVERWRITE=true;SIZE_DAT=30B"));
   EXPECT_EQ(size("orders.dat"), 30u * 4096);
 
-  Database database = open("LANG=SJIS");
+  BlockDatabase database = open("LANG=SJIS");
   ASSERT_TRUE(database);
   EXPECT_EQ(database.params->language, 2) << "the header's";
   EXPECT_EQ(bm_part_size(*database, part_dat), 30);
@@ -310,7 +310,7 @@ TEST_F(Blocks, OneOfTwoCreationsAtOnceWins) {
   EXPECT_FALSE(create());
   EXPECT_EQ(recorded(), Codes{120101});
   EXPECT_TRUE(io_close(faster));
-  Database made = create();
+  BlockDatabase made = create();
   ASSERT_TRUE(made);
   const std::string header = content("orders.dat");
   err_clear();
@@ -322,7 +322,7 @@ TEST_F(Blocks, OneOfTwoCreationsAtOnceWins) {
 
 TEST_F(Blocks, TransfersStayInsideThePart) {
   Engine engine;
-  Database database = create("SIZE_DAT=30B;SIZE_TRN=10B"), endless = create("NAME=endless");
+  BlockDatabase database = create("SIZE_DAT=30B;SIZE_TRN=10B"), endless = create("NAME=endless");
   ASSERT_TRUE(database);
   ASSERT_TRUE(endless);
   const std::string block = block_of('b');
@@ -360,7 +360,7 @@ TEST_F(Blocks, TemporaryDatabase) {
       "alter" + std::to_string(system_driver.process_id()) + "_" + std::to_string(current_thread()) + ".tmp";
   touch({name.c_str(), "alter.trn", "alter.1.trn_"});
   {
-    Database database = create("NAME=alter", DatabaseType::temporary);
+    BlockDatabase database = create("NAME=alter", DatabaseType::temporary);
     ASSERT_TRUE(database) << "a dead process's storage is no obstacle";
     EXPECT_TRUE(bm_write_header(*database, part_dat));
     EXPECT_EQ(content(name), "") << "never a header";
@@ -376,7 +376,7 @@ TEST_F(Blocks, SingleStorageHoldsBothParts) {
   Engine engine;
   const std::string raw = "TYPE2=RAW;SIZE_DAT=100B;SIZE_TRN=20B";
   {
-    Database database = create(raw);
+    BlockDatabase database = create(raw);
     ASSERT_TRUE(database);
     EXPECT_EQ(database->common.end_trn, 120);
     EXPECT_EQ(size("orders"), 120u * 4096);
@@ -433,7 +433,7 @@ TEST_F(Blocks, MemoryDatabase) {
   const auto params_with = [](const char *more) {
     return ParamBlock(param_create((std::string("NAME=mem;TYPE=MEMORY;") + more).c_str()));
   };
-  Database database = {params_with("SIZE_DAT=30B"), nullptr};
+  BlockDatabase database = {params_with("SIZE_DAT=30B"), nullptr};
   database.bm.reset(bm_create(*database.params, DatabaseType::ordinary));
   ASSERT_TRUE(database);
   write_record(*database);
@@ -494,14 +494,14 @@ TEST_F(Blocks, EncryptedDatabase) {
   EXPECT_EQ(recorded(), Codes{120107});
   system_driver.cipher_driver = &shift_cipher;
   {
-    Database database = create("ENCRYPT_KEY=k");
+    BlockDatabase database = create("ENCRYPT_KEY=k");
     ASSERT_TRUE(database);
     ASSERT_TRUE(bm_write_block(*database, part_dat, 1, block_of('b').data()));
     EXPECT_EQ(content("orders.dat").substr(4096, 4096), block_of('b' + 'k'));
     EXPECT_EQ(content("orders.dat").substr(0x90, 6), std::string("shift\0", 6));
   }
   {
-    Database database = open("ENCRYPT_KEY=k");
+    BlockDatabase database = open("ENCRYPT_KEY=k");
     ASSERT_TRUE(database);
     std::string block = block_of('x');
     ASSERT_TRUE(bm_read_block(*database, part_dat, 1, block.data()));
@@ -528,7 +528,7 @@ TEST_F(Blocks, EveryFailureIsReportedAndLeavesTheDatabaseUsable) {
   FaultDriver driver;
   Engine engine;
   const auto life = [&](const std::string &more) {
-    Database database = create(more);
+    BlockDatabase database = create(more);
     if (!database) return false;
     database = open(more, true);
     if (!database || !bm_trn_reset(*database)) return false;
@@ -579,7 +579,7 @@ TEST_F(Blocks, EveryFailureIsReportedAndLeavesTheDatabaseUsable) {
 
 TEST_F(Blocks, Listing) {
   Engine engine;
-  Database database = create();
+  BlockDatabase database = create();
   ASSERT_TRUE(database);
   bm_counters(*database, part_dat) = {9, 2, 9, 3};
   ASSERT_TRUE(bm_write_block(*database, part_dat, 9, (bytes({7}) + block_of(0)).data()));

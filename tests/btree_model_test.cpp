@@ -3,7 +3,7 @@
 #include <compare>
 #include <map>
 
-#include "btree_support.h"
+#include "data_support.h"
 
 namespace tovik {
 namespace {
@@ -38,7 +38,7 @@ class ModelRun {
   ModelRun(Store &store, test::Random &random, const Config &config)
       : store_(store), random_(random), config_(config) {
     index_ = btree_create(*store.sm, config.made);
-    EXPECT_NE(index_, nullptr) << Store::errors();
+    EXPECT_NE(index_, nullptr) << test::errors();
   }
   ~ModelRun() { btree_close(index_); }
 
@@ -175,10 +175,10 @@ class ModelRun {
       expected_rows.insert(expected_rows.end(), rows.begin(), rows.end());
     }
     RowSet rows{};
-    EXPECT_TRUE(btree_range(*index_, wanted, rows)) << Store::errors();
+    EXPECT_TRUE(btree_range(*index_, wanted, rows)) << test::errors();
     EXPECT_EQ(std::vector<RowNo>(rows.rows.begin(), rows.rows.end()), expected_rows) << context();
     BtreeCursor cursor;
-    EXPECT_TRUE(btree_cursor_open(cursor, *index_, wanted)) << Store::errors();
+    EXPECT_TRUE(btree_cursor_open(cursor, *index_, wanted)) << test::errors();
     std::string key(static_cast<size_t>(btree_key_size(*index_)), '\0');
     while (btree_cursor_fetch(cursor, reinterpret_cast<uint8_t *>(key.data()), &rows, nullptr) ==
            BtreeFetch::item)
@@ -197,7 +197,7 @@ class ModelRun {
       const RowNo number = index_->number;
       btree_close(index_);
       index_ = btree_open(*store_.sm, number);
-      ASSERT_NE(index_, nullptr) << Store::errors();
+      ASSERT_NE(index_, nullptr) << test::errors();
     }
   }
 
@@ -226,7 +226,7 @@ class ModelRun {
   }
 
   std::string context() const {
-    return std::string(config_.name) + ", step " + std::to_string(step_) + "\n" + Store::errors();
+    return std::string(config_.name) + ", step " + std::to_string(step_) + "\n" + test::errors();
   }
 
   Store &store_;

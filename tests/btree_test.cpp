@@ -1,6 +1,6 @@
 // The B-tree page by page: formats byte for byte, the shapes that splits and deletions leave, ranges, levels
 // of a transaction, a full data file and damaged pages.
-#include "btree_support.h"
+#include "data_support.h"
 
 namespace tovik {
 namespace {
@@ -47,12 +47,12 @@ class BtreeTest : public testing::Test {
   Btree &make(const BtreeDefinition &made, const char *table_name = "") {
     if (index != nullptr) btree_close(index);
     index = btree_create(*store.sm, made, table_name);
-    EXPECT_NE(index, nullptr) << Store::errors();
+    EXPECT_NE(index, nullptr) << test::errors();
     return *index;
   }
   std::vector<int> range(const BtreeRange &wanted) {
     RowSet rows{};
-    EXPECT_TRUE(btree_range(*index, wanted, rows)) << Store::errors();
+    EXPECT_TRUE(btree_range(*index, wanted, rows)) << test::errors();
     return std::vector<int>(rows.rows.begin(), rows.rows.end());
   }
 
@@ -73,13 +73,13 @@ std::string hex(const uint8_t *bytes, int size) {
 
 std::string page_hex(Btree &index, uint32_t block, int size) {
   Page page;
-  EXPECT_TRUE(btree_page_get(index, block, page)) << Store::errors();
+  EXPECT_TRUE(btree_page_get(index, block, page)) << test::errors();
   return hex(page.data(), size);
 }
 
 uint32_t number_at(Btree &index, uint32_t block, int offset) {
   Page page;
-  EXPECT_TRUE(btree_page_get(index, block, page)) << Store::errors();
+  EXPECT_TRUE(btree_page_get(index, block, page)) << test::errors();
   return load_u32(page.data() + offset);
 }
 
@@ -159,7 +159,7 @@ TEST(BtreeCreate, ItemKindsFollowFromTheDefinition) {
     if (index == nullptr) continue;
     EXPECT_EQ(index->master_leaf.item_size, c.item_size);
     EXPECT_EQ(index->master_leaf.per_page, c.per_page);
-    ASSERT_TRUE(btree_drop(index)) << Store::errors();
+    ASSERT_TRUE(btree_drop(index)) << test::errors();
     EXPECT_EQ(store.used_blocks(), used);
   }
 }
@@ -369,7 +369,7 @@ TEST_F(BtreeTest, HandlesFollowTheLevelsOfATransaction) {
   ASSERT_TRUE(insert(tree, -1, 1));
   store.begin();
   ASSERT_TRUE(btree_rename_table(tree, "renamed"));
-  Store::on_other_thread([&] { EXPECT_STREQ(btree_table_name(tree), ""); });
+  test::on_other_thread([&] { EXPECT_STREQ(btree_table_name(tree), ""); });
   for (int i = 0; i < 300; ++i) ASSERT_TRUE(insert(tree, i, 1));
   store.begin();
   for (int i = 300; i < 600; ++i) ASSERT_TRUE(insert(tree, i, 1));
@@ -397,7 +397,7 @@ TEST_F(BtreeTest, HandlesFollowTheLevelsOfATransaction) {
   store.begin();
   const int used = store.used_blocks();
   const uint32_t pages = btree_pages(*index).count;
-  ASSERT_TRUE(btree_drop(index)) << Store::errors();
+  ASSERT_TRUE(btree_drop(index)) << test::errors();
   EXPECT_EQ(store.used_blocks(), used - static_cast<int>(pages));
   EXPECT_EQ(btree_open(*store.sm, number), nullptr);
   store.rollback();
@@ -409,7 +409,7 @@ TEST_F(BtreeTest, HandlesFollowTheLevelsOfATransaction) {
   store.reopen();
   store.begin();
   index = btree_open(*store.sm, number);
-  ASSERT_NE(index, nullptr) << Store::errors();
+  ASSERT_NE(index, nullptr) << test::errors();
   EXPECT_EQ(walk(*index).items.size(), 601u);
 }
 
@@ -419,7 +419,7 @@ TEST_F(BtreeTest, OneHandlePerIndexWhateverBecameOfIt) {
   store.begin();
   ASSERT_TRUE(btree_drop(index));
   EXPECT_EQ(btree_open(*store.sm, number), nullptr);
-  test::StorageFixture::on_other_thread([&] {
+  test::on_other_thread([&] {
     Btree *other = btree_open(*store.sm, number);
     EXPECT_EQ(other, index) << "dropped for the owner only";
     if (other != nullptr) btree_close(other);
@@ -429,7 +429,7 @@ TEST_F(BtreeTest, OneHandlePerIndexWhateverBecameOfIt) {
   EXPECT_EQ(btree_open(*store.sm, number), index) << "there again for the owner, too";
   Btree *made = btree_create(*store.sm, unique_int);
   ASSERT_NE(made, nullptr);
-  test::StorageFixture::on_other_thread([&] { EXPECT_EQ(btree_open(*store.sm, made->number), nullptr); });
+  test::on_other_thread([&] { EXPECT_EQ(btree_open(*store.sm, made->number), nullptr); });
   btree_close(made);
   store.rollback();
   EXPECT_EQ(data_systems(*store.sm).btrees, index);
@@ -462,14 +462,14 @@ TEST_F(BtreeTest, HandlesFollowAnotherProcess) {
   store.save();
   const auto elsewhere = [&](auto work) {
     StorageManager *other = sm_open(*store.sm->params);
-    ASSERT_NE(other, nullptr) << Store::errors();
+    ASSERT_NE(other, nullptr) << test::errors();
     work(*other, btree_open(*other, number));
-    EXPECT_TRUE(sm_direct_end(*other)) << Store::errors();
+    EXPECT_TRUE(sm_direct_end(*other)) << test::errors();
     sm_close(other);
     bool changed = false;
     EXPECT_TRUE(sm_refresh(*store.sm, &changed));
     EXPECT_TRUE(changed);
-    EXPECT_TRUE(row_systems_reload_all(*store.sm) && btrees_reload_all(*store.sm)) << Store::errors();
+    EXPECT_TRUE(row_systems_reload_all(*store.sm) && btrees_reload_all(*store.sm)) << test::errors();
   };
   elsewhere([](StorageManager &, Btree *other) {
     for (int i = 0; i < 600; ++i) ASSERT_TRUE(insert(*other, i, 1));
@@ -487,7 +487,7 @@ TEST_F(BtreeTest, HandlesFollowAnotherProcess) {
     btree_close(other);
   });
   Btree *fresh = btree_open(*store.sm, number);
-  ASSERT_NE(fresh, nullptr) << Store::errors();
+  ASSERT_NE(fresh, nullptr) << test::errors();
   EXPECT_NE(fresh, index);
   EXPECT_FALSE(btree_is_unique(*fresh));
   btree_close(fresh);
@@ -526,7 +526,7 @@ TEST(BtreeFull, AFullDataFileLeavesTheTreeWhole) {
         definition(slots < 0 ? btree_unique : 0, slots, {{type::int32, 4}, {type::int32, 4}});
     if (slots == 0) made.parts[1] = {type::character, 120, 2};  // seven keys a page, and a page per key
     Btree *index = btree_create(*store.sm, made);
-    ASSERT_NE(index, nullptr) << Store::errors();
+    ASSERT_NE(index, nullptr) << test::errors();
     test::Random random(static_cast<uint64_t>(slots + 2));
     std::set<std::pair<int, RowNo>> held;
     for (int failures = 0; failures < 40;) {
@@ -537,7 +537,7 @@ TEST(BtreeFull, AFullDataFileLeavesTheTreeWhole) {
         held.emplace(key, row);
         continue;
       }
-      ASSERT_TRUE(recorded(status::btree_new_page)) << Store::errors();
+      ASSERT_TRUE(recorded(status::btree_new_page)) << test::errors();
       ++failures;
     }
     std::set<std::pair<int, RowNo>> found;
@@ -619,7 +619,7 @@ TEST_F(BtreeTest, DamagedPagesEndInAStatus) {
         break;
     }
     EXPECT_FALSE(done);
-    EXPECT_TRUE(recorded(c.status)) << Store::errors();
+    EXPECT_TRUE(recorded(c.status)) << test::errors();
     EXPECT_EQ(store.sm->dat->lock_count, 0) << "no page stays held";
   }
 }
@@ -649,7 +649,7 @@ TEST_F(BtreeTest, ATreeEndsAtSixteenLevels) {
     above = std::move(below);
   }
   const uint8_t last[btree_key_limit] = {'z'};
-  EXPECT_EQ(btree_search(tree, last, nullptr), BtreeFind::absent) << Store::errors();
+  EXPECT_EQ(btree_search(tree, last, nullptr), BtreeFind::absent) << test::errors();
   const int used = store.used_blocks();
   const RowNo row = 1;
   EXPECT_EQ(btree_insert(tree, last, &row), BtreeInsert::failed);

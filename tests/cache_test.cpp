@@ -5,7 +5,7 @@
 #include <set>
 #include <thread>
 
-#include "storage_fixture.h"
+#include "storage_support.h"
 
 namespace tovik::test {
 namespace {

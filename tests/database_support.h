@@ -2,57 +2,14 @@
 #pragma once
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "data/catalog.h"
-#include "data/data_layer.h"
 #include "data/database.h"
 #include "data/row_handle.h"
-#include "frame/env.h"
-#include "frame/error.h"
-#include "support.h"
+#include "engine_support.h"
 
 namespace tovik::test {
-
-// The engine from the environment text to the drivers, for one test.
-class Engine {
- public:
-  explicit Engine(const char *environment = "HVI_GMT_TIME=true") {
-    err_clear();
-    env_start(environment);
-    EXPECT_TRUE(io_init());
-    data_layer_register();
-  }
-  ~Engine() {
-    io_term();
-    env_release();
-  }
-  Engine(const Engine &) = delete;
-  Engine &operator=(const Engine &) = delete;
-};
-
-inline std::string errors() {
-  char text[2048] = "";
-  err_format(text, sizeof text, "");
-  return text;
-}
-
-// The status recorded first since the last call, 0 when there is none.
-inline StatusCode first_status() {
-  const ErrorRecord &record = error_record();
-  const StatusCode code = record.count > 0 ? record.entries[0].code : 0;
-  err_clear();
-  return code;
-}
-
-template <class Work>
-void on_other_thread(Work work) {
-  std::thread([&] {
-    work();
-    err_clear();
-  }).join();
-}
 
 inline ColumnDefinition column(const std::string &name, TypeCode type, int16_t p1 = 0, int16_t p2 = 0,
                                int16_t p3 = 0) {

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <functional>
 
 #include "database_support.h"
@@ -338,6 +339,136 @@ TEST(Database, LockingDisabledNestsLevels) {
   EXPECT_FALSE(db_in_transaction(db, me));
   on_other_thread([&] { EXPECT_EQ(Rows(db, "outer").all().size(), 1u); });
   db_read_end(db, me);
+}
+
+// ---- failures and threads ----
+
+int writes_left;
+
+// While in scope every write after the first so many fails.
+class WriteFault {
+ public:
+  explicit WriteFault(int writes) : slot_(file_driver.file_write, write_or_fail) { writes_left = writes; }
+
+ private:
+  static int64_t write_or_fail(DriverHandle handle, const void *buffer, int64_t length, int64_t offset) {
+    return writes_left-- <= 0 ? -1 : real_write(handle, buffer, length, offset);
+  }
+  inline static const auto real_write = file_driver.file_write;
+  SlotGuard<decltype(file_driver.file_write)> slot_;
+};
+
+// Either nothing of it is seen, or all.
+void change_everything(Database &db) {
+  ASSERT_TRUE(table_rename(db, "old", "new")) << errors();
+  ASSERT_TRUE(index_create(db, "t", index_on("i", {"a"}))) << errors();
+  Rows rows(db, "t");
+  for (int i = 0; i < 300; ++i) ASSERT_TRUE(rows.insert({std::to_string(i)})) << errors();
+}
+
+// Gives whether the transaction is seen.
+bool look_at_everything(TestDatabase &store) {
+  const bool changed = store.has_table("new");
+  EXPECT_NE(store.has_table("old"), changed);
+  Rows rows(*store.db, "t");
+  EXPECT_EQ(rows.all().size(), changed ? 300u : 0u);
+  EXPECT_EQ(rows.handle->table->index_count, changed ? 1 : 0);
+  rows.check_indices();
+  return changed;
+}
+
+// A commit whose copy fails has its record on disk: whoever takes the lock next completes it.
+TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
+  int completed = 0;
+  bool committed = false;
+  for (int writes = 0; !committed; ++writes) {
+    SCOPED_TRACE(writes);
+    Engine engine;
+    TestDatabase store;
+    Database &db = *store.db;
+    ASSERT_TRUE(store.create_table("old", one_column) && store.create_table("t", one_column));
+    ASSERT_TRUE(sm_direct_end(*db.storage));
+    ASSERT_TRUE(db_read_begin(db, current_thread()));  // a cursor that stays open
+    store.begin();
+    change_everything(db);
+    {
+      const WriteFault fault(writes);
+      committed = db_commit(db, current_thread());
+    }
+    const bool rolled_back = !committed && db_in_transaction(db, current_thread());
+    if (rolled_back) store.rollback();
+    if (!committed && !rolled_back) {
+      // Nobody sees the half of it, not even the thread that reads already.
+      EXPECT_FALSE(db_read_begin(db, current_thread()));
+      on_other_thread([&] { EXPECT_FALSE(db_read_begin(db, current_thread())); });
+    }
+    db_read_end(db, current_thread());
+    err_clear();
+    ASSERT_TRUE(db_read_begin(db, current_thread())) << errors();
+    EXPECT_EQ(look_at_everything(store), !rolled_back);
+    db_read_end(db, current_thread());
+    completed += !committed && !rolled_back;
+  }
+  EXPECT_GT(completed, 5);
+}
+
+// Readers beside a writer that commits and rolls back rows and schema: each read hold sees one committed
+// state.
+TEST(Database, ReadersBesideAWriterRandom) {
+  Engine engine;
+  TestDatabase store("BLOCK_SIZE=1024;CACHE_SIZE_DAT=16;LOCK_RETRY=1000;LOCK_SLEEP=1");
+  Database &db = *store.db;
+  ASSERT_TRUE(store.create_table("t", {column("a", type::int32), column("b", type::text)}));
+  ASSERT_TRUE(sm_direct_end(*db.storage));
+  std::atomic<bool> done = false;
+  std::atomic<int> looks = 0;
+  const auto read = [&] {
+    while (!done) {
+      if (!db_read_begin(db, current_thread())) {
+        EXPECT_EQ(first_status(), status::database_busy);
+        continue;
+      }
+      {
+        Rows rows(db, "t");
+        EXPECT_EQ(rows.all().size() % 10, 0u);
+        EXPECT_EQ(store.has_table("twin"), rows.handle->table->index_count == 1);
+        for (const RowNo row : rows.all()) {
+          EXPECT_EQ(row_handle_read(*rows.handle, row), RowLoad::loaded);
+          EXPECT_EQ(rows.get("b").size(), 50u);
+        }
+        rows.check_indices();
+        EXPECT_FALSE(db_in_transaction(db, current_thread()));
+      }
+      db_read_end(db, current_thread());
+      ++looks;
+    }
+    err_clear();
+  };
+  std::thread readers[] = {std::thread(read), std::thread(read), std::thread(read)};
+  Random random;
+  bool twin = false;
+  for (int round = 0; round < 40 || looks < 20; ++round) {
+    store.begin();
+    const bool change = random.one_in(3), commit = random.one_in(2);
+    bool changed = true;
+    if (change && !twin)
+      changed = index_create(db, "t", index_on("i", {"a"})) && store.create_table("twin", one_column);
+    if (change && twin) changed = index_drop(db, "i") && table_drop(db, "twin");
+    EXPECT_TRUE(changed) << errors();
+    {
+      Rows rows(db, "t");
+      for (int i = 0; i < 10; ++i)
+        EXPECT_TRUE(rows.insert({std::to_string(random.below(50)), std::string(50, 'x')})) << errors();
+    }
+    if (commit) {
+      twin = twin != change;
+      EXPECT_TRUE(db_commit(db, current_thread())) << errors();
+    } else {
+      store.rollback();
+    }
+  }
+  done = true;
+  for (std::thread &reader : readers) reader.join();
 }
 
 // ---- two processes ----

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "engine_support.h"
 #include "storage/memory_store.h"
-#include "storage_support.h"
 
 using namespace tovik;
 using namespace tovik::test;

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <thread>
 
-#include "storage_fixture.h"
+#include "storage_support.h"
 
 namespace tovik::test {
 namespace {

@@ -2,21 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
+#include "engine_support.h"
+#include "platform/held.h"
 #include "storage/block_format.h"
-#include "storage_support.h"
 
 using namespace tovik;
 using namespace tovik::test;
 
 namespace {
 
-struct Destroy {
-  void operator()(Params *params) const { param_destroy(params); }
-};
-using Block = std::unique_ptr<Params, Destroy>;
+using Block = Held<Params, param_destroy>;
 
 class Parameters : public ::testing::Test {
  protected:

@@ -3,7 +3,7 @@
 #include <map>
 #include <vector>
 
-#include "row_support.h"
+#include "data_support.h"
 
 namespace tovik::test {
 namespace {
@@ -76,7 +76,7 @@ class RowSystemModel {
 
   void change() {
     const bool direct = states_.size() == 1;
-    ASSERT_TRUE(!direct || sm_direct_begin(*store_.sm)) << store_.errors();
+    ASSERT_TRUE(!direct || sm_direct_begin(*store_.sm)) << errors();
     if (now().size() < 2 || random_.one_in(30)) {
       create();
     } else {
@@ -96,13 +96,13 @@ class RowSystemModel {
     const RowKind kind = kinds[random_.below(4)];
     const int size = random_.one_in(4) ? 5 + random_.below(3000) : 5 + random_.below(60);
     RowSystem *rows = row_system_create(*store_.sm, kind, size, 7, 3, 0);
-    ASSERT_NE(rows, nullptr) << store_.errors();
+    ASSERT_NE(rows, nullptr) << errors();
     EXPECT_TRUE(now().emplace(rows->number, ModelSystem{kind, size, row_kind_auto(kind) ? 7 : 0, {}}).second);
     row_system_close(rows);
   }
   void drop(ModelState::iterator chosen) {
     RowSystem *rows = row_system_open(chosen->first, *store_.sm);
-    ASSERT_TRUE(rows != nullptr && row_system_drop(rows)) << store_.errors();
+    ASSERT_TRUE(rows != nullptr && row_system_drop(rows)) << errors();
     now().erase(chosen);
   }
 
@@ -116,11 +116,11 @@ class RowSystemModel {
 
   void change_row(RowNo number, ModelSystem &system) {
     const Held rows(number, *store_.sm);
-    ASSERT_TRUE(rows) << store_.errors();
+    ASSERT_TRUE(rows) << errors();
     RowNo row = 0;
     if (system.rows.empty() || random_.below(10) < 5) {
       const std::string value = new_value(system);
-      ASSERT_TRUE(row_insert(*rows, value.data(), static_cast<int>(value.size()), &row)) << store_.errors();
+      ASSERT_TRUE(row_insert(*rows, value.data(), static_cast<int>(value.size()), &row)) << errors();
       EXPECT_TRUE(system.rows.emplace(row, value).second) << "row number " << row << " is in use";
       if (row_kind_auto(system.kind)) {
         EXPECT_TRUE(row_autoinc_advance(*rows));
@@ -133,11 +133,11 @@ class RowSystemModel {
     row = chosen->first;
     if (random_.one_in(2)) {
       const std::string value = new_value(system);
-      ASSERT_TRUE(row_update(*rows, &row, value.data(), static_cast<int>(value.size()))) << store_.errors();
+      ASSERT_TRUE(row_update(*rows, &row, value.data(), static_cast<int>(value.size()))) << errors();
       system.rows.erase(chosen);
       EXPECT_TRUE(system.rows.emplace(row, value).second);
     } else {
-      ASSERT_EQ(row_delete(*rows, row), RowRead::active) << store_.errors();
+      ASSERT_EQ(row_delete(*rows, row), RowRead::active) << errors();
       system.rows.erase(chosen);
     }
   }
@@ -145,13 +145,13 @@ class RowSystemModel {
   // What this thread sees, and what every other thread sees of the committed state.
   void check_all() {
     check(now());
-    if (states_.size() > 1) store_.on_other_thread([this] { check(states_.front()); });
+    if (states_.size() > 1) on_other_thread([this] { check(states_.front()); });
   }
   void check(const ModelState &state) {
     for (const auto &[number, system] : state) {
       SCOPED_TRACE("row system " + std::to_string(number));
       const Held rows(number, *store_.sm);
-      ASSERT_TRUE(rows) << store_.errors();
+      ASSERT_TRUE(rows) << errors();
       EXPECT_EQ(row_autoinc_get(*rows).next, system.next);
       row_kind_variable(system.kind) ? check_values(*rows, system) : check_scan(*rows, system);
     }
@@ -160,8 +160,7 @@ class RowSystemModel {
     uint32_t pieces = 0;
     for (const auto &[row, value] : system.rows) {
       std::string copy(value.size(), '\0');
-      EXPECT_TRUE(row_read_variable(rows, row, copy.data(), static_cast<int>(copy.size())))
-          << store_.errors();
+      EXPECT_TRUE(row_read_variable(rows, row, copy.data(), static_cast<int>(copy.size()))) << errors();
       EXPECT_TRUE(copy == value) << "row " << row;
       const size_t piece = static_cast<size_t>(system.data_size - 4);
       pieces += static_cast<uint32_t>((value.size() + piece - 1) / piece);
@@ -177,7 +176,7 @@ class RowSystemModel {
     row_scan_start(scan, rows);
     while ((fetch = row_scan_next(scan, data.data(), system.data_size, &row)) == RowFetch::row)
       EXPECT_TRUE(found.emplace(row, data).second);
-    EXPECT_EQ(fetch, RowFetch::end) << store_.errors();
+    EXPECT_EQ(fetch, RowFetch::end) << errors();
     EXPECT_TRUE(found == system.rows);
     EXPECT_EQ(row_active_count(rows), system.rows.size());
   }
@@ -214,7 +213,7 @@ class DamagedRows {
     const BlockNo blocks = bm_counters(*store_.sm->bm, part_dat).bcnt;
     for (; count > 0; --count) {
       Page page;
-      ASSERT_TRUE(sm_page_get(*store_.sm, 2 + random_.below(blocks - 1), 0, page)) << store_.errors();
+      ASSERT_TRUE(sm_page_get(*store_.sm, 2 + random_.below(blocks - 1), 0, page)) << errors();
       const int at = random_.one_in(3) ? random_.below(40) : random_.below(1024);
       page.data()[at] = static_cast<uint8_t>(random_.one_in(2) ? random_.below(256) : random_.below(4));
       EXPECT_TRUE(sm_page_release_write(page));
@@ -224,9 +223,9 @@ class DamagedRows {
   void work() {
     (void)row_systems_reload_all(*store_.sm);
     for (const RowNo number : numbers_) {
-      store_.first_status();
+      first_status();
       RowSystem *rows = row_system_open(number, *store_.sm);
-      EXPECT_NE(rows != nullptr, store_.first_status() != 0);
+      EXPECT_NE(rows != nullptr, first_status() != 0);
       for (int i = 0; rows != nullptr && i < 60; ++i) change(*rows);
       row_system_close(rows);
     }
@@ -274,7 +273,7 @@ class DamagedRows {
       case 5:
         done = scan(rows);
     }
-    EXPECT_NE(done, store_.first_status() != 0);
+    EXPECT_NE(done, first_status() != 0);
   }
 
   StorageFixture store_;

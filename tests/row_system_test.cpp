@@ -5,7 +5,7 @@
 #include <functional>
 #include <vector>
 
-#include "row_support.h"
+#include "data_support.h"
 
 namespace tovik::test {
 namespace {
@@ -665,7 +665,7 @@ TEST_F(RowSystemTest, EveryAllocationMayFail) {
 TEST(RowSystemSpace, FailedInsertLeavesNothingBehind) {
   StorageFixture store("BLOCK_SIZE=1024;SIZE_DAT=40K");
   RowSystem *rows = row_system_create(*store.sm, RowKind::variable, 99, 0, 0, 0);
-  ASSERT_NE(rows, nullptr) << store.errors();
+  ASSERT_NE(rows, nullptr) << errors();
   const std::string value = filled(9 * 1024, 'v');
   std::vector<RowNo> kept;
   RowNo row = 0;
@@ -676,7 +676,7 @@ TEST(RowSystemSpace, FailedInsertLeavesNothingBehind) {
     before = rows->counters[0];
     used = store.used_blocks();
   }
-  EXPECT_NE(store.first_status(), 0);
+  EXPECT_NE(first_status(), 0);
   EXPECT_EQ(kept.size(), 3u);
   EXPECT_FALSE(row_update(*rows, &(row = kept[1]), filled(20 * 1024).data(), 20 * 1024));
   EXPECT_FALSE(row_insert(*rows, value.data(), static_cast<int>(value.size()), &row));
@@ -687,7 +687,7 @@ TEST(RowSystemSpace, FailedInsertLeavesNothingBehind) {
     EXPECT_TRUE(row_read_variable(*rows, number, copy.data(), static_cast<int>(copy.size())));
     EXPECT_EQ(copy, value);
   }
-  EXPECT_TRUE(row_insert(*rows, value.data(), 500, &row)) << store.errors();
+  EXPECT_TRUE(row_insert(*rows, value.data(), 500, &row)) << errors();
 }
 
 }  // namespace

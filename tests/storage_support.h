@@ -1,171 +1,210 @@
-// Helpers of the storage tests: the engine started with chosen settings, an I/O driver that records and
-// fails, and an allocator that fails.
+// Databases over the storage layer alone: by their block managers, looked at from outside, and whole ones
+// over a data layer that does nothing but write down what it is told.
 #pragma once
 
-#include <map>
-#include <string>
-#include <vector>
+#include <cstring>
+#include <filesystem>
+#include <initializer_list>
+#include <set>
 
-#include "frame/env.h"
-#include "frame/error.h"
-#include "storage/io.h"
-#include "support.h"
+#include "engine_support.h"
+#include "platform/held.h"
+#include "storage/storage_manager.h"
+#include "storage/trn_storage.h"
 
 namespace tovik::test {
 
-// The codes in the thread's error record, oldest first.
-inline std::vector<StatusCode> recorded() {
-  std::vector<StatusCode> codes;
-  const ErrorRecord &record = error_record();
-  for (int i = 0; i < record.count && i < error_entry_limit; ++i) codes.push_back(record.entries[i].code);
-  return codes;
+using ParamBlock = Held<Params, param_destroy>;
+
+// A database's parameter block and block manager.
+struct BlockDatabase {
+  ParamBlock params;
+  Held<BlockManager, bm_close> bm;
+
+  explicit operator bool() const { return bm != nullptr; }
+  BlockManager &operator*() { return *bm; }
+  BlockManager *operator->() { return bm.get(); }
+};
+
+using Names = std::set<std::string>;
+
+// The database "orders" in a directory of its own.
+class Blocks : public ::testing::Test {
+ protected:
+  ~Blocks() override { err_clear(); }
+
+  std::string text(const std::string &more) const { return "NAME=orders;PATH=" + dir_.path() + ";" + more; }
+  std::string file(const std::string &name) const { return dir_ / name; }
+
+  BlockDatabase create(const std::string &more = "", DatabaseType type = DatabaseType::ordinary) const {
+    BlockDatabase database = {ParamBlock(param_create(text(more).c_str())), nullptr};
+    if (database.params != nullptr) database.bm.reset(bm_create(*database.params, type));
+    return database;
+  }
+  BlockDatabase open(const std::string &more = "", bool clean_history = false) const {
+    BlockDatabase database = {ParamBlock(param_create(text(more).c_str())), nullptr};
+    if (database.params != nullptr) database.bm.reset(bm_open(*database.params, clean_history));
+    return database;
+  }
+  bool remove(const std::string &more = "") const {
+    ParamBlock params(param_create(text(more).c_str()));
+    return params != nullptr && bm_remove(*params);
+  }
+
+  Names files() const {
+    Names names;
+    for (const auto &entry : std::filesystem::directory_iterator(dir_.path()))
+      names.insert(entry.path().filename().string());
+    return names;
+  }
+  size_t size(const std::string &name) const { return std::filesystem::file_size(file(name)); }
+  std::string content(const std::string &name) const {
+    std::string bytes(size(name), '\0');
+    std::ifstream(file(name), std::ios::binary)
+        .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
+  }
+  void put(const std::string &name, const std::string &bytes) const {
+    std::ofstream(file(name), std::ios::binary) << bytes;
+  }
+  void touch(std::initializer_list<const char *> names) const {
+    for (const char *name : names) put(name, name);
+  }
+  void patch(const std::string &name, int64_t offset, const std::string &bytes) const {
+    std::fstream out(file(name), std::ios::binary | std::ios::in | std::ios::out);
+    out.seekp(offset);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    ASSERT_TRUE(out.good()) << name;
+  }
+
+  TempDir dir_;
+};
+
+inline std::string block_of(char fill, int size = 4096) {
+  return std::string(static_cast<size_t>(size), fill);
 }
 
-using Codes = std::vector<StatusCode>;
+// Commits as a transaction of one changed block does, up to the durable record.
+inline void write_record(BlockManager &bm) {
+  ASSERT_TRUE(bm_trn_reset(bm));
+  ASSERT_TRUE(bm_write_block(bm, part_trn, 1, block_of('s', bm_block_size(bm)).data()));
+  ASSERT_TRUE(bm_write_block(bm, part_trn, 2, block_of('m', bm_block_size(bm)).data()));
+  bm_counters(bm, part_trn).bcnt = 2;
+  CommitRecord &commit = bm.header.commit;
+  commit.tstat = tran_committed;
+  commit.map_bno = 2;
+  commit.map_icnt = 1;
+  commit.after = {5, 0, 0, 0};
+  commit.before = bm_counters(bm, part_dat);
+  commit.iid = bm.header.creation_time;
+  commit.lcto = bm.header.last_applied;
+  commit.lctn = bm.header.last_applied + 1000;
+  ASSERT_TRUE(bm_write_header(bm, part_trn));
+}
 
-// The engine's lower layers, started with the settings of an init text.
-class Engine {
- public:
-  explicit Engine(const char *settings = nullptr) {
-    err_clear();
-    env_start(settings);
-    EXPECT_TRUE(io_init());
-  }
-  ~Engine() {
-    io_term();
-    env_release();
-  }
-  Engine(const Engine &) = delete;
-  Engine &operator=(const Engine &) = delete;
+// What the copy does to the DAT header.
+inline void apply_record(BlockManager &bm) {
+  bm_counters(bm, part_dat) = bm.header.commit.after;
+  bm_counters(bm, part_dat).ucnt = bm.header.commit.before.ucnt + 1;
+  bm.header.last_applied = bm.header.commit.lctn;
+  ASSERT_TRUE(bm_write_header(bm, part_dat));
+}
+
+inline std::string hook_calls;      // "open1 counters merge1 ..."
+inline bool counters_fail = false;  // write_counters fails
+
+inline const DataLayerOps recording_data_layer = {
+    [](StorageManager &) { return true; },
+    [](StorageManager &) { return true; },
+    [](StorageManager &) { return true; },
+    [](StorageManager &) { return true; },
+    [](StorageManager &) {},
+    [](StorageManager &) {
+      hook_calls += "counters ";
+      return !counters_fail || fail(status::row_counter_write);
+    },
+    [](StorageManager &, int level) { hook_calls += "open" + std::to_string(level) + " "; },
+    [](StorageManager &, int level) { hook_calls += "merge" + std::to_string(level) + " "; },
+    [](StorageManager &, int level) { hook_calls += "drop" + std::to_string(level) + " "; },
 };
 
-// The file driver as added driver 101, behind a log of its calls ("write a.dat 0", "sync a.dat") and a count
-// after which a call fails. Made before the engine.
-class FaultDriver {
+// The engine with that data layer.
+class StorageEngine : public Engine {
  public:
-  static constexpr int driver_no = 101;
-
-  FaultDriver() {
-    state() = {};
-    driver() = file_driver;
-    driver().name = "fault driver";
-    driver().file_open = [](const char *name, int flags, int mode, int number, int size) -> DriverHandle {
-      if (fails((flags & open_create) != 0 ? "create" : "open", name)) return no_handle;
-      const DriverHandle handle = file_driver.file_open(name, flags, mode, number, size);
-      if (handle != no_handle) state().names[handle] = last_part(name);
-      return handle;
-    };
-    driver().file_close = [](DriverHandle handle) {
-      const bool failed = fails("close", state().names[handle]);
-      return file_driver.file_close(handle) < 0 || failed ? -1 : 0;
-    };
-    driver().file_remove = [](const char *name) {
-      return fails("remove", name) ? -1 : file_driver.file_remove(name);
-    };
-    driver().file_rename = [](const char *name, const char *target) {
-      return fails("rename", name, " " + last_part(target)) ? -1 : file_driver.file_rename(name, target);
-    };
-    driver().file_read = [](DriverHandle handle, void *buffer, int64_t length, int64_t offset) -> int64_t {
-      if (fails("read", state().names[handle], at(offset, length))) return -1;
-      return file_driver.file_read(handle, buffer, length, offset);
-    };
-    driver().file_write = [](DriverHandle handle, const void *buffer, int64_t length,
-                             int64_t offset) -> int64_t {
-      if (!fails("write", state().names[handle], at(offset, length)))
-        return file_driver.file_write(handle, buffer, length, offset);
-      if (state().stops) file_driver.file_write(handle, buffer, length / 2, offset);
-      return -1;
-    };
-    driver().file_size = [](DriverHandle handle) -> int64_t {
-      return fails("size", state().names[handle]) ? -1 : file_driver.file_size(handle);
-    };
-    driver().file_sync = [](DriverHandle handle) {
-      return fails("sync", state().names[handle]) ? -1 : file_driver.file_sync(handle);
-    };
-    driver().file_truncate = [](DriverHandle handle, int64_t length) {
-      if (fails("truncate", state().names[handle], " " + std::to_string(length))) return -1;
-      return file_driver.file_truncate(handle, length);
-    };
-    added_drivers[driver_no - added_driver_base] = &driver();
-  }
-  ~FaultDriver() { added_drivers[driver_no - added_driver_base] = nullptr; }
-  FaultDriver(const FaultDriver &) = delete;
-  FaultDriver &operator=(const FaultDriver &) = delete;
-
-  // The call with that number from now on fails, and no other; 0 fails none.
-  void fail_call(int number) {
-    state().countdown = number;
-    state().stops = false;
-  }
-  // The machine stops at the call with that number, half way through if it is a write: no later call does
-  // anything until the next fail_call.
-  void stop_at_call(int number) {
-    state().countdown = number;
-    state().stops = true;
-  }
-  std::vector<std::string> take_log() { return std::exchange(state().log, {}); }
-  IoDriver &table() { return driver(); }
-
- private:
-  struct State {
-    std::vector<std::string> log;
-    std::map<DriverHandle, std::string> names;
-    int countdown = 0;
-    bool stops = false;
-  };
-  static State &state() {
-    static State state;
-    return state;
-  }
-  static IoDriver &driver() {
-    static IoDriver driver;
-    return driver;
-  }
-  static std::string last_part(const char *name) {
-    const char *separator = path_last_separator(name);
-    return separator == nullptr ? name : separator + 1;
-  }
-  // " <block>" for a transfer of whole blocks.
-  static std::string at(int64_t offset, int64_t length) { return " " + std::to_string(offset / length); }
-  static bool fails(const char *call, const std::string &name, const std::string &more = "") {
-    state().log.push_back(std::string(call) + " " + last_part(name.c_str()) + more);
-    int &countdown = state().countdown;
-    if (countdown != 1) {
-      if (countdown > 1) --countdown;
-      return false;
-    }
-    if (!state().stops) countdown = 0;
-    return true;
+  explicit StorageEngine(const char *settings = nullptr) : Engine(settings) {
+    sm_register_data_layer(recording_data_layer);
+    hook_calls.clear();
+    counters_fail = false;
   }
 };
 
-// The allocation with a chosen number fails, and no other.
-class AllocationFault {
+// A database over the storage layer alone; closed at the end of the scope.
+class Database {
  public:
-  explicit AllocationFault(int number) {
-    countdown() = number;
-    real() = memory_table;
-    memory_table.mem_alloc = [](size_t size) { return fails() ? nullptr : real().mem_alloc(size); };
-    memory_table.mem_realloc = [](void *block, size_t size) {
-      return fails() ? nullptr : real().mem_realloc(block, size);
-    };
-  }
-  ~AllocationFault() { memory_table = real(); }
-  AllocationFault(const AllocationFault &) = delete;
-  AllocationFault &operator=(const AllocationFault &) = delete;
+  enum class Start { create, open, work };
 
-  static bool happened() { return countdown() <= 0; }
+  Database(const std::string &text, Start start) : params_(param_create(text.c_str())) {
+    if (params_ == nullptr) return;
+    sm_ = start == Start::create ? sm_create(*params_)
+          : start == Start::open ? sm_open(*params_)
+                                 : sm_create_work(*params_);
+    if (sm_ == nullptr || start != Start::create) return;
+    EXPECT_TRUE(sm_direct_end(*sm_));
+  }
+  ~Database() {
+    sm_close(sm_);
+    param_destroy(params_);
+  }
+  Database(const Database &) = delete;
+  Database &operator=(const Database &) = delete;
+
+  bool opened() const { return sm_ != nullptr; }
+  StorageManager &operator*() { return *sm_; }
+  StorageManager *operator->() { return sm_; }
+  Counters &counters() { return bm_counters(*sm_->bm, part_dat); }
+
+  bool begin() { return tm_start(*sm_->tm, current_thread()); }
+  bool record() { return tm_commit(*sm_->tm, current_thread()); }
+  bool apply() { return tm_apply(*sm_->tm, current_thread()); }
+  bool commit() { return record() && apply(); }
+  bool rollback() { return tm_rollback(*sm_->tm, current_thread()); }
+
+  // Whole blocks through the page interface; every byte is fill, the last four are number.
+  BlockNo add(uint8_t fill, uint32_t number = 0) {
+    Page page;
+    if (!sm_page_new(*sm_, 1, page)) return 0;
+    paint(page.data(), fill, number);
+    const BlockNo block = page.block();
+    return sm_page_release_write(page) ? block : 0;
+  }
+  bool put(BlockNo block, uint8_t fill, uint32_t number = 0) {
+    Page page;
+    if (!sm_page_get(*sm_, block, 1, page)) return false;
+    paint(page.data(), fill, number);
+    return sm_page_release_write(page);
+  }
+  bool remove(BlockNo block) {
+    Page page;
+    return sm_page_get(*sm_, block, 1, page) && sm_page_delete(page);
+  }
+  Bytes get(BlockNo block) {  // empty on failure
+    Page page;
+    if (!sm_page_get(*sm_, block, 1, page)) return {};
+    return Bytes(page.data(), page.data() + bm_block_size(*sm_->bm));
+  }
+  int fill_of(BlockNo block) {
+    const Bytes bytes = get(block);
+    return bytes.empty() ? -1 : bytes[0];
+  }
+  void paint(uint8_t *data, uint8_t fill, uint32_t number) const {
+    const int size = bm_block_size(*sm_->bm);
+    memset(data, fill, static_cast<size_t>(size));
+    store_u32(data + size - 4, number);
+  }
 
  private:
-  static int &countdown() {
-    static int countdown;
-    return countdown;
-  }
-  static MemoryTable &real() {
-    static MemoryTable real;
-    return real;
-  }
-  static bool fails() { return --countdown() == 0; }
+  Params *params_;
+  StorageManager *sm_ = nullptr;
 };
 
 }  // namespace tovik::test

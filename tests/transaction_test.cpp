@@ -3,7 +3,7 @@
 #include <optional>
 #include <thread>
 
-#include "storage_fixture.h"
+#include "storage_support.h"
 
 namespace tovik::test {
 namespace {
@@ -404,18 +404,6 @@ TEST_F(TransactionTest, SavedStorageMendsALostCopy) {
   }
 }
 
-TEST_F(TransactionTest, SavedStorageIsNotAppliedOverNewerBlocks) {
-  ASSERT_TRUE(commit_change({3}, 60));
-  const std::string saved = "orders." + std::to_string(db_->counters().ucnt) + ".trn_";
-  ASSERT_TRUE(sm_direct_begin(**db_));
-  EXPECT_EQ(Names{"orders.dat"}, file_names(dir_.path()));
-  ASSERT_TRUE(db_->put(3, 61) && cm_flush(*(*db_)->dat, nullptr));
-  TempDir image;
-  snapshot(image);  // stopped before the change was finished
-  Database db(text(image.path()), Database::Start::open);
-  EXPECT_EQ(61, db.fill_of(3));
-}
-
 TEST_F(TransactionTest, ChangeAfterABusyCommitWithdrawsTheRecord) {
   ASSERT_TRUE(db_->begin() && change({3, 5}, 60) && db_->record());
   const Bytes trn = read_file(path("orders.trn"));
@@ -541,41 +529,6 @@ TEST_F(TransactionTest, UnwrittenChangesGiveWayToACommit) {
   EXPECT_EQ(90, other.fill_of(5));
 }
 
-TEST_F(TransactionTest, ReadersBesideTheWriterSeeWholeCommits) {
-  env_set("HVI_TRAN_SYNC", "OFF");
-  more_ = ";LOCK_RETRY=100000;LOCK_SLEEP=1;CACHE_SIZE_DAT=4;CACHE_SIZE_TRN=3";
-  open(Database::Start::open);
-  ASSERT_TRUE(commit_change({3, 4, 5, 6, 7, 8, 9}, 1));
-  std::atomic<bool> done = false;
-  const auto read = [&] {
-    LockManager &lm = *(*db_)->lm;
-    for (int round = 0; !done || round < 20; ++round) {
-      ASSERT_EQ(LockResult::granted, lm_lock(lm, current_thread(), LockLevel::shared, true));
-      const int fill = db_->fill_of(3 + round % 7);
-      EXPECT_EQ(fill, db_->fill_of(3 + round * 3 % 7));
-      EXPECT_EQ(1, fill % 2);  // even ones are rolled back
-      ASSERT_TRUE(lm_unlock(lm, current_thread(), Unlock::readers_only));
-    }
-  };
-  std::thread readers[] = {std::thread(read), std::thread(read)};
-  LockManager &lm = *(*db_)->lm;
-  const ThreadId me = current_thread();
-  for (uint8_t fill = 2; fill < 60; ++fill) {
-    ASSERT_EQ(LockResult::granted, lm_lock(lm, me, LockLevel::reserved, true));
-    ASSERT_TRUE(db_->begin() && change({9, 3, 4, 8, 5, 6, 7}, fill));
-    if (fill % 2 == 0) {
-      ASSERT_TRUE(db_->rollback());
-    } else {
-      ASSERT_TRUE(db_->record());
-      ASSERT_EQ(LockResult::granted, lm_lock(lm, me, LockLevel::exclusive, true));
-      ASSERT_TRUE(db_->apply());
-    }
-    ASSERT_TRUE(lm_unlock(lm, me, Unlock::all));
-  }
-  done = true;
-  for (std::thread &reader : readers) reader.join();
-}
-
 TEST_F(TransactionTest, WorkDatabaseLeavesNoFile) {
   env_set("HVI_TMP_DIR", dir_.path().c_str());
   db_.reset();
@@ -589,164 +542,6 @@ TEST_F(TransactionTest, WorkDatabaseLeavesNoFile) {
   }
   EXPECT_EQ(names, file_names(dir_.path()));
 }
-
-// Failures.
-
-bool record_everything(Database &db, uint8_t fill) {
-  return db.put(3, fill) && db.put(9, fill) && db.remove(4) && db.add(fill) == 4 && db.add(fill) != 0 &&
-         db.put(6, fill) && db.record();
-}
-
-bool transaction_with_everything(Database &db, uint8_t fill) {
-  if (!db.begin()) return false;
-  if (record_everything(db, fill)) return db.apply();
-  EXPECT_EQ(1, db->tm->level);
-  (void)db.rollback();
-  EXPECT_EQ(0, db->tm->level);
-  return false;
-}
-
-// The fill that the transaction gave its blocks, or 0 for the state before; anything else is a torn state.
-int fill_after(Database &db) {
-  const int fill = db.fill_of(3);
-  if (fill == 3) {
-    EXPECT_EQ(9, db.fill_of(9));
-    EXPECT_EQ(4, db.fill_of(4));
-    EXPECT_EQ(6, db.fill_of(6));
-    EXPECT_EQ(9, db.counters().bcnt);
-    return 0;
-  }
-  for (BlockNo block : {4, 6, 9, 10}) EXPECT_EQ(fill, db.fill_of(block)) << block;
-  EXPECT_EQ(10, db.counters().bcnt);
-  return fill;
-}
-
-class FailingTransactionTest : public TransactionTest, public testing::WithParamInterface<const char *> {
- protected:
-  FailingTransactionTest() : TransactionTest(GetParam()) {
-    more_ =
-        ";CACHE_SIZE_TRN=3;CACHE_SIZE_DAT=4;LOCK_RETRY=1;DRV_NO=" + std::to_string(FaultDriver::driver_no);
-    open(Database::Start::open);
-    snapshot(start_);
-  }
-  void back_to_start() {
-    db_.reset();
-    for (const std::string &name : file_names(dir_.path())) fs::remove(path(name));
-    fs::copy(start_.path(), dir_.path());
-    open(Database::Start::open);
-    err_clear();
-  }
-
-  // What the next one to be granted the lock does.
-  static void recover(Database &db) {
-    const RecordCheck check = tm_check_record(*db->tm);
-    ASSERT_NE(RecordCheck::failed, check);
-    if (check == RecordCheck::pending) {
-      ASSERT_TRUE(tm_recover(*db->tm));
-    }
-    bool changed;
-    ASSERT_TRUE(sm_refresh(*db, &changed));
-  }
-
-  TempDir start_;
-};
-
-TEST_P(FailingTransactionTest, EveryCallStoppingTheMachineLeavesOneOfTwoStates) {
-  int reached = 0;
-  for (int call = 1; reached >= call - 1; ++call) {
-    SCOPED_TRACE("stopped at call " + std::to_string(call));
-    back_to_start();
-    driver_.take_log();
-    driver_.stop_at_call(call);
-    const bool committed = transaction_with_everything(*db_, 50);
-    reached = static_cast<int>(driver_.take_log().size());
-    db_.reset();  // nothing of this reaches the disk
-    driver_.fail_call(0);
-    open(Database::Start::open);
-    const int fill = fill_after(*db_);
-    if (committed) {
-      EXPECT_EQ(50, fill);
-    }
-    EXPECT_TRUE(transaction_with_everything(*db_, 51) || fill != 0);
-    if (HasFailure()) break;
-  }
-  EXPECT_GT(reached, 20);
-}
-
-TEST_P(FailingTransactionTest, EveryCallFailingOnceIsSurvived) {
-  int reached = 0;
-  for (int call = 1; reached >= call - 1; ++call) {
-    SCOPED_TRACE("call " + std::to_string(call));
-    back_to_start();
-    driver_.take_log();
-    driver_.fail_call(call);
-    const bool committed = transaction_with_everything(*db_, 50);
-    reached = static_cast<int>(driver_.take_log().size());
-    driver_.fail_call(0);
-    EXPECT_EQ(committed, take_recorded().empty());
-    recover(*db_);
-    const int fill = fill_after(*db_);
-    if (committed) {
-      EXPECT_EQ(50, fill);
-    }
-    open(Database::Start::open);
-    EXPECT_EQ(fill, fill_after(*db_));
-    if (HasFailure()) break;
-  }
-}
-
-TEST_P(FailingTransactionTest, EveryCallFailingInARestartIsSurvived) {
-  ASSERT_TRUE(db_->begin() && record_everything(*db_, 50));
-  TempDir image;
-  snapshot(image);
-  for (const bool stops : {false, true}) {
-    int reached = 0;
-    for (int call = 1; reached >= call - 1; ++call) {
-      SCOPED_TRACE((stops ? "stopped at call " : "call ") + std::to_string(call));
-      TempDir copy;
-      fs::copy(image.path(), copy.path());
-      driver_.take_log();
-      stops ? driver_.stop_at_call(call) : driver_.fail_call(call);
-      {
-        Database db(text(copy.path()), Database::Start::open);
-        reached = static_cast<int>(driver_.take_log().size());
-        driver_.fail_call(0);
-        if (db.opened() && !stops) {
-          recover(db);
-          EXPECT_EQ(50, fill_after(db));
-        }
-      }
-      Database db(text(copy.path()), Database::Start::open);
-      ASSERT_TRUE(db.opened());
-      EXPECT_EQ(50, fill_after(db));
-      if (HasFailure()) return;
-    }
-    EXPECT_GT(reached, 15);
-  }
-}
-
-TEST_P(FailingTransactionTest, EveryAllocationFailingIsSurvived) {
-  bool failed = true;
-  for (int number = 1; failed; ++number) {
-    SCOPED_TRACE("allocation " + std::to_string(number));
-    back_to_start();
-    bool committed;
-    {
-      AllocationFault fault(number);
-      committed = transaction_with_everything(*db_, 50);
-      failed = AllocationFault::happened();
-    }
-    EXPECT_EQ(committed, take_recorded().empty());
-    EXPECT_TRUE(committed || failed);
-    recover(*db_);
-    EXPECT_EQ(committed ? 50 : 0, fill_after(*db_));
-    ASSERT_LT(number, 200);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(History, FailingTransactionTest,
-                         testing::Values("HVI_TRAN_HISTORY=1", "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=ON",
-                                         "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF"));
 
 }  // namespace
 }  // namespace tovik::test

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "block_support.h"
+#include "storage_support.h"
 
 using namespace tovik;
 using namespace tovik::test;
@@ -17,7 +17,7 @@ using Calls = std::vector<std::string>;
 
 TEST_F(Blocks, PruningAtOpen) {
   Engine engine;
-  Database database = create();
+  BlockDatabase database = create();
   ASSERT_TRUE(database);
   bm_counters(*database, part_dat).ucnt = 12;
   ASSERT_TRUE(bm_write_header(*database, part_dat));
@@ -63,7 +63,7 @@ TEST_F(Blocks, TransactionEndLeavesWhatTheSettingsSay) {
     SCOPED_TRACE(testing::Message() << test.settings << " committed " << test.committed);
     FaultDriver driver;
     Engine engine(test.settings);
-    Database database = create("OVERWRITE=true;DRV_NO=101");
+    BlockDatabase database = create("OVERWRITE=true;DRV_NO=101");
     ASSERT_TRUE(database);
     write_record(*database);
     if (test.committed) apply_record(*database);
@@ -90,7 +90,7 @@ TEST_F(Blocks, TransactionEndLeavesWhatTheSettingsSay) {
 
 TEST_F(Blocks, HistoryKeepsTheLastCommit) {
   Engine engine;
-  Database database = create();
+  BlockDatabase database = create();
   ASSERT_TRUE(database);
   for (uint32_t number = 1; number <= 3; ++number) {
     write_record(*database);
@@ -127,7 +127,7 @@ TEST_F(Blocks, ARecordThatWaitsIsNeverDestroyed) {
     SCOPED_TRACE(settings);
     FaultDriver driver;
     Engine engine(settings);
-    Database database = create("OVERWRITE=true;DRV_NO=101");
+    BlockDatabase database = create("OVERWRITE=true;DRV_NO=101");
     ASSERT_TRUE(database);
     write_record(*database);
     const std::string record = content("orders.trn");

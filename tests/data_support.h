@@ -1,18 +1,86 @@
-// What the B-tree tests share: a walk over every page of an index that checks the
-// invariants of its trees without using the index's own searches.
+// Storage managers with the data layer's systems, for the tests of row systems and B-trees, and a walk over
+// every page of an index that checks the invariants of its trees without using the index's own searches.
 #pragma once
 
 #include <cstring>
 #include <functional>
 #include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "data/btree_tree.h"
-#include "row_support.h"
+#include "engine_support.h"
 
 namespace tovik::test {
+
+class StorageFixture {
+ public:
+  explicit StorageFixture(const std::string &options = "BLOCK_SIZE=1024") {
+    params_ = param_create(("NAME=store;PATH=" + dir_.path() + ";" + options).c_str());
+    EXPECT_TRUE(params_ != nullptr && param_check(*params_, true)) << errors();
+    sm = sm_create(*params_);
+    EXPECT_TRUE(sm != nullptr && sm_direct_end(*sm)) << errors();
+    err_clear();
+  }
+  ~StorageFixture() {
+    sm_close(sm);
+    param_destroy(params_);
+  }
+  StorageFixture(const StorageFixture &) = delete;
+  StorageFixture &operator=(const StorageFixture &) = delete;
+
+  void save() { EXPECT_TRUE(sm_direct_end(*sm)) << errors(); }
+  void reopen() {
+    save();
+    sm_close(sm);
+    sm = sm_open(*params_);
+    ASSERT_NE(sm, nullptr) << errors();
+  }
+
+  void begin() { EXPECT_TRUE(tm_start(*sm->tm, current_thread())) << errors(); }
+  void commit() {
+    EXPECT_TRUE(tm_commit(*sm->tm, current_thread()) && tm_apply(*sm->tm, current_thread())) << errors();
+  }
+  void rollback() { EXPECT_TRUE(tm_rollback(*sm->tm, current_thread())) << errors(); }
+
+  // Blocks in use, as the calling thread sees them.
+  int used_blocks() const {
+    const Counters &counters = sm_level(*sm) > 0 ? tm_counters(*sm->tm) : bm_counters(*sm->bm, part_dat);
+    return counters.bcnt - counters.fcnt;
+  }
+
+  // The bytes of a block, as the calling thread sees them.
+  std::string bytes(BlockNo block, size_t from, size_t count) {
+    Page page;
+    EXPECT_TRUE(sm_page_get(*sm, block, 0, page)) << errors();
+    return std::string(reinterpret_cast<const char *>(page.data()) + from, count);
+  }
+  void overwrite(BlockNo block, uint32_t from, const std::string &content) {
+    Page page;
+    ASSERT_TRUE(sm_page_get(*sm, block, 0, page)) << errors();
+    memcpy(page.data() + from, content.data(), content.size());
+    ASSERT_TRUE(sm_page_release_write(page)) << errors();
+  }
+
+  StorageManager *sm = nullptr;
+
+ private:
+  Engine engine_;
+  TempDir dir_;
+  Params *params_ = nullptr;
+};
+
+// Little-endian bytes of unsigned 32-bit values, and count equal bytes.
+inline std::string u32s(std::initializer_list<uint32_t> values) {
+  std::string text;
+  for (const uint32_t value : values) {
+    char bytes[4];
+    store_u32(bytes, value);
+    text.append(bytes, 4);
+  }
+  return text;
+}
+inline std::string filled(size_t count, char byte = '\0') {
+  return std::string(count, byte);
+}
 
 // With caches that hold a whole test's pages.
 class Store : public StorageFixture {
@@ -118,7 +186,7 @@ class Walker {
     ASSERT_LT(level, btree_depth_limit);
     ASSERT_TRUE(pages_.insert(block).second) << "page " << block << " twice";
     Page page;
-    ASSERT_TRUE(tree_page_get(tree, block, page)) << Store::errors();
+    ASSERT_TRUE(tree_page_get(tree, block, page)) << errors();
     const std::string copy(reinterpret_cast<const char *>(page.data()),
                            static_cast<size_t>(bm_block_size(*index_.sm->bm)));
     ASSERT_TRUE(sm_page_release(page));

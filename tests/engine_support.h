@@ -1,0 +1,214 @@
+// The layers below the exported functions started for a test, what they record, and faults: a file driver and
+// an allocator that fail when told to.
+#pragma once
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "data/data_layer.h"
+#include "frame/env.h"
+#include "frame/error.h"
+#include "storage/io.h"
+#include "support.h"
+
+namespace tovik::test {
+
+using Bytes = std::vector<uint8_t>;
+using Codes = std::vector<StatusCode>;
+
+// The codes in the thread's error record, oldest first.
+inline Codes recorded() {
+  Codes codes;
+  const ErrorRecord &record = error_record();
+  for (int i = 0; i < record.count && i < error_entry_limit; ++i) codes.push_back(record.entries[i].code);
+  return codes;
+}
+inline Codes take_recorded() {
+  const Codes codes = recorded();
+  err_clear();
+  return codes;
+}
+// The first of them, 0 when there is none.
+inline StatusCode first_status() {
+  const Codes codes = take_recorded();
+  return codes.empty() ? 0 : codes[0];
+}
+inline std::string errors() {
+  char text[2048] = "";
+  err_format(text, sizeof text, "");
+  return text;
+}
+
+// The engine, started with the settings of an init text.
+class Engine {
+ public:
+  explicit Engine(const char *settings = "HVI_GMT_TIME=true") {
+    err_clear();
+    env_start(settings);
+    EXPECT_TRUE(io_init());
+    data_layer_register();
+  }
+  ~Engine() {
+    io_term();
+    env_release();
+  }
+  Engine(const Engine &) = delete;
+  Engine &operator=(const Engine &) = delete;
+};
+
+template <class Work>
+void on_other_thread(Work work) {
+  std::thread([&] {
+    work();
+    err_clear();
+  }).join();
+}
+
+inline Bytes read_file(const std::string &path) {
+  std::ifstream file(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(file), {});
+}
+
+inline void write_file(const std::string &path, const Bytes &bytes) {
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+inline std::vector<std::string> file_names(const std::string &directory) {
+  std::vector<std::string> names;
+  for (const auto &entry : std::filesystem::directory_iterator(directory))
+    names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Puts a slot of a platform table back at the end of the scope.
+template <class Slot>
+class SlotGuard {
+ public:
+  SlotGuard(Slot &slot, Slot replacement) : slot_(slot), saved_(slot) { slot = replacement; }
+  ~SlotGuard() { slot_ = saved_; }
+  Slot saved() const { return saved_; }
+
+ private:
+  Slot &slot_;
+  Slot saved_;
+};
+
+// The file driver as added driver 101, behind a log of its calls ("write a.dat 0", "sync a.dat") and a count
+// after which a call fails. Made before the engine.
+class FaultDriver {
+ public:
+  static constexpr int driver_no = 101;
+
+  FaultDriver() {
+    state() = {};
+    driver() = file_driver;
+    driver().name = "fault driver";
+    driver().file_open = [](const char *name, int flags, int mode, int number, int size) -> DriverHandle {
+      if (fails((flags & open_create) != 0 ? "create" : "open", name)) return no_handle;
+      const DriverHandle handle = file_driver.file_open(name, flags, mode, number, size);
+      if (handle != no_handle) state().names[handle] = last_part(name);
+      return handle;
+    };
+    driver().file_close = [](DriverHandle handle) {
+      const bool failed = fails("close", state().names[handle]);
+      return file_driver.file_close(handle) < 0 || failed ? -1 : 0;
+    };
+    driver().file_remove = [](const char *name) {
+      return fails("remove", name) ? -1 : file_driver.file_remove(name);
+    };
+    driver().file_rename = [](const char *name, const char *target) {
+      return fails("rename", name, " " + last_part(target)) ? -1 : file_driver.file_rename(name, target);
+    };
+    driver().file_read = [](DriverHandle handle, void *buffer, int64_t length, int64_t offset) -> int64_t {
+      if (fails("read", state().names[handle], at(offset, length))) return -1;
+      return file_driver.file_read(handle, buffer, length, offset);
+    };
+    driver().file_write = [](DriverHandle handle, const void *buffer, int64_t length,
+                             int64_t offset) -> int64_t {
+      if (fails("write", state().names[handle], at(offset, length))) return -1;
+      return file_driver.file_write(handle, buffer, length, offset);
+    };
+    driver().file_size = [](DriverHandle handle) -> int64_t {
+      return fails("size", state().names[handle]) ? -1 : file_driver.file_size(handle);
+    };
+    driver().file_sync = [](DriverHandle handle) {
+      return fails("sync", state().names[handle]) ? -1 : file_driver.file_sync(handle);
+    };
+    driver().file_truncate = [](DriverHandle handle, int64_t length) {
+      if (fails("truncate", state().names[handle], " " + std::to_string(length))) return -1;
+      return file_driver.file_truncate(handle, length);
+    };
+    added_drivers[driver_no - added_driver_base] = &driver();
+  }
+  ~FaultDriver() { added_drivers[driver_no - added_driver_base] = nullptr; }
+  FaultDriver(const FaultDriver &) = delete;
+  FaultDriver &operator=(const FaultDriver &) = delete;
+
+  // The call with that number from now on fails, and no other; 0 fails none.
+  void fail_call(int number) { state().countdown = number; }
+  std::vector<std::string> take_log() { return std::exchange(state().log, {}); }
+  IoDriver &table() { return driver(); }
+
+ private:
+  struct State {
+    std::vector<std::string> log;
+    std::map<DriverHandle, std::string> names;
+    int countdown = 0;
+  };
+  static State &state() {
+    static State state;
+    return state;
+  }
+  static IoDriver &driver() {
+    static IoDriver driver;
+    return driver;
+  }
+  static std::string last_part(const char *name) {
+    const char *separator = path_last_separator(name);
+    return separator == nullptr ? name : separator + 1;
+  }
+  // " <block>" for a transfer of whole blocks.
+  static std::string at(int64_t offset, int64_t length) { return " " + std::to_string(offset / length); }
+  static bool fails(const char *call, const std::string &name, const std::string &more = "") {
+    state().log.push_back(std::string(call) + " " + last_part(name.c_str()) + more);
+    return state().countdown > 0 && --state().countdown == 0;
+  }
+};
+
+// The allocation with a chosen number fails, and no other.
+class AllocationFault {
+ public:
+  explicit AllocationFault(int number) {
+    countdown() = number;
+    real() = memory_table;
+    memory_table.mem_alloc = [](size_t size) { return fails() ? nullptr : real().mem_alloc(size); };
+    memory_table.mem_realloc = [](void *block, size_t size) {
+      return fails() ? nullptr : real().mem_realloc(block, size);
+    };
+  }
+  ~AllocationFault() { memory_table = real(); }
+  AllocationFault(const AllocationFault &) = delete;
+  AllocationFault &operator=(const AllocationFault &) = delete;
+
+  static bool happened() { return countdown() <= 0; }
+
+ private:
+  static int &countdown() {
+    static int countdown;
+    return countdown;
+  }
+  static MemoryTable &real() {
+    static MemoryTable real;
+    return real;
+  }
+  static bool fails() { return --countdown() == 0; }
+};
+
+}  // namespace tovik::test
