@@ -237,24 +237,11 @@ int info_of_file(const char *name, FileInfo *info) {
   return 1;
 }
 
-int sync_directory(const char *name) {
-  if (fails("dir_sync", name)) return -1;
-  record({.kind = DiskOperation::flush_directory});
-  return 0;
-}
-
-const IoDriver driver = {"fault driver",    0,
-                         nullptr,           nullptr,
-                         remove_file,       open_file,
-                         close_file,        read_file,
-                         write_file,        file_is_there,
-                         size_of_file,      sync_file,
-                         truncate_file,     lock_file,
-                         unlock_file,       test_lock,
-                         nullptr,           rename_file,
-                         open_directory,    close_directory,
-                         next_of_directory, info_of_file,
-                         sync_directory};
+const IoDriver driver = {"fault driver",    0,           nullptr,       nullptr,        remove_file,
+                         open_file,         close_file,  read_file,     write_file,     file_is_there,
+                         size_of_file,      sync_file,   truncate_file, lock_file,      unlock_file,
+                         test_lock,         nullptr,     rename_file,   open_directory, close_directory,
+                         next_of_directory, info_of_file};
 
 }  // namespace
 

@@ -126,8 +126,6 @@ TEST_F(FileDriver, NamesRenamesAndDirectories) {
   EXPECT_EQ(1, file_driver.file_exists(name("sub\\two").c_str()));
   EXPECT_EQ(0, file_driver.file_exists(name("sub\\one").c_str()));
   EXPECT_EQ(0, errno);
-  EXPECT_EQ(0, file_driver.dir_sync(name("sub\\two").c_str()));
-  EXPECT_EQ(-1, file_driver.dir_sync(name("none\\two").c_str()));
   for (const char *directory : {"sub", "sub\\", "sub/"}) {
     Directory *listing = file_driver.dir_open(name(directory).c_str());
     ASSERT_NE(nullptr, listing);
@@ -214,8 +212,6 @@ TEST_F(FileDriver, FirstFlushOfACreatedFileFlushesItsDirectory) {
   EXPECT_EQ("file ", take_flushes());
   file_driver.file_close(opened);
   file_driver.file_close(created);
-  EXPECT_EQ(0, file_driver.dir_sync(name("a.dat").c_str()));
-  EXPECT_EQ("directory ", take_flushes());
 }
 
 TEST_F(FileDriver, ManyUnflushedCreations) {

@@ -107,7 +107,7 @@ struct IoDriver {
   int64_t (*file_write)(DriverHandle handle, const void *buffer, int64_t length, int64_t offset);
   int (*file_exists)(const char *name);  // 1 or 0
   int64_t (*file_size)(DriverHandle handle);
-  int (*file_sync)(DriverHandle handle);
+  int (*file_sync)(DriverHandle handle);  // the first flush of a created file flushes its directory too
   int (*file_truncate)(DriverHandle handle, int64_t length);
   // Byte-range locks never wait: 0 taken, 1 another holder has it, negative on failure.
   int (*file_lock)(DriverHandle handle, int mode, int64_t offset, int64_t length);
@@ -119,9 +119,6 @@ struct IoDriver {
   int (*dir_close)(Directory *listing);
   int (*dir_next)(Directory *listing, char *name, int capacity);  // 1 name, 0 end, -1 null listing
   int (*file_info)(const char *name, FileInfo *info);             // 1 for a regular file, else 0
-  // Makes earlier creations, renames and removals in the directory that holds name durable; 0 or -1. The
-  // first flush of a created file does this by itself.
-  int (*dir_sync)(const char *name) = nullptr;
 };
 
 struct MemoryStats {

@@ -329,14 +329,6 @@ int info_of_file(const char *name, FileInfo *info) {
   return S_ISREG(status.st_mode) ? 1 : 0;
 }
 
-int sync_directory(const char *name) {
-  const int directory = directory_open(name);
-  if (directory < 0) return -1;
-  const bool flushed = flush_directory(directory);
-  close(directory);
-  return flushed ? 0 : -1;
-}
-
 }  // namespace
 
 IoDriver file_driver = {
@@ -362,7 +354,6 @@ IoDriver file_driver = {
     close_directory,
     next_of_directory,
     info_of_file,
-    sync_directory,
 };
 
 }  // namespace tovik
