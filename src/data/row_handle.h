@@ -36,6 +36,7 @@ struct RowHandle {
 // Takes over the hold on table; row_handle_close gives it back. 43001, 1.
 RowHandle *row_handle_open(Table *table);
 void row_handle_close(RowHandle *handle);
+using RowHandleHold = Held<RowHandle, row_handle_close>;
 
 void row_handle_reset(RowHandle &handle);  // every column unset, no row: ready to build a new one
 

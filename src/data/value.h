@@ -54,6 +54,15 @@ struct Value {
 };
 static_assert(sizeof(Value) <= 40, "values are copied on every push and pop");
 
+// Which member of a value of that type holds the datum.
+enum class DatumKind { integer, real, datetime, text };
+
+inline DatumKind datum_kind(TypeCode type) {
+  if ((type & TYPE_INTEGER) != 0) return DatumKind::integer;
+  if ((type & TYPE_FLOAT) != 0) return DatumKind::real;
+  return (type & TYPE_DATETIME) != 0 ? DatumKind::datetime : DatumKind::text;
+}
+
 // The datum as compare_values and the store operations take it.
 inline const void *value_datum(const Value &value) {
   return (value.type & TYPE_CHARACTER) != 0 ? static_cast<const void *>(value.text.text)

@@ -25,6 +25,7 @@ struct TableAccess {
 // access_close.
 TableAccess *access_open(MemoryPool &pool, Table *table, const char *alias);
 void access_close(TableAccess *first);  // the whole chain; null is ignored
+using AccessHold = Held<TableAccess, access_close>;
 
 void access_rewind(TableAccess &access);  // before the first row
 // Reads the next row into the handle. end leaves the access rewound.

@@ -21,56 +21,9 @@ struct Targets {
   int value_count;
 };
 
-// Owns a cursor until the end of the scope.
-class CursorHolder {
- public:
-  explicit CursorHolder(Cursor *cursor) : cursor_(cursor) {}
-  ~CursorHolder() {
-    if (cursor_ != nullptr) cursor_close(cursor_);
-  }
-  CursorHolder(const CursorHolder &) = delete;
-  CursorHolder &operator=(const CursorHolder &) = delete;
-  Cursor *get() const { return cursor_; }
-
- private:
-  Cursor *cursor_;
-};
-
-class AccessHolder {
- public:
-  explicit AccessHolder(TableAccess *access) : access_(access) {}
-  ~AccessHolder() { access_close(access_); }
-  AccessHolder(const AccessHolder &) = delete;
-  AccessHolder &operator=(const AccessHolder &) = delete;
-  TableAccess *get() const { return access_; }
-
- private:
-  TableAccess *access_;
-};
-
-class RowHandleHolder {
- public:
-  explicit RowHandleHolder(RowHandle *handle) : handle_(handle) {}
-  ~RowHandleHolder() {
-    if (handle_ != nullptr) row_handle_close(handle_);
-  }
-  RowHandleHolder(const RowHandleHolder &) = delete;
-  RowHandleHolder &operator=(const RowHandleHolder &) = delete;
-  RowHandle *get() const { return handle_; }
-
- private:
-  RowHandle *handle_;
-};
-
 RowHandle *open_row(Database &db, const char *table_name) {
   Table *table = table_open(db, table_name);
   return table == nullptr ? nullptr : row_handle_open(table);
-}
-
-int chain_length(const Node *item) {
-  int count = 0;
-  for (; item != nullptr; item = item->first) ++count;
-  return count;
 }
 
 // ---- binding ----
@@ -96,22 +49,22 @@ bool bind_all(MemoryPool &pool, const Table &table, const Node &values, Targets 
   for (int i = 0; i < table.column_count; ++i) targets.columns[i] = &table.columns[i];
   targets.column_count = table.column_count;
   targets.values = values.second;
-  targets.value_count = chain_length(values.second);
+  targets.value_count = node_count(values.second);
   return true;
 }
 
 bool bind_list(MemoryPool &pool, const Table &table, const Node &names, Targets &targets) {
-  if (!allocate_columns(pool, chain_length(&names), targets)) return false;
+  if (!allocate_columns(pool, node_count(&names), targets)) return false;
   for (const Node *name = &names; name != nullptr; name = name->first) {
     if (!bind_column(table, node_name(*name), targets)) return false;
   }
   targets.values = names.second->second;
-  targets.value_count = chain_length(targets.values);
+  targets.value_count = node_count(targets.values);
   return true;
 }
 
 bool bind_assignments(MemoryPool &pool, const Table &table, const Node &list, Targets &targets) {
-  targets.value_count = chain_length(list.second);
+  targets.value_count = node_count(list.second);
   if (!allocate_columns(pool, targets.value_count, targets)) return false;
   for (const Node *item = list.second; item != nullptr; item = item->first) {
     const Node *pair = item->second;
@@ -186,26 +139,16 @@ bool check_values(EvalContext &context, const Targets &targets) {
   return true;
 }
 
-// Calls change for every row of access that meets the condition of where (null: every row).
+// Calls change for every row that meets the condition of where (null: every row).
 template <class Change>
-bool for_each_row(EvalContext &context, const Node *where, Change change) {
+bool change_rows(EvalContext &context, const Node *where, Change change) {
   Node *condition = where == nullptr ? nullptr : where->first;
   if (condition != nullptr && !condition_check(context, condition)) return false;
   CursorRequest request{};
   request.context = context;
   request.condition = condition;
-  const CursorHolder cursor(cursor_open(request));
-  if (cursor.get() == nullptr) return false;
-  for (;;) {
-    switch (cursor_fetch(*cursor.get())) {
-      case RowFetch::end:
-        return true;
-      case RowFetch::failed:
-        return false;
-      default:
-        if (!change()) return false;
-    }
-  }
+  const CursorHold cursor(cursor_open(request));
+  return cursor.get() != nullptr && each_row([&] { return cursor_fetch(*cursor); }, change);
 }
 
 TableAccess *open_access(Statement &statement, const char *table_name) {
@@ -217,14 +160,14 @@ TableAccess *open_access(Statement &statement, const char *table_name) {
 
 bool exec_insert(Statement &statement) {
   const Node &source = *statement.root->second;
-  const RowHandleHolder row(open_row(*statement.db, node_name(*statement.root->first)));
+  const RowHandleHold row(open_row(*statement.db, node_name(*statement.root->first)));
   if (row.get() == nullptr) return false;
   if (names_file(source)) return true;
   Targets targets{};
-  if (!bind_source(*statement.pool, *row.get()->table, source, Rows::many, targets)) return false;
+  if (!bind_source(*statement.pool, *row->table, source, Rows::many, targets)) return false;
   EvalContext context = sql_context(statement, nullptr);
   for (Node *item = targets.values; item != nullptr;) {
-    if (!insert_row(context, *row.get(), targets, item, &item)) return false;
+    if (!insert_row(context, *row, targets, item, &item)) return false;
   }
   return true;
 }
@@ -232,25 +175,24 @@ bool exec_insert(Statement &statement) {
 bool exec_update(Statement &statement) {
   const Node &root = *statement.root;
   const char *table_name = node_name(*root.first);
-  const AccessHolder access(open_access(statement, table_name));
+  const AccessHold access(open_access(statement, table_name));
   if (access.get() == nullptr) return false;
-  const RowHandleHolder writer(open_row(*statement.db, table_name));
+  const RowHandleHold writer(open_row(*statement.db, table_name));
   if (writer.get() == nullptr) return false;
   if (names_file(*root.second)) return fail(status::unsupported);
   Targets targets{};
-  if (!bind_source(*statement.pool, *writer.get()->table, *root.second, Rows::one, targets)) return false;
+  if (!bind_source(*statement.pool, *writer->table, *root.second, Rows::one, targets)) return false;
   EvalContext context = sql_context(statement, access.get());
   if (!check_values(context, targets)) return false;
-  return for_each_row(context, root.third,
-                      [&] { return update_row(context, *writer.get(), *access.get()->handle, targets); });
+  return change_rows(context, root.third,
+                     [&] { return update_row(context, *writer, *access->handle, targets); });
 }
 
 bool exec_delete(Statement &statement) {
-  const AccessHolder access(open_access(statement, node_name(*statement.root->first)));
+  const AccessHold access(open_access(statement, node_name(*statement.root->first)));
   if (access.get() == nullptr) return false;
   EvalContext context = sql_context(statement, access.get());
-  return for_each_row(context, statement.root->second,
-                      [&] { return row_handle_delete(*access.get()->handle); });
+  return change_rows(context, statement.root->second, [&] { return row_handle_delete(*access->handle); });
 }
 
 }  // namespace tovik

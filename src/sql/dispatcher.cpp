@@ -19,7 +19,8 @@ bool exec_begin(Statement &statement) {
 bool commit_or_roll_back(Database &db) {
   const ThreadId thread = current_thread();
   if (db_commit(db, thread)) return true;
-  return db_in_transaction(db, thread) && db_rollback(db, thread) && false;
+  if (db_in_transaction(db, thread)) (void)db_rollback(db, thread);
+  return false;
 }
 
 bool exec_commit(Statement &statement) {
@@ -117,7 +118,8 @@ bool run_in_transaction(Statement &statement, const KindRow &kind) {
   const bool done = kind.execute(statement);
   if (start == DbStart::nested) return done;
   if (done) return commit_or_roll_back(db);
-  return db_rollback(db, thread) && false;
+  (void)db_rollback(db, thread);
+  return false;
 }
 
 // Automatic commit off and no transaction open: the changes go straight to the data file, and what a failed

@@ -22,7 +22,6 @@ struct ValueStack {
 inline constexpr int value_stack_start = 64;
 
 [[nodiscard]] bool value_stack_push(ValueStack &stack, const Value &value);  // 1
-[[nodiscard]] bool value_stack_pop(ValueStack &stack, Value *value);         // 50011
 
 struct EvalContext {
   ValueStack *stack;
@@ -61,7 +60,6 @@ enum class Truth : int { unknown = -1, no = 0, yes = 1 };
 
 // A column by name among the tables in FROM order; table (alias or name) is null for an unqualified name.
 // False with 150008, or 50001 without a name or tables.
-[[nodiscard]] bool column_lookup(TableAccess *tables, const char *table, const char *name, ColumnRef *found,
-                                 TableAccess **access);
+[[nodiscard]] bool column_lookup(TableAccess *tables, const char *table, const char *name, ColumnRef *found);
 
 }  // namespace tovik

@@ -60,8 +60,7 @@ bool bind_column(Check &check, Node *node, Value *result) {
   const char *table = qualified ? node_name(*node) : nullptr;
   const char *name = qualified ? node_second_name(*node) : node_name(*node);
   ColumnRef found;
-  TableAccess *access;
-  if (!column_lookup(check.context.tables, table, name, &found, &access)) return false;
+  if (!column_lookup(check.context.tables, table, name, &found)) return false;
   Value &leaf = *node->value;
   set_result(&leaf, value_kind::column, computing_type(found.column->type), 0);
   leaf.declared = found.column->type;
@@ -343,12 +342,6 @@ bool check_kind(Check &check, Node *node, Value *result) {
       return check_number(node, result);
     case node::negation:
       return check_negation(check, node, result);
-    case node::add:
-    case node::subtract:
-    case node::multiply:
-    case node::divide:
-    case node::remainder:
-      return check_arithmetic(check, node, result);
     case node::concat:
       return check_concatenation(check, node, result);
     case node::date_add:
@@ -370,6 +363,7 @@ bool check_kind(Check &check, Node *node, Value *result) {
     case node::function_call:
       return check_call(check, node, result);
     default:
+      if (node_is_arithmetic(node->kind)) return check_arithmetic(check, node, result);
       if (node_is_comparison(node->kind)) return check_comparison(check, node, result);
       if (node_is_matching(node->kind)) return check_matching(check, node, result);
       if (node_is_date_part(node->kind)) return check_date_part(check, node, result);
@@ -391,14 +385,12 @@ bool same_text(const char *a, const char *b) {
 
 // The first of the tables that match tells yes for and that has the column.
 template <class Matches>
-bool find_column(TableAccess *tables, const char *name, Matches matches, ColumnRef *found,
-                 TableAccess **access) {
-  for (TableAccess *each = tables; each != nullptr; each = each->next) {
+bool find_column(const TableAccess *tables, const char *name, Matches matches, ColumnRef *found) {
+  for (const TableAccess *each = tables; each != nullptr; each = each->next) {
     if (!matches(*each)) continue;
     const Column *column = table_find_column(*each->handle->table, name);
     if (column == nullptr) continue;
     *found = {column, each->handle};
-    *access = each;
     return true;
   }
   return false;
@@ -406,17 +398,16 @@ bool find_column(TableAccess *tables, const char *name, Matches matches, ColumnR
 
 }  // namespace
 
-bool column_lookup(TableAccess *tables, const char *table, const char *name, ColumnRef *found,
-                   TableAccess **access) {
+bool column_lookup(TableAccess *tables, const char *table, const char *name, ColumnRef *found) {
   if (tables == nullptr || name == nullptr || *name == '\0') return fail(status::expr_argument);
   const auto any = [](const TableAccess &) { return true; };
   const auto by_alias = [table](const TableAccess &each) { return same_text(each.alias, table); };
   const auto by_name = [table](const TableAccess &each) {
     return same_text(each.handle->table->name, table);
   };
-  const bool known = table == nullptr ? find_column(tables, name, any, found, access)
-                                      : find_column(tables, name, by_alias, found, access) ||
-                                            find_column(tables, name, by_name, found, access);
+  const bool known = table == nullptr ? find_column(tables, name, any, found)
+                                      : find_column(tables, name, by_alias, found) ||
+                                            find_column(tables, name, by_name, found);
   return known || fail(status::no_such_column);
 }
 

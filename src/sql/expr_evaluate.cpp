@@ -3,11 +3,10 @@
 //
 // Cost of a comparison of a column with a literal: one fetch of the column's value, one comparison. Recursion
 // takes one or two frames of about 200 bytes per operator; expression_depth_limit bounds it.
-#include <cmath>
-#include <cstdio>
 #include <cstring>
 
 #include "data/datetime.h"
+#include "data/number_text.h"
 #include "frame/error.h"
 #include "sql/expr_internal.h"
 #include "sql/pattern.h"
@@ -68,12 +67,8 @@ double as_double(const Value &value) {
   return (value.type & TYPE_INTEGER) != 0 ? static_cast<double>(value.integer) : value.real;
 }
 
-// Toward zero; what the range does not hold becomes its end.
 int64_t as_integer(const Value &value) {
-  if ((value.type & TYPE_INTEGER) != 0) return value.integer;
-  if (value.real >= 0x1p63) return INT64_MAX;
-  if (value.real < -0x1p63) return INT64_MIN;
-  return std::isnan(value.real) ? 0 : static_cast<int64_t>(value.real);
+  return (value.type & TYPE_INTEGER) != 0 ? value.integer : double_to_integer(value.real);
 }
 
 // --- Arithmetic
@@ -174,8 +169,6 @@ TOVIK_OWN_FRAME bool evaluate_negation(Evaluation &evaluation, const Node *node,
 
 // --- Texts
 
-constexpr int text_form_size = 64;
-
 // The text form of a value that is not NULL: a character value itself, any other written into buffer.
 bool text_form(const Value &value, char *buffer, TextRef *text) {
   if ((value.type & TYPE_CHARACTER) != 0) {
@@ -186,10 +179,10 @@ bool text_form(const Value &value, char *buffer, TextRef *text) {
     const TypeCode shown = (value.declared & TYPE_DATETIME) != 0 ? value.declared : value.type;
     if (!format_datetime(shown, value.datetime, buffer)) return false;
   } else if ((value.type & TYPE_INTEGER) != 0) {
-    snprintf(buffer, text_form_size, "%lld", static_cast<long long>(value.integer));
+    integer_to_text(value.integer, buffer);
   } else {
     const bool single = value.declared == type::float32;
-    snprintf(buffer, text_form_size, single ? "%.6e" : "%.14e", value.real);
+    double_to_text(value.real, single ? float32_precision : float64_precision, buffer);
   }
   *text = {buffer, static_cast<int32_t>(strlen(buffer))};
   return true;
@@ -200,7 +193,7 @@ bool concatenable(const Value &value) {
 }
 
 TOVIK_OWN_FRAME bool join(MemoryPool &pool, const Value &left, const Value &right, Value *result) {
-  char left_buffer[text_form_size], right_buffer[text_form_size];
+  char left_buffer[number_text_size], right_buffer[number_text_size];
   TextRef left_text{"", 0}, right_text{"", 0};
   if (!left.is_null() && !text_form(left, left_buffer, &left_text)) return false;
   if (!right.is_null() && !text_form(right, right_buffer, &right_text)) return false;
@@ -372,7 +365,7 @@ TOVIK_OWN_FRAME bool evaluate_comparison(Evaluation &evaluation, const Node *nod
 }
 
 TOVIK_OWN_FRAME bool match_texts(uint16_t kind, const Value &left, const Value &right, bool *matches) {
-  char left_buffer[text_form_size], right_buffer[text_form_size];
+  char left_buffer[number_text_size], right_buffer[number_text_size];
   TextRef text, pattern;
   if (!text_form(left, left_buffer, &text) || !text_form(right, right_buffer, &pattern)) return false;
   if (kind == node::like) {
@@ -494,20 +487,9 @@ TOVIK_OWN_FRAME bool evaluate_not(Evaluation &evaluation, const Node *node, Trut
 }
 
 bool evaluate_truth(Evaluation &evaluation, const Node *node, Truth *truth) {
+  if (node_is_comparison(node->kind)) return evaluate_comparison(evaluation, node, truth);
+  if (node_is_matching(node->kind)) return evaluate_matching(evaluation, node, truth);
   switch (node->kind) {
-    case node::equal:
-    case node::not_equal:
-    case node::less:
-    case node::greater:
-    case node::less_equal:
-    case node::greater_equal:
-      return evaluate_comparison(evaluation, node, truth);
-    case node::match:
-    case node::smatch:
-    case node::not_match:
-    case node::not_smatch:
-    case node::like:
-      return evaluate_matching(evaluation, node, truth);
     case node::in:
       return evaluate_in(evaluation, node, truth);
     case node::is_null:
@@ -549,12 +531,6 @@ bool evaluate(Evaluation &evaluation, const Node *node, Value *result) {
       return true;
     case node::negation:
       return evaluate_negation(evaluation, node, result);
-    case node::add:
-    case node::subtract:
-    case node::multiply:
-    case node::divide:
-    case node::remainder:
-      return evaluate_arithmetic(evaluation, node, result);
     case node::concat:
       return evaluate_concatenation(evaluation, node, result);
     case node::date_add:
@@ -566,8 +542,9 @@ bool evaluate(Evaluation &evaluation, const Node *node, Value *result) {
     case node::qualified_column:
       return fail(status::expression_syntax);  // never bound
     default:
-      return node_is_date_part(node->kind) ? evaluate_date_part(evaluation, node, result)
-                                           : evaluate_condition(evaluation, node, result);
+      if (node_is_arithmetic(node->kind)) return evaluate_arithmetic(evaluation, node, result);
+      if (node_is_date_part(node->kind)) return evaluate_date_part(evaluation, node, result);
+      return evaluate_condition(evaluation, node, result);
   }
 }
 
@@ -575,13 +552,6 @@ bool evaluate(Evaluation &evaluation, const Node *node, Value *result) {
 
 bool value_stack_push(ValueStack &stack, const Value &value) {
   return stack.values.push(value) || fail(status::out_of_memory);
-}
-
-bool value_stack_pop(ValueStack &stack, Value *value) {
-  if (stack.values.empty()) return fail(status::expr_stack_empty);
-  *value = stack.values.back();
-  stack.values.pop();
-  return true;
 }
 
 bool expr_evaluate(EvalContext &context, const Node *expression, EvalMode mode, Value *result) {

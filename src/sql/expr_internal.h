@@ -20,6 +20,10 @@ inline bool type_same_class(TypeCode a, TypeCode b) {
   return (a & b & (TYPE_CHARACTER | TYPE_BINARY | TYPE_DATETIME)) != 0;
 }
 
+inline bool node_is_arithmetic(uint16_t kind) {
+  return kind >= node::add && kind <= node::remainder;
+}
+
 inline bool node_is_comparison(uint16_t kind) {
   return kind >= node::equal && kind <= node::greater_equal;
 }

@@ -24,9 +24,7 @@
 }
 
 %code {
-#include <cerrno>
-#include <cstdlib>
-
+#include "data/number_text.h"
 #include "frame/error.h"
 
 /* The parser's stacks start in its frame and grow, by doubling, in the engine's memory. */
@@ -73,11 +71,11 @@ Node *with_qual(Node *made, uint16_t qual) {
   return made;
 }
 
-int64_t integer_of(const char *digits, bool negative) {
-  errno = 0;
-  const int64_t value = negative ? -strtoll(digits, nullptr, 10) : strtoll(digits, nullptr, 10);
-  errno = 0;
-  return value;
+/* What 64 bits do not hold becomes their limit. */
+int64_t integer_of(const char *digits, int64_t sign) {
+  int64_t magnitude;
+  (void)text_to_integer(digits, &magnitude);
+  return sign * magnitude;
 }
 
 /* One wrapper node per list item: what it holds stands in `second`. */
@@ -297,8 +295,8 @@ type_params:
                                    { MAKE($$, node_integers(POOL, node::integers, $2, $4, $6)); }
   ;
 integer:
-    INTNUM                         { $$ = integer_of($1, false); }
-  | '-' INTNUM                     { $$ = integer_of($2, true); }
+    INTNUM                         { $$ = integer_of($1, 1); }
+  | '-' INTNUM                     { $$ = integer_of($2, -1); }
   ;
 opt_not_null: %empty { $$ = 0; } | NOT NULL { $$ = 1; } ;
 opt_auto: %empty { $$ = 0; } | AUTO_INCREMENT { $$ = 1; } ;

@@ -4,6 +4,7 @@
 #include "data/builtin.h"
 #include "frame/charset_current.h"
 #include "frame/error.h"
+#include "sql/character.h"
 #include "sql/grammar.h"
 #include "sql/keywords.h"
 
@@ -56,18 +57,6 @@ int lexical_failure(StatusCode code) {
   return T_LEXERR;
 }
 
-// Bytes of the character at text, which is not the terminator; a damaged last character ends at the text's
-// end.
-int character_size(const Lexer &lexer, const char *text) {
-  if (class_of(*text) != class_multibyte) return 1;
-  const char *next = lexer.charset->next(text);
-  if (next == nullptr) return 1;
-  for (int size = 1; size < next - text; ++size) {
-    if (text[size] == 0) return size;
-  }
-  return static_cast<int>(next - text);
-}
-
 void keep(Lexer &lexer, int count) {
   for (; count > 0; --count) *lexer.write++ = *lexer.cursor++;
 }
@@ -114,7 +103,7 @@ int read_multibyte_word(Lexer &lexer) {
   for (;;) {
     const uint8_t char_class = class_of(*lexer.cursor);
     if (char_class == class_multibyte) {
-      const int size = character_size(lexer, lexer.cursor);
+      const int size = character_size(*lexer.charset, lexer.cursor);
       if (size < 2) break;
       keep(lexer, size);
     } else if (char_class == class_letter || char_class == class_digit) {
@@ -153,7 +142,7 @@ char escaped(char c) {
 int read_string(Lexer &lexer) {
   const char quote = *lexer.cursor++;
   while (*lexer.cursor != 0) {
-    const int size = character_size(lexer, lexer.cursor);
+    const int size = character_size(*lexer.charset, lexer.cursor);
     if (size > 1) {
       keep(lexer, size);
     } else if (*lexer.cursor == quote) {
@@ -163,7 +152,7 @@ int read_string(Lexer &lexer) {
     } else if (*lexer.cursor == '\\') {
       ++lexer.cursor;
       if (*lexer.cursor == 0) break;
-      const int escaped_size = character_size(lexer, lexer.cursor);
+      const int escaped_size = character_size(*lexer.charset, lexer.cursor);
       if (escaped_size > 1) {
         keep(lexer, escaped_size);
       } else {

@@ -133,8 +133,7 @@ bool read_item(Query &query, const Node &item, ResultColumn &result, int *expres
 }
 
 bool read_items(Query &query, const Node *item) {
-  int count = 0;
-  for (const Node *each = item; each != nullptr; each = each->first) ++count;
+  const int count = node_count(item);
   if (count == 0) return fail(status::select_no_column);
   if (count > select_item_limit) return fail(status::select_too_many_columns);
   if (!allocate_columns(query, count)) return false;
@@ -159,9 +158,8 @@ bool read_order(Query &query, const Node *item) {
     const Node &name = *item->second;
     const bool qualified = name.kind == node::qualified_column;
     ColumnRef found;
-    TableAccess *access;
     if (!column_lookup(query.tables, qualified ? node_name(name) : nullptr,
-                       qualified ? node_second_name(name) : node_name(name), &found, &access)) {
+                       qualified ? node_second_name(name) : node_name(name), &found)) {
       return false;
     }
     if (query.order_count == order_key_limit) return fail(status::too_many_order_keys);

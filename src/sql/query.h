@@ -90,5 +90,6 @@ Cursor *cursor_open(const CursorRequest &request);
 // fetch.
 [[nodiscard]] bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value);
 void cursor_close(Cursor *cursor);
+using CursorHold = Held<Cursor, cursor_close>;
 
 }  // namespace tovik

@@ -101,12 +101,6 @@ bool read_options(const Node *item, AutoIncrementOptions &options) {
   return true;
 }
 
-int chain_length(const Node *item) {
-  int count = 0;
-  for (; item != nullptr; item = item->first) ++count;
-  return count;
-}
-
 // ---- CREATE INDEX ----
 
 void read_index_kind(const Node *kind, IndexDefinition &index) {
@@ -143,7 +137,7 @@ bool read_index_columns(const Node *column, IndexDefinition &index) {
 
 bool exec_create_table(Statement &statement) {
   const Node &root = *statement.root;
-  const int count = chain_length(root.second);
+  const int count = node_count(root.second);
   if (count == 0) return fail(status::create_table_syntax);
   if (count > column_limit) return fail(status::too_many_column_definitions);
   ColumnDefinition *columns = memory_pool_new<ColumnDefinition>(*statement.pool, count);

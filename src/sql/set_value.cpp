@@ -1,33 +1,36 @@
 #include "sql/set_value.h"
 
-#include <cinttypes>
-#include <cmath>
-#include <cstdio>
 #include <cstring>
 
+#include "data/number_text.h"
 #include "frame/error.h"
 
 namespace tovik {
 
 namespace {
 
-constexpr int number_text_size = 64;
+constexpr int stored_precision = 6;  // of a real number that becomes a text
 
-// Which kind of column refused a value.
-StatusCode refusal_of(const Column &column) {
-  if ((column.type & TYPE_INTEGER) != 0) return status::set_integer_text;
-  if ((column.type & TYPE_FLOAT) != 0) return status::set_float_text;
-  if ((column.type & TYPE_DATETIME) != 0) return status::set_datetime_text;
-  if ((column.type & TYPE_BINARY) != 0) return status::set_hex;
-  return status::set_text;
+// Adds which kind of column refused a value.
+bool refused(const Column &column) {
+  if ((column.type & TYPE_INTEGER) != 0) return fail(status::set_integer_text);
+  if ((column.type & TYPE_FLOAT) != 0) return fail(status::set_float_text);
+  if ((column.type & TYPE_DATETIME) != 0) return fail(status::set_datetime_text);
+  if ((column.type & TYPE_BINARY) != 0) return fail(status::set_hex);
+  return fail(column.type == type::decimal ? status::set_numeric_text : status::set_text);
 }
 
-bool refused(const Column &column) {
-  return fail(refusal_of(column));
+bool mismatched() {
+  err_set(status::value_type_mismatch);
+  return fail(status::set_type);
 }
 
 bool set_null(RowHandle &row, const Column &column) {
   return row_handle_set(row, column, ValueMode::null, nullptr) || fail(status::set_null);
+}
+
+bool set_binary(const void *datum, RowHandle &row, const Column &column) {
+  return row_handle_set(row, column, ValueMode::binary, datum) || refused(column);
 }
 
 // Hexadecimal digits of any length: half as many bytes, taken from the statement's pool.
@@ -42,48 +45,54 @@ bool set_hex(EvalContext &context, const TextRef &digits, RowHandle &row, const 
 
 // A text through the column's type.
 bool set_text(EvalContext &context, const TextRef &text, RowHandle &row, const Column &column) {
-  if (column_is_rowid(column)) return fail(status::rowid_not_assignable);
-  if (column.type == type::blob) return set_hex(context, text, row, column);
-  if (column.type == type::text) return row_handle_set_large(row, column, text.text, text.length);
-  return row_handle_set(row, column, ValueMode::text, text.text);
+  bool stored;
+  if (column.type == type::blob) {
+    stored = set_hex(context, text, row, column);
+  } else if (column.type == type::text) {
+    stored = row_handle_set_large(row, column, text.text, text.length);
+  } else {
+    stored = row_handle_set(row, column, ValueMode::text, text.text);
+  }
+  return stored || refused(column);
 }
 
-bool set_digits(EvalContext &context, const char *digits, int length, RowHandle &row, const Column &column) {
-  if (column.type == type::blob) return fail(status::value_type_mismatch);
-  return set_text(context, {digits, length}, row, column);
+bool set_text(EvalContext &context, const char *text, RowHandle &row, const Column &column) {
+  return set_text(context, TextRef{text, static_cast<int32_t>(strlen(text))}, row, column);
 }
 
 bool set_integer(EvalContext &context, int64_t integer, RowHandle &row, const Column &column) {
-  if ((column.type & TYPE_INTEGER) != 0) return row_handle_set(row, column, ValueMode::binary, &integer);
+  if ((column.type & TYPE_INTEGER) != 0) return set_binary(&integer, row, column);
+  if (column.type == type::blob) return mismatched();
   char digits[number_text_size];
-  const int length = snprintf(digits, sizeof digits, "%" PRId64, integer);
-  return set_digits(context, digits, length, row, column);
+  return set_text(context, integer_to_text(integer, digits), row, column);
 }
 
 bool set_real(EvalContext &context, double real, RowHandle &row, const Column &column) {
-  if ((column.type & TYPE_FLOAT) != 0) return row_handle_set(row, column, ValueMode::binary, &real);
+  if ((column.type & TYPE_FLOAT) != 0) return set_binary(&real, row, column);
   if ((column.type & TYPE_INTEGER) != 0) {
-    if (!(real > -9223372036854775808.0 && real < 9223372036854775808.0))
-      return fail(status::input_number_range);
-    const int64_t integer = static_cast<int64_t>(real);
-    return row_handle_set(row, column, ValueMode::binary, &integer);
+    if (real >= -0x1p63 && real < 0x1p63) return set_integer(context, double_to_integer(real), row, column);
+    err_set(status::input_number_range);
+    return refused(column);
   }
+  if (column.type == type::blob) return mismatched();
   char digits[number_text_size];
-  const int length = snprintf(digits, sizeof digits, "%e", real);
-  return set_digits(context, digits, length, row, column);
+  return set_text(context, double_to_text(real, stored_precision, digits), row, column);
 }
 
 bool set_evaluated(EvalContext &context, const Value &value, RowHandle &row, const Column &column) {
-  if ((value.type & TYPE_INTEGER) != 0) return set_integer(context, value.integer, row, column);
-  if ((value.type & TYPE_FLOAT) != 0) return set_real(context, value.real, row, column);
-  if ((value.type & TYPE_DATETIME) != 0) {
-    if ((column.type & TYPE_DATETIME) == 0) return fail(status::value_type_mismatch);
-    return row_handle_set(row, column, ValueMode::binary, &value.datetime);
+  switch (datum_kind(value.type)) {
+    case DatumKind::integer:
+      return set_integer(context, value.integer, row, column);
+    case DatumKind::real:
+      return set_real(context, value.real, row, column);
+    case DatumKind::datetime:
+      return (column.type & TYPE_DATETIME) != 0 ? set_binary(&value.datetime, row, column) : mismatched();
+    default:
+      break;
   }
   // The bytes of another blob column are bytes, not digits.
-  if (value.declared == type::blob && column.type == type::blob) {
-    return row_handle_set_large(row, column, value.text.text, value.text.length);
-  }
+  if (value.declared == type::blob && column.type == type::blob)
+    return row_handle_set_large(row, column, value.text.text, value.text.length) || refused(column);
   return set_text(context, value.text, row, column);
 }
 
@@ -101,14 +110,11 @@ bool set_value(EvalContext &context, const Node &expression, RowHandle &row, con
   if (expression.kind == value_kind::null) return set_null(row, column);
   if (expression.kind == value_kind::string) {
     const char *text = node_name(expression);
-    if (*text == 0) return set_null(row, column);
-    const TextRef literal = {text, static_cast<int32_t>(strlen(text))};
-    return set_text(context, literal, row, column) || refused(column);
+    return *text == 0 ? set_null(row, column) : set_text(context, text, row, column);
   }
   Value value;
   if (!expr_evaluate(context, &expression, EvalMode::row, &value)) return false;
-  if (value.is_null()) return set_null(row, column);
-  return set_evaluated(context, value, row, column) || refused(column);
+  return value.is_null() ? set_null(row, column) : set_evaluated(context, value, row, column);
 }
 
 }  // namespace tovik

@@ -4,6 +4,12 @@
 
 namespace tovik {
 
+int node_count(const Node *first) {
+  int count = 0;
+  for (; first != nullptr; first = first->first) ++count;
+  return count;
+}
+
 Node *node_new(MemoryPool &pool, uint16_t kind, Node *first, Node *second, Node *third) {
   Node *made = memory_pool_new<Node>(pool);
   if (made == nullptr) return fail_null(status::value_memory);

@@ -64,6 +64,8 @@ inline constexpr TypeCode leaf_function = 0x2000;  // leaf type of a function ca
 // File-name node qualifiers.
 inline constexpr uint16_t file_into = 1, file_dump_into = 2, file_load = 3, file_direct_from = 4;
 
+int node_count(const Node *first);  // of a list that chains through first
+
 // Node makers: null with 52002 when the pool is exhausted. Children may be null.
 Node *node_new(MemoryPool &pool, uint16_t kind, Node *first = nullptr, Node *second = nullptr,
                Node *third = nullptr);
