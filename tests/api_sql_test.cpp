@@ -216,6 +216,7 @@ TEST_F(Sql, ValuesAreStoredByTheirColumnsType) {
       {"INSERT INTO t SET c = 'a' || 'b'", 0},
       {"INSERT INTO t SET i = 3000000000.0", 113002},
       {"INSERT INTO t SET i = 1 / 0", 151001},
+      {"INSERT INTO t SET i = COUNT(*)", 150004},
   });
   EXPECT_EQ(
       db.rows("SELECT i, f, d, c, b, dd, e FROM t"),
@@ -267,6 +268,7 @@ TEST_F(Sql, DistinctAndAggregates) {
       {"SELECT COUNT(*) FROM t WHERE v > 100", "0"},
       {"SELECT COUNT(DISTINCT g) FROM t", "error 172019"},
       {"SELECT MAX(s) FROM t", "error 153001"},
+      {"SELECT g FROM t WHERE COUNT(*) > 1", "error 150004"},
   });
 }
 

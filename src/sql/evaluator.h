@@ -43,7 +43,10 @@ inline constexpr int expression_depth_limit = 5000;
 // known for columns and literals (else null); it stays valid as long as the pool does. The tree may be
 // checked once only. Statuses 50001, 50010, 50012, 50013, 150002 to 150008, 153xxx.
 [[nodiscard]] bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Value *result);
-[[nodiscard]] bool condition_check(EvalContext &context, Node *condition);  // must be a truth value: 150004
+
+// The condition that rows must meet: a truth value, and no aggregate in it, which has no value before the
+// last row. 150004 otherwise.
+[[nodiscard]] bool condition_check(EvalContext &context, Node *condition);
 
 enum class EvalMode {
   row,   // evaluates a row; an aggregate call folds the row into its accumulator and is NULL itself

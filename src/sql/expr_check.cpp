@@ -427,7 +427,8 @@ bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Valu
 bool condition_check(EvalContext &context, Node *condition) {
   Check check{context};
   Value value;
-  return check_truth(check, condition, &value);
+  if (!check_truth(check, condition, &value)) return false;
+  return (value.flags & value_aggregate) == 0 || fail(status::expression_syntax);
 }
 
 }  // namespace tovik

@@ -103,7 +103,10 @@ bool is_plain_leaf(const Node &expression) {
 }  // namespace
 
 bool set_value_check(EvalContext &context, Node *expression) {
-  return is_plain_leaf(*expression) || expr_check(context, expression, CheckLabels::none, nullptr);
+  if (is_plain_leaf(*expression)) return true;
+  Value checked;
+  if (!expr_check(context, expression, CheckLabels::none, &checked)) return false;
+  return (checked.flags & value_aggregate) == 0 || fail(status::expression_syntax);
 }
 
 bool set_value(EvalContext &context, const Node &expression, RowHandle &row, const Column &column) {
