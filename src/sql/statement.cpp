@@ -32,16 +32,11 @@ void sql_destroy(Statement *statement) {
   mem_delete(statement);
 }
 
-static void give_back_read_hold(Statement &statement) {
-  if (!statement.read_held) return;
-  statement.read_held = false;
-  db_read_end(*statement.db, statement.reader);
-}
-
 void sql_clear(Statement &statement) {
   query_release(statement.query);
   statement.query = nullptr;
-  give_back_read_hold(statement);
+  if (statement.read_held) db_read_end(*statement.db, statement.reader);
+  statement.read_held = false;
   statement.root = nullptr;
   statement.stack.values.clear();
   if (statement.pool != nullptr) memory_pool_empty(*statement.pool);
@@ -94,7 +89,8 @@ static void print_elapsed(const Clock &start) {
 bool sql_execute(Statement &statement) {
   if (statement.root == nullptr) return true;
   const bool done = dispatch(statement);
-  if (!(done && statement.prepared)) give_back_read_hold(statement);
+  // Accumulators and replaced parts of the condition would spoil another execution.
+  if (!done) sql_clear(statement);
   if (env_on(Env::sql_time_watch)) print_elapsed(statement.start);
   return done;
 }

@@ -3,7 +3,7 @@
 // which takes the database for reading or opens an automatic transaction as the statement's kind asks.
 //
 //   empty --sql_prepare--> prepared --sql_execute--> executed (cursor open) --sql_clear--> empty
-//   sql_execute_text goes the whole way and ends empty.
+//   sql_execute_text goes the whole way and ends empty; so does a preparation or an execution that fails.
 //
 // A statement belongs to one thread at a time; a prepared SELECT keeps its thread's read hold until it is
 // cleared.
