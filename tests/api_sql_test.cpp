@@ -269,6 +269,11 @@ TEST_F(Sql, DistinctAndAggregates) {
       {"SELECT COUNT(DISTINCT g) FROM t", "error 172019"},
       {"SELECT MAX(s) FROM t", "error 153001"},
       {"SELECT g FROM t WHERE COUNT(*) > 1", "error 150004"},
+      {"SELECT DISTINCT COUNT(*) FROM t ORDER BY g", "4"},
+      // NVL gives the type that it chooses.
+      {"SELECT NVL(SUM(v), 'no value'), NVL(MAX(d), 7) FROM none, t", "no value,7"},
+      {"SELECT NVL(s, v), NVL(v, 0.5) FROM t", "x,5;y,0.5;x,7;1,1"},
+      {"SELECT DISTINCT NVL(v, 0.5) FROM t", "error 150003"},
   });
 }
 
@@ -414,6 +419,10 @@ TEST_F(Sql, PrintsResultsInColumns) {
             "c          n\nあい       5\n" + std::string(6, ' ') + "    -7\n");
   EXPECT_EQ(db.printed("SELECT x, n FROM t WHERE n = 5"), "x        n\n1234     5\n5678  \n");
   EXPECT_EQ(db.printed("SELECT b, n FROM t WHERE n = 5"), "b         n\n01 02     5\n03 04  \n");
+  EXPECT_EQ(db.printed("SELECT b FROM t WHERE n = 5"), "b    \n01 02\n03 04\n");
+  EXPECT_EQ(db.printed("SELECT NVL(x, n), SQRT(n) AS r FROM t WHERE n < 0"),
+            "NVL(x, n)                                 r\n"
+            "                  -7  nan                  \n");
   all_succeed({"SET HVI_SQL_SEL_HDR 'OFF'", "SET HVI_SQL_SEL_SEP ','", "SET HVI_SQL_SEL_NUL_STR 'NULL'"});
   EXPECT_EQ(db.printed("SELECT c, n FROM t WHERE n = -7"), "  NULL,  -7\n");
   EXPECT_EQ(db.printed("SELECT c, n FROM t DUMP INTO 'file'"), "あい,5\n  NULL,-7\n");

@@ -110,6 +110,8 @@ TEST_F(StatementApi, KeepsTheOrderOfThePreparedStyle) {
   ASSERT_EQ(kld_api_exec_stmt(stmt()), 0);
   EXPECT_EQ(kld_api_exec_stmt(stmt()), -1);
   EXPECT_EQ(error_code(), 190012);
+  EXPECT_EQ(kld_api_get_data(stmt(), 1, TOVIK_INT32, &value, 4, nullptr, &not_null), -1);
+  EXPECT_EQ(error_code(), 43010) << "no row yet";
   for (int expected : {1, 2}) {
     ASSERT_EQ(kld_api_fetch_stmt(stmt()), 1);
     EXPECT_EQ(kld_api_get_data(stmt(), 1, TOVIK_INT32, &value, 4, &length, &not_null), 0);
@@ -117,8 +119,15 @@ TEST_F(StatementApi, KeepsTheOrderOfThePreparedStyle) {
     EXPECT_EQ(length, 4);
     EXPECT_EQ(not_null, 1);
   }
-  EXPECT_EQ(kld_api_fetch_stmt(stmt()), 0);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(kld_api_fetch_stmt(stmt()), 0) << "the end stays the end";
+  EXPECT_EQ(kld_api_get_data(stmt(), 1, TOVIK_INT32, &value, 4, nullptr, &not_null), -1);
+  EXPECT_EQ(error_code(), 43010);
   kld_api_clear_stmt(stmt());
+  ASSERT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT DISTINCT SUM(1 / (a - 1)) FROM t"), 0);
+  EXPECT_EQ(kld_api_exec_stmt(stmt()), -1);
+  EXPECT_EQ(error_code(), 151001);
+  EXPECT_EQ(kld_api_exec_stmt(stmt()), -1);
+  EXPECT_EQ(error_code(), 190013) << "a failed execution clears the statement";
   EXPECT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT nothing FROM t"), -1);
   EXPECT_EQ(error_code(), 150008);
   EXPECT_EQ(kld_api_pre_stmt_char(stmt(), "INSERT INTO t VALUES 3"), 0);

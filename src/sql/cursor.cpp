@@ -1,5 +1,5 @@
 // The cursor: a nested loop over the tables in FROM order, the first table outermost; filtered; and, where
-// asked, read to its end into a sort store when it is opened.
+// asked, read to its end when it is opened: into a sort store, or into the totals of aggregates.
 //
 // Cost per delivered row of a plain query: one step of the innermost access, one evaluation of the condition.
 // What a row needs from the statement's pool is given back when the next row is fetched, so that a result of
@@ -80,28 +80,24 @@ RowFetch qualifying_next(Cursor &cursor) {
   }
 }
 
-// Calls take for every qualifying row.
+// Calls take for every row that next gives; what take needs from the pool ends with it.
 template <class Take>
-bool each_qualifying(Cursor &cursor, Take take) {
-  for (;;) {
-    const PoolScope scope(*cursor.request.context.pool);
-    switch (qualifying_next(cursor)) {
-      case RowFetch::end:
-        return true;
-      case RowFetch::failed:
-        return false;
-      default:
-        if (!take()) return false;
-    }
-  }
+bool read_all(Cursor &cursor, RowFetch (*next)(Cursor &cursor), Take take) {
+  return each_row([&] { return next(cursor); },
+                  [&] {
+                    const PoolScope scope(*cursor.request.context.pool);
+                    return take();
+                  });
 }
 
 // ---- values in and out of a sort store ----
 
-// The exchange form of a value, null for NULL; false when a blob's copy finds no room in the pool.
+// The exchange form of a value, null for NULL; false when its class is not the column's (NVL gives what it
+// chooses), or when a blob's copy finds no room in the pool.
 bool exchange_form(MemoryPool &pool, const Value &value, TypeCode type, const void **form) {
   *form = nullptr;
   if (value.is_null()) return true;
+  if (datum_kind(value.type) != datum_kind(type)) return fail(status::not_comparable);
   if ((type & TYPE_BINARY) == 0) {
     *form = value_datum(value);
     return true;
@@ -114,48 +110,51 @@ bool exchange_form(MemoryPool &pool, const Value &value, TypeCode type, const vo
   return true;
 }
 
+TextRef text_of_form(TypeCode type, const void *form) {
+  const char *bytes = static_cast<const char *>(form);
+  if ((type & TYPE_BINARY) == 0) return {bytes, static_cast<int32_t>(strlen(bytes))};
+  int32_t length;
+  memcpy(&length, bytes, sizeof length);
+  return {bytes + sizeof length, length};
+}
+
 Value value_of_form(TypeCode type, const void *form) {
   Value value{};
   value.kind = value_kind::computed;
-  value.declared = type;
-  value.type = type;
+  value.declared = value.type = type;
   if (form == nullptr) {
     value.flags = value_null;
-  } else if ((type & TYPE_INTEGER) != 0) {
-    value.type = type::bigint;
-    memcpy(&value.integer, form, sizeof value.integer);
-  } else if ((type & TYPE_FLOAT) != 0) {
-    value.type = type::float64;
-    memcpy(&value.real, form, sizeof value.real);
-  } else if ((type & TYPE_DATETIME) != 0) {
-    value.type = type::microtimestamp;
-    memcpy(&value.datetime, form, sizeof value.datetime);
-  } else if ((type & TYPE_BINARY) != 0) {
-    int32_t length;
-    memcpy(&length, form, sizeof length);
-    value.text = {static_cast<const char *>(form) + sizeof length, length};
-  } else {
-    value.type = type::character;
-    value.text = {static_cast<const char *>(form),
-                  static_cast<int32_t>(strlen(static_cast<const char *>(form)))};
+    return value;
+  }
+  switch (datum_kind(type)) {
+    case DatumKind::integer:
+      memcpy(&value.integer, form, sizeof value.integer);
+      break;
+    case DatumKind::real:
+      memcpy(&value.real, form, sizeof value.real);
+      break;
+    case DatumKind::datetime:
+      memcpy(&value.datetime, form, sizeof value.datetime);
+      break;
+    case DatumKind::text:
+      value.text = text_of_form(type, form);
+      break;
   }
   return value;
 }
 
 // ---- materialized results ----
 
-// The row being stored: its values, their exchange forms (which may point into the values), its row numbers.
+// The row being stored: its values and their exchange forms, which may point into the values.
 struct RowBuffers {
   Value *values;
   const void **forms;
-  RowNo *positions;
 };
 
-bool allocate_buffers(MemoryPool &pool, int values, int positions, RowBuffers *buffers) {
-  buffers->values = memory_pool_new<Value>(pool, values > 0 ? values : 1);
-  buffers->forms = memory_pool_new<const void *>(pool, values > 0 ? values : 1);
-  buffers->positions = memory_pool_new<RowNo>(pool, positions > 0 ? positions : 1);
-  return buffers->values != nullptr && buffers->forms != nullptr && buffers->positions != nullptr;
+bool allocate_buffers(MemoryPool &pool, int count, RowBuffers *buffers) {
+  buffers->values = memory_pool_new<Value>(pool, count);
+  buffers->forms = memory_pool_new<const void *>(pool, count);
+  return buffers->values != nullptr && buffers->forms != nullptr;
 }
 
 bool store_sort_row(Cursor &cursor, const RowBuffers &buffers) {
@@ -166,11 +165,12 @@ bool store_sort_row(Cursor &cursor, const RowBuffers &buffers) {
     if (!row_handle_value(*key.row, *key.column, &value)) return false;
     if (!exchange_form(*request.context.pool, value, key.column->type, &buffers.forms[i])) return false;
   }
+  RowNo positions[from_table_limit];
   int table = 0;
   for (const TableAccess *access = request.context.tables; access != nullptr; access = access->next) {
-    buffers.positions[table++] = access->handle->row;
+    positions[table++] = access->handle->row;
   }
-  return sort_store_row(*cursor.sorted, buffers.forms, buffers.positions);
+  return sort_store_row(*cursor.sorted, buffers.forms, positions);
 }
 
 bool sort_rows(Cursor &cursor) {
@@ -181,87 +181,13 @@ bool sort_rows(Cursor &cursor) {
     columns[i] = {request.order[i].column.column->type, request.order[i].column.column->p1};
     directions[i] = request.order[i].direction;
   }
-  const int tables = table_count(request.context.tables);
   RowBuffers buffers;
-  if (!allocate_buffers(*request.context.pool, request.order_count, tables, &buffers)) return false;
-  cursor.sorted = sort_store_create(columns, request.order_count, tables);
+  if (!allocate_buffers(*request.context.pool, request.order_count, &buffers)) return false;
+  cursor.sorted = sort_store_create(columns, request.order_count, table_count(request.context.tables));
   if (cursor.sorted == nullptr) return false;
-  return each_qualifying(cursor, [&] { return store_sort_row(cursor, buffers); }) &&
+  return read_all(cursor, qualifying_next, [&] { return store_sort_row(cursor, buffers); }) &&
          sort_execute(*cursor.sorted, directions, request.order_count);
 }
-
-bool create_results(Cursor &cursor, RowBuffers *buffers) {
-  const CursorRequest &request = cursor.request;
-  if (!allocate_buffers(*request.context.pool, request.column_count, 0, buffers)) return false;
-  SortColumn *columns = memory_pool_new<SortColumn>(*request.context.pool, request.column_count);
-  if (columns == nullptr) return false;
-  for (int i = 0; i < request.column_count; ++i) {
-    const ResultColumn &column = request.columns[i];
-    columns[i] = {column.type, column.kind == ResultKind::column ? column.column.column->p1 : int16_t{0}};
-  }
-  cursor.results = sort_store_create(columns, request.column_count, 0);
-  return cursor.results != nullptr;
-}
-
-bool row_value(Cursor &cursor, const ResultColumn &column, EvalMode mode, Value *value) {
-  if (column.kind == ResultKind::column)
-    return row_handle_value(*column.column.row, *column.column.column, value);
-  return expr_evaluate(cursor.request.context, column.expression, mode, value);
-}
-
-RowFetch plain_next(Cursor &cursor);
-
-bool collect_distinct(Cursor &cursor) {
-  RowBuffers buffers;
-  if (!create_results(cursor, &buffers)) return false;
-  const CursorRequest &request = cursor.request;
-  for (;;) {
-    const PoolScope scope(*request.context.pool);
-    const RowFetch fetched = plain_next(cursor);
-    if (fetched == RowFetch::failed) return false;
-    if (fetched == RowFetch::end) break;
-    for (int i = 0; i < request.column_count; ++i) {
-      Value &value = buffers.values[i];
-      if (!row_value(cursor, request.columns[i], EvalMode::row, &value)) return false;
-      if (!exchange_form(*request.context.pool, value, request.columns[i].type, &buffers.forms[i]))
-        return false;
-    }
-    if (!sort_store_row(*cursor.results, buffers.forms, nullptr)) return false;
-  }
-  cursor.next_row = 0;
-  return sort_remove_duplicates(*cursor.results);
-}
-
-bool is_aggregate(const ResultColumn &column) {
-  return (column.flags & value_aggregate) != 0;
-}
-
-bool fold_row(Cursor &cursor) {
-  for (int i = 0; i < cursor.request.column_count; ++i) {
-    const ResultColumn &column = cursor.request.columns[i];
-    Value ignored;
-    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::row, &ignored)) return false;
-  }
-  return true;
-}
-
-// One row: the final values of the aggregate columns, NULL in the others.
-bool collect_aggregates(Cursor &cursor) {
-  const CursorRequest &request = cursor.request;
-  if (!each_qualifying(cursor, [&cursor] { return fold_row(cursor); })) return false;
-  RowBuffers buffers;
-  if (!create_results(cursor, &buffers)) return false;
-  for (int i = 0; i < request.column_count; ++i) {
-    Value &value = buffers.values[i];
-    value.flags = value_null;
-    const ResultColumn &column = request.columns[i];
-    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::total, &value)) return false;
-    if (!exchange_form(*request.context.pool, value, column.type, &buffers.forms[i])) return false;
-  }
-  return sort_store_row(*cursor.results, buffers.forms, nullptr);
-}
-
-// ---- delivery ----
 
 RowFetch sorted_next(Cursor &cursor) {
   if (cursor.next_row == cursor.sorted->rows.size()) return RowFetch::end;
@@ -285,10 +211,83 @@ RowFetch plain_next(Cursor &cursor) {
   return cursor.sorted != nullptr ? sorted_next(cursor) : qualifying_next(cursor);
 }
 
+bool create_results(Cursor &cursor) {
+  const CursorRequest &request = cursor.request;
+  SortColumn *columns = memory_pool_new<SortColumn>(*request.context.pool, request.column_count);
+  if (columns == nullptr) return false;
+  for (int i = 0; i < request.column_count; ++i) {
+    const ResultColumn &column = request.columns[i];
+    columns[i] = {column.type, column.kind == ResultKind::column ? column.column.column->p1 : int16_t{0}};
+  }
+  cursor.results = sort_store_create(columns, request.column_count, 0);
+  return cursor.results != nullptr;
+}
+
+bool row_value(Cursor &cursor, const ResultColumn &column, EvalMode mode, Value *value) {
+  if (column.kind == ResultKind::column)
+    return row_handle_value(*column.column.row, *column.column.column, value);
+  return expr_evaluate(cursor.request.context, column.expression, mode, value);
+}
+
+bool store_result_row(Cursor &cursor, const RowBuffers &buffers) {
+  const CursorRequest &request = cursor.request;
+  for (int i = 0; i < request.column_count; ++i) {
+    const ResultColumn &column = request.columns[i];
+    Value &value = buffers.values[i];
+    if (!row_value(cursor, column, EvalMode::row, &value)) return false;
+    if (!exchange_form(*request.context.pool, value, column.type, &buffers.forms[i])) return false;
+  }
+  return sort_store_row(*cursor.results, buffers.forms, nullptr);
+}
+
+bool collect_distinct(Cursor &cursor) {
+  RowBuffers buffers;
+  if (!create_results(cursor)) return false;
+  if (!allocate_buffers(*cursor.request.context.pool, cursor.request.column_count, &buffers)) return false;
+  if (!read_all(cursor, plain_next, [&] { return store_result_row(cursor, buffers); })) return false;
+  cursor.next_row = 0;
+  return sort_remove_duplicates(*cursor.results);
+}
+
+bool is_aggregate(const ResultColumn &column) {
+  return (column.flags & value_aggregate) != 0;
+}
+
+bool fold_row(Cursor &cursor) {
+  for (int i = 0; i < cursor.request.column_count; ++i) {
+    const ResultColumn &column = cursor.request.columns[i];
+    Value ignored;
+    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::row, &ignored)) return false;
+  }
+  return true;
+}
+
+// One row: the final values of the aggregate columns, NULL in the others.
+bool collect_aggregates(Cursor &cursor) {
+  const CursorRequest &request = cursor.request;
+  if (!read_all(cursor, qualifying_next, [&cursor] { return fold_row(cursor); })) return false;
+  cursor.totals = memory_pool_new<Value>(*request.context.pool, request.column_count);
+  if (cursor.totals == nullptr) return false;
+  for (int i = 0; i < request.column_count; ++i) {
+    const ResultColumn &column = request.columns[i];
+    Value &total = cursor.totals[i];
+    total.flags = value_null;
+    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::total, &total)) return false;
+  }
+  return true;
+}
+
+// ---- delivery ----
+
 RowFetch result_next(Cursor &cursor) {
-  if (cursor.next_row == cursor.results->rows.size()) return RowFetch::end;
+  const int rows = cursor.totals != nullptr ? 1 : cursor.results->rows.size();
+  if (cursor.next_row == rows) return RowFetch::end;
   ++cursor.next_row;
   return RowFetch::row;
+}
+
+bool materialized(const Cursor &cursor) {
+  return cursor.results != nullptr || cursor.totals != nullptr;
 }
 
 // 172019 for an aggregate over DISTINCT arguments.
@@ -331,19 +330,23 @@ Cursor *cursor_open(const CursorRequest &request) {
 }
 
 RowFetch cursor_fetch(Cursor &cursor) {
+  if (cursor.place == CursorPlace::ended) return RowFetch::end;
   MemoryPool &pool = *cursor.request.context.pool;
   pool.used = cursor.pool_used;
   pool.count = cursor.pool_count;
-  const RowFetch fetched = cursor.results != nullptr ? result_next(cursor) : plain_next(cursor);
+  const RowFetch fetched = materialized(cursor) ? result_next(cursor) : plain_next(cursor);
   access_pause(cursor.request.context.tables);
-  if (fetched == RowFetch::row) ++cursor.row_count;
+  cursor.place = fetched == RowFetch::row ? CursorPlace::on_row : CursorPlace::ended;
   return fetched;
 }
 
 bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value) {
-  if (cursor.results == nullptr) return row_value(cursor, column, EvalMode::row, value);
+  if (cursor.place != CursorPlace::on_row) return fail(status::record_not_found);
+  if (!materialized(cursor)) return row_value(cursor, column, EvalMode::row, value);
   const int number = static_cast<int>(&column - cursor.request.columns);
-  *value = value_of_form(column.type, cursor.results->rows[cursor.next_row - 1]->values[number]);
+  *value = cursor.totals != nullptr
+               ? cursor.totals[number]
+               : value_of_form(column.type, cursor.results->rows[cursor.next_row - 1]->values[number]);
   return true;
 }
 

@@ -44,10 +44,6 @@ void print_aligned(const char *text, int width, Align align) {
   if (align == Align::left) print_blanks(padding);
 }
 
-bool is_text(const ResultColumn &column) {
-  return !type_numeric(column.type) && (column.type & TYPE_DATETIME) == 0;
-}
-
 // ---- cells ----
 
 // One value of the row being printed; a large value may need several lines.
@@ -113,18 +109,17 @@ int print_text_piece(const Cell &cell, int width, int *printed) {
 
 // The next piece of a large value, padded to the width unless it ends the line.
 void print_large(const ResultColumn &column, Cell &cell, bool last) {
-  const int width = strcmp(column.value_format, "%s") == 0 ? INT32_MAX - 1 : column.width;
+  const int width = column.compact ? INT32_MAX - 1 : column.width;
   int printed;
   const int bytes = (column.type & TYPE_BINARY) != 0 ? print_binary_piece(cell, width, &printed)
                                                      : print_text_piece(cell, width, &printed);
   cell.rest += bytes;
   cell.rest_length -= bytes;
-  if (!last && width == column.width) print_blanks(width - printed);
+  if (!last && !column.compact) print_blanks(width - printed);
 }
 
 void print_text(const ResultColumn &column, const Value &value, bool last) {
-  const bool padded = !last && strcmp(column.value_format, "%s") != 0;
-  print_aligned(value.text.text, column.width, padded ? Align::left : Align::none);
+  print_aligned(value.text.text, column.width, last || column.compact ? Align::none : Align::left);
 }
 
 void print_null(const ResultColumn &column) {
@@ -132,19 +127,41 @@ void print_null(const ResultColumn &column) {
   print_aligned(text == nullptr ? "" : text, column.width, Align::right);
 }
 
+void print_value(const ResultColumn &column, const Value &value, bool last) {
+  switch (datum_kind(value.type)) {
+    case DatumKind::integer:
+      system_driver.print(column.value_format, static_cast<long long>(value.integer));
+      break;
+    case DatumKind::real:
+      print_real(column, value.real);
+      break;
+    case DatumKind::datetime:
+      print_datetime(column, value);
+      break;
+    case DatumKind::text:
+      print_text(column, value, last);
+      break;
+  }
+}
+
+// NVL may give a value of another class than its column has: it is printed as a column of its own would be.
+void print_odd_value(const ResultColumn &column, const Value &value, bool last) {
+  ResultColumn own = column;
+  own.type = value.type;
+  own.flags = value.flags;
+  print_format_column(own);
+  print_value(own, value, last);
+}
+
 void print_cell(const ResultColumn &column, Cell &cell, bool last) {
   if (cell.value.is_null()) {
     print_null(column);
   } else if (cell.large) {
     print_large(column, cell, last);
-  } else if ((cell.value.type & TYPE_INTEGER) != 0) {
-    system_driver.print(column.value_format, static_cast<long long>(cell.value.integer));
-  } else if ((cell.value.type & TYPE_FLOAT) != 0) {
-    print_real(column, cell.value.real);
-  } else if ((cell.value.type & TYPE_DATETIME) != 0) {
-    print_datetime(column, cell.value);
+  } else if (datum_kind(cell.value.type) != datum_kind(column.type)) {
+    print_odd_value(column, cell.value, last);
   } else {
-    print_text(column, cell.value, last);
+    print_value(column, cell.value, last);
   }
 }
 
@@ -152,7 +169,8 @@ bool read_cells(const Query &query, Cell *cells) {
   for (int i = 0; i < query.column_count; ++i) {
     Cell &cell = cells[i];
     if (!cursor_value(*query.cursor, query.columns[i], &cell.value)) return false;
-    cell.large = !cell.value.is_null() && (query.columns[i].type & TYPE_LARGE) != 0;
+    cell.large = !cell.value.is_null() && (query.columns[i].type & TYPE_LARGE) != 0 &&
+                 datum_kind(cell.value.type) == DatumKind::text;
     cell.rest = cell.large ? cell.value.text.text : nullptr;
     cell.rest_length = cell.large ? cell.value.text.length : 0;
   }
@@ -186,18 +204,18 @@ void print_row(const Query &query, Cell *cells) {
   while (anything_left(cells, query.column_count)) print_continuation(query, cells);
 }
 
+Align header_align(const ResultColumn &column, bool last) {
+  if (type_numeric(column.type) || (column.type & TYPE_DATETIME) != 0) return Align::right;
+  return last && (column.type & TYPE_CHARACTER) != 0 ? Align::none : Align::left;
+}
+
 bool print_rows(const Query &query, Cell *cells) {
-  for (;;) {
-    switch (cursor_fetch(*query.cursor)) {
-      case RowFetch::end:
-        return true;
-      case RowFetch::failed:
-        return false;
-      default:
-        if (!read_cells(query, cells)) return false;
-        print_row(query, cells);
-    }
-  }
+  return each_row([&] { return cursor_fetch(*query.cursor); },
+                  [&] {
+                    if (!read_cells(query, cells)) return false;
+                    print_row(query, cells);
+                    return true;
+                  });
 }
 
 // The cells outlive every fetch, and with it what the pool gives.
@@ -206,46 +224,49 @@ Cell *cells_new(const Query &query) {
   return cells == nullptr ? fail_null(status::out_of_memory) : cells;
 }
 
-void set_number_format(ResultColumn &column, int width, const char *conversion, bool compact) {
+void set_number_format(ResultColumn &column, int width, const char *conversion) {
   column.width = std::max(width, display_width(column.label));
-  if (compact) {
+  if (column.compact) {
     snprintf(column.value_format, sizeof column.value_format, "%%%s", conversion);
   } else {
     snprintf(column.value_format, sizeof column.value_format, "%%%d%s", column.width, conversion);
   }
 }
 
-}  // namespace
-
-void print_format_column(ResultColumn &column, bool compact) {
-  const TypeRow *type = type_row(column.type);
-  const int type_width = type == nullptr ? 0 : type->text_width;
-  const int declared_length = column.kind == ResultKind::column ? column.column.column->p1 : 0;
-  if ((column.type & TYPE_INTEGER) != 0) return set_number_format(column, type_width, "lld", compact);
-  if ((column.type & TYPE_FLOAT) != 0) {
-    if ((column.flags & value_decimal) != 0) return set_number_format(column, decimal_width, ".2f", compact);
-    return set_number_format(column, type_width, column.type == type::float32 ? ".6e" : ".14e", compact);
-  }
-  if ((column.type & TYPE_CHARACTER) != 0) {
-    column.width = std::max(declared_length > 0 ? declared_length : default_character_width,
-                            display_width(column.label));
-  } else {
-    column.width = type_width > 0 ? type_width : declared_length;
-  }
-  if (compact) {
+void set_text_format(ResultColumn &column, int width) {
+  column.width = width;
+  if (column.compact) {
     snprintf(column.value_format, sizeof column.value_format, "%%s");
   } else {
     snprintf(column.value_format, sizeof column.value_format, "%%-%ds", column.width);
   }
 }
 
+}  // namespace
+
+void print_format_column(ResultColumn &column) {
+  const TypeRow *type = type_row(column.type);
+  const int type_width = type == nullptr ? 0 : type->text_width;
+  const int declared_length = column.kind == ResultKind::column ? column.column.column->p1 : 0;
+  if ((column.type & TYPE_INTEGER) != 0) {
+    set_number_format(column, type_width, "lld");
+  } else if ((column.type & TYPE_FLOAT) != 0 && (column.flags & value_decimal) != 0) {
+    set_number_format(column, decimal_width, ".2f");
+  } else if ((column.type & TYPE_FLOAT) != 0) {
+    set_number_format(column, type_width, column.type == type::float32 ? ".6e" : ".14e");
+  } else if ((column.type & TYPE_CHARACTER) != 0) {
+    const int length = declared_length > 0 ? declared_length : default_character_width;
+    set_text_format(column, std::max(length, display_width(column.label)));
+  } else {
+    set_text_format(column, type_width > 0 ? type_width : declared_length);
+  }
+}
+
 void print_header(const Query &query) {
   for (int i = 0; i < query.column_count; ++i) {
     const ResultColumn &column = query.columns[i];
-    const bool last = i == query.column_count - 1;
     if (i > 0) system_driver.print("%s", query.separator);
-    const Align align = !is_text(column) ? Align::right : last ? Align::none : Align::left;
-    print_aligned(column.label, column.width, align);
+    print_aligned(column.label, column.width, header_align(column, i == query.column_count - 1));
   }
   system_driver.print("%s", "\n");
 }

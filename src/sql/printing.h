@@ -5,8 +5,8 @@
 
 namespace tovik {
 
-// Sets width and value format of a result column from its type, label and column. compact: without padding.
-void print_format_column(ResultColumn &column, bool compact);
+// Sets width and value format of a result column from its other fields.
+void print_format_column(ResultColumn &column);
 
 void print_header(const Query &query);
 

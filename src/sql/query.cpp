@@ -49,12 +49,11 @@ bool open_tables(Query &query, const Node *name) {
 
 bool allocate_columns(Query &query, int count) {
   query.columns = memory_pool_new<ResultColumn>(pool_of(query), count);
+  if (query.columns == nullptr) return fail(status::sql_memory);
   query.column_count = count;
-  return query.columns != nullptr || fail(status::sql_memory);
-}
-
-bool compact(const Query &query) {
-  return query.items_only || query.output_mode == OutputMode::dump_into;
+  for (int i = 0; i < count; ++i)
+    query.columns[i].compact = query.items_only || query.output_mode == OutputMode::dump_into;
+  return true;
 }
 
 bool all_columns(Query &query) {
@@ -71,7 +70,7 @@ bool all_columns(Query &query) {
       result->column = {&table.columns[i], access->handle};
       result->type = table.columns[i].type;
       result->label = table.columns[i].name;
-      print_format_column(*result, compact(query));
+      print_format_column(*result);
     }
   }
   return true;
@@ -128,7 +127,7 @@ bool read_item(Query &query, const Node &item, ResultColumn &result, int *expres
   }
   if ((value.flags & value_aggregate) != 0) ++query.aggregate_count;
   if (!label_item(query, item, value, result)) return false;
-  print_format_column(result, compact(query));
+  print_format_column(result);
   return true;
 }
 

@@ -19,12 +19,13 @@ enum class ResultKind { column, typed_constant, string_constant, computed };
 
 struct ResultColumn {
   ResultKind kind;
-  ColumnRef column;         // kind column: the table column and its handle
-  Node *expression;         // other kinds
-  TypeCode type;            // of the value (a column: its declared type)
+  ColumnRef column;  // kind column: the table column and its handle
+  Node *expression;  // other kinds
+  TypeCode type;     // of the value (a column: its declared type); NVL may give another
   uint16_t flags;    // value_decimal, value_aggregate, value_distinct
   const char *label;
-  int expression_number;  // from 1 over computed items without alias, else 0
+  int expression_number;  // from 1 over items without alias that are no columns, else 0
+  bool compact;           // printed without padding
   int width;              // print columns
   char value_format[16];  // printf format of one value
 };
@@ -65,13 +66,16 @@ struct CursorRequest {
   bool distinct;
 };
 
+enum class CursorPlace { before, on_row, ended };
+
 struct Cursor {
   CursorRequest request;
-  int64_t row_count;              // rows delivered
+  CursorPlace place;
   bool started;                   // the join is inside its first table
   SortStore *sorted;              // ORDER BY: row numbers of the tables; owned
-  SortStore *results;             // DISTINCT and aggregates: result values; owned
-  int next_row;                   // in the store that is read from
+  SortStore *results;             // DISTINCT: result values; owned
+  Value *totals;                  // aggregates: the values of the only row; in the pool
+  int next_row;                   // in what is read from
   int32_t pool_used, pool_count;  // what a row takes from the pool beyond this ends with the next fetch
 };
 
@@ -85,9 +89,9 @@ void query_release(Query *query);  // cursor, tables; the record itself lives in
 [[nodiscard]] RowFetch query_fetch(Query &query);
 
 Cursor *cursor_open(const CursorRequest &request);
-[[nodiscard]] RowFetch cursor_fetch(Cursor &cursor);
-// The value of a result column in the current row. *null is set for NULL. Texts stay valid until the next
-// fetch.
+[[nodiscard]] RowFetch cursor_fetch(Cursor &cursor);  // after the end or a failure: the end
+// The value of a result column in the current row; texts in it stay valid until the next fetch. 43010 without
+// a current row.
 [[nodiscard]] bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value);
 void cursor_close(Cursor *cursor);
 using CursorHold = Held<Cursor, cursor_close>;
