@@ -278,10 +278,12 @@ TEST_F(Sql, DistinctAndAggregates) {
 }
 
 TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
-  all_succeed({"CREATE TABLE scan (k int, a int, b int, c char(6), d date)",
-               "CREATE TABLE idx (k int, a int, b int, c char(6), d date)", "CREATE INDEX ia ON idx (a)",
-               "CREATE INDEX iab ON idx (a, b)", "CREATE INDEX ic ON idx (c)",
-               "CREATE (1, 0) INDEX id ON idx (d)"});
+  const char *columns = " (k int, a int, b int, c char(6), d date, f float, n bigint)";
+  for (const char *table : {"scan", "idx"})
+    all_succeed({("CREATE TABLE " + (table + std::string(columns))).c_str()});
+  all_succeed({"CREATE INDEX ia ON idx (a)", "CREATE INDEX iab ON idx (a, b)", "CREATE INDEX ic ON idx (c)",
+               "CREATE (1, 0) INDEX id ON idx (d)", "CREATE INDEX if1 ON idx (f)",
+               "CREATE INDEX in1 ON idx (n)"});
   Random random;
   all_succeed({"BEGIN WORK"});
   for (int k = 0; k < 300; ++k) {
@@ -290,48 +292,70 @@ TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
         std::to_string(k) + "," + or_null(std::to_string(random.below(12) - 3)) + "," +
         or_null(std::to_string(random.below(5))) + "," +
         or_null("'" + std::string(1 + random.below(3), static_cast<char>('a' + random.below(4))) + "'") +
-        "," + or_null("'2020010" + std::to_string(1 + random.below(9)) + "'");
+        "," + or_null("'2020010" + std::to_string(1 + random.below(9)) + "'") + "," +
+        or_null("0." + std::to_string(random.below(4))) + "," +
+        std::to_string((int64_t{1} << 53) - 2 + random.below(5));
     for (const char *table : {"scan", "idx"}) {
       ASSERT_EQ(db.run(std::string("INSERT INTO ") + table + " VALUES " + values), 0) << values;
     }
   }
   all_succeed({"COMMIT WORK"});
-  const char *conditions[] = {"a = 3",
-                              "a = '3'",
-                              "a = 3.0",
-                              "a = 2.5",
-                              "a > 2.5",
-                              "a < 0",
-                              "a <= 0",
-                              "a >= 7",
-                              "a = NULL",
-                              "a IN (5, NULL, 1, 5)",
-                              "a NOT IN (5, 1)",
-                              "a BETWEEN 1 AND 3",
-                              "a BETWEEN 1 EXCLUSIVE TO 4 EXCLUSIVE",
-                              "a NOT BETWEEN 1 AND 3",
-                              "a BETWEEN 3 AND 1",
-                              "a = 2 AND b = 3",
-                              "b = 3 AND a = 2",
-                              "a = 2 AND b > 1",
-                              "b = 2",
-                              "a = 2 OR b = 3",
-                              "NOT a = 2",
-                              "c = 'aa'",
-                              "c > 'b'",
-                              "c BETWEEN 'a' AND 'bb'",
-                              "c LIKE 'a%'",
-                              "d = '20200103'",
-                              "d > '20200105000001'",
-                              "d <= 20200104",
-                              "d IN ('20200101', '20200109')",
-                              "a = b"};
-  for (const char *condition : conditions) {
-    const std::string where = std::string(" WHERE ") + condition + " ORDER BY k";
-    const std::string expected = db.rows("SELECT k FROM scan" + where);
+  const auto expect_same = [this](const std::string &condition, const char *order) {
+    const std::string expected = db.rows("SELECT k FROM scan WHERE " + condition);
     ASSERT_EQ(expected.find("error"), std::string::npos) << condition << ": " << expected;
-    EXPECT_EQ(db.rows("SELECT k FROM idx" + where), expected) << condition;
-  }
+    EXPECT_EQ(db.rows("SELECT k FROM idx WHERE " + condition + order), expected) << condition;
+  };
+  for (const char *condition : {"a = 3",
+                                "a = '3'",
+                                "a = 3.0",
+                                "a = 2.5",
+                                "a > 2.5",
+                                "a < 0",
+                                "a <= 0",
+                                "a >= 7",
+                                "a = NULL",
+                                "a IN (5, NULL, 1, 5)",
+                                "a NOT IN (5, 1)",
+                                "a BETWEEN 1 AND 3",
+                                "a BETWEEN 1 EXCLUSIVE TO 4 EXCLUSIVE",
+                                "a NOT BETWEEN 1 AND 3",
+                                "a BETWEEN 3 AND 1",
+                                "a BETWEEN -2 AND 4",
+                                "a > -2 AND a < 5",
+                                "a = 2 AND b = 3",
+                                "b = 3 AND a = 2",
+                                "a = 2 AND b > 1",
+                                "b = 2",
+                                "a = 2 OR b = 3",
+                                "NOT a = 2",
+                                "c = 'aa'",
+                                "c > 'b'",
+                                "c BETWEEN 'a' AND 'bb'",
+                                "c LIKE 'a%'",
+                                "c = '\377bbbbb'",
+                                "c < '\377bbbbb'",
+                                "d = '20200103'",
+                                "d = '20200103235959'",
+                                "d > '20200105000001'",
+                                "d >= '20200105000001'",
+                                "d <= 20200104",
+                                "d IN ('20200101', '20200109')",
+                                "f = 0.1",
+                                "f = 0.10000001",
+                                "f < 0.10000001",
+                                "f >= 0.29999999",
+                                "f > 0",
+                                "n = 9007199254740992.0",
+                                "n > 9007199254740992.0",
+                                "n = 9007199254740991.0",
+                                "a = b"})
+    expect_same(condition, " ORDER BY k");
+  // With a sign before every literal the rows come in the order of a scan.
+  for (const char *condition : {"a = -2", "a = -2.0", "a IN (-2, 4, -3, NULL, -2)", "a > -2", "a <= -1",
+                                "a BETWEEN -3 EXCLUSIVE AND -1", "a = -1 AND b = 2", "a NOT IN (-1)"})
+    expect_same(condition, "");
+  EXPECT_EQ(db.rows("SELECT k FROM idx WHERE a = 3000000000"), "error 113002");
+  EXPECT_EQ(db.rows("SELECT k FROM idx WHERE c < 'longer than c'"), "error 113003");
   expect_sound("idx");
 }
 
@@ -343,10 +367,13 @@ TEST_F(Sql, ThePlanSaysWhichAccessIsUsed) {
   const std::string use = "TABLE 't':\n        Indices usable:\n";
   const std::vector<std::pair<const char *, std::string>> plans = {
       {"a = 1", use + "        'ta' : 'a' \n        Use records from indices\n"},
+      {"a = '1'", use + "        'ta' : 'a' \n        Use records from indices\n"},
       {"a BETWEEN 1 AND 2", use + "        'ta' : 'a' between \n        Use records from indices\n"},
       {"b = 2 AND c = 3", use + "        'tbc' : 'b' 'c' composite \n        Use records from indices\n"},
       {"c BETWEEN 1 AND 5", use + "        'tbc' : 'c' between \n        Use records from indices\n"},
       {"b = 2 AND a = 1", use + "        'ta' : 'a' \n        Use records from indices\n"},
+      {"b = 2 AND a IN (7, -1)", use + "        'ta' : 'a' \n        Use records from indices\n"},
+      {"c = -3 AND b = 2", use + "        'tbc' : 'c' 'b' composite \n        Use records from indices\n"},
       {"a = 1 OR a = 2", scan},
       {"c = 3", scan},
       {"a > b", scan},

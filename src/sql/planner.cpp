@@ -1,16 +1,27 @@
 // Candidates are collected in one walk of the condition, children before their node; the first usable one is
-// chosen.
+// chosen. A number with a sign is no literal. Only when no candidate is usable the walk is repeated with such
+// numbers taken as literals, and the rows then come in the order of a scan.
 //
 // Invariant: the rows that an access path delivers are exactly those for which the replaced part of the
-// condition is true. Where an index cannot promise that, the comparison is no candidate: NULL as the literal,
-// a literal with a fraction for an integer column, a time of day for a date column. NULL keys stand lowest in
-// every index and meet no comparison: a range without a lower bound starts behind them.
+// condition is true. Where an index cannot promise that, the comparison is no candidate:
+//   - NULL as the literal. NULL keys stand lowest in every index and meet no comparison: a range without a
+//     lower bound starts behind them.
+//   - A real number for an integer column, unless it is whole and below 2^53: from there on several integers
+//     are equal to one real number.
+//   - A number with more than seven digits for a float column, whose values are compared by seven digits.
+//   - A text that begins with the byte that marks a NULL text.
+// A date column is compared by its days, a time column by its seconds, with or without an index. A literal
+// that its column cannot hold (a number out of range, a text that is too long) fails the query.
+// Keys of time and microtimestamp columns are universal time: where clocks are set back, the repeated hour of
+// local time comes in the order in which it passed.
 #include "sql/planner.h"
 
 #include <cmath>
 #include <cstring>
 
 #include "data/catalog.h"
+#include "data/number_text.h"
+#include "data/stored_form.h"
 #include "frame/env.h"
 #include "frame/error.h"
 
@@ -36,8 +47,8 @@ struct Candidate {
   TableAccess *access;
   const Column *column;
   const Column *second_column;  // pair
-  const Node *value;            // the literal; IN: null
-  const Node *second_value;     // pair: of the second column; range: the upper bound
+  Value value;                  // the literal; not of IN, which has a list of them
+  Value second_value;           // pair: of the second column; range: the upper bound
   Btree *index;                 // chosen
   Bound lower, upper;           // range
   IndexUse indices[candidate_index_limit];
@@ -46,6 +57,7 @@ struct Candidate {
 
 struct Plan {
   EvalContext &context;
+  bool signs;  // a number with a sign counts as a literal
   PlanState state;
   Candidate candidates[candidate_limit];
   int candidate_count;
@@ -61,39 +73,61 @@ bool is_literal(const Node &node) {
          node.kind == value_kind::date_literal;
 }
 
-bool is_whole(double real) {
-  return real == std::floor(real) && real > -9223372036854775808.0 && real < 9223372036854775808.0;
+void negate(Value &number) {
+  if ((number.type & TYPE_INTEGER) != 0) {
+    number.integer = static_cast<int64_t>(0 - static_cast<uint64_t>(number.integer));
+  } else {
+    number.real = -number.real;
+  }
+}
+
+// False when node counts as no literal.
+bool read_literal(const Plan &plan, const Node &node, Value *value) {
+  const bool negated = plan.signs && node.kind == node::negation;
+  const Node &literal = negated ? *node.second : node;
+  if (!is_literal(literal)) return false;
+  *value = *literal.value;
+  if (negated) negate(*value);
+  return true;
+}
+
+constexpr double exact_integers = 0x1p53;  // below, no two integers are the same real number
+
+bool is_exact_integer(double real) {
+  return real == std::floor(real) && std::fabs(real) < exact_integers;
+}
+
+double as_real(const Value &value) {
+  return (value.type & TYPE_INTEGER) != 0 ? static_cast<double>(value.integer) : value.real;
 }
 
 // Can the literal be a key of the column without losing anything?
-bool fits_key(const Column &column, const Node &node) {
-  if (!is_literal(node)) return false;
-  const Value &value = *node.value;
-  if ((column.type & TYPE_INTEGER) != 0) {
-    return (value.type & TYPE_INTEGER) != 0 || ((value.type & TYPE_FLOAT) != 0 && is_whole(value.real));
+bool fits_key(const Column &column, const Value &value) {
+  switch (datum_kind(column.type)) {
+    case DatumKind::integer:
+      return (value.type & TYPE_INTEGER) != 0 ||
+             ((value.type & TYPE_FLOAT) != 0 && is_exact_integer(value.real));
+    case DatumKind::real:
+      if (!type_numeric(value.type)) return false;
+      return column.type == type::float64 ||
+             float32_rounded(static_cast<float>(as_real(value))) == as_real(value);
+    case DatumKind::datetime:
+      return (value.type & TYPE_DATETIME) != 0;
+    default:
+      return (value.type & TYPE_CHARACTER) != 0 && static_cast<uint8_t>(*value.text.text) != null_flag;
   }
-  if ((column.type & TYPE_FLOAT) != 0) return type_numeric(value.type);
-  if ((column.type & TYPE_CHARACTER) != 0) return (value.type & TYPE_CHARACTER) != 0;
-  if ((column.type & TYPE_DATETIME) == 0 || node.kind != value_kind::date_literal) return false;
-  const DateTimeRec &time = value.datetime;
-  if (column.type == type::microtimestamp) return true;
-  if (time.microseconds != 0) return false;
-  return column.type == type::time || (time.hour == 0 && time.minute == 0 && time.second == 0);
 }
 
 // The stored form of the literal in the column at key.
 bool store_key(const Column &column, const Value &value, uint8_t *key) {
-  int64_t integer = value.integer;
-  double real = value.real;
-  const void *source = value_datum(value);
-  if ((column.type & TYPE_INTEGER) != 0) {
-    if ((value.type & TYPE_FLOAT) != 0) integer = static_cast<int64_t>(value.real);
-    source = &integer;
+  Value converted = value;
+  if ((column.type & TYPE_INTEGER) != 0 && (value.type & TYPE_FLOAT) != 0) {
+    converted.integer = static_cast<int64_t>(value.real);
   } else if ((column.type & TYPE_FLOAT) != 0) {
-    if ((value.type & TYPE_INTEGER) != 0) real = static_cast<double>(value.integer);
-    source = &real;
+    converted.real = as_real(value);
   }
-  return store_value(column.type, ValueMode::binary, source, key, column.p1, column.p2) != Stored::failed;
+  return store_value(column.type, ValueMode::binary, value_datum(converted), key, column.p1, column.p2) !=
+         Stored::failed;
 }
 
 bool store_null_key(const Column &column, uint8_t *key) {
@@ -126,9 +160,12 @@ void collect_indices(Candidate &candidate) {
   }
 }
 
-bool list_fits(const Column &column, const Node *item) {
+// NULL in a list is equal to nothing.
+bool list_fits(const Plan &plan, const Column &column, const Node *item) {
   for (; item != nullptr; item = item->first) {
-    if (item->second->kind != value_kind::null && !fits_key(column, *item->second)) return false;
+    Value value;
+    if (item->second->kind == value_kind::null) continue;
+    if (!read_literal(plan, *item->second, &value) || !fits_key(column, value)) return false;
   }
   return true;
 }
@@ -139,34 +176,39 @@ void choose_rowid(Plan &plan, Node &comparison, TableAccess *access) {
   plan.rowid_access = access;
 }
 
-void collect_comparison(Plan &plan, Node &comparison) {
-  const bool in = comparison.kind == node::in && comparison.qual == 0 && comparison.third != nullptr;
-  if (!in && !is_ordering(comparison.kind)) return;
-  if (comparison.first == nullptr || comparison.first->kind != value_kind::column) return;
-  const ColumnRef &column = comparison.first->value->column;
-  TableAccess *access = access_of(plan, column.row);
-  if (access == nullptr) return;
-  if (column_is_rowid(*column.column)) {
-    if (comparison.kind == node::equal &&
-        (is_literal(*comparison.second) || comparison.second->kind == value_kind::null)) {
-      choose_rowid(plan, comparison, access);
-    }
-    return;
-  }
+// Is the rest of the comparison made of keys of the column?
+bool compares_with_keys(const Plan &plan, const Column &column, const Node &comparison, Value *value) {
+  if (comparison.kind == node::in) return list_fits(plan, column, comparison.third);
+  return read_literal(plan, *comparison.second, value) && fits_key(column, *value);
+}
+
+void collect_candidate(Plan &plan, Node &comparison, TableAccess *access, const Column &column) {
   if (plan.candidate_count == candidate_limit) return;
-  if (in ? !list_fits(*column.column, comparison.third) : !fits_key(*column.column, *comparison.second))
-    return;
   Candidate &candidate = plan.candidates[plan.candidate_count];
   candidate = {};
   candidate.condition = &comparison;
   candidate.access = access;
-  candidate.column = column.column;
-  candidate.value = in ? nullptr : comparison.second;
+  candidate.column = &column;
   collect_indices(candidate);
-  if (candidate.index_count == 0) return;
+  if (candidate.index_count == 0 || !compares_with_keys(plan, column, comparison, &candidate.value)) return;
   candidate.used = true;
   ++plan.candidate_count;
   plan.state = PlanState::candidates;
+}
+
+void collect_comparison(Plan &plan, Node &comparison) {
+  const bool list = comparison.kind == node::in && comparison.qual == 0 && comparison.third != nullptr;
+  if (!list && !is_ordering(comparison.kind)) return;
+  if (comparison.first->kind != value_kind::column) return;
+  const ColumnRef &column = comparison.first->value->column;
+  TableAccess *access = access_of(plan, column.row);
+  if (access == nullptr) return;
+  if (!column_is_rowid(*column.column)) {
+    collect_candidate(plan, comparison, access, *column.column);
+  } else if (comparison.kind == node::equal &&
+             (is_literal(*comparison.second) || comparison.second->kind == value_kind::null)) {
+    choose_rowid(plan, comparison, access);
+  }
 }
 
 // The used candidate of condition, with the next slot holding that of following; null when there is none.
@@ -263,6 +305,7 @@ void collect(Plan &plan, Node *condition) {
 // ---- choosing and setting up ----
 
 void choose(Plan &plan) {
+  if (plan.state != PlanState::candidates) return;
   for (int i = 0; i < plan.candidate_count; ++i) {
     Candidate &candidate = plan.candidates[i];
     if (!candidate.used) continue;
@@ -283,45 +326,29 @@ bool search(Btree &index, const uint8_t *key, RowSet &rows) {
   return btree_search(index, key, &rows) != BtreeFind::failed;
 }
 
-// Of a sorted set.
-void drop_repeats(RowSet &set) {
-  int kept = 0;
-  for (int i = 0; i < set.rows.size(); ++i) {
-    if (kept == 0 || set.rows[kept - 1] != set.rows[i]) set.rows[kept++] = set.rows[i];
-  }
-  while (set.rows.size() > kept) set.rows.pop();
-}
-
-bool search_in(const Candidate &candidate, RowSet &rows) {
+// Two items may give the same rows: the set loses what it has twice when it is sorted.
+bool search_list(const Plan &plan, const Candidate &candidate, RowSet &rows) {
   uint8_t key[btree_key_limit];
   for (const Node *item = candidate.condition->third; item != nullptr; item = item->first) {
-    if (item->second->kind == value_kind::null) continue;
-    if (!store_key(*candidate.column, *item->second->value, key)) return false;
+    Value value;
+    if (!read_literal(plan, *item->second, &value)) continue;  // NULL
+    if (!store_key(*candidate.column, value, key)) return false;
     if (!search(*candidate.index, key, rows)) return false;
   }
-  rowset_sort(rows);
-  drop_repeats(rows);
-  return true;
+  RowSet *sorted;
+  return rowset_union(&rows, nullptr, &sorted);
 }
 
 bool search_comparison(const Candidate &candidate, RowSet &rows) {
-  if (candidate.value == nullptr) return search_in(candidate, rows);
+  const uint16_t kind = candidate.condition->kind;
   uint8_t key[btree_key_limit], null_key[btree_key_limit];
-  if (!store_key(*candidate.column, *candidate.value->value, key)) return false;
+  if (!store_key(*candidate.column, candidate.value, key)) return false;
   if (!store_null_key(*candidate.column, null_key)) return false;
-  BtreeRange range{};
-  switch (candidate.condition->kind) {
-    case node::equal:
-      return search(*candidate.index, key, rows);
-    case node::less:
-    case node::less_equal:
-      range = {null_key, Bound::exclusive, key,
-               candidate.condition->kind == node::less ? Bound::exclusive : Bound::inclusive, false};
-      break;
-    default:
-      range = {key, candidate.condition->kind == node::greater ? Bound::exclusive : Bound::inclusive, nullptr,
-               Bound::none, false};
-  }
+  if (kind == node::equal) return search(*candidate.index, key, rows);
+  const Bound bound = kind == node::less || kind == node::greater ? Bound::exclusive : Bound::inclusive;
+  const bool below = kind == node::less || kind == node::less_equal;
+  const BtreeRange range = below ? BtreeRange{null_key, Bound::exclusive, key, bound, false}
+                                 : BtreeRange{key, bound, nullptr, Bound::none, false};
   return btree_range(*candidate.index, range, rows);
 }
 
@@ -331,8 +358,7 @@ bool search_pair(const Candidate &candidate, RowSet &rows) {
   for (int part = 0; part < 2; ++part) {
     const bool first = candidate.index->definition.parts[part].column == candidate.column->number;
     const Column &column = first ? *candidate.column : *candidate.second_column;
-    const Node &value = first ? *candidate.value : *candidate.second_value;
-    if (!store_key(column, *value.value, key + offset)) return false;
+    if (!store_key(column, first ? candidate.value : candidate.second_value, key + offset)) return false;
     offset += column.stored_size;
   }
   return search(*candidate.index, key, rows);
@@ -340,42 +366,41 @@ bool search_pair(const Candidate &candidate, RowSet &rows) {
 
 bool search_range(const Candidate &candidate, RowSet &rows) {
   uint8_t lower[btree_key_limit], upper[btree_key_limit];
-  if (!store_key(*candidate.column, *candidate.value->value, lower)) return false;
-  if (!store_key(*candidate.column, *candidate.second_value->value, upper)) return false;
+  if (!store_key(*candidate.column, candidate.value, lower)) return false;
+  if (!store_key(*candidate.column, candidate.second_value, upper)) return false;
   const BtreeRange range = {lower, candidate.lower, upper, candidate.upper,
                             candidate.index->definition.part_count > 1};
   return btree_range(*candidate.index, range, rows);
 }
 
-bool search_index(const Candidate &candidate, RowSet &rows) {
+bool search_index(const Plan &plan, const Candidate &candidate, RowSet &rows) {
   switch (candidate.kind) {
     case CandidateKind::pair:
       return search_pair(candidate, rows);
     case CandidateKind::range:
       return search_range(candidate, rows);
     default:
-      return search_comparison(candidate, rows);
+      return candidate.condition->kind == node::in ? search_list(plan, candidate, rows)
+                                                   : search_comparison(candidate, rows);
   }
 }
 
-bool set_up_index(const Candidate &candidate) {
+bool set_up_index(const Plan &plan, const Candidate &candidate) {
   RowSet *rows = rowset_new();
   if (rows == nullptr) return false;
   candidate.access->rows = rows;  // owned from here on
   candidate.access->path = AccessPath::row_list;
-  if (!search_index(candidate, *rows)) return false;
+  if (!search_index(plan, candidate, *rows)) return false;
+  if (plan.signs) rowset_sort(*rows);
   candidate.condition->kind = node::always_true;
   return true;
 }
 
 // A literal that is no row number names no row.
 RowNo row_number_of(const Node &literal) {
-  if (literal.kind == value_kind::null) return 0;
-  const Value &value = *literal.value;
-  int64_t number = 0;
-  if ((value.type & TYPE_INTEGER) != 0) number = value.integer;
-  if ((value.type & TYPE_FLOAT) != 0 && is_whole(value.real)) number = static_cast<int64_t>(value.real);
-  return number < 0 || number > UINT32_MAX ? 0 : static_cast<RowNo>(number);
+  if (literal.kind == value_kind::null || !type_numeric(literal.value->type)) return 0;
+  const double number = as_real(*literal.value);
+  return is_exact_integer(number) && number > 0 && number <= UINT32_MAX ? static_cast<RowNo>(number) : 0;
 }
 
 void set_up_rowid(Plan &plan) {
@@ -435,11 +460,17 @@ void print_plan(const Plan &plan) {
 }  // namespace
 
 bool plan_query(EvalContext &context, Node *condition) {
-  Plan plan{context, PlanState::none, {}, 0, nullptr, nullptr, nullptr};
+  Plan plan{context, false, PlanState::none, {}, 0, nullptr, nullptr, nullptr};
   collect(plan, condition);
-  if (plan.state == PlanState::candidates) choose(plan);
+  choose(plan);
+  if (plan.state == PlanState::none) {
+    plan.signs = true;
+    plan.candidate_count = 0;
+    collect(plan, condition);
+    choose(plan);
+  }
   if (plan.state == PlanState::rowid) set_up_rowid(plan);
-  if (plan.state == PlanState::index && !set_up_index(*plan.chosen)) return false;
+  if (plan.state == PlanState::index && !set_up_index(plan, *plan.chosen)) return false;
   if (env_on(Env::query_plan)) print_plan(plan);
   return true;
 }
