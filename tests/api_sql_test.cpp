@@ -466,7 +466,7 @@ TEST_F(Sql, DescribesTables) {
       "    c                                 char(7)  Not Null\n"
       "    x                                 text(1,2,9)\n"
       "    e                                 decimal(5,2)\n";
-  EXPECT_EQ(db.printed("DESC t"), "***  Table: t  ***\n  Attributes:\n" + attributes);
+  EXPECT_EQ(db.printed("DESC t"), "***  Table: t  ***\n\n  Attributes:\n" + attributes);
   EXPECT_EQ(db.printed("DESCRIBE DB ALL"), "****  Database: t  ****\n\n***  Table: t  ***\n\n" + attributes);
   const std::string all = db.printed("DESC t ALL");
   EXPECT_NE(all.find("\n  Indices:     UNIQUE BTREE __auto_inc__"), std::string::npos) << all;

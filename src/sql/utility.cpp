@@ -207,7 +207,7 @@ bool exec_describe_db(Statement &statement) {
 bool exec_describe_table(Statement &statement) {
   const TableHold hold(table_open(*statement.db, node_name(*statement.root->second)));
   if (hold.get() == nullptr) return false;
-  system_driver.print("***  Table: %s  ***%s", hold.get()->name, "\n");
+  system_driver.print("***  Table: %s  ***%s%s", hold.get()->name, "\n", "\n");
   system_driver.print("  Attributes:%s", "\n");
   print_attributes(*hold.get());
   if (statement.root->qual != 0) print_details(*hold.get());
