@@ -51,18 +51,14 @@ TEST_F(EvaluatorRowsTest, ColumnValues) {
     const char *expression, *values, *nulls;
   } cases[] = {
       {"i", "7", "8"},
-      {"b", "-5", "NULL"},
       {"d", "1.5", "NULL"},
       {"f", "0.1", "NULL"},
       {"c", "'abc'", "NULL"},
-      {"v", "'12'", "NULL"},
       {"x", "'some text that leaves the record'", "NULL"},
       {"LENGTHB(x)", "32", "NULL"},
       {"dd", "20200102000000000000", "NULL"},
-      {"tt", "20200102030405000000", "NULL"},
       {"m", "20200102030405000006", "NULL"},
       {"i * b + 1", "-34", "NULL"},
-      {"i / d", "4.66666666667", "NULL"},
       {"c || v || x", "'abc12some text that leaves the record'", "NULL"},
       {"c || dd", "'abc20200102'", "NULL"},
       {"tt || ''", "'20200102030405'", "''"},
@@ -70,9 +66,7 @@ TEST_F(EvaluatorRowsTest, ColumnValues) {
       {"dd + i day", "20200109000000000000", "NULL"},
       {"NVL(b, i)", "-5", "8"},
       {"b IS NULL", "false", "true"},
-      {"x IS NULL", "false", "true"},
       {"b IN (1, -5)", "true", "unknown"},
-      {"b > 0 OR i > 0", "true", "true"},
       {"c LIKE 'a_c'", "true", "unknown"},
       {"dd LIKE '20200102'", "true", "unknown"},
       {"i MATCH '[78]'", "true", "true"},
@@ -92,85 +86,24 @@ TEST_F(EvaluatorRowsTest, BlobsCountAsTexts) {
 
 TEST_F(EvaluatorRowsTest, LiteralsTakeTheColumnsType) {
   expect({
-      {"i = '7'", "true"},
-      {"i = 7.0", "true"},
-      {"i = '7.5'", "!150003"},
-      {"i = 'abc'", "!150003"},
-      {"i IN ('7', 'abc')", "!150003"},
-      {"'7' = i", "!150003"},
-      {"d = '1.5'", "true"},
-      {"d = '15e-1'", "true"},
-      {"d > 1", "true"},
-      {"f = 0.1", "true"},
-      {"v = 12", "true"},
-      {"v = 12.0", "false"},
-      {"v IN (1, 12)", "true"},
-      {"v BETWEEN 11 AND 13", "true"},
-      {"v = -12", "!150003"},
-      {"v MATCH 12", "true"},
-      {"v LIKE 12.5", "false"},
-      {"c = 123", "false"},
-      {"dd = '20200102'", "true"},
-      {"dd = 20200102", "true"},
-      {"dd IN ('20200101', 20200102)", "true"},
-      {"dd BETWEEN 20200102 AND '20200103'", "true"},
-      {"dd = '2020-01-02'", "!150002"},
-      {"dd = '20200230'", "!150002"},
-      {"dd = ''", "!150002"},
-      {"dd = 1.5", "!150003"},
-      {"dd < 'now'", "true"},
-      {"m = '20200102030405000006'", "true"},
-      {"m > '20200102'", "true"},
+      {"i = '7'; i = 7.0; i = '7.5'; i = 'abc'", "true; true; !150003; !150003"},
+      {"i IN ('7', 'abc'); '7' = i; d = '1.5'; d = '15e-1'", "!150003; !150003; true; true"},
+      {"d > 1; f = 0.1; v = 12; v = 12.0; v IN (1, 12)", "true; true; true; false; true"},
+      {"v BETWEEN 11 AND 13; v = -12; v MATCH 12; v LIKE 12.5", "true; !150003; true; false"},
+      {"c = 123; dd = '20200102'; dd = 20200102", "false; true; true"},
+      {"dd IN ('20200101', 20200102); dd BETWEEN 20200102 AND '20200103'", "true; true"},
+      {"dd = '2020-01-02'; dd = '20200230'; dd = ''; dd = 1.5", "!150002; !150002; !150002; !150003"},
+      {"dd < 'now'; m = '20200102030405000006'; m > '20200102'", "true; true; true"},
       // A date column is compared as a date, a time column without microseconds.
-      {"dd = '20200102235959'", "true"},
-      {"dd = m", "true"},
-      {"dd < m", "false"},
-      {"tt = m", "true"},
-      {"dd = NULL", "unknown"},
-      {"rowid > 0", "true"},
-      {"rowid = '0'", "false"},
+      {"dd = '20200102235959'; dd = m; dd < m; tt = m; dd = NULL", "true; true; false; true; unknown"},
+      {"rowid > 0; rowid = '0'", "true; false"},
   });
-}
-
-TEST_F(EvaluatorRowsTest, CheckedTreesAreReadyForThePlanner) {
-  static const struct {
-    const char *condition;
-    uint16_t kind;
-    TypeCode type;
-  } cases[] = {
-      {"i = '7'", value_kind::literal, type::bigint},
-      {"i = 7", value_kind::literal, type::bigint},
-      {"d = '7'", value_kind::literal, type::float64},
-      {"c = 'x'", value_kind::string, type::character},
-      {"c = 12", value_kind::string, type::character},
-      {"dd = 20200102", value_kind::date_literal, type::microtimestamp},
-      {"m = '20200102'", value_kind::date_literal, type::microtimestamp},
-  };
-  for (const auto &each : cases) {
-    EvalContext evaluation = context();
-    Node *condition = parse_item(each.condition);
-    ASSERT_TRUE(condition_check(evaluation, condition)) << each.condition;
-    EXPECT_EQ(value_kind::column, condition->first->kind) << each.condition;
-    EXPECT_EQ(tables_->handle, condition->first->value->column.row) << each.condition;
-    EXPECT_EQ(each.kind, condition->second->kind) << each.condition;
-    EXPECT_EQ(each.type, condition->second->value->type) << each.condition;
-  }
 }
 
 TEST_F(EvaluatorRowsTest, ColumnNames) {
   expect({
-      {"i", "7"},
-      {"t.i", "7"},
-      {"w.i", "70"},
-      {"u.i", "70"},
-      {"name", "'you'"},
-      {"t.name", "!150008"},
-      {"W.i", "!150008"},
-      {"I", "!150008"},
-      {"nothing", "!150008"},
-      {"i = nothing", "!150008"},
-      {"t.RowId = rowid", "true"},
-      {"u.rowid = t.rowid", "false"},
+      {"i; t.i; w.i; u.i; name; t.name; W.i; I", "7; 7; 70; 70; 'you'; !150008; !150008; !150008"},
+      {"nothing; i = nothing; t.RowId = rowid; u.rowid = t.rowid", "!150008; !150008; true; false"},
   });
   // An alias comes before a name.
   tables_->next->alias = "t";
@@ -190,25 +123,6 @@ TEST_F(EvaluatorRowsTest, Labels) {
       {"MAX(i)", "MAX(i)"},
   };
   for (const Case &each : cases) EXPECT_EQ(each.result, label(each.expression)) << each.expression;
-}
-
-TEST_F(EvaluatorRowsTest, AggregatesOverRows) {
-  static const Case cases[] = {
-      {"COUNT(*)", "2"},      {"COUNT(b)", "1"},         {"SUM(i)", "15"}, {"AVG(i)", "7.5"},
-      {"MAX(b)", "-5"},       {"MIN(d + 1) * 2", "5.0"}, {"i", "NULL"},    {"i + SUM(i)", "NULL"},
-      {"NVL(c, 'x')", "'x'"}, {"SUM(i) > 14", "true"},
-  };
-  for (const Case &each : cases) {
-    EvalContext evaluation = context();
-    Node *item = parse_item(each.expression);
-    Value value;
-    access_rewind(*tables_);
-    ASSERT_TRUE(expr_check(evaluation, item, CheckLabels::none, nullptr)) << each.expression;
-    while (access_next(*tables_) == RowFetch::row)
-      ASSERT_TRUE(expr_evaluate(evaluation, item, EvalMode::row, &value)) << each.expression;
-    ASSERT_TRUE(expr_evaluate(evaluation, item, EvalMode::total, &value)) << each.expression;
-    EXPECT_EQ(each.result, text_of(value)) << each.expression;
-  }
 }
 
 // --- Accesses

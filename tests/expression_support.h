@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <string>
@@ -108,8 +109,18 @@ class ExpressionTest : public ::testing::Test {
     return checked.label;
   }
 
+  // One or more expressions, with "; " between them.
+  std::string results(const std::string &expressions) {
+    std::string all;
+    for (size_t at = 0; at <= expressions.size();) {
+      const size_t end = std::min(expressions.find("; ", at), expressions.size());
+      all += (at == 0 ? "" : "; ") + result(expressions.substr(at, end - at));
+      at = end + 2;
+    }
+    return all;
+  }
   void expect(std::initializer_list<Case> cases) {
-    for (const Case &each : cases) EXPECT_EQ(each.result, result(each.expression)) << each.expression;
+    for (const Case &each : cases) EXPECT_EQ(each.result, results(each.expression)) << each.expression;
   }
 
   ValueStack stack_;
