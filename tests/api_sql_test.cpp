@@ -449,7 +449,7 @@ TEST_F(Sql, PrintsResultsInColumns) {
   EXPECT_EQ(db.printed("SELECT b FROM t WHERE n = 5"), "b    \n01 02\n03 04\n");
   EXPECT_EQ(db.printed("SELECT NVL(x, n), SQRT(n) AS r FROM t WHERE n < 0"),
             "NVL(x, n)                                 r\n"
-            "                  -7  nan                  \n");
+            "       -7  nan                  \n");
   all_succeed({"SET HVI_SQL_SEL_HDR 'OFF'", "SET HVI_SQL_SEL_SEP ','", "SET HVI_SQL_SEL_NUL_STR 'NULL'"});
   EXPECT_EQ(db.printed("SELECT c, n FROM t WHERE n = -7"), "  NULL,  -7\n");
   EXPECT_EQ(db.printed("SELECT c, n FROM t DUMP INTO 'file'"), "あい,5\n  NULL,-7\n");

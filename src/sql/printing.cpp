@@ -147,7 +147,7 @@ void print_value(const ResultColumn &column, const Value &value, bool last) {
 // NVL may give a value of another class than its column has: it is printed as a column of its own would be.
 void print_odd_value(const ResultColumn &column, const Value &value, bool last) {
   ResultColumn own = column;
-  own.type = value.type;
+  own.type = value.declared != 0 ? value.declared : value.type;
   own.flags = value.flags;
   print_format_column(own);
   print_value(own, value, last);
