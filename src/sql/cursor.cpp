@@ -309,8 +309,12 @@ bool start(Cursor &cursor) {
   CursorRequest &request = cursor.request;
   if (!supported(request)) return false;
   if (request.context.tables != nullptr && !plan_query(request.context, request.condition)) return false;
-  for (TableAccess *access = request.context.tables; access != nullptr; access = access->next)
+  const bool order_shows = request.order_count == 0 && !request.aggregate;
+  for (TableAccess *access = request.context.tables; access != nullptr; access = access->next) {
+    // Rows of a key lie scattered; in the order of their positions each page is read once.
+    if (!order_shows && access->rows != nullptr) rowset_sort(*access->rows);
     access_rewind(*access);
+  }
   const bool done = materialize(cursor);
   access_pause(request.context.tables);
   cursor.pool_used = request.context.pool->used;
