@@ -10,7 +10,6 @@
 #include "data/datetime.h"
 #include "frame/env.h"
 #include "frame/error.h"
-#include "storage/bytes.h"
 #include "support.h"
 
 namespace tovik {
@@ -39,6 +38,10 @@ std::string outcome(Stored stored) {
   return code;
 }
 
+bool is_null(TypeCode code, const uint8_t *stored) {
+  return fetch_value(code, ValueMode::null, stored, nullptr, 5, 0) == Stored::null;
+}
+
 std::string store_text(TypeCode code, const char *text, std::vector<uint8_t> *stored, int p1 = 5) {
   stored->assign(static_cast<size_t>(type_stored_size(code, p1, 0)), 0xEE);
   return outcome(store_value(code, ValueMode::text, text, stored->data(), p1, 0));
@@ -63,29 +66,21 @@ TEST_F(TypesTest, TextIsStoredAndReadBack) {
       {type::tinyint, "-128", "113002", ""},
       {type::ctinyint, "-128", "value", "-128"},
       {type::ctinyint, "-129", "113002", ""},
-      {type::smallint, "-32768", "113002", ""},
-      {type::csmallint, "-32768", "value", "-32768"},
-      {type::int32, "-2147483648", "113002", ""},
       {type::int32, " \t+42", "value", "42"},
-      {type::cint, "-2147483648", "value", "-2147483648"},
       {type::cint, "4294967296", "113002", ""},
       {type::bigint, "9223372036854775807", "value", "9223372036854775807"},
       {type::bigint, "-9223372036854775808", "113002", ""},
       {type::bigint, "-99999999999999999999", "113002", ""},
-      {type::bigint, "99999999999999999999", "113001", ""},
-      {type::cbigint, "-9223372036854775808", "value", "-9223372036854775808"},
       {type::cbigint, "-99999999999999999999", "value", "-9223372036854775808"},
       {type::cbigint, "99999999999999999999", "113001", ""},
       {type::cbigint, "12 ", "113001", ""},
       {type::cbigint, "+-1", "113001", ""},
-      {type::cbigint, "1.0", "113001", ""},
       {type::cbigint, " ", "113001", ""},
       {type::cbigint, "", "113015", ""},
       {type::cbigint, nullptr, "113015", ""},
-      {type::float32, "0.1", "value", "1.000000e-01"},
       {type::float32, "-123456789", "value", "-1.234568e+08"},
       {type::float32, "1e39", "value", "inf"},
-      {type::float64, "-1.5e-300", "value", "-1.50000000000000e-300"},
+      {type::float64, "-1.2345678901234567e-300", "value", "-1.23456789012346e-300"},  // the widest
       {type::float64, "0x1.8p1", "value", "3.00000000000000e+00"},
       {type::float64, "1e-999", "value", "0.00000000000000e+00"},
       {type::float64, "-Infinity", "value", "-inf"},
@@ -94,20 +89,16 @@ TEST_F(TypesTest, TextIsStoredAndReadBack) {
       {type::float64, "-+1", "113001", ""},
       {type::float64, "0x", "113001", ""},
       {type::float64, "0x1p+-1", "113001", ""},
-      {type::float64, "4.9406564584124654e-324", "value", "4.94065645841247e-324"},
       {type::float64, "-0x1p-1074", "value", "-4.94065645841247e-324"},
       {type::float64, "", "113015", ""},
       {type::character, "abcde", "value", "abcde"},
       {type::character, "abcdef", "113003", ""},
-      {type::varchar, "ab", "value", "ab"},
       {type::decimal, "1.50", "value", "1.50"},
       {type::character, "", "null", ""},
       {type::character, nullptr, "113015", ""},
       {type::character, "\xE3\x81", "value", "\xE3\x81"},
       {type::date, "20200101123456", "value", "20200101"},
-      {type::date, "19000229", "113006", ""},
       {type::date, "", "113015", ""},
-      {type::time, "20000229", "value", "20000229000000"},
       {type::time, "20000229235959999999", "value", "20000229235959"},
       {type::microtimestamp, "20000229235959123456", "value", "20000229235959123456"},
   };
@@ -129,7 +120,6 @@ TEST_F(TypesTest, StoredBytes) {
     std::vector<uint8_t> bytes;
   } cases[] = {
       {type::tinyint, "-2", {0xFE}},
-      {type::tinyint, nullptr, {0x80}},
       {type::smallint, nullptr, {0, 0x80}},
       {type::int32, "305419896", {0x78, 0x56, 0x34, 0x12}},
       {type::bigint, nullptr, {0, 0, 0, 0, 0, 0, 0, 0x80}},
@@ -137,11 +127,8 @@ TEST_F(TypesTest, StoredBytes) {
       {type::float32, "1", {0, 0, 0, 0x80, 0x3F}},
       {type::float64, "-2", {0, 0, 0, 0, 0, 0, 0, 0, 0xC0}},
       {type::character, "ab", {'a', 'b', 0, 0, 0}},
-      {type::date, "20200131", {0xE4, 7, 1, 31}},
       {type::date, nullptr, {0xFF, 0xFF, 0, 0}},
-      {type::time, "20200131010203", {0xE4, 7, 1, 31, 1, 2, 3, 0}},
       {type::microtimestamp, "20200131010203000258", {0xE4, 7, 1, 31, 1, 2, 3, 0, 2, 1, 0, 0}},
-      {type::microtimestamp, nullptr, {0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
       {type::text, nullptr, {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0}},
   };
   for (const auto &c : cases) {
@@ -151,7 +138,6 @@ TEST_F(TypesTest, StoredBytes) {
     store_value(c.code, mode, c.text, stored.data(), 5, 0);
     EXPECT_EQ(type_stored_size(c.code, 5, 0), static_cast<int>(stored.size()));
     EXPECT_EQ(stored, c.bytes);
-    EXPECT_EQ(stored_is_null(c.code, stored.data()), c.text == nullptr);
   }
 }
 
@@ -159,20 +145,14 @@ TEST_F(TypesTest, EveryNullReadsBackAsNull) {
   for (TypeCode index = 1; index <= type_count; ++index) {
     const TypeCode code = type_row(index)->code;
     SCOPED_TRACE(type_row(index)->name);
-    uint8_t stored[16];
+    uint8_t stored[16], target[16];
     memset(stored, 0xEE, sizeof stored);
-    if (code == type::byte) {
-      EXPECT_EQ(outcome(store_value(code, ValueMode::null, nullptr, stored, 5, 0)), "13001");
-      EXPECT_FALSE(stored_is_null(code, stored));
-      continue;
-    }
-    EXPECT_EQ(store_value(code, ValueMode::null, nullptr, stored, 5, 0), Stored::null);
-    EXPECT_TRUE(stored_is_null(code, stored));
-    EXPECT_EQ(fetch_value(code, ValueMode::binary, stored, nullptr, 5, 0), Stored::null);
-    uint8_t target[16];
     memset(target, 0xEE, sizeof target);
-    EXPECT_EQ(fetch_value(code, ValueMode::binary, stored, target, 5, 0), Stored::null);
-    if ((code & TYPE_LARGE) == 0) {
+    const bool can_be = code != type::byte;
+    EXPECT_EQ(outcome(store_value(code, ValueMode::null, nullptr, stored, 5, 0)), can_be ? "null" : "13001");
+    EXPECT_EQ(is_null(code, stored), can_be);
+    EXPECT_EQ(fetch_value(code, ValueMode::binary, stored, target, 5, 0) == Stored::null, can_be);
+    if (can_be && (code & TYPE_LARGE) == 0) {
       EXPECT_EQ(target[0], 0);
     }
   }
@@ -180,8 +160,6 @@ TEST_F(TypesTest, EveryNullReadsBackAsNull) {
 
 TEST_F(TypesTest, ArgumentsOutsideTheTableFail) {
   uint8_t stored[16] = {};
-  EXPECT_EQ(type_row(0), nullptr);
-  EXPECT_EQ(type_row(20), nullptr);
   EXPECT_EQ(outcome(store_value(20, ValueMode::null, nullptr, stored, 1, 0)), "13002");
   EXPECT_EQ(outcome(fetch_value(0, ValueMode::null, stored, nullptr, 1, 0)), "13002");
   EXPECT_EQ(outcome(fetch_value(1, ValueMode::null, stored, nullptr, 1, 0)), "13002");  // no class bit
@@ -192,70 +170,42 @@ TEST_F(TypesTest, ArgumentsOutsideTheTableFail) {
 
 TEST_F(TypesTest, DamagedDatesAreRefused) {
   const std::vector<std::vector<uint8_t>> damaged = {
-      {0x10, 0xFF, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0},    {0xE4, 7, 200, 1, 0, 0, 0, 0, 0, 0, 0, 0},
+      {0x11, 0x27, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0},    {0xE4, 7, 200, 1, 0, 0, 0, 0, 0, 0, 0, 0},
       {0xE4, 7, 1, 32, 0, 0, 0, 0, 0, 0, 0, 0},      {0xE4, 7, 1, 1, 24, 0, 0, 0, 0, 0, 0, 0},
       {0xE4, 7, 1, 1, 0, 0, 0xFF, 0, 0, 0, 0, 0},    {0xE4, 7, 1, 1, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF},
       {0xE4, 7, 1, 1, 0, 0, 0, 0, 0x40, 0x42, 15, 0}};
-  for (const auto &stored : damaged) {
-    DateTimeRec record;
-    EXPECT_EQ(outcome(fetch_value(type::microtimestamp, ValueMode::binary, stored.data(), &record, 1, 0)),
-              "13001");
-    EXPECT_EQ(fetch_text(type::microtimestamp, stored), "13001");
-  }
-}
-
-// A zone one hour ahead of UTC, within one day.
-int test_to_utc(DateTimeRec *utc, const DateTimeRec *local) {
-  *utc = *local;
-  return --utc->hour < 0 ? -1 : 0;
-}
-int test_to_local(DateTimeRec *local, const DateTimeRec *utc) {
-  *local = *utc;
-  return ++local->hour > 23 ? -1 : 0;
+  for (const auto &stored : damaged) EXPECT_EQ(fetch_text(type::microtimestamp, stored), "13001");
 }
 
 TEST_F(TypesTest, TimesAreStoredInUtc) {
-  system_driver.local_to_utc = test_to_utc;
-  system_driver.utc_to_local = test_to_local;
   int32_t &gmt_time = env_table[static_cast<int>(Env::gmt_time)].number;
   gmt_time = 0;
   std::vector<uint8_t> stored;
+  // The first and the last hour of the calendar lie outside it in UTC.
+  for (const char *zone : {"EST5", "JST-9"}) {
+    setenv("TZ", zone, 1);
+    ASSERT_EQ(system_driver.sys_start(), 0);
+    for (const char *text : {"00010101000000", "20200101100000", "99991231235959"}) {
+      EXPECT_EQ(store_text(type::time, text, &stored), "value");
+      EXPECT_EQ(fetch_text(type::time, stored), text) << zone;
+    }
+  }
   EXPECT_EQ(store_text(type::time, "20200101100000", &stored), "value");
-  EXPECT_EQ(stored[4], 9);
-  EXPECT_EQ(fetch_text(type::time, stored), "20200101100000");
+  EXPECT_EQ(stored[4], 1);
+  gmt_time = 1;
+  EXPECT_EQ(fetch_text(type::time, stored), "20200101010000");
+  gmt_time = 0;
+  system_driver.local_to_utc = [](DateTimeRec *, const DateTimeRec *) { return -1; };
   EXPECT_EQ(store_text(type::microtimestamp, "20200101000000", &stored), "113001");
   EXPECT_EQ(store_text(type::date, "20200101", &stored), "value");
-
-  EXPECT_EQ(store_text(type::time, "20200101100000", &stored), "value");
   system_driver.utc_to_local = nullptr;  // one slot missing: nothing is converted
-  EXPECT_EQ(fetch_text(type::time, stored), "20200101090000");
-  system_driver.utc_to_local = test_to_local;
-  gmt_time = 1;
-  EXPECT_EQ(fetch_text(type::time, stored), "20200101090000");
-}
-
-TEST_F(TypesTest, SinglesCarrySevenDigits) {
-  const double tenth = 0.1;
-  uint8_t single[5], exact[9];
-  ASSERT_EQ(store_value(type::float32, ValueMode::binary, &tenth, single, 0, 0), Stored::value);
-  ASSERT_EQ(store_value(type::float64, ValueMode::binary, &tenth, exact, 0, 0), Stored::value);
-  double fetched = 0;
-  ASSERT_EQ(fetch_value(type::float32, ValueMode::binary, single, &fetched, 0, 0), Stored::value);
-  EXPECT_EQ(fetched, 0.1);
-  int result = 9;
-  ASSERT_TRUE(compare_stored(type::float32, single, 0, type::float64, exact, &result));
-  EXPECT_EQ(result, 0);
-}
-
-TEST_F(TypesTest, LongestDoubleFitsItsTextSize) {
-  std::vector<uint8_t> stored;
-  EXPECT_EQ(store_text(type::float64, "-1.2345678901234567e-300", &stored), "value");
-  EXPECT_EQ(fetch_text(type::float64, stored), "-1.23456789012346e-300");
+  EXPECT_EQ(store_text(type::time, "20200101100000", &stored), "value");
+  EXPECT_EQ(stored[4], 10);
+  unsetenv("TZ");
 }
 
 TEST_F(TypesTest, StoredPairsThatCannotBeCompared) {
   const uint8_t stored[16] = {};
-  int result = 0;
   const struct {
     TypeCode a, b;
     StatusCode code;
@@ -263,9 +213,10 @@ TEST_F(TypesTest, StoredPairsThatCannotBeCompared) {
       {type::text, type::text, 13003},       {type::blob, type::blob, 13003},
       {type::character, type::int32, 13003}, {type::byte, type::character, 13003},
       {type::date, type::int32, 13003},      {type::character, type::text, 13003},
-      {TYPE_INTEGER, type::int32, 13002},
+      {TypeCode{0x49}, type::int32, 13002},
   };
   for (const auto &c : cases) {
+    int result = 0;
     EXPECT_FALSE(compare_stored(c.a, stored, 4, c.b, stored, &result));
     EXPECT_EQ(error_record().last_code, c.code) << c.a << " and " << c.b;
     err_clear();
@@ -274,101 +225,88 @@ TEST_F(TypesTest, StoredPairsThatCannotBeCompared) {
     EXPECT_EQ(stored_compare_of(code), nullptr);
 }
 
-TEST_F(TypesTest, DatesCompareToTheCoarserPrecision) {
+template <class T>
+std::string bytes_of(const T &value) {
+  return std::string(reinterpret_cast<const char *>(&value), sizeof value);
+}
+
+TEST_F(TypesTest, ValuesOfTwoTypesCompare) {
+  const int64_t exact = 9007199254740993, even = 9007199254740992;
+  const double real = 9007199254740992.0;
   const DateTimeRec early{2020, 1, 1, 10, 0, 0, 0, 5}, late{2020, 1, 1, 10, 0, 0, 0, 6},
       later{2020, 1, 1, 11, 0, 0, 0, 0};
   const struct {
-    TypeCode a, b;
-    const DateTimeRec &left, &right;
+    TypeCode a;
+    std::string left;
+    TypeCode b;
+    std::string right;
     int result;
   } cases[] = {
-      {type::microtimestamp, type::microtimestamp, early, late, -1},
-      {type::microtimestamp, type::time, late, early, 0},
-      {type::time, type::microtimestamp, early, later, -1},
-      {type::date, type::microtimestamp, later, early, 0},
+      {type::bigint, bytes_of(exact), type::cint, bytes_of(even), 1},
+      {type::bigint, bytes_of(exact), type::float64, bytes_of(real), 0},
+      {type::microtimestamp, bytes_of(early), type::microtimestamp, bytes_of(late), -1},
+      {type::microtimestamp, bytes_of(late), type::time, bytes_of(early), 0},
+      {type::time, bytes_of(early), type::microtimestamp, bytes_of(later), -1},
+      {type::date, bytes_of(later), type::microtimestamp, bytes_of(early), 0},
+      {type::blob, bytes_of(1) + "z", TYPE_BINARY, bytes_of(2) + "ab", -1},
+      {type::blob, bytes_of(2) + "a\xFF", type::blob, bytes_of(2) + "ab", 1},
+      {type::blob, bytes_of(-5), type::blob, bytes_of(-5), 0},
   };
   for (const auto &c : cases) {
     int result = 9;
-    ASSERT_TRUE(compare_values(c.a, &c.left, 0, c.b, &c.right, &result));
-    EXPECT_EQ(result, c.result);
+    ASSERT_TRUE(compare_values(c.a, c.left.data(), 0, c.b, c.right.data(), &result));
+    EXPECT_EQ(result, c.result) << "case " << &c - cases;
   }
-}
-
-TEST_F(TypesTest, BinariesCompareByLengthFirst) {
-  const auto binary = [](int32_t length, const char *bytes) {
-    std::string value(4, '\0');
-    memcpy(value.data(), &length, 4);
-    return value + bytes;
-  };
-  const std::string z = binary(1, "z"), ab = binary(2, "ab"), ac = binary(2, "a\xFF"),
-                    damaged = binary(-5, "");
+  // A single counts with the seven digits that it is handed out with.
+  const double tenth = 0.1;
+  uint8_t single[5], twice[9];
+  store_value(type::float32, ValueMode::binary, &tenth, single, 0, 0);
+  store_value(type::float64, ValueMode::binary, &tenth, twice, 0, 0);
+  double fetched = 0;
+  EXPECT_EQ(fetch_value(type::float32, ValueMode::binary, single, &fetched, 0, 0), Stored::value);
+  EXPECT_EQ(fetched, 0.1);
   int result = 9;
-  ASSERT_TRUE(compare_values(type::blob, z.data(), 0, TYPE_BINARY, ab.data(), &result));
-  EXPECT_EQ(result, -1);
-  ASSERT_TRUE(compare_values(type::blob, ac.data(), 0, type::blob, ab.data(), &result));
-  EXPECT_EQ(result, 1);
-  ASSERT_TRUE(compare_values(type::blob, damaged.data(), 0, type::blob, damaged.data(), &result));
-  EXPECT_EQ(result, 0);
-}
-
-TEST_F(TypesTest, IntegersCompareExactlyAndAgainstDoublesAsDoubles) {
-  const int64_t big = 9007199254740993, less = 9007199254740992;
-  const double real = 9007199254740992.0;
-  int result = 9;
-  ASSERT_TRUE(compare_values(type::bigint, &big, 0, type::cint, &less, &result));
-  EXPECT_EQ(result, 1);
-  ASSERT_TRUE(compare_values(type::bigint, &big, 0, type::float64, &real, &result));
+  ASSERT_TRUE(compare_stored(type::float32, single, 0, type::float64, twice, &result));
   EXPECT_EQ(result, 0);
 }
 
 TEST_F(TypesTest, Literals) {
-  int64_t integer = 0;
-  double real = 0;
-  DateTimeRec record;
-  EXPECT_TRUE(parse_literal(TYPE_INTEGER, "-12", true, &integer));
-  EXPECT_EQ(integer, -12);
-  EXPECT_TRUE(parse_literal(type::float64, "1.5", true, &real));
-  EXPECT_EQ(real, 1.5);
-  EXPECT_TRUE(parse_literal(type::microtimestamp, "20200102", true, &record));
-  EXPECT_EQ(record.day, 2);
+  const int64_t integer = -12;
+  const double real = 1.5;
+  const DateTimeRec date{2020, 1, 2, 0, 0, 0, 0, 0};
   const struct {
     TypeCode classes;
     const char *text;
+    std::string value;  // empty: it fails
     StatusCode code;
-  } failures[] = {
-      {TYPE_INTEGER, "9223372036854775808", 113001},
-      {TYPE_INTEGER, "-9223372036854775809", 113001},
-      {TYPE_INTEGER, "1x", 113001},
-      {TYPE_FLOAT, "1e999", 113001},
-      {type::microtimestamp, "2020", 113012},
-      {TYPE_BINARY, "0g", 113013},
-      {TYPE_CHARACTER, "a", 13002},
-      {TYPE_INTEGER, nullptr, 13001},
+  } cases[] = {
+      {TYPE_INTEGER, "-12", bytes_of(integer), 0},
+      {type::float64, "1.5", bytes_of(real), 0},
+      {type::microtimestamp, "20200102", bytes_of(date), 0},
+      {TYPE_BINARY, "", bytes_of(0), 0},
+      {TYPE_BINARY, "ABC", bytes_of(2) + "\xAB\x0C", 0},
+      {TYPE_BINARY, "fF7", bytes_of(2) + "\xFF\x07", 0},
+      {TYPE_INTEGER, "9223372036854775808", "", 113001},
+      {TYPE_INTEGER, "-9223372036854775809", "", 113001},
+      {TYPE_INTEGER, "1x", "", 113001},
+      {TYPE_FLOAT, "1e999", "", 113001},
+      {type::microtimestamp, "2020", "", 113012},
+      {TYPE_BINARY, "0g", "", 113013},
+      {TYPE_CHARACTER, "a", "", 13002},
+      {TYPE_INTEGER, nullptr, "", 13001},
   };
-  uint8_t target[32];
-  for (const auto &c : failures) {
-    EXPECT_FALSE(parse_literal(c.classes, c.text, true, target));
-    EXPECT_EQ(error_record().last_code, c.code) << c.code;
-    err_clear();
-    EXPECT_FALSE(parse_literal(c.classes, c.text, false, target));
-    EXPECT_EQ(error_record().count, 0) << c.code;
-  }
-}
-
-TEST_F(TypesTest, HexadecimalLiterals) {
-  const struct {
-    const char *text;
-    std::vector<uint8_t> bytes;
-  } cases[] = {{"", {}}, {"ABC", {0xAB, 0x0C}}, {"00fF", {0, 0xFF}}, {"7", {7}}};
   for (const auto &c : cases) {
-    uint8_t target[16];
-    ASSERT_TRUE(hex_to_binary(c.text, target));
-    ASSERT_EQ(load_i32(target), static_cast<int32_t>(c.bytes.size())) << c.text;
-    EXPECT_EQ(std::vector<uint8_t>(target + 4, target + 4 + c.bytes.size()), c.bytes);
+    char target[32];
+    EXPECT_EQ(parse_literal(c.classes, c.text, true, target), c.code == 0);
+    EXPECT_EQ(error_record().last_code, c.code) << "case " << &c - cases;
+    EXPECT_TRUE(c.code != 0 || std::string(target, c.value.size()) == c.value) << "case " << &c - cases;
+    err_clear();
+    EXPECT_EQ(parse_literal(c.classes, c.text, false, target), c.code == 0);
+    EXPECT_EQ(error_record().count, 0) << "case " << &c - cases;
   }
 }
 
-// --- Every comparison function against the general comparison, and both against a reference
+// ---- every comparison function against the general comparison, and both against a reference ----
 
 constexpr int text_size = 6;
 
@@ -417,7 +355,7 @@ struct Reference {
 };
 
 Reference reference_of(TypeCode code, const std::vector<uint8_t> &stored) {
-  Reference reference{stored_is_null(code, stored.data()), 0, ""};
+  Reference reference{is_null(code, stored.data()), 0, ""};
   if (type_numeric(code)) {
     char text[40] = "";
     fetch_value(code, ValueMode::text, stored.data(), text, 0, 0);
@@ -459,25 +397,6 @@ TEST_F(TypesTest, RandomStoredValuesAreOrderedAlikeByEveryRoad) {
           << testing::PrintToString(a) << testing::PrintToString(b);
       EXPECT_EQ(general, expected) << testing::PrintToString(a) << testing::PrintToString(b);
       if (testing::Test::HasFailure()) return;
-    }
-  }
-}
-
-TEST_F(TypesTest, RandomValuesSurviveTheirTextForm) {
-  test::Random random;
-  for (TypeCode index = 1; index <= type_count; ++index) {
-    const TypeCode code = type_row(index)->code;
-    if ((code & TYPE_LARGE) != 0 || code == type::byte || code == type::float64) continue;
-    SCOPED_TRACE(type_row(code)->name);
-    for (int i = 0; i < 1000; ++i) {
-      const std::vector<uint8_t> stored = random_stored(random, code);
-      const std::string text = fetch_text(code, stored, text_size);
-      if (text == "null" || text == "13001" || text.empty()) continue;  // 13001: a damaged date
-      std::vector<uint8_t> again;
-      const std::string result = store_text(code, text.c_str(), &again, text_size);
-      if ((code & TYPE_DATETIME) != 0 && result != "value") continue;  // damaged, but fit to be printed
-      ASSERT_EQ(result, "value") << text;
-      EXPECT_EQ(fetch_text(code, again, text_size), text);
     }
   }
 }

@@ -41,16 +41,17 @@ bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
-// --- Date formats
+// ---- date formats ----
 
 struct DateElement {
   const char *name;
   int part;    // as datetime_part takes it
   int digits;  // written
 };
-constexpr DateElement date_elements[] = {{"YYYY", 500, 4}, {"MM", 501, 2}, {"DD", 502, 2}, {"HH24", 503, 2},
-                                         {"MI", 504, 2},   {"SS", 505, 2}, {"FF", 506, 6}};
-constexpr int year_part = 500, microsecond_part = 506;
+constexpr DateElement date_elements[] = {
+    {"YYYY", part_year, 4}, {"MM", part_month, 2},  {"DD", part_day, 2},         {"HH24", part_hour, 2},
+    {"MI", part_minute, 2}, {"SS", part_second, 2}, {"FF", part_microsecond, 6},
+};
 
 char capital(char c) {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
@@ -104,7 +105,7 @@ bool read_element(const DateElement &element, const char **text, int *value) {
   *value = 0;
   for (; digits < element.digits && is_digit(**text); ++digits, ++*text)
     *value = *value * 10 + (**text - '0');
-  if (element.part != microsecond_part) return digits == element.digits;
+  if (element.part != part_microsecond) return digits == element.digits;
   for (int missing = element.digits - digits; missing > 0; --missing) *value *= 10;
   return digits > 0;
 }
@@ -115,8 +116,8 @@ bool text_to_date(const char *text, const char *format, DateTimeRec *date) {
   const Charset &charset = charset_current();
   while (*format != '\0') {
     if (const DateElement *element = element_at(format)) {
-      if (!read_element(*element, &text, &fields[element->part - year_part])) return mismatch();
-      year_seen = year_seen || element->part == year_part;
+      if (!read_element(*element, &text, &fields[element->part - part_year])) return mismatch();
+      year_seen = year_seen || element->part == part_year;
       format += strlen(element->name);
     } else if (is_literal(*format)) {
       for (const char *next = charset.next(format); format != next; ++format, ++text)
@@ -137,7 +138,7 @@ bool text_to_date(const char *text, const char *format, DateTimeRec *date) {
   return check_datetime(type::microtimestamp, *date);
 }
 
-// --- Number formats
+// ---- number formats ----
 
 struct NumberFormat {
   int whole = 0;       // digit places before the point
@@ -257,7 +258,7 @@ bool number_to_text(const Value &value, const char *format, MemoryPool &pool, Va
   return true;
 }
 
-// --- The functions
+// ---- the functions ----
 
 void give_value(const Value &source, Value &result) {
   const char *label = result.label;

@@ -178,7 +178,7 @@ bool check_datetime(TypeCode code, const DateTimeRec &record) {
 }
 
 bool datetime_fields_valid(const DateTimeRec &record) {
-  return record.year >= 0 && record.year <= year_limit && record.month >= 1 && record.month <= 12 &&
+  return record.year >= 0 && record.year <= year_limit + 1 && record.month >= 1 && record.month <= 12 &&
          record.day >= 1 && record.day <= 31 && check_time(record, false) && check_microsecond(record, false);
 }
 
@@ -201,19 +201,19 @@ bool format_datetime(TypeCode code, const DateTimeRec &record, char *text) {
 
 int datetime_part(const DateTimeRec &record, int part) {
   switch (part) {
-    case 500:
+    case part_year:
       return record.year;
-    case 501:
+    case part_month:
       return record.month;
-    case 502:
+    case part_day:
       return record.day;
-    case 503:
+    case part_hour:
       return record.hour;
-    case 504:
+    case part_minute:
       return record.minute;
-    case 505:
+    case part_second:
       return record.second;
-    case 506:
+    case part_microsecond:
       return record.microseconds;
     default:
       return 0;

@@ -13,13 +13,16 @@ namespace tovik {
 [[nodiscard]] bool check_datetime(TypeCode code, const DateTimeRec &record);  // always reports
 
 // Every field within its range, the date not looked at as a whole: what a stored value is checked for before
-// it is handed out.
+// it is handed out. In UTC the calendar's first and last hours may lie in the years 0 and 10000.
 bool datetime_fields_valid(const DateTimeRec &record);
 
 // Digits only: 8 for date, 14 for time, 20 for microtimestamp; text holds 21 bytes. 13001, 13002.
 [[nodiscard]] bool format_datetime(TypeCode code, const DateTimeRec &record, char *text);
 
-// Part codes 500 year to 506 microsecond; any other gives 0.
+inline constexpr int part_year = 500, part_month = 501, part_day = 502, part_hour = 503, part_minute = 504,
+                     part_second = 505, part_microsecond = 506;
+
+// One field of record; 0 for any other part code.
 int datetime_part(const DateTimeRec &record, int part);
 
 inline constexpr int unit_year = 507, unit_month = 508, unit_week = 509, unit_day = 510, unit_hour = 511,

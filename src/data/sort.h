@@ -48,7 +48,7 @@ void sort_store_destroy(SortStore *store);
 // Copies one row: values in exchange form (binary: 32-bit length and bytes), null for NULL. 143101, 1.
 [[nodiscard]] bool sort_store_row(SortStore &store, const void *const *values, const RowNo *positions);
 
-// Sorts by the first directions_count columns of the store in order; NULL is lowest. 61001.
+// Sorts by the first count columns of the store in order; NULL is lowest. 61001.
 [[nodiscard]] bool sort_execute(SortStore &store, const SortDirection *directions, int count);
 
 // Keeps the first of each set of rows equal in all columns (NULL equals NULL), in the order of first

@@ -140,7 +140,7 @@ bool stored_comparable(TypeCode a, TypeCode b) {
          (a & b & TYPE_DATETIME) != 0 || (is_byte(a) && is_byte(b));
 }
 
-// --- Two stored values of one type
+// ---- two stored values of one type ----
 
 // NULL against a value; 2 when both are values.
 constexpr int both_values = 2;

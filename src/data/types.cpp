@@ -44,7 +44,7 @@ Stored fetch_null(ValueMode mode, void *target) {
   return Stored::null;
 }
 
-// --- Integers
+// ---- integers ----
 
 Stored store_integer_null(const IntegerForm &form, uint8_t *target) {
   if (form.flagged) {
@@ -84,7 +84,7 @@ Stored fetch_integer(TypeCode code, ValueMode mode, const uint8_t *stored, void 
   return Stored::value;
 }
 
-// --- Floating point
+// ---- floating point ----
 
 bool is_single(TypeCode code) {
   return type_index(code) == type_index(type::float32);
@@ -125,7 +125,7 @@ Stored fetch_float(TypeCode code, ValueMode mode, const uint8_t *stored, void *t
   return Stored::value;
 }
 
-// --- Character strings
+// ---- character strings ----
 
 Stored store_text(TypeCode, ValueMode mode, const void *source, uint8_t *target, int p1, int) {
   if (mode == ValueMode::null) {
@@ -154,7 +154,7 @@ Stored fetch_text(TypeCode, ValueMode mode, const uint8_t *stored, void *target,
   return Stored::value;
 }
 
-// --- References to large objects
+// ---- references to large objects ----
 
 Stored store_reference(TypeCode, ValueMode mode, const void *source, uint8_t *target, int, int) {
   if (mode == ValueMode::null) {
@@ -172,7 +172,7 @@ Stored fetch_reference(TypeCode, ValueMode mode, const uint8_t *stored, void *ta
   return load_i32(stored) == large_null_length ? Stored::null : Stored::value;
 }
 
-// --- Dates and times
+// ---- dates and times ----
 
 bool keeps_time(TypeCode code) {
   return type_index(code) != type_index(type::date);
@@ -191,6 +191,7 @@ Stored store_datetime(TypeCode code, ValueMode mode, const void *source, uint8_t
     record = load_exchange<DateTimeRec>(source);
     if (!check_datetime(code, record)) return Stored::failed;
   }
+  if (type_index(code) == type_index(type::time)) record.microseconds = 0;
   if (keeps_time(code) && !datetime_to_utc(&record)) return Stored::failed;
   store_datetime_form(code, record, target);
   return Stored::value;
@@ -219,7 +220,7 @@ Stored fetch_datetime(TypeCode code, ValueMode mode, const uint8_t *stored, void
   return Stored::value;
 }
 
-// --- Raw bytes
+// ---- raw bytes ----
 
 Stored store_bytes(TypeCode, ValueMode mode, const void *source, uint8_t *target, int p1, int) {
   if (mode == ValueMode::null || source == nullptr) return failed(status::data_argument);
@@ -326,11 +327,6 @@ Stored fetch_value(TypeCode code, ValueMode mode, const uint8_t *stored, void *t
   const TypeRow *row = type_row(code);
   if (row == nullptr) return failed(status::data_type_unknown);
   return row->fetch(code, target == nullptr ? ValueMode::null : mode, stored, target, p1, p2);
-}
-
-bool stored_is_null(TypeCode code, const uint8_t *stored) {
-  const TypeRow *row = type_row(code);
-  return row != nullptr && row->fetch(row->code, ValueMode::null, stored, nullptr, 0, 0) == Stored::null;
 }
 
 bool parse_literal(TypeCode classes, const char *text, bool report, void *target) {

@@ -81,8 +81,6 @@ int type_text_size(TypeCode code, int p1);
 Stored store_value(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int p1, int p2);
 Stored fetch_value(TypeCode code, ValueMode mode, const uint8_t *stored, void *target, int p1, int p2);
 
-bool stored_is_null(TypeCode code, const uint8_t *stored);  // no failure: byte is never NULL
-
 // Two stored values, NULL lowest: -1, 0 or 1. length: bytes of a character or byte value in its column, above
 // 0. A double that is not a number is above every number and equal to itself, so that the order is total.
 // False with 13002 or 13003.
