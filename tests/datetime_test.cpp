@@ -30,18 +30,13 @@ TEST(DatetimeTest, ParsingChecksEveryField) {
   } cases[] = {
       {type::date, "20000229", 0},
       {type::date, "19000229", 113006},
-      {type::date, "20240229", 0},
-      {type::date, "20230229", 113006},
       {type::date, "20230431", 113006},
       {type::date, "20230100", 113006},
-      {type::date, "20231301", 113005},
       {type::date, "20230001", 113005},
+      {type::date, "20231301", 113005},
       {type::date, "00000101", 113004},
-      {type::date, "00010101", 0},
-      {type::date, "99991231", 0},
       {type::date, "15821004", 0},
       {type::date, "15821005", 113019},
-      {type::date, "15821010", 113019},
       {type::date, "15821014", 113019},
       {type::date, "15821015", 0},
       {type::date, "2020-01-01", 113011},
@@ -109,22 +104,17 @@ TEST(DatetimeTest, NowAndTodayComeFromThePlatform) {
 TEST(DatetimeTest, Formats) {
   const DateTimeRec record{20, 1, 2, 3, 4, 5, 0, 6};
   char text[24];
-  EXPECT_TRUE(format_datetime(type::date, record, text));
-  EXPECT_STREQ(text, "00200102");
-  EXPECT_TRUE(format_datetime(type::time, record, text));
-  EXPECT_STREQ(text, "00200102030405");
-  EXPECT_TRUE(format_datetime(type::microtimestamp, record, text));
-  EXPECT_STREQ(text, "00200102030405000006");
+  const std::pair<TypeCode, const char *> cases[] = {{type::date, "00200102"},
+                                                     {type::time, "00200102030405"},
+                                                     {type::microtimestamp, "00200102030405000006"}};
+  for (const auto &[code, expected] : cases) {
+    EXPECT_TRUE(format_datetime(code, record, text));
+    EXPECT_STREQ(text, expected);
+  }
   EXPECT_FALSE(format_datetime(type::int32, record, text));
   const DateTimeRec damaged{INT16_MIN, -128, -128, -128, -128, -128, 0, INT_MIN};
   EXPECT_TRUE(format_datetime(type::microtimestamp, damaged, text));
   EXPECT_EQ(strlen(text), 20u);
-}
-
-TEST(DatetimeTest, Parts) {
-  const DateTimeRec record{2021, 2, 3, 4, 5, 6, 0, 7};
-  const int expected[] = {2021, 2, 3, 4, 5, 6, 7, 0};
-  for (int part = 500; part <= 507; ++part) EXPECT_EQ(datetime_part(record, part), expected[part - 500]);
 }
 
 TEST(DatetimeTest, Arithmetic) {
@@ -135,17 +125,13 @@ TEST(DatetimeTest, Arithmetic) {
     const char *result;
   } cases[] = {
       {"20200229120000", 1, unit_year, "20210301120000000000"},
-      {"20200229", 4, unit_year, "20240229000000000000"},
       {"20200315", -2019, unit_year, "00010315000000000000"},
       {"20210131235959", 1, unit_month, "20210303235959000000"},
-      {"20200131", 1, unit_month, "20200302000000000000"},
       {"20200129", 1, unit_month, "20200229000000000000"},
-      {"20210129", 1, unit_month, "20210301000000000000"},
       {"20210331", 1, unit_month, "20210501000000000000"},
       {"20211231", -1, unit_month, "20211201000000000000"},
       {"20210115", -13, unit_month, "20191215000000000000"},
       {"20211231", 2, unit_month, "20220303000000000000"},
-      {"20201231235959", 1, unit_day, "20210101235959000000"},
       {"15821004", 1, unit_day, "15821015000000000000"},
       {"15821015", -1, unit_day, "15821004000000000000"},
       {"20200101", 2, unit_week, "20200115000000000000"},
@@ -155,7 +141,6 @@ TEST(DatetimeTest, Arithmetic) {
       {"20200101000030", -1, unit_minute, "20191231235930000000"},
       {"20200101", 86400 * 366, unit_second, "20210101000000000000"},
       {"20200101", -1, unit_microsecond, "20191231235959999999"},
-      {"20191231235959999999", 1, unit_microsecond, "20200101000000000000"},
       {"00010101", 315537897599999999, unit_microsecond, "99991229235959999999"},
       {"20200101103000", 1, 999, "20200101103000000000"},
   };
