@@ -48,17 +48,6 @@ class RowSystemTest : public testing::Test, public StorageFixture {
     if (fetch == RowFetch::failed) found.push_back("failed");
     return found;
   }
-  // Whether another thread can open number, and how many active rows it sees.
-  int seen_elsewhere(RowNo number) {
-    int seen = -1;
-    on_other_thread([&] {
-      RowSystem *rows = row_system_open(number, *sm);
-      if (rows == nullptr) return;
-      seen = static_cast<int>(row_active_count(*rows));
-      row_system_close(rows);
-    });
-    return seen;
-  }
 };
 
 TEST_F(RowSystemTest, NewDatabaseHoldsTheSystemRowAndItsCounters) {
@@ -177,6 +166,7 @@ TEST_F(RowSystemTest, VariableValuesInPieces) {
   EXPECT_EQ(read_variable(*rows, first + 30, 4), "failed");
   EXPECT_EQ(first_status(), status::row_variable_piece);
   EXPECT_EQ(row_delete(*rows, first + 30), RowRead::failed);
+  EXPECT_EQ(error_record().last_code, status::row_delete);
   EXPECT_EQ(first_status(), status::row_flag);
 
   RowNo row = first;
@@ -223,17 +213,11 @@ TEST_F(RowSystemTest, AutoIncrementPairIsFoundAmongScatteredFreeSlots) {
   RowSystem &system = *data_systems(*sm).system_rows;
   for (int i = 0; i < 30; ++i) {
     const uint32_t active = row_active_count(system);
-    RowSystem *rows = create(i % 2 == 0 ? RowKind::fixed_auto : RowKind::variable_auto, 8, i + 1, 1, 0);
+    RowSystem *rows = create(i % 2 == 0 ? RowKind::fixed_auto : RowKind::variable_auto, 8);
     EXPECT_EQ(rows->autoinc_number, rows->number + 41);
     EXPECT_EQ(row_active_count(system), active + 2) << "what was tried on the way is deleted again";
-    const RowNo number = rows->number;
-    row_system_close(rows);
-    ASSERT_TRUE(row_systems_write_counters(*sm));
-    RowSystem *again = row_system_open(number, *sm);
-    ASSERT_NE(again, nullptr) << errors();
-    EXPECT_EQ(row_autoinc_get(*again).init, i + 1);
     if (i % 3 == 0) {
-      EXPECT_TRUE(row_system_drop(again));
+      EXPECT_TRUE(row_system_drop(rows)) << errors();
     }
   }
 }
@@ -246,11 +230,11 @@ TEST_F(RowSystemTest, WrongArgumentsAreRefused) {
   RowNo out = 0;
   char buffer[16];
   const RowCounters before = fixed->counters[0];
-  struct {
+  const struct {
     const char *what;
     StatusCode expected;
     std::function<bool()> call;
-  } const cases[] = {
+  } cases[] = {
       {"data size", status::row_argument, [&] { return row_system_create(*sm, RowKind::fixed, 3, 0, 0, 0); }},
       {"no room for a piece", status::row_argument,
        [&] { return row_system_create(*sm, RowKind::variable, 4, 0, 0, 0); }},
@@ -310,122 +294,24 @@ TEST_F(RowSystemTest, DropFreesEveryPageAndTheRecords) {
   EXPECT_EQ(bm_counters(*sm->bm, part_dat).flst, 0);
 }
 
-TEST_F(RowSystemTest, LevelsAreSeparateUntilTheyMerge) {
-  RowSystem *rows = create(RowKind::fixed_auto, 8);
-  const RowNo number = rows->number;
-  insert(*rows, "level 00");
-  save();
-  begin();
-  insert(*rows, "level 1a");
-  EXPECT_TRUE(row_autoinc_advance(*rows));
-  begin();
-  insert(*rows, "level 2a");
-  EXPECT_EQ(row_active_count(*rows), 3u);
-  EXPECT_EQ(seen_elsewhere(number), 1);
-  rollback();
-  EXPECT_EQ(scan(*rows), (std::vector<std::string>{"level 00", "level 1a"}));
-  begin();
-  insert(*rows, "level 2b");
-  EXPECT_TRUE(row_autoinc_advance(*rows));
-  commit();
-  EXPECT_EQ(seen_elsewhere(number), 1);
-  commit();
-  EXPECT_EQ(seen_elsewhere(number), 3);
-  begin();
-  EXPECT_EQ(row_delete(*rows, row_position(*rows, RowPosition::first)), RowRead::active);
-  EXPECT_TRUE(row_autoinc_advance(*rows));
-  rollback();
-  for (int pass = 0; pass < 2; ++pass) {
-    EXPECT_EQ(scan(*rows), (std::vector<std::string>{"level 00", "level 1a", "level 2b"}));
-    EXPECT_EQ(row_autoinc_get(*rows).next, 3);
-    reopen();
-    ASSERT_NE(rows = row_system_open(number, *sm), nullptr) << errors();
-  }
-}
-
-// An inner level that is given up after its counters were written must not lose those of the outer one.
-TEST_F(RowSystemTest, AbandonedInnerLevelLeavesOuterCountersToBeWritten) {
-  RowSystem *rows = create(RowKind::fixed, 8);
-  const RowNo number = rows->number;
-  save();
-  begin();
-  begin();
-  insert(*rows, "is kept.");
-  commit();
-  begin();
-  insert(*rows, "is lost.");
-  EXPECT_TRUE(row_systems_write_counters(*sm));
-  rollback();
-  commit();
-  reopen();
-  ASSERT_NE(rows = row_system_open(number, *sm), nullptr) << errors();
-  EXPECT_EQ(scan(*rows), std::vector<std::string>{"is kept."});
-}
-
-TEST_F(RowSystemTest, CreatedRowSystemIsTheOwnersUntilCommit) {
-  for (const bool keep : {true, false}) {
-    begin();
-    RowSystem *rows = create(RowKind::fixed, 8);
-    const RowNo number = rows->number;
-    insert(*rows, "a secret");
-    row_system_close(rows);
-    EXPECT_EQ(seen_elsewhere(number), -1);
-    ASSERT_EQ(row_system_open(number, *sm), rows) << "unheld, it stays while the transaction is open";
-    keep ? commit() : rollback();
-    EXPECT_EQ(seen_elsewhere(number), keep ? 1 : -1);
-    row_system_close(rows);
-    RowSystem *again = row_system_open(number, *sm);
-    EXPECT_EQ(again != nullptr, keep);
-    row_system_close(again);
-    err_clear();
-  }
-}
-
-TEST_F(RowSystemTest, DroppedRowSystemIsEverybodyElsesUntilCommit) {
-  for (const bool keep : {false, true}) {
-    RowSystem *rows = create(RowKind::fixed, 8);
-    const RowNo number = rows->number;
-    insert(*rows, "old rows");
-    insert(*rows, "old rows");
-    save();
-    begin();
-    ASSERT_NE(row_system_open(number, *sm), nullptr);
-    ASSERT_TRUE(row_system_drop(rows)) << errors();
-    EXPECT_EQ(row_system_open(number, *sm), nullptr);
-    EXPECT_EQ(seen_elsewhere(number), 2);
-    // The number is given out again inside the transaction.
-    RowSystem *heir = create(RowKind::fixed, 20);
-    EXPECT_EQ(heir->number, number);
-    insert(*heir, filled(20, 'n'));
-    EXPECT_EQ(row_system_open(number, *sm), heir);
-    row_system_close(heir);
-    EXPECT_EQ(seen_elsewhere(number), 2);
-    keep ? commit() : rollback();
-    EXPECT_EQ(seen_elsewhere(number), keep ? 1 : 2);
-    row_system_close(heir);
-    row_system_close(rows);
-    err_clear();
-    rows = row_system_open(number, *sm);
-    ASSERT_NE(rows, nullptr) << errors();
-    EXPECT_EQ(rows->row_size, keep ? 21 : 9);
-    ASSERT_TRUE(row_system_drop(rows)) << errors();
-  }
-}
-
 TEST_F(RowSystemTest, ReloadFollowsTheRecords) {
-  RowSystem *rows = create(RowKind::fixed_auto, 8);
+  RowSystem *rows = create(RowKind::fixed_auto, 600);
   RowSystem *doomed = create(RowKind::fixed, 8);
-  insert(*rows, "existing");
-  save();
-  // What another process did, seen from here: counters and the auto-increment value have moved on.
+  const RowNo row = insert(*rows, filled(600, 'a'));
+  ASSERT_TRUE(row_systems_write_counters(*sm));
   const std::string old = bytes(system_block, rows->number % B, 82);
-  insert(*rows, "inserted");
+  const RowNo second = insert(*rows, filled(600, 'b'));
   ASSERT_TRUE(row_autoinc_advance(*rows) && row_systems_write_counters(*sm));
   const std::string now = bytes(system_block, rows->number % B, 82);
+  bool names = false;
+  EXPECT_TRUE(row_names_slot(*rows, second, &names) && names) << errors();
+  // What another process did, seen from here: counters and the auto-increment value have changed.
   overwrite(system_block, rows->number % B, old);
-  ASSERT_TRUE(row_system_reload(*rows)) << errors();
+  ASSERT_TRUE(row_systems_reload_all(*sm)) << errors();
   EXPECT_EQ(row_active_count(*rows), 1u);
   EXPECT_EQ(row_autoinc_get(*rows).next, 1);
+  EXPECT_TRUE(row_names_slot(*rows, row, &names) && names) << errors();
+  EXPECT_EQ(rows->directory.pages.size(), 1) << "the pages are learnt anew";
   overwrite(system_block, rows->number % B, now);
   overwrite(system_block, doomed->number % B, "D");
   ASSERT_TRUE(row_systems_reload_all(*sm)) << errors();
@@ -433,8 +319,6 @@ TEST_F(RowSystemTest, ReloadFollowsTheRecords) {
   EXPECT_EQ(row_autoinc_get(*rows).next, 2);
   EXPECT_FALSE(rows->state.gone());
   EXPECT_TRUE(doomed->state.gone());
-  EXPECT_FALSE(row_system_reload(*doomed));
-  EXPECT_EQ(first_status(), status::row_system_deleted);
 }
 
 TEST_F(RowSystemTest, ScanKeepsItsPlaceWhileRowsComeAndGo) {
@@ -471,23 +355,20 @@ TEST_F(RowSystemTest, DumpListsEveryLevel) {
   begin();
   testing::internal::CaptureStdout();
   row_system_dump(*rows, "title");
-  const std::string text = testing::internal::GetCapturedStdout();
-  auto counters = [](int level) {
-    return "  --  level : " + std::to_string(level) +
-           " -- \n  row page top    : 6\n  row page last   : 6\n  row page count  : 1\n  row free list   : "
-           "0\n"
-           "  row new offset  : 6161\n  row total count : 1\n  row free count  : 0\n  row active count: 1\n";
-  };
-  auto autoinc = [](int level) {
-    return "  --  auto inc level : " + std::to_string(level) +
-           " -- \n  auto inc init    : 1\n  auto inc step    : 1\n  auto inc next    : 1\n";
-  };
-  EXPECT_EQ(
-      text,
-      "title\n[fixed information]\n  row type        : 0\n  row use type    : 3\n  row size        : 9\n"
-      "[counter information]\n" +
-          counters(0) + counters(1) + "[auto increment]\n" + autoinc(0) + autoinc(1) +
-          "\n[dynamic information]\n  row rno         : 3162\n");
+  std::string counters, increments;
+  for (const char *level : {"0", "1"}) {
+    counters += std::string("  --  level : ") + level +
+                " -- \n  row page top    : 6\n  row page last   : 6\n  row page count  : 1\n"
+                "  row free list   : 0\n  row new offset  : 6161\n  row total count : 1\n"
+                "  row free count  : 0\n  row active count: 1\n";
+    increments += std::string("  --  auto inc level : ") + level +
+                  " -- \n  auto inc init    : 1\n  auto inc step    : 1\n  auto inc next    : 1\n";
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "title\n[fixed information]\n  row type        : 0\n  row use type    : 3\n"
+            "  row size        : 9\n[counter information]\n" +
+                counters + "[auto increment]\n" + increments +
+                "\n[dynamic information]\n  row rno         : 3162\n");
 }
 
 // The last block whose bytes have 32-bit addresses is used, the next is refused before anything is written.
@@ -508,89 +389,57 @@ TEST_F(RowSystemTest, RowNumbersNeverWrap) {
   EXPECT_EQ(first_status(), status::storage_size_limit);
 }
 
-// Whatever a page says, an operation ends with a status; counters stay as they were.
-TEST_F(RowSystemTest, DamagedPagesEndInAStatus) {
-  struct Damage {
-    const char *what;
-    bool variable;
-    std::function<void(RowSystem &, uint32_t second)> damage;
-  } const cases[] = {
-      {"next link 0", false,
-       [&](RowSystem &r, uint32_t) { overwrite(r.counters[0].page_top, 4, u32s({0})); }},
-      {"next link to itself", false,
-       [&](RowSystem &r, uint32_t) { overwrite(r.counters[0].page_top, 4, u32s({r.counters[0].page_top})); }},
-      {"next link far away", false,
-       [&](RowSystem &r, uint32_t) { overwrite(r.counters[0].page_top, 4, u32s({0xFFFFFFFF})); }},
-      {"next link to the system ROW", false,
-       [&](RowSystem &r, uint32_t) { overwrite(r.counters[0].page_top, 4, u32s({system_block})); }},
-      {"previous link", false, [&](RowSystem &, uint32_t second) { overwrite(second, 0, u32s({second})); }},
-      {"flag", false, [&](RowSystem &, uint32_t second) { overwrite(second, 8 + 300 * 4 - 1016, "Z"); }},
-      {"pages in a ring", false,
-       [&](RowSystem &r, uint32_t second) {
-         for (const uint32_t page : {r.counters[0].page_top, second, r.counters[0].page_last})
-           overwrite(page, 8, filled(stream, 'A'));
-         overwrite(r.counters[0].page_top, 0, u32s({r.counters[0].page_last}));
-         overwrite(r.counters[0].page_last, 4, u32s({r.counters[0].page_top}));
-         r.counters[0].new_offset += 100 * B;
-       }},
-      {"link to itself", true,
-       [&](RowSystem &r, uint32_t) {
-         const RowNo last = row_position(r, RowPosition::last);
-         overwrite(last / B, last % B + 1, u32s({last}));
-       }},
-      {"link to nowhere", true,
-       [&](RowSystem &r, uint32_t) {
-         const RowNo last = row_position(r, RowPosition::last);
-         overwrite(last / B, last % B + 1, u32s({5}));
-       }},
-      {"piece deleted", true, [&](RowSystem &r, uint32_t) { overwrite(r.counters[0].page_top, 8, "D"); }},
+// Damage that a walk along links or a use of the free list must notice; counters stay as they were.
+TEST_F(RowSystemTest, DamagedChainsAreRefused) {
+  const auto rows_of_300 = [&](RowKind kind) {
+    RowSystem *rows = create(kind, 299);
+    for (int i = 0; i < 10; ++i) insert(*rows, filled(kind == RowKind::fixed ? 299 : 295, 'f'));
+    return rows;
   };
-  for (const Damage &test : cases) {
-    SCOPED_TRACE(test.what);
-    RowSystem *rows = create(test.variable ? RowKind::variable : RowKind::fixed, 299);
-    RowNo row = 0;
-    if (test.variable) {
-      row = insert(*rows, filled(10 * 295, 'v'));
-    } else {
-      for (int i = 0; i < 10; ++i) row = insert(*rows, filled(299, 'f'));
-    }
-    uint32_t second = load_u32(bytes(rows->counters[0].page_top, 4, 4).data());
-    test.damage(*rows, second);
-    const RowCounters before = rows->counters[0];
-    if (test.variable) {
-      EXPECT_EQ(row_delete(*rows, row), RowRead::failed);
-      EXPECT_NE(first_status(), 0);
-      EXPECT_FALSE(row_update(*rows, &row, "new", 3));
-      EXPECT_NE(first_status(), 0);
-      EXPECT_EQ(memcmp(&before, &rows->counters[0], sizeof before), 0);
-      if (test.what != std::string("link to itself")) {
-        EXPECT_EQ(read_variable(*rows, row, 2950), "failed");
-      }
-      EXPECT_EQ(read_variable(*rows, row, 3000), "failed");
-    } else {
-      EXPECT_EQ(scan(*rows).back(), "failed");
-      EXPECT_NE(first_status(), 0);
-    }
-    err_clear();
+  for (const uint32_t target : {0u, 0xFFFFFFFFu, static_cast<uint32_t>(system_block)}) {
+    RowSystem *rows = rows_of_300(RowKind::fixed);
+    overwrite(rows->counters[0].page_top, 4, u32s({target}));
+    EXPECT_EQ(scan(*rows).back(), "failed") << target;
+    EXPECT_NE(first_status(), 0);
   }
-}
+  RowSystem *ring = rows_of_300(RowKind::fixed);
+  const uint32_t top = ring->counters[0].page_top, last = ring->counters[0].page_last;
+  for (uint32_t page = top; page != 0; page = load_u32(bytes(page, 4, 4).data()))
+    overwrite(page, 8, filled(stream, 'A'));
+  overwrite(top, 0, u32s({last}));
+  overwrite(last, 4, u32s({top}));
+  ring->counters[0].new_offset += 100 * B;
+  EXPECT_EQ(scan(*ring).back(), "failed");
+  EXPECT_NE(first_status(), 0);
 
-TEST_F(RowSystemTest, DamagedFreeListIsRefused) {
+  for (const bool loop : {true, false}) {
+    RowSystem *rows = create(RowKind::variable, 299);
+    RowNo row = insert(*rows, filled(10 * 295, 'v'));
+    const RowNo end = row_position(*rows, RowPosition::first);
+    if (loop)
+      overwrite(end / B, end % B + 1, u32s({end}));
+    else
+      overwrite(end / B, end % B, "D");
+    const RowCounters before = rows->counters[0];
+    EXPECT_EQ(row_delete(*rows, row), RowRead::failed);
+    EXPECT_FALSE(row_update(*rows, &row, "new", 3));
+    EXPECT_EQ(read_variable(*rows, row, 3000), "failed");
+    EXPECT_NE(first_status(), 0);
+    EXPECT_EQ(memcmp(&before, &rows->counters[0], sizeof before), 0);
+  }
+
   RowSystem *rows = create(RowKind::fixed, 8);
-  const RowNo first = insert(*rows, "01234567"), second = insert(*rows, "76543210");
-  EXPECT_EQ(row_delete(*rows, second), RowRead::active);
-  for (const uint32_t link : {1u, 7 * B, 0xFFFFFC00u}) {
-    overwrite(second / B, second % B + 1, u32s({link}));
+  insert(*rows, "01234567");
+  const RowNo freed = insert(*rows, "76543210");
+  EXPECT_EQ(row_delete(*rows, freed), RowRead::active);
+  for (const std::string &slot :
+       {"D" + u32s({1}), "D" + u32s({7 * B}), "D" + u32s({~1023u}), "A" + u32s({0})}) {
+    overwrite(freed / B, freed % B, slot);
     RowNo row = 0;
-    EXPECT_FALSE(row_insert(*rows, "01234567", 8, &row)) << link;
+    EXPECT_FALSE(row_insert(*rows, "01234567", 8, &row));
     EXPECT_EQ(first_status(), status::row_flag);
   }
-  overwrite(second / B, second % B, "A" + u32s({0}));
-  RowNo row = 0;
-  EXPECT_FALSE(row_insert(*rows, "01234567", 8, &row));
-  EXPECT_EQ(first_status(), status::row_flag);
   EXPECT_EQ(rows->counters[0].free_count, 1u);
-  EXPECT_EQ(read(*rows, first), "01234567");
 }
 
 TEST_F(RowSystemTest, DamagedDescriptorsAreRefused) {
@@ -618,47 +467,6 @@ TEST_F(RowSystemTest, DamagedDescriptorsAreRefused) {
   }
   EXPECT_EQ(row_system_open(number + 41, *sm), nullptr) << "an auto-increment record is no descriptor";
   EXPECT_EQ(first_status(), status::row_system_deleted);
-}
-
-int allocations_left = -1;  // -1: no failure is due
-void *(*real_alloc)(size_t) = nullptr;
-void *failing_alloc(size_t size) {
-  return allocations_left >= 0 && allocations_left-- == 0 ? nullptr : real_alloc(size);
-}
-
-TEST_F(RowSystemTest, EveryAllocationMayFail) {
-  const auto work = [this] {
-    const std::string value = filled(5000, 'v');
-    RowSystem *rows = row_system_create(*sm, RowKind::variable_auto, 50, 0, 0, 0);
-    RowNo row = 0;
-    if (rows == nullptr) return false;
-    const bool done = row_insert(*rows, value.data(), 3000, &row) &&
-                      row_update(*rows, &row, value.data(), 5000) &&
-                      read_variable(*rows, row, 5000) == value && row_systems_write_counters(*sm) &&
-                      row_delete(*rows, row) == RowRead::active;
-    EXPECT_TRUE(done || row == 0 || read_variable(*rows, row, 3000) != "failed") << errors();
-    row_system_close(rows);
-    return done;
-  };
-  const int used = used_blocks();
-  int failures = -1;
-  for (bool done = false; !done; ++failures) {
-    SCOPED_TRACE("allocation " + std::to_string(failures + 1));
-    reopen();
-    const uint32_t active = row_active_count(*data_systems(*sm).system_rows);
-    begin();
-    real_alloc = memory_table.mem_alloc;
-    memory_table.mem_alloc = failing_alloc;
-    allocations_left = failures + 1;
-    done = work();
-    allocations_left = -1;
-    memory_table.mem_alloc = real_alloc;
-    EXPECT_EQ(first_status() == 0, done);
-    rollback();
-    EXPECT_EQ(used_blocks(), used);
-    EXPECT_EQ(row_active_count(*data_systems(*sm).system_rows), active);
-  }
-  EXPECT_GT(failures, 8);
 }
 
 // In a database that is full a value either fits or leaves nothing behind.

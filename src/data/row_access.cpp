@@ -133,9 +133,9 @@ bool insert_variable(RowSystem &rows, int level, const void *data, int length, R
 bool update_variable(RowSystem &rows, int level, RowNo *row, const void *data, int length) {
   uint32_t count = 0;
   if (length <= 0) return fail(status::row_length);
-  if (!chain_count(rows, level, *row, &count)) return fail(status::row_variable_delete);
+  if (!chain_count(rows, level, *row, &count)) return fail(status::row_delete);
   if (!chain_reserve(rows, level, length, count)) return fail(status::row_variable_insert);
-  if (!chain_delete(rows, level, *row)) return fail(status::row_variable_delete);
+  if (!chain_delete(rows, level, *row)) return fail(status::row_delete);
   return chain_insert(rows, level, static_cast<const uint8_t *>(data), length, row) ||
          fail(status::row_variable_insert);
 }
@@ -185,7 +185,7 @@ RowRead row_delete(RowSystem &rows, RowNo row) {
     uint32_t count = 0;
     if (row != 0 && chain_count(rows, level, row, &count) && chain_delete(rows, level, row))
       return RowRead::active;
-    err_set(status::row_variable_delete);
+    err_set(status::row_delete);
     return RowRead::failed;
   }
   if (!slot_seek(rows, row, at)) return RowRead::failed;
@@ -249,7 +249,7 @@ bool row_previous(RowSystem &rows, RowNo row, RowNo *previous) {
     back -= at.offset - row_page_stream;
     const uint32_t block = static_cast<uint32_t>(at.page.block());
     const uint32_t link = load_u32(at.page.data() + row_page_previous);
-    if (block == counters.page_top || !row_block_addressable(rows, link))
+    if (block == counters.page_top || !row_block_addressable(rows.block_size, link))
       return fail(status::row_previous_page);
     if (!slot_seek(rows, link * rows.block_size + row_page_stream, at)) return fail(status::row_previous);
     if (load_u32(at.page.data() + row_page_next) != block) return fail(status::row_previous_page);

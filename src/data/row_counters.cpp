@@ -63,15 +63,14 @@ RowCounters load_counters(const uint8_t *at) {
 // Could rows of row_size have these counters? The new offset is tied to the slot count, and the chain to
 // both.
 bool counters_plausible(uint32_t block_size, int64_t row_size, const RowCounters &counters) {
-  RowSystem shape{};
-  shape.block_size = block_size;
-  const int64_t per_page = row_stream_per_page(shape);
+  const int64_t per_page = block_size - row_page_stream;
   const int64_t stream = counters.total_count * row_size;
-  return row_block_addressable(shape, counters.page_top) &&
-         row_block_addressable(shape, counters.page_last) && counters.page_count != 0 &&
-         row_block_addressable(shape, counters.page_count) && counters.free_count <= counters.total_count &&
-         (counters.free_list == 0 || row_number_plausible(shape, counters.free_list)) &&
-         row_number_plausible(shape, counters.new_offset) &&
+  return row_block_addressable(block_size, counters.page_top) &&
+         row_block_addressable(block_size, counters.page_last) &&
+         row_block_addressable(block_size, counters.page_count) &&
+         counters.free_count <= counters.total_count &&
+         (counters.free_list == 0 || row_number_plausible(block_size, counters.free_list)) &&
+         row_number_plausible(block_size, counters.new_offset) &&
          counters.new_offset % block_size == row_page_stream + stream % per_page &&
          stream / per_page < counters.page_count;
 }

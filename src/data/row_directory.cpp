@@ -2,12 +2,10 @@
 // number without reading the table.
 //
 // Invariants
-//   1. The directory knows the first pages.size() pages of the committed chain. A chain grows at its end
-//   only, and
-//      its pages leave it only all together, so what is known stays true until the row system is dropped.
+//   1. The directory knows the first pages.size() pages of the committed chain. A chain grows at its end, and
+//      its pages leave it all together, so what is known stays true until another process has committed.
 //   2. Pages that the open transaction added are never entered: a rollback takes them away again. They are
-//   few and
-//      are walked when asked for.
+//      few and are walked when asked for.
 //
 // Cost: the first question reads every page of the chain once, later ones those added since; 8 bytes of
 // memory per page, and only for row systems that are asked. The storage manager's lock guards the directory.
@@ -80,7 +78,7 @@ bool ordinal_of(RowSystem &rows, const RowCounters &counters, BlockNo block, int
 
 bool row_names_slot(RowSystem &rows, RowNo row, bool *names) {
   *names = false;
-  if (!row_number_plausible(rows, row)) return true;
+  if (!row_number_plausible(rows.block_size, row)) return true;
   const LockGuard guard(rows.sm->lock);
   if (!learn_committed_pages(rows)) return false;
   const RowCounters &counters = row_counters(rows);

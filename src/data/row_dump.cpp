@@ -26,7 +26,7 @@ void dump_counters(const RowCounters &counters, int level) {
 
 void row_system_dump(RowSystem &rows, const char *title) {
   const int levels = data_systems(*rows.sm).open_levels;
-  if (title != nullptr && title[0] != '\0') dump_line(nullptr, 0, "%s", title);
+  if (title != nullptr) dump_line(nullptr, 0, "%s", title);
   dump_line(nullptr, 0, "[fixed information]");
   line("  row type        : %ld", 0);
   line("  row use type    : %ld", static_cast<int64_t>(rows.kind));

@@ -2,8 +2,7 @@
 //   1. The position behind the last slot always lies in a page of the chain: a slot that ends with its page
 //      is written only when the next page is there. The new offset never names a byte outside the chain.
 //   2. Pages behind that of the new offset hold zeros in their stream.
-//   3. The page index of the new offset is total x row size / (B - 8), so that growing the chain needs no
-//   walk.
+//   3. The page index of the new offset is total x row size / (B - 8): growing the chain needs no walk.
 //   4. A page link is followed only to a block whose bytes have 32-bit addresses and whose own previous link
 //      leads back; a walk inside a slot is bounded by the row size.
 #include "data/row_slots.h"
@@ -23,7 +22,7 @@ uint8_t *stream_of(const Page &page) {
 // The page behind page in the chain. next may be page itself.
 bool fetch_next_page(RowSystem &rows, const Page &page, Page &next) {
   const uint32_t link = load_u32(page.data() + row_page_next);
-  if (!row_block_addressable(rows, link)) return fail(status::row_next_page);
+  if (!row_block_addressable(rows.block_size, link)) return fail(status::row_next_page);
   Page found;
   if (!sm_page_get(*rows.sm, static_cast<BlockNo>(link), row_page_group, found))
     return fail(status::row_page_fetch);
@@ -38,7 +37,7 @@ bool position_at(const RowSystem &rows, const Page &page, uint32_t offset, RowNo
   uint32_t block = static_cast<uint32_t>(page.block());
   if (offset == rows.block_size) {
     block = load_u32(page.data() + row_page_next);
-    if (!row_block_addressable(rows, block)) return fail(status::row_next_page);
+    if (!row_block_addressable(rows.block_size, block)) return fail(status::row_next_page);
     offset = row_page_stream;
   }
   *position = block * rows.block_size + offset;
@@ -118,7 +117,7 @@ bool append_page(RowSystem &rows, int level) {
   Page page, last;
   if (!sm_page_new(*rows.sm, row_page_group, page)) return fail(status::row_page_fetch);
   const uint32_t block = static_cast<uint32_t>(page.block());
-  if (!row_block_addressable(rows, block)) {
+  if (!row_block_addressable(rows.block_size, block)) {
     err_set(status::storage_size_limit);
     return give_back(page);
   }
@@ -146,7 +145,7 @@ bool remove_last_page(RowSystem &rows, int level) {
   Page last, previous;
   if (!sm_page_get(*rows.sm, static_cast<BlockNo>(counters.page_last), row_page_group, last)) return false;
   const uint32_t link = load_u32(last.data() + row_page_previous);
-  if (!row_block_addressable(rows, link)) return false;
+  if (!row_block_addressable(rows.block_size, link)) return false;
   if (!sm_page_get(*rows.sm, static_cast<BlockNo>(link), row_page_group, previous)) return false;
   store_u32(previous.data() + row_page_next, 0);
   if (!sm_page_release_write(previous)) return false;
@@ -158,7 +157,7 @@ bool remove_last_page(RowSystem &rows, int level) {
 }  // namespace
 
 bool slot_seek(RowSystem &rows, RowNo row, SlotCursor &at) {
-  if (!row_number_plausible(rows, row)) return fail(status::row_page_fetch);
+  if (!row_number_plausible(rows.block_size, row)) return fail(status::row_page_fetch);
   const BlockNo block = static_cast<BlockNo>(row / rows.block_size);
   at.offset = row % rows.block_size;
   if (at.page.held()) {
@@ -194,7 +193,7 @@ bool slot_read_link(RowSystem &rows, SlotCursor &at, RowNo *link) {
   uint8_t bytes[slot_link + slot_link_size];
   if (!slot_read(rows, at, bytes, sizeof bytes)) return false;
   *link = load_u32(bytes + slot_link);
-  return *link == 0 || row_number_plausible(rows, *link) || fail(status::row_flag);
+  return *link == 0 || row_number_plausible(rows.block_size, *link) || fail(status::row_flag);
 }
 
 SlotImage slot_image(uint8_t flag, const void *data, int length) {

@@ -41,11 +41,11 @@ inline int slot_data_size(const RowSystem &rows) {
 }
 
 // Every byte of the block has a 32-bit address.
-inline bool row_block_addressable(const RowSystem &rows, uint32_t block) {
-  return block != 0 && (uint64_t{block} + 1) * rows.block_size <= uint64_t{1} << 32;
+inline bool row_block_addressable(uint32_t block_size, uint32_t block) {
+  return block != 0 && (uint64_t{block} + 1) * block_size <= uint64_t{1} << 32;
 }
-inline bool row_number_plausible(const RowSystem &rows, RowNo row) {
-  return row_block_addressable(rows, row / rows.block_size) && row % rows.block_size >= row_page_stream;
+inline bool row_number_plausible(uint32_t block_size, RowNo row) {
+  return row_block_addressable(block_size, row / block_size) && row % block_size >= row_page_stream;
 }
 
 // A place in the stream, with its page held. offset may equal the block size: the place is then the first

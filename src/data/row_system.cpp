@@ -67,7 +67,7 @@ bool first_page(RowSystem &rows) {
   Page page;
   if (!sm_page_new(*rows.sm, row_page_group, page)) return fail(status::row_new_page);
   const uint32_t block = static_cast<uint32_t>(page.block());
-  if (!row_block_addressable(rows, block)) {
+  if (!row_block_addressable(rows.block_size, block)) {
     err_set(status::storage_size_limit);
     err_set(status::row_new_page);
     const ErrorScope keep;
@@ -157,6 +157,7 @@ RecordRead records_read(RowSystem &rows) {
   rows.counters[0] = descriptor.counters;
   rows.autoinc[0] = values;
   rows.counters_changed[0] = rows.autoinc_changed[0] = false;
+  rows.directory.pages.clear();
   return RecordRead::ok;
 }
 
@@ -292,12 +293,6 @@ void row_system_close(RowSystem *rows) {
   StorageManager &sm = *rows->sm;
   const LockGuard guard(sm.lock);
   if (--rows->state.references == 0) list_sweep(sm, data_systems(sm).open_levels);
-}
-
-bool row_system_reload(RowSystem &rows) {
-  const LockGuard guard(rows.sm->lock);
-  const RecordRead found = reload(rows);
-  return found == RecordRead::ok || (found == RecordRead::deleted && fail(status::row_system_deleted));
 }
 
 bool row_systems_reload_all(StorageManager &sm) {

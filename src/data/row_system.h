@@ -90,9 +90,8 @@ RowSystem *row_system_open(RowNo number, StorageManager &sm);  // 30021, 30019 a
 [[nodiscard]] bool row_system_drop(RowSystem *rows);
 void row_system_close(RowSystem *rows);  // null is ignored
 
-// Reads descriptor and auto-increment record again into level 0; 30021 when the row system is no more.
-[[nodiscard]] bool row_system_reload(RowSystem &rows);
-// After another process's commit. Handles of row systems that are no more become HandleState::gone.
+// Reads every record again into level 0, after another process's commit. Handles of row systems that are no
+// more become HandleState::gone.
 [[nodiscard]] bool row_systems_reload_all(StorageManager &sm);
 [[nodiscard]] bool row_systems_write_counters(StorageManager &sm);  // 30022, 30023
 
@@ -103,7 +102,8 @@ void row_system_close(RowSystem *rows);  // null is ignored
 // 30015, 30020, 30031.
 [[nodiscard]] bool row_update(RowSystem &rows, RowNo *row, const void *data, int length);
 enum class RowRead { active, deleted, failed };
-// active: deleted now, a variable value with every piece; deleted: the slot was deleted before. 30015, 30031.
+// active: deleted now, a variable value with every piece; deleted: the slot was deleted before. 30015, 30026,
+// 30031.
 [[nodiscard]] RowRead row_delete(RowSystem &rows, RowNo row);
 // The first length bytes of a slot's data. next (optional): position of the following slot. 30010, 30015.
 [[nodiscard]] RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length, RowNo *next);
