@@ -91,7 +91,7 @@ class RowSystemModel {
         for (int i = random_.below(8); i >= 0; --i) change_row(chosen->first, chosen->second);
     }
     if (random_.one_in(4)) {
-      EXPECT_TRUE(row_systems_write_counters(*store_.sm)) << store_.errors();  // as a flush does
+      EXPECT_TRUE(row_systems_write_counters(*store_.sm)) << errors();  // as a flush does
     }
     if (direct) store_.save();
   }
