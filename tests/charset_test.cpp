@@ -61,18 +61,24 @@ std::string converted(int set, const std::string &bytes, uint32_t flags) {
   return std::string(target.data(), static_cast<size_t>(length));
 }
 
+std::string utf8(const std::u16string &units) {
+  std::string bytes(units.size() * 3 + 1, '\0');
+  const int size = system_driver.text_convert(charset_utf8, charset_utf16le, units.c_str(), 0, bytes.data(),
+                                              static_cast<int>(bytes.size()), 0);
+  EXPECT_LT(0, size);
+  return bytes.substr(0, static_cast<size_t>(size - 1));
+}
+
 // One text written in every character set.
 struct Everywhere {
   std::string sjis;
   std::string euc;
-  std::string utf8;
   std::u16string units;
 
   std::string in(int set) const {
     if (set == charset_sjis) return sjis;
     if (set == charset_euc) return euc;
-    if (set == charset_utf8) return utf8;
-    return utf16(units, set == charset_utf16be);
+    return set == charset_utf8 ? utf8(units) : utf16(units, set == charset_utf16be);
   }
 };
 
@@ -107,18 +113,26 @@ TEST(Charset, Boundaries) {
       {charset_sjis, "\xA0", {1}, false},
       {charset_sjis, "\xFD", {1}, false},
       {charset_sjis, "\x82", {1}, false},
+      {charset_sjis, "\x82\x7F", {2}, false},
+      {charset_sjis, "\x82\xFD", {2}, false},
+      {charset_sjis, "\x82\x3F", {2}, false},
       {charset_euc, "a\xA4\xA2\x8E\xB1\x8F\xA1\xA1z", {1, 2, 2, 3, 1}, true},
       {charset_euc, "\xA0", {1}, false},
       {charset_euc, "\x80", {1}, false},
       {charset_euc, "\xFF", {1}, false},
       {charset_euc, "\x8F\xA1", {2}, false},
       {charset_euc, "\xA4", {1}, false},
+      {charset_euc, "\xA4\x41", {2}, false},
+      {charset_euc, "\x8F\xA1\x41", {3}, false},
+      {charset_euc, "\x8E\xA0", {2}, false},
       {charset_utf8, "\x82\xA0\x41", {1, 1, 1}, false},
       {charset_utf8, "a\xC3\xA9\xE3\x81\x82\xF0\x9F\x98\x80", {1, 2, 3, 4}, true},
       {charset_utf8, "\xF8\x88\x80\x80\x80\xFC\x84\x80\x80\x80\x80", {5, 6}, true},
       {charset_utf8, "\xE3\x81", {2}, false},
       {charset_utf8, "\xFF\x80\x80\x80\x80\x80", {6}, false},
       {charset_utf8, "\xC0\x80", {2}, true},
+      {charset_utf8, "\xC3\x41", {2}, false},
+      {charset_utf8, "\xE3\x81\xC2", {3}, false},
       {charset_utf16le, utf16(u"a\u3042\U0001F600", false), {2, 2, 4}, true},
       {charset_utf16be, utf16(u"a\u3042\U0001F600", true), {2, 2, 4}, true},
       {charset_utf16le, "\x00\xDC\x00\xD8"s, {2, 2}, true},
@@ -149,29 +163,10 @@ TEST(Charset, Boundaries) {
   EXPECT_EQ(nullptr, charset_table[charset_utf8]->next(nullptr));
 }
 
-TEST(Charset, MalformedTrailsAreInvalid) {
-  static const struct {
-    int set;
-    const char *text;
-  } cases[] = {
-      {charset_sjis, "\x82\x7F"},
-      {charset_sjis, "\x82\xFD"},
-      {charset_sjis, "\x82\x3F"},
-      {charset_euc, "\xA4\x41"},
-      {charset_euc, "\x8F\xA1\x41"},
-      {charset_euc, "\x8E\xA0"},
-      {charset_utf8, "\xC3\x41"},
-      {charset_utf8, "\xE3\x81\xC2"},
-      {charset_utf8, "\xFE\x80\x80\x80\x80\x80\x80"},
-  };
-  for (const auto &c : cases) EXPECT_FALSE(charset_table[c.set]->valid(c.text)) << hex(c.text);
-}
-
 TEST(Charset, CopyAppendCompare) {
-  const Everywhere text = {"\x82\xA0\x41\x82\xA2", "\xA4\xA2\x41\xA4\xA4", "\xE3\x81\x82\x41\xE3\x81\x84",
-                           u"\u3042A\u3044"};
-  const Everywhere first_two = {"\x82\xA0\x41", "\xA4\xA2\x41", "\xE3\x81\x82\x41", u"\u3042A"};
-  const Everywhere last = {"\x82\xA2", "\xA4\xA4", "\xE3\x81\x84", u"\u3044"};
+  const Everywhere text = {"\x82\xA0\x41\x82\xA2", "\xA4\xA2\x41\xA4\xA4", u"\u3042A\u3044"};
+  const Everywhere first_two = {"\x82\xA0\x41", "\xA4\xA2\x41", u"\u3042A"};
+  const Everywhere last = {"\x82\xA2", "\xA4\xA4", u"\u3044"};
   for (int i = 0; i < charset_count; ++i) {
     const Charset &set = *charset_table[i];
     SCOPED_TRACE(set.name);
@@ -216,53 +211,37 @@ TEST(Charset, Conversions) {
     Everywhere source;
     Everywhere target;
   } cases[] = {
-      {fold_full_digits,
-       {"\x82\x4F\x82\x58", "\xA3\xB0\xA3\xB9", "\xEF\xBC\x90\xEF\xBC\x99", u"\uFF10\uFF19"},
-       {"09", "09", "09", u"09"}},
-      {fold_full_capitals,
-       {"\x82\x60\x82\x79", "\xA3\xC1\xA3\xDA", "\xEF\xBC\xA1\xEF\xBC\xBA", u"\uFF21\uFF3A"},
-       {"AZ", "AZ", "AZ", u"AZ"}},
-      {fold_full_smalls,
-       {"\x82\x81\x82\x9A", "\xA3\xE1\xA3\xFA", "\xEF\xBD\x81\xEF\xBD\x9A", u"\uFF41\uFF5A"},
-       {"az", "az", "az", u"az"}},
+      {fold_full_digits, {"\x82\x4F\x82\x58", "\xA3\xB0\xA3\xB9", u"\uFF10\uFF19"}, {"09", "09", u"09"}},
+      {fold_full_capitals, {"\x82\x60\x82\x79", "\xA3\xC1\xA3\xDA", u"\uFF21\uFF3A"}, {"AZ", "AZ", u"AZ"}},
+      {fold_full_smalls, {"\x82\x81\x82\x9A", "\xA3\xE1\xA3\xFA", u"\uFF41\uFF5A"}, {"az", "az", u"az"}},
       {fold_upper,
-       {"\x82\x81\x82\x9Aiz", "\xA3\xE1\xA3\xFAiz", "\xEF\xBD\x81\xEF\xBD\x9Aiz", u"\uFF41\uFF5Aiz"},
-       {"\x82\x60\x82\x79IZ", "\xA3\xC1\xA3\xDAIZ", "\xEF\xBC\xA1\xEF\xBC\xBAIZ", u"\uFF21\uFF3AIZ"}},
+       {"\x82\x81\x82\x9Aiz", "\xA3\xE1\xA3\xFAiz", u"\uFF41\uFF5Aiz"},
+       {"\x82\x60\x82\x79IZ", "\xA3\xC1\xA3\xDAIZ", u"\uFF21\uFF3AIZ"}},
       {fold_lower,
-       {"\x82\x60\x82\x79@AZ[", "\xA3\xC1\xA3\xDA@AZ[", "\xEF\xBC\xA1\xEF\xBC\xBA@AZ[", u"\uFF21\uFF3A@AZ["},
-       {"\x82\x81\x82\x9A@az[", "\xA3\xE1\xA3\xFA@az[", "\xEF\xBD\x81\xEF\xBD\x9A@az[", u"\uFF41\uFF5A@az["}},
-      {fold_full_space | fold_tab,
-       {"\x81\x40\t", "\xA1\xA1\t", "\xE3\x80\x80\t", u"\u3000\t"},
-       {"  ", "  ", "  ", u"  "}},
+       {"\x82\x60\x82\x79@AZ[", "\xA3\xC1\xA3\xDA@AZ[", u"\uFF21\uFF3A@AZ["},
+       {"\x82\x81\x82\x9A@az[", "\xA3\xE1\xA3\xFA@az[", u"\uFF41\uFF5A@az["}},
+      {fold_full_space | fold_tab, {"\x81\x40\t", "\xA1\xA1\t", u"\u3000\t"}, {"  ", "  ", u"  "}},
       // Small a, mi (before the skipped trail byte of SJIS), mu (after it), n.
       {fold_hiragana,
-       {"\x82\x9F\x82\xDD\x82\xDE\x82\xF1", "\xA4\xA1\xA4\xDF\xA4\xE0\xA4\xF3",
-        "\xE3\x81\x81\xE3\x81\xBF\xE3\x82\x80\xE3\x82\x93", u"\u3041\u307F\u3080\u3093"},
-       {"\x83\x40\x83\x7E\x83\x80\x83\x93", "\xA5\xA1\xA5\xDF\xA5\xE0\xA5\xF3",
-        "\xE3\x82\xA1\xE3\x83\x9F\xE3\x83\xA0\xE3\x83\xB3", u"\u30A1\u30DF\u30E0\u30F3"}},
+       {"\x82\x9F\x82\xDD\x82\xDE\x82\xF1", "\xA4\xA1\xA4\xDF\xA4\xE0\xA4\xF3", u"\u3041\u307F\u3080\u3093"},
+       {"\x83\x40\x83\x7E\x83\x80\x83\x93", "\xA5\xA1\xA5\xDF\xA5\xE0\xA5\xF3", u"\u30A1\u30DF\u30E0\u30F3"}},
       // The ideographic stop, wo, the long mark, a, n and both marks alone.
       {fold_half_katakana,
        {"\xA1\xA6\xB0\xB1\xDDx\xDEx\xDF", "\x8E\xA1\x8E\xA6\x8E\xB0\x8E\xB1\x8E\xDDx\x8E\xDEx\x8E\xDF",
-        "\xEF\xBD\xA1\xEF\xBD\xA6\xEF\xBD\xB0\xEF\xBD\xB1\xEF\xBE\x9Dx\xEF\xBE\x9Ex\xEF\xBE\x9F",
         u"\uFF61\uFF66\uFF70\uFF71\uFF9Dx\uFF9Ex\uFF9F"},
        {"\x81\x42\x83\x92\x81\x5B\x83\x41\x83\x93x\x81\x4Ax\x81\x4B",
         "\xA1\xA3\xA5\xF2\xA1\xBC\xA5\xA2\xA5\xF3x\xA1\xABx\xA1\xAC",
-        "\xE3\x80\x82\xE3\x83\xB2\xE3\x83\xBC\xE3\x82\xA2\xE3\x83\xB3x\xE3\x82\x9Bx\xE3\x82\x9C",
         u"\u3002\u30F2\u30FC\u30A2\u30F3x\u309Bx\u309C"}},
       // KA, TA, HA and HA with their marks: GA, DA, BA, PA.
       {fold_half_katakana,
        {"\xB6\xDE\xC0\xDE\xCA\xDE\xCA\xDF",
         "\x8E\xB6\x8E\xDE\x8E\xC0\x8E\xDE\x8E\xCA\x8E\xDE\x8E\xCA\x8E\xDF",
-        "\xEF\xBD\xB6\xEF\xBE\x9E\xEF\xBE\x80\xEF\xBE\x9E\xEF\xBE\x8A\xEF\xBE\x9E\xEF\xBE\x8A\xEF\xBE\x9F",
         u"\uFF76\uFF9E\uFF80\uFF9E\uFF8A\uFF9E\uFF8A\uFF9F"},
-       {"\x83\x4B\x83\x5F\x83\x6F\x83\x70", "\xA5\xAC\xA5\xC0\xA5\xD0\xA5\xD1",
-        "\xE3\x82\xAC\xE3\x83\x80\xE3\x83\x90\xE3\x83\x91", u"\u30AC\u30C0\u30D0\u30D1"}},
+       {"\x83\x4B\x83\x5F\x83\x6F\x83\x70", "\xA5\xAC\xA5\xC0\xA5\xD0\xA5\xD1", u"\u30AC\u30C0\u30D0\u30D1"}},
       // Nothing applies.
       {fold_full_digits,
-       {"\x82\x60\xB1\x81\x40z", "\xA3\xC1\x8E\xB1\xA1\xA1z", "\xEF\xBC\xA1\xEF\xBD\xB1\xE3\x80\x80z",
-        u"\uFF21\uFF71\u3000z"},
-       {"\x82\x60\xB1\x81\x40z", "\xA3\xC1\x8E\xB1\xA1\xA1z", "\xEF\xBC\xA1\xEF\xBD\xB1\xE3\x80\x80z",
-        u"\uFF21\uFF71\u3000z"}},
+       {"\x82\x60\xB1\x81\x40z", "\xA3\xC1\x8E\xB1\xA1\xA1z", u"\uFF21\uFF71\u3000z"},
+       {"\x82\x60\xB1\x81\x40z", "\xA3\xC1\x8E\xB1\xA1\xA1z", u"\uFF21\uFF71\u3000z"}},
   };
   for (const auto &c : cases) {
     for (int set = 0; set < charset_count; ++set) {
@@ -277,12 +256,8 @@ TEST(Charset, EveryHalfKatakana) {
       u"。「」、・ヲァィゥェォャュョッーアイウエオカキクケコサシスセソタチツテトナニヌネノハヒフヘホ"
       u"マミムメモヤユヨラリルレロワン゛゜";
   for (int i = 0; i < 63; ++i) {
-    const std::string utf8 = {'\xEF', static_cast<char>(0x80 | ((0xFF61 + i) >> 6 & 0x3F)),
-                              static_cast<char>(0x80 | ((0xFF61 + i) & 0x3F))};
-    char wide[16];
-    const std::string target = converted(charset_utf8, utf8, fold_half_katakana);
-    ASSERT_EQ(4, system_driver.text_convert(charset_utf16le, charset_utf8, target.c_str(), 0, wide, 16, 0));
-    EXPECT_EQ(utf16({&full[i], 1}, false), std::string(wide, 2)) << i;
+    const std::u16string half(1, static_cast<char16_t>(0xFF61 + i));
+    EXPECT_EQ(utf8({full[i]}), converted(charset_utf8, utf8(half), fold_half_katakana)) << i;
     // SJIS and EUC write the same JIS character: two rows to a lead byte in SJIS, one in EUC.
     const std::string sjis = converted(charset_sjis, {static_cast<char>(0xA1 + i)}, fold_half_katakana);
     const std::string euc = converted(charset_euc, {'\x8E', static_cast<char>(0xA1 + i)}, fold_half_katakana);
@@ -323,15 +298,15 @@ TEST(Charset, Classes) {
     unsigned classes;  // bit n: class n
     unsigned wide_classes;
   } cases[] = {
-      {{"", "", "", u""}, 0x001, 0x001},
-      {{"a", "a", "a", u"a"}, 0x002, 0x006},
-      {{"\x81\x40", "\xA1\xA1", "\xE3\x80\x80", u"\u3000"}, 0x00C, 0x00C},
-      {{"\x82\x60", "\xA3\xC1", "\xEF\xBC\xA1", u"\uFF21"}, 0x014, 0x014},
-      {{"\x82\x9A", "\xA3\xFA", "\xEF\xBD\x9A", u"\uFF5A"}, 0x024, 0x024},
-      {{"\x82\x58", "\xA3\xB9", "\xEF\xBC\x99", u"\uFF19"}, 0x044, 0x044},
-      {{"\x82\xF1", "\xA4\xA2", "\xE3\x82\x96", u"\u3096"}, 0x084, 0x084},
-      {{"\x83\x96", "\xA5\xA2", "\xE3\x83\xBE", u"\u30FE"}, 0x104, 0x104},
-      {{"\x82\x59", "\xA3\xBA", "\xEF\xBC\x9A", u"\uFF1A"}, 0x004, 0x004},
+      {{"", "", u""}, 0x001, 0x001},
+      {{"a", "a", u"a"}, 0x002, 0x006},
+      {{"\x81\x40", "\xA1\xA1", u"\u3000"}, 0x00C, 0x00C},
+      {{"\x82\x60", "\xA3\xC1", u"\uFF21"}, 0x014, 0x014},
+      {{"\x82\x9A", "\xA3\xFA", u"\uFF5A"}, 0x024, 0x024},
+      {{"\x82\x58", "\xA3\xB9", u"\uFF19"}, 0x044, 0x044},
+      {{"\x82\xF1", "\xA4\xA2", u"\u3096"}, 0x084, 0x084},
+      {{"\x83\x96", "\xA5\xA2", u"\u30FE"}, 0x104, 0x104},
+      {{"\x82\x59", "\xA3\xBA", u"\uFF1A"}, 0x004, 0x004},
   };
   for (const auto &c : cases) {
     for (int set = 0; set < charset_count; ++set) {
