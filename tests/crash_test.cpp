@@ -31,6 +31,8 @@ const Setting settings[] = {
     {"ReusedStorage", "HVI_TRAN_HISTORY=0", small_caches},
     {"FreshStorage", "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF", small_caches},
     {"KeptHistory", "HVI_TRAN_HISTORY=1;HVI_TRAN_HISTORY_SAVE=ON", small_caches},
+    {"LargeBlocks", "", small_caches + ";BLOCK_SIZE=4096"},
+    {"OneStorage", "", small_caches + ";TYPE2=RAW;SIZE_DAT=80B;SIZE_TRN=60B"},
 };
 
 // A run recorded: what the disk did, and the committed state after each step.
@@ -196,6 +198,12 @@ TEST_P(CrashTest, EveryCallOfAWorkload) {
                      "UPDATE account SET balance = balance + 50 WHERE number = 2",
                      "COMMIT TRANSACTION",
                      "BEGIN TRANSACTION",
+                 } +
+                 person_rows(10, 40) +
+                 Statements{
+                     "UPDATE person SET name = 'moved' WHERE id > 30",
+                     "COMMIT TRANSACTION",
+                     "BEGIN TRANSACTION",
                      "DROP TABLE person",
                      "ROLLBACK TRANSACTION",
                      "CREATE INDEX account_balance ON account (balance)",
@@ -220,6 +228,7 @@ TEST_P(CrashTest, RandomWorkload) {
                                             : "COMMIT TRANSACTION");
     in_transaction = !in_transaction;
   }
+  if (in_transaction) statements.push_back("COMMIT TRANSACTION");
   const Recording run = record(GetParam().params, made_database(GetParam().params, {}), statements, true);
   report(run, examine_run(GetParam().params, run, {.singles = 2, .randoms = 1, .recoveries = 20}));
 }

@@ -2,7 +2,6 @@
 // gets status codes; the process neither crashes nor runs for ever.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -33,11 +32,6 @@ void time_is_up(int) {
 
 int silent_print(const char *, ...) {
   return 0;
-}
-
-int rounds(int normal) {
-  const char *text = getenv("TOVIK_TEST_SCALE");
-  return normal * (text == nullptr ? 1 : atoi(text));
 }
 
 class DamageTest : public testing::Test {
@@ -163,7 +157,7 @@ TEST_F(DamageTest, RandomDamageOfAClosedDatabase) {
   ASSERT_EQ(use(intact), static_cast<int>(battery.size()) + 2);
   Random random;
   int opened = 0;
-  const int count = rounds(1500);
+  const int count = 1500 * scale();
   for (int round = 0; round < count && !HasFailure(); ++round) {
     DiskImage image = intact;
     std::string what;
@@ -202,7 +196,7 @@ TEST_F(DamageTest, RandomDamageOfACommitRecord) {
     });
   }
   ASSERT_FALSE(images.empty());
-  const int count = rounds(1000);
+  const int count = 1000 * scale();
   for (int round = 0; round < count && !HasFailure(); ++round) {
     DiskImage image = images[static_cast<size_t>(random.below(static_cast<int>(images.size())))];
     Bytes &trn = image["t.trn"];

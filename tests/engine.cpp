@@ -236,6 +236,11 @@ std::string table_text(Session &session, const std::string &name) {
 
 }  // namespace
 
+int scale() {
+  const char *text = getenv("TOVIK_TEST_SCALE");
+  return text == nullptr ? 1 : std::max(atoi(text), 1);
+}
+
 Engine::Engine(const std::string &settings) {
   if (kld_api_init(settings.c_str()) != 0) ADD_FAILURE() << "the library does not start: " << first_status();
 }

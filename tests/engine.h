@@ -16,6 +16,9 @@ struct Database;
 
 namespace tovik::test {
 
+// How much more than usual a test does: TOVIK_TEST_SCALE, 1 unless set.
+int scale();
+
 // The library, started with settings such as "HVI_TRAN_HISTORY=0" until the end of the scope.
 class Engine {
  public:

@@ -374,7 +374,7 @@ DiskImage StoppedDisk::image(const Choice &choice, Random &random) const {
       change_sectors(operation, sectors_kept(operation, fate, random), target->second);
   }
   DiskImage result;
-  for (const auto &[name, file] : names) result[name] = files[file];
+  for (const auto &[name, file] : names) result[name] = std::move(files[file]);
   return result;
 }
 

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -279,10 +280,10 @@ class Bank {
   static constexpr int64_t total = accounts * 100;
 
   struct Shared {
-    int64_t acknowledged[writers];  // transfers
-    int32_t failure;                // the first unexpected status
-    char what[200];                 // a wrong sum, or the statement that failed
-    int64_t reads;
+    std::atomic<int64_t> acknowledged[writers];  // transfers
+    std::atomic<int32_t> failure;                // the first unexpected status
+    char what[200];                              // a wrong sum, or the statement that failed
+    std::atomic<int64_t> reads;
   };
 
   Bank() {
@@ -308,15 +309,21 @@ class Bank {
     const Engine engine("");
     Session session(params);
     std::mt19937_64 random(seed);
-    std::string rows;
     if (!session.open()) note(session.open_status(), "open");
-    check(session.query("SELECT transfers FROM progress WHERE writer = " + std::to_string(writer), &rows),
-          "progress");
-    int64_t done = atoll(rows.c_str());
+    int64_t done = transfers(session, writer);
     if (done < shared_->acknowledged[writer]) note(-2, "an acknowledged transfer is gone");
     shared_->acknowledged[writer] = done;  // seen, so it stays
     for (;;)
       if (transfer(session, random, writer, done + 1)) shared_->acknowledged[writer] = ++done;
+  }
+
+  // The same as a thread that shares a database and ends after some tries.
+  void write_some(Session *database, int writer, uint64_t seed, int tries) {
+    Session session(database);
+    std::mt19937_64 random(seed);
+    for (int i = 0; i < tries; ++i)
+      if (transfer(session, random, writer, shared_->acknowledged[writer] + 1))
+        ++shared_->acknowledged[writer];
   }
 
   [[noreturn]] void read(const std::string &params) {
@@ -324,19 +331,34 @@ class Bank {
     Session session(params);
     if (!session.open()) note(session.open_status(), "open");
     for (;;) {
-      std::string row;
-      const StatusCode status = session.query("SELECT SUM(balance), COUNT(*) FROM account", &row);
-      const std::string expected = std::to_string(total) + "|" + std::to_string(accounts) + "\n";
-      if (status == 0 && row != expected) note(-2, row.c_str());
-      check(status, "SELECT SUM");
-      ++shared_->reads;
+      read_once(session);
       usleep(500);
     }
+  }
+
+  void read_some(Session *database, int tries) {
+    Session session(database);
+    for (int i = 0; i < tries; ++i) read_once(session);
+  }
+
+  int64_t transfers(Session &session, int writer) {
+    std::string row;
+    check(session.query("SELECT transfers FROM progress WHERE writer = " + std::to_string(writer), &row),
+          "progress");
+    return atoll(row.c_str());
   }
 
   const Shared &shared() const { return *shared_; }
 
  private:
+  void read_once(Session &session) {
+    std::string row;
+    const StatusCode status = session.query("SELECT SUM(balance), COUNT(*) FROM account", &row);
+    const std::string expected = std::to_string(total) + "|" + std::to_string(accounts) + "\n";
+    if (status == 0 && row != expected) note(-2, row.c_str());
+    if (check(status, "SELECT SUM")) ++shared_->reads;
+  }
+
   bool transfer(Session &session, std::mt19937_64 &random, int writer, int64_t number) {
     const std::string amount = std::to_string(random() % 50);
     const std::string from = std::to_string(random() % accounts), to = std::to_string(random() % accounts);
@@ -362,13 +384,36 @@ class Bank {
   }
 
   void note(StatusCode status, const char *what) {
-    if (shared_->failure != 0) return;
-    shared_->failure = status;
+    int32_t none = 0;
+    if (!shared_->failure.compare_exchange_strong(none, status)) return;
     snprintf(shared_->what, sizeof shared_->what, "%s", what);
   }
 
   Shared *shared_;
 };
+
+TEST_F(ProcessTest, RandomTransfersOfThreads) {
+  create(Bank::statements());
+  const Engine engine("");
+  Session database(params());
+  ASSERT_TRUE(database.open()) << database.open_status();
+  Bank bank;
+  Random random;
+  std::vector<std::thread> threads;
+  for (int writer = 0; writer < Bank::writers; ++writer)
+    threads.emplace_back(&Bank::write_some, &bank, &database, writer, random.next(), 40 * scale());
+  for (int reader = 0; reader < 2; ++reader)
+    threads.emplace_back(&Bank::read_some, &bank, &database, 200 * scale());
+  for (std::thread &thread : threads) thread.join();
+  ASSERT_EQ(bank.shared().failure, 0) << bank.shared().what;
+  EXPECT_EQ(database_fault(database), "");
+  for (int writer = 0; writer < Bank::writers; ++writer) {
+    EXPECT_GT(bank.shared().acknowledged[writer], 0);
+    EXPECT_EQ(bank.transfers(database, writer), bank.shared().acknowledged[writer]);
+  }
+  bank.read_some(&database, 1);
+  ASSERT_EQ(bank.shared().failure, 0) << bank.shared().what;
+}
 
 TEST_F(ProcessTest, RandomTransfersSurviveRandomKills) {
   create(Bank::statements());
@@ -384,9 +429,7 @@ TEST_F(ProcessTest, RandomTransfersSurviveRandomKills) {
   pid_t pids[Bank::writers + 2];
   for (int i = 0; i < Bank::writers + 2; ++i) pids[i] = start(i < Bank::writers ? i : -1);
 
-  const char *scale = getenv("TOVIK_TEST_SCALE");
-  const auto end =
-      std::chrono::steady_clock::now() + std::chrono::seconds(5 * (scale == nullptr ? 1 : atoi(scale)));
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5 * scale());
   int kills = 0;
   while (std::chrono::steady_clock::now() < end && bank.shared().failure == 0) {
     usleep(static_cast<useconds_t>(1000 + random.below(60000)));
@@ -417,7 +460,7 @@ TEST_F(ProcessTest, RandomTransfersSurviveRandomKills) {
   EXPECT_GT(transfers, 0);
   EXPECT_GT(bank.shared().reads, 0);
   printf("%d kills, %lld transfers, %lld reads\n", kills, static_cast<long long>(transfers),
-         static_cast<long long>(bank.shared().reads));
+         static_cast<long long>(bank.shared().reads.load()));
 }
 
 }  // namespace

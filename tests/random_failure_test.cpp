@@ -117,7 +117,8 @@ TEST_P(RandomFailureTest, RandomUnits) {
     auto reference = std::make_unique<Session>(model);
     std::string state;
     int failed = 0, after_failure = 0;
-    for (int round = 0; round < 1000 && !HasFailure(); ++round) {
+    const int rounds = 1000 * scale();
+    for (int round = 0; round < rounds && !HasFailure(); ++round) {
       const Statements unit = random_unit(random_);
       std::vector<StatusCode> outcomes;
       if (unit.size() == 1) begin(*reference);
@@ -157,7 +158,7 @@ TEST_P(RandomFailureTest, RandomUnits) {
       session = std::make_unique<Session>(subject);
       reference = std::make_unique<Session>(model);
     }
-    printf("%d of 1000 units failed, %d of them took effect\n", failed, after_failure);
+    printf("%d of %d units failed, %d of them took effect\n", failed, rounds, after_failure);
   }
   EXPECT_EQ(memory_.blocks(), blocks) << "blocks leaked";
 }
