@@ -219,6 +219,14 @@ std::string row_lines(const std::string &name, const std::string &rows) {
   return result;
 }
 
+std::string index_text(const Btree &index) {
+  const BtreeDefinition &definition = index.definition;
+  std::string text = btree_is_unique(index) ? ", unique " : ", index ";
+  text += definition.index_name;
+  for (int i = 0; i < definition.part_count; ++i) text += " " + std::to_string(definition.parts[i].column);
+  return text;
+}
+
 std::string table_text(Session &session, const std::string &name) {
   Table *table = table_open(session.database(), name.c_str());
   if (table == nullptr) return status_text("table " + name, first_status());
@@ -226,8 +234,7 @@ std::string table_text(Session &session, const std::string &name) {
   for (int i = 0; i < table->column_count; ++i)
     text += std::string(i > 0 ? ", " : "") + table->columns[i].name;
   text += ")";
-  for (int i = 0; i < table->index_count; ++i)
-    text += std::string(" ") + table->indices[i]->definition.index_name;
+  for (int i = 0; i < table->index_count; ++i) text += index_text(*table->indices[i]);
   table_close(table);
   std::string rows;
   const StatusCode status = session.query("SELECT * FROM " + name, &rows);

@@ -69,6 +69,8 @@ class RandomFailureTest : public testing::TestWithParam<const char *> {
     for (size_t i = 0; i < unit.size(); ++i) {
       const StatusCode status = session.run(unit[i]);
       if (status == outcomes[i]) continue;
+      unexpected_ =
+          std::to_string(status) + " for " + std::to_string(outcomes[i]) + ": " + unit[i].substr(0, 60);
       if (unit.size() > 1) roll_back(session);
       return false;
     }
@@ -102,6 +104,7 @@ class RandomFailureTest : public testing::TestWithParam<const char *> {
     fault_driver::load(content);
   }
 
+  std::string unexpected_;
   CountedMemory memory_;
   Random random_;
 };
@@ -134,7 +137,7 @@ TEST_P(RandomFailureTest, RandomUnits) {
       std::string trace = "round " + std::to_string(round) + ", " + what;
       for (const std::string &sql : unit) trace += "\n" + sql.substr(0, 100);
       SCOPED_TRACE(trace);
-      EXPECT_TRUE(done || what != no_failure);
+      EXPECT_TRUE(done || what != no_failure) << unexpected_;
       if (random_.one_in(10)) {
         session.reset();
         session = std::make_unique<Session>(subject);

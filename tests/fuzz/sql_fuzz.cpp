@@ -11,16 +11,22 @@ using namespace tovik::test;
 namespace {
 
 const std::string database = "NAME=t;DRV_NO=101;BLOCK_SIZE=1024;CACHE_RTS=0";
+const std::string settings = "HVI_TRAN_HISTORY=0;HVI_SQL_BUF_SIZE=65536";
 
 int silent_print(const char *, ...) {
   return 0;
+}
+
+FILE *no_stream(const char *, const char *) {
+  return nullptr;
 }
 
 const DiskImage &prepared() {
   static const DiskImage image = [] {
     fault_driver::install();
     tovik::system_driver.print = silent_print;
-    static const Engine engine("HVI_TRAN_HISTORY=0;HVI_SQL_BUF_SIZE=65536");
+    tovik::system_driver.stream_open = no_stream;
+    const Engine engine(settings);
     return made_database(database, schema() + person_rows(0, 5) +
                                        Statements{"CREATE TABLE t (a bigint, b double, c date, d blob)",
                                                   "CREATE INDEX t_a ON t (a)",
@@ -32,7 +38,9 @@ const DiskImage &prepared() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  fault_driver::load(prepared());
+  const DiskImage &image = prepared();
+  const Engine engine(settings);  // anew, for SET
+  fault_driver::load(image);
   Session session(database);
   const std::string text(reinterpret_cast<const char *>(data), size);
   std::string rows;
