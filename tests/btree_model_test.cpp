@@ -39,6 +39,7 @@ class ModelRun {
       : store_(store), random_(random), config_(config) {
     index_ = btree_create(*store.sm, config.made);
     EXPECT_NE(index_, nullptr) << test::errors();
+    used_ = store.used_blocks();
   }
   ~ModelRun() { btree_close(index_); }
 
@@ -223,6 +224,7 @@ class ModelRun {
     while (!model_.empty() && !testing::Test::HasFailure()) remove();
     EXPECT_EQ(walk(*index_).leaf_counts, std::vector<int>{0});
     EXPECT_EQ(btree_pages(*index_).count, 1u);
+    EXPECT_EQ(store_.used_blocks(), used_);
   }
 
   std::string context() const {
@@ -235,7 +237,7 @@ class ModelRun {
   Btree *index_ = nullptr;
   Model model_;
   std::vector<Model> saved_;
-  int step_ = 0;
+  int used_ = 0, step_ = 0;
 };
 
 TEST(BtreeRandomModel, AgreesWithAMap) {

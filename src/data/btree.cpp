@@ -5,9 +5,9 @@
 //   1. At most one handle of a descriptor is visible at a level; a row number that is dropped and given out
 //      again in one transaction has two handles, one visible to the owner and one to everybody else.
 //   2. While a transaction is open every handle stays on the list, held or not: opening an index anew would
-//      take the transaction's counters for committed ones.
+//      take the transaction's counters for committed ones. So does a handle with unwritten counters.
 //   3. Counters that differ from their record are marked at their level, and are written before that level's
-//      pages: by write_counters, or by the last close outside a transaction.
+//      pages (btrees_write_counters).
 #include <cassert>
 
 #include "data/btree_tree.h"
@@ -22,7 +22,7 @@ BlockNo block_count(const StorageManager &sm) {
   return sm_level(sm) > 0 ? tm_counters(*sm.tm).bcnt : bm_counters(*sm.bm, part_dat).bcnt;
 }
 
-// ---- records
+// ---- records ----
 
 BtreeName stored_name(const char *name) {
   BtreeName stored = {};
@@ -76,7 +76,7 @@ bool same_tree(const Btree &a, const Btree &b) {
          memcmp(a.definition.parts, b.definition.parts, sizeof(a.definition.parts)) == 0;
 }
 
-// ---- the list
+// ---- the list ----
 
 void handle_add(Btree *index) {
   DataSystems &systems = data_systems(*index->sm);
@@ -85,24 +85,12 @@ void handle_add(Btree *index) {
   systems.btrees = index;
 }
 
-void handle_free(Btree *index) {
-  Btree **link = &data_systems(*index->sm).btrees;
-  while (*link != index) link = &(*link)->next;
-  *link = index->next;
-  mem_delete(index);
-}
-
-// Frees the handles that nobody holds, unless an open transaction keeps them (invariant 2).
 void list_sweep(StorageManager &sm) {
-  const bool transaction = data_systems(sm).open_levels > 0;
-  Btree *next;
-  for (Btree *index = data_systems(sm).btrees; index != nullptr; index = next) {
-    next = index->next;
-    if (index->state.references == 0 && (index->state.gone() || !transaction)) handle_free(index);
-  }
+  handles_sweep(&data_systems(sm).btrees, data_systems(sm).open_levels,
+                [](const Btree &index) { return index.pages_changed[0]; });
 }
 
-// ---- creation
+// ---- creation ----
 
 // Gives the definition its normal form; the statuses of the caller's mistakes.
 bool definition_normalise(BtreeDefinition &definition) {
@@ -163,7 +151,7 @@ bool support_sizes_fit(const DataSystems &systems) {
 
 }  // namespace
 
-// ---- the support rows: the first two systems of the database
+// ---- the support rows: the first two systems of the database ----
 
 bool btree_create_system(StorageManager &sm) {
   DataSystems &systems = data_systems(sm);
@@ -186,7 +174,7 @@ bool btree_open_system(StorageManager &sm) {
   return support_sizes_fit(systems) || fail(status::btree_support_open);
 }
 
-// ---- handles
+// ---- handles ----
 
 Btree *btree_create(StorageManager &sm, const BtreeDefinition &definition, const char *table_name) {
   Btree *index = mem_new<Btree>();
@@ -245,16 +233,16 @@ void btree_close(Btree *index) {
   StorageManager &sm = *index->sm;
   const LockGuard guard(sm.lock);
   assert(index->state.references > 0);
-  if (--index->state.references > 0) return;
-  if (!index->state.gone()) {
-    if (data_systems(sm).open_levels > 0) return;
-    if (index->pages_changed[0]) (void)counter_write(*index, 0);
-  }
-  handle_free(index);
+  if (--index->state.references == 0) list_sweep(sm);
 }
 
 void btrees_close(StorageManager &sm) {
-  while (data_systems(sm).btrees != nullptr) handle_free(data_systems(sm).btrees);
+  DataSystems &systems = data_systems(sm);
+  while (systems.btrees != nullptr) {
+    Btree *index = systems.btrees;
+    systems.btrees = index->next;
+    mem_delete(index);
+  }
 }
 
 const char *btree_table_name(const Btree &index) {
@@ -271,7 +259,7 @@ bool btree_rename_table(Btree &index, const char *name) {
   return true;
 }
 
-// ---- counters and levels
+// ---- counters and levels ----
 
 bool btrees_write_counters(StorageManager &sm) {
   const LockGuard guard(sm.lock);

@@ -9,6 +9,8 @@
 
 #include <cstdint>
 
+#include "platform/platform.h"
+
 namespace tovik {
 
 struct HandleState {
@@ -44,5 +46,21 @@ struct HandleState {
       dropped_level = 0;
   }
 };
+
+// Frees the handles on a list that nobody holds: all that are gone, the others only while no transaction is
+// open and when they carry nothing that is not in the file yet.
+template <class Handle, class Unwritten>
+void handles_sweep(Handle **link, int open_levels, Unwritten unwritten) {
+  while (*link != nullptr) {
+    Handle *handle = *link;
+    const bool useless = handle->state.gone() || (open_levels == 0 && !unwritten(*handle));
+    if (handle->state.references > 0 || !useless) {
+      link = &handle->next;
+      continue;
+    }
+    *link = handle->next;
+    mem_delete(handle);
+  }
+}
 
 }  // namespace tovik

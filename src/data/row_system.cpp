@@ -42,24 +42,9 @@ RowSystem *list_find(StorageManager &sm, RowNo number) {
   return rows;
 }
 
-bool unwritten(const RowSystem &rows) {
-  return rows.counters_changed[0] || rows.autoinc_changed[0];
-}
-
-// Frees the handles that nobody holds and that carry nothing: all that are gone, the others only while no
-// transaction is open.
-void list_sweep(StorageManager &sm, int open_levels) {
-  RowSystem **link = &data_systems(sm).rows;
-  while (*link != nullptr) {
-    RowSystem *rows = *link;
-    const bool useless = rows->state.gone() || (open_levels == 0 && !unwritten(*rows));
-    if (rows->state.references > 0 || !useless) {
-      link = &rows->next;
-      continue;
-    }
-    *link = rows->next;
-    mem_delete(rows);
-  }
+void list_sweep(StorageManager &sm) {
+  handles_sweep(&data_systems(sm).rows, data_systems(sm).open_levels,
+                [](const RowSystem &rows) { return rows.counters_changed[0] || rows.autoinc_changed[0]; });
 }
 
 // The first page, zero-filled, and counters that describe it, at every level.
@@ -292,14 +277,14 @@ void row_system_close(RowSystem *rows) {
   if (rows == nullptr) return;
   StorageManager &sm = *rows->sm;
   const LockGuard guard(sm.lock);
-  if (--rows->state.references == 0) list_sweep(sm, data_systems(sm).open_levels);
+  if (--rows->state.references == 0) list_sweep(sm);
 }
 
 bool row_systems_reload_all(StorageManager &sm) {
   const LockGuard guard(sm.lock);
   DataSystems &systems = data_systems(sm);
   if (reload(*systems.system_rows) == RecordRead::failed) return false;
-  list_sweep(sm, systems.open_levels);
+  list_sweep(sm);
   for (RowSystem *rows = systems.rows; rows != nullptr; rows = rows->next) {
     if (rows == systems.system_rows || rows->state.gone()) continue;
     const RecordRead found = reload(*rows);
@@ -326,13 +311,13 @@ void row_systems_level_merged(StorageManager &sm, int level) {
     rows->autoinc_changed[level - 1] = rows->autoinc_changed[level];
     rows->state.level_merged(level);
   }
-  list_sweep(sm, level - 1);
+  list_sweep(sm);
 }
 
 void row_systems_level_dropped(StorageManager &sm, int level) {
   for (RowSystem *rows = data_systems(sm).rows; rows != nullptr; rows = rows->next)
     rows->state.level_dropped(level);
-  list_sweep(sm, level - 1);
+  list_sweep(sm);
 }
 
 void row_systems_close(StorageManager &sm) {
