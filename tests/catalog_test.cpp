@@ -12,96 +12,67 @@ std::string zeros(int bytes) {
   return std::string(static_cast<size_t>(2 * bytes), '0');
 }
 
-TEST(CatalogRecords, TableRecordBytes) {
-  TableRecord record = {0x01020304, 0x11121314, 0x21222324, 0x31323334, 200, 16, 3, 7, "orders"};
-  uint8_t bytes[table_record_size];
-  table_record_encode(record, bytes);
-  EXPECT_EQ(hex(bytes, table_record_size),
-            "04030201"
-            "14131211"
-            "24232221"
-            "34333231"
-            "c800"
-            "1000"
-            "0300"
-            "0700"
+const TableRecord table_record = {0x01020304, 0x11121314, 0x21222324, 0x31323334, 5, 2, 1, 3, "orders"};
+const Column text_column = {type::text, 2, 5, 6, 7, true, false, 10, 14, 1, 0x51525354, "price"};
+
+TEST(CatalogRecords, Bytes) {
+  uint8_t table[table_record_size], column[column_record_size];
+  table_record_encode(table_record, table);
+  column_record_encode(77, text_column, column);
+  EXPECT_EQ(hex(table, table_record_size),
+            "04030201141312112423222134333231"
+            "0500020001000300"
             "6f7264657273" +
                 zeros(26));
-  TableRecord back;
-  ASSERT_TRUE(table_record_decode(bytes, &back));
-  EXPECT_STREQ(back.name, "orders");
-  EXPECT_EQ(back.record_size, 0x31323334);
-}
-
-TEST(CatalogRecords, ColumnRecordBytes) {
-  Column column = {type::text, 9, 5, 6, 7, true, true, 0x41424344, 14, 2, 0x51525354, "price"};
-  uint8_t bytes[column_record_size];
-  column_record_encode(0x61626364, column, bytes);
-  EXPECT_EQ(hex(bytes, column_record_size),
-            "64636261"
-            "54535251"
-            "02000000"
-            "44434241"
-            "0900"
-            "0e12"
-            "0500"
-            "0600"
-            "0700"
-            "01"
-            "01"
+  EXPECT_EQ(hex(column, column_record_size),
+            "4d00000054535251010000000a000000"
+            "02000e12050006000700"
+            "0100"
             "7072696365" +
                 zeros(27));
+  TableRecord record;
+  ASSERT_TRUE(table_record_decode(table, &record));
+  EXPECT_STREQ(record.name, "orders");
+  EXPECT_EQ(record.record_size, 0x31323334);
   Column back = {};
-  ASSERT_TRUE(column_record_decode(bytes, 0x61626364, 9, 0x7fffffff, &back));
+  ASSERT_TRUE(column_record_decode(column, 77, 2, 100, &back));
   EXPECT_EQ(back.stored_size, 14);
   EXPECT_EQ(back.overflow_rows, 0x51525354u);
 }
 
 // One field of a good record at a time gets a value that cannot be.
 TEST(CatalogRecords, DamageIsRefused) {
-  const TableRecord good = {10, 20, 30, 100, 5, 2, 1, 3, "t"};
-  struct {
+  struct Damage {
     const char *what;
     int offset, size;
     uint32_t value;
-  } const damages[] = {{"no rows", 0, 4, 0},          {"no columns row", 4, 4, 0},
-                       {"indices, no list", 8, 4, 0}, {"record size 3", 12, 4, 3},
-                       {"negative size", 12, 4, ~0u}, {"no columns", 16, 2, 0},
-                       {"201 columns", 16, 2, 201},   {"17 indices", 18, 2, 17},
-                       {"6 of 5 large", 20, 2, 6},    {"auto column 6 of 5", 22, 2, 6},
-                       {"empty name", 24, 1, 0}};
-  for (const auto &damage : damages) {
+  };
+  const Damage tables[] = {{"no rows", 0, 4, 0},          {"no columns row", 4, 4, 0},
+                           {"indices, no list", 8, 4, 0}, {"record size 3", 12, 4, 3},
+                           {"negative size", 12, 4, ~0u}, {"no columns", 16, 2, 0},
+                           {"201 columns", 16, 2, 201},   {"17 indices", 18, 2, 17},
+                           {"6 of 5 large", 20, 2, 6},    {"auto column 6 of 5", 22, 2, 6},
+                           {"empty name", 24, 1, 0}};
+  for (const Damage &damage : tables) {
     uint8_t bytes[table_record_size];
-    table_record_encode(good, bytes);
     TableRecord record;
-    ASSERT_TRUE(table_record_decode(bytes, &record));
+    table_record_encode(table_record, bytes);
     memcpy(bytes + damage.offset, &damage.value, static_cast<size_t>(damage.size));
     EXPECT_FALSE(table_record_decode(bytes, &record)) << damage.what;
+    table_record_encode(table_record, bytes);
+    memset(bytes + 24, 'x', name_limit + 1);
+    EXPECT_FALSE(table_record_decode(bytes, &record));
   }
-  uint8_t long_name[table_record_size];
-  table_record_encode(good, long_name);
-  memset(long_name + 24, 'x', name_limit + 1);
-  TableRecord record;
-  EXPECT_FALSE(table_record_decode(long_name, &record));
-}
-
-TEST(CatalogRecords, DamagedColumnIsRefused) {
-  const Column good = {type::text, 2, 5, 6, 7, false, false, 10, 14, 1, 99, "c"};
-  struct {
-    const char *what;
-    int offset, size;
-    uint32_t value;
-  } const damages[] = {{"other table", 0, 4, 78},       {"large without rows", 4, 4, 0},
-                       {"no ordinal", 8, 4, 0},         {"offset past the record", 12, 4, 87},
-                       {"negative offset", 12, 4, ~0u}, {"other number", 16, 2, 3},
-                       {"no such type", 18, 2, 0x43f},  {"type with wrong class", 18, 2, 0x4e},
-                       {"byte", 18, 2, type::byte},     {"not large", 18, 2, type::int32},
-                       {"negative p2", 22, 2, 0x8000},  {"empty name", 28, 1, 0}};
-  for (const auto &damage : damages) {
+  const Damage columns[] = {{"other table", 0, 4, 78},       {"large without rows", 4, 4, 0},
+                            {"no ordinal", 8, 4, 0},         {"offset past the record", 12, 4, 87},
+                            {"negative offset", 12, 4, ~0u}, {"other number", 16, 2, 3},
+                            {"no such type", 18, 2, 0x43f},  {"type with wrong class", 18, 2, 0x4e},
+                            {"byte", 18, 2, type::byte},     {"not large", 18, 2, type::int32},
+                            {"negative p2", 22, 2, 0x8000},  {"empty name", 28, 1, 0}};
+  for (const Damage &damage : columns) {
     uint8_t bytes[column_record_size];
-    column_record_encode(77, good, bytes);
     Column column = {};
-    ASSERT_TRUE(column_record_decode(bytes, 77, 2, 100, &column));
+    column_record_encode(77, text_column, bytes);
     memcpy(bytes + damage.offset, &damage.value, static_cast<size_t>(damage.size));
     EXPECT_FALSE(column_record_decode(bytes, 77, 2, 100, &column)) << damage.what;
   }
@@ -170,6 +141,7 @@ TEST(Catalog, TableValidation) {
   const std::vector<ColumnDefinition> one = {column("a", type::int32)};
   const auto number = [](TypeCode type) { return auto_increment(column("a", type)); };
   const std::vector<ColumnDefinition> wide(201, column("a", type::int32));
+  const AutoIncrementOptions ones = {1, 1, 1};
   struct {
     const char *what;
     std::string name;
@@ -177,27 +149,23 @@ TEST(Catalog, TableValidation) {
     AutoIncrementOptions options;
     StatusCode expected;
   } const cases[] = {
-      {"table name of 21 bytes", name21, one, {1, 1, 1}, status::table_name_length},
-      {"201 columns", "t", wide, {1, 1, 1}, status::too_many_columns},
-      {"existing table", "taken", one, {1, 1, 1}, status::table_exists},
-      {"no column name", "t", {column("", type::int32)}, {1, 1, 1}, status::column_no_name},
-      {"column name of 21 bytes", "t", {column(name21, type::int32)}, {1, 1, 1}, status::column_name_length},
-      {"rowid", "t", {column("RowID", type::int32)}, {1, 1, 1}, status::column_name_reserved},
-      {"same name twice",
-       "t",
-       {one[0], column("b", type::int32), one[0]},
-       {1, 1, 1},
-       status::column_name_twice},
-      {"char without size", "t", {column("a", type::character, 0, 1)}, {1, 1, 1}, status::column_parameter_1},
-      {"char with p2 0", "t", {column("a", type::character, 10, 0)}, {1, 1, 1}, status::column_parameter_2},
-      {"varchar with p2 4", "t", {column("a", type::varchar, 10, 4)}, {1, 1, 1}, status::column_parameter_2},
-      {"date with a size", "t", {column("a", type::date, 8)}, {1, 1, 1}, status::column_parameter_1},
-      {"byte", "t", {column("a", type::byte, 8)}, {1, 1, 1}, status::column_type},
-      {"unknown type", "t", {column("a", 0x4f)}, {1, 1, 1}, status::column_type},
+      {"table name of 21 bytes", name21, one, ones, status::table_name_length},
+      {"201 columns", "t", wide, ones, status::too_many_columns},
+      {"existing table", "taken", one, ones, status::table_exists},
+      {"no column name", "t", {column("", type::int32)}, ones, status::column_no_name},
+      {"column name of 21 bytes", "t", {column(name21, type::int32)}, ones, status::column_name_length},
+      {"rowid", "t", {column("RowID", type::int32)}, ones, status::column_name_reserved},
+      {"same name twice", "t", {one[0], column("b", type::int32), one[0]}, ones, status::column_name_twice},
+      {"char without size", "t", {column("a", type::character, 0, 1)}, ones, status::column_parameter_1},
+      {"char with p2 0", "t", {column("a", type::character, 10, 0)}, ones, status::column_parameter_2},
+      {"varchar with p2 4", "t", {column("a", type::varchar, 10, 4)}, ones, status::column_parameter_2},
+      {"date with a size", "t", {column("a", type::date, 8)}, ones, status::column_parameter_1},
+      {"byte", "t", {column("a", type::byte, 8)}, ones, status::column_type},
+      {"unknown type", "t", {column("a", 0x4f)}, ones, status::column_type},
       {"text auto increment",
        "t",
        {auto_increment(column("a", type::text))},
-       {1, 1, 1},
+       ones,
        status::auto_increment_type},
       {"init 0", "t", {number(type::int32)}, {0, 1, 1}, status::auto_increment_init},
       {"step 0", "t", {number(type::int32)}, {1, 0, 1}, status::auto_increment_step},
@@ -208,7 +176,7 @@ TEST(Catalog, TableValidation) {
       {"two auto columns",
        "t",
        {number(type::int32), auto_increment(column("b", type::cint))},
-       {1, 1, 1},
+       ones,
        status::auto_increment_twice},
   };
   for (const auto &test : cases) {
@@ -352,11 +320,10 @@ TEST(Catalog, RenameTableAndColumn) {
   struct {
     const char *from, *to;
     StatusCode expected;
-  } const columns[] = {{"x", "y", status::column_missing},
-                       {"rowid", "y", status::column_missing},
-                       {"a", "b", status::column_name_twice},
-                       {"a", "rowid", status::column_name_reserved},
-                       {"a", "123456789012345678901", status::column_name_length}};
+  } const columns[] = {
+      {"x", "y", status::column_missing},    {"rowid", "y", status::column_missing},
+      {"a", "b", status::column_name_twice}, {"a", "RowID", status::column_name_twice},
+      {"a", "", status::column_no_name},     {"a", "123456789012345678901", status::column_name_length}};
   for (const auto &test : columns) {
     EXPECT_FALSE(column_rename(db, "old", test.from, test.to));
     EXPECT_EQ(first_status(), test.expected) << test.from << " " << test.to;
@@ -442,68 +409,6 @@ TEST(Catalog, DropGivesEverythingBack) {
   EXPECT_EQ(row_active_count(*db.index_rows), 0u);
   EXPECT_FALSE(table_drop(db, "t"));
   EXPECT_EQ(first_status(), status::table_missing);
-}
-
-// Random bytes in the catalog's records: opening the table ends in a status or in a definition that is sound.
-TEST(Catalog, DamageRandom) {
-  Engine engine;
-  TestDatabase store;
-  ASSERT_TRUE(
-      store.create_table("t", {column("a", type::int32), column("b", type::text), column("c", type::date)}));
-  ASSERT_TRUE(index_create(*store.db, "t", index_on("i", {"c", "a"})));
-  RowNo id, columns, list;
-  {
-    Rows rows(*store.db, "t");
-    ASSERT_TRUE(rows.insert({"1", "text", "20200101"}));
-    id = rows.handle->table->id;
-    columns = rows.handle->table->columns_row;
-    list = rows.handle->table->index_list_row;
-  }
-  Database &db = *store.db;
-  Random random;
-  int opened = 0, refused = 0;
-  const auto damage = [&](RowSystem &rows, RowNo row) {
-    Page page;
-    const uint32_t block_size = static_cast<uint32_t>(bm_block_size(*db.storage->bm));
-    const uint32_t at = row % block_size + 1 + static_cast<uint32_t>(random.below(rows.row_size - 1));
-    if (at >= block_size) return;
-    ASSERT_TRUE(sm_page_get(*db.storage, static_cast<BlockNo>(row / block_size), 0, page));
-    page.data()[at] =
-        static_cast<uint8_t>(random.one_in(2) ? random.below(256) : page.data()[at] ^ 1 << random.below(8));
-    ASSERT_TRUE(sm_page_release_write(page));
-  };
-  for (int i = 0; i < 500; ++i) {
-    store.begin();
-    tables_forget_all(db);
-    switch (random.below(3)) {
-      case 0:
-        damage(*db.table_rows, id);
-        break;
-      case 1:
-        damage(*db.column_rows, columns);
-        break;
-      default:
-        damage(*db.index_rows, list);
-        break;
-    }
-    if (Table *table = table_open(db, "t")) {
-      ++opened;
-      for (int c = 0; c < table->column_count; ++c)
-        EXPECT_LE(table->columns[c].offset + table->columns[c].stored_size, table->record_size);
-      table_close(table);
-    } else {
-      ++refused;
-      const StatusCode code = error_record().last_code;
-      EXPECT_GE(code, status::table_record_read);
-      EXPECT_LE(code, status::table_index_open);
-      err_clear();
-    }
-    tables_forget_all(db);
-    store.rollback();
-  }
-  EXPECT_GT(opened, 10);
-  EXPECT_GT(refused, 100);
-  EXPECT_EQ(Rows(db, "t").all().size(), 1u);
 }
 
 }  // namespace

@@ -4,8 +4,7 @@
 //
 // Invariants
 //   1. Keys ascend in a page, and along the siblings of a level. A separator is not below any key of its
-//   child
-//      and below every key to the right of that child.
+//      child, and below every key to the right of that child.
 //   2. All leaves of a tree lie at one depth, at most btree_depth_limit.
 //   3. A tree's root keeps its page number. Only a root may be an empty leaf.
 //   4. Every page of every tree of an index is in the index's allocation chain.
@@ -20,7 +19,7 @@
 
 namespace tovik {
 
-// ---- pages of an index
+// ---- pages of an index ----
 
 // A page of any kind; 32002.
 [[nodiscard]] bool btree_page_get(Btree &index, uint32_t block, Page &page);
@@ -34,7 +33,7 @@ inline BtreePages &btree_pages(Btree &index) {
   return index.pages[sm_level(*index.sm)];
 }
 
-// ---- one tree
+// ---- one tree ----
 
 struct Tree {
   Btree *index;
@@ -90,7 +89,7 @@ struct TreePath {
 enum class NextLeaf { leaf, end, failed };
 NextLeaf tree_next_leaf(const Tree &tree, Page &leaf, uint32_t &pages_left);
 
-// ---- page searches
+// ---- page searches ----
 
 void btree_choose_search(Btree &index);
 // The sign of a against b over the first part_count key parts.
@@ -99,7 +98,7 @@ int btree_key_compare(const Btree &index, const uint8_t *a, const uint8_t *b, in
 BtreePosition btree_value_position(const Btree &index, const uint8_t *values, int count,
                                    const uint8_t *value);
 
-// ---- values of a NORMAL key; item is the key's master leaf item in its held page
+// ---- values of a NORMAL key; item is the key's master leaf item in its held page ----
 
 // The value part for a new key with one value; may make its overflow tree. 32019.
 [[nodiscard]] bool values_build(Btree &index, const uint8_t *value, uint8_t *part);
@@ -112,7 +111,7 @@ ValueRemove values_remove(Btree &index, uint8_t *item, const uint8_t *value);  /
 // Appends the row numbers of a master leaf item of any index; a payload gives none. 32028.
 [[nodiscard]] bool item_collect(Btree &index, uint8_t *item, RowSet &rows);
 
-// ---- a caller's value and its stored bytes
+// ---- a caller's value and its stored bytes ----
 
 inline RowNo btree_load_row(const uint8_t *value, int size) {
   RowNo row = 0;

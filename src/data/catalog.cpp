@@ -10,15 +10,6 @@
 
 namespace tovik {
 
-BtreeFind table_name_find(Database &db, const char *name, RowNo *id) {
-  char key[name_size];
-  name_encode(name, key);
-  uint8_t value[4];
-  const BtreeFind found = btree_find_value(*db.table_names, reinterpret_cast<uint8_t *>(key), value);
-  if (found == BtreeFind::found) *id = load_u32(value);
-  return found;
-}
-
 bool row_system_drop_shared(const RowSystem &rows) {
   RowSystem *held = row_system_open(rows.number, *rows.sm);
   if (held == nullptr) return false;
@@ -31,17 +22,15 @@ bool table_record_write(const Table &table, StatusCode status) {
   uint8_t bytes[table_record_size];
   table_record_encode(definition_record(table), bytes);
   RowNo row = table.id;
-  return row_update(*table.db->table_rows, &row, bytes, table_record_size) ? true : fail(status);
+  return row_update(*table.db->table_rows, &row, bytes, table_record_size) || fail(status);
 }
 
 namespace {
 
 bool table_name_insert(Database &db, const char *name, RowNo id) {
-  char key[name_size];
-  name_encode(name, key);
   uint8_t value[4];
   store_u32(value, id);
-  switch (btree_insert(*db.table_names, reinterpret_cast<uint8_t *>(key), value)) {
+  switch (btree_insert(*db.table_names, NameKey(name), value)) {
     case BtreeInsert::inserted:
       return true;
     case BtreeInsert::exists:
@@ -53,13 +42,9 @@ bool table_name_insert(Database &db, const char *name, RowNo id) {
 }
 
 bool table_name_delete(Database &db, const char *name, RowNo id) {
-  char key[name_size];
-  name_encode(name, key);
   uint8_t value[4];
   store_u32(value, id);
-  return btree_delete(*db.table_names, reinterpret_cast<uint8_t *>(key), value)
-             ? true
-             : fail(status::table_name_delete);
+  return btree_delete(*db.table_names, NameKey(name), value) || fail(status::table_name_delete);
 }
 
 // ---- building a table ----
@@ -280,14 +265,8 @@ bool table_rename(Database &db, const char *name, const char *new_name) {
   const TableHold old(table_open(db, name));
   if (old.get() == nullptr) return false;
   RowNo id;
-  switch (table_name_find(db, new_name, &id)) {
-    case BtreeFind::failed:
-      return fail(status::table_name_search);
-    case BtreeFind::found:
-      return fail(status::table_exists);
-    case BtreeFind::absent:
-      break;
-  }
+  if (!name_absent(table_name_find(db, new_name, &id), status::table_name_search, status::table_exists))
+    return false;
   Table *made = definition_copy(*old);
   if (made == nullptr) return false;
   name_encode(new_name, made->name);
@@ -305,8 +284,8 @@ bool column_rename(Database &db, const char *table, const char *name, const char
   if (old.get() == nullptr) return false;
   const Column *column = table_find_column(*old, name);
   if (column == nullptr || column_is_rowid(*column)) return fail(status::column_missing);
-  if (!column_name_validate(new_name)) return false;
   if (table_find_column(*old, new_name) != nullptr) return fail(status::column_name_twice);
+  if (!column_name_validate(new_name)) return false;
   Table *made = definition_copy(*old);
   if (made == nullptr) return false;
   name_encode(new_name, made->columns[column->number - 1].name);

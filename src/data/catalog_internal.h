@@ -7,9 +7,10 @@
 
 namespace tovik {
 
-// A name index's answer. failed has its status recorded.
-BtreeFind table_name_find(Database &db, const char *name, RowNo *id);
 BtreeFind index_name_find(Database &db, const char *name, RowNo *descriptor);
+
+// What a name index answered about a name that must not be there.
+[[nodiscard]] bool name_absent(BtreeFind found, StatusCode search_failed, StatusCode present);
 
 // The checks of table_create in their order, but for the columns' types, which column_complete checks.
 [[nodiscard]] bool table_validate(Database &db, const char *name, const ColumnDefinition *columns,

@@ -32,4 +32,10 @@ void column_record_encode(RowNo table_id, const Column &column, uint8_t *at);
 // shorter than that.
 void name_encode(const char *name, char *field);
 
+struct NameKey {
+  explicit NameKey(const char *name) { name_encode(name, reinterpret_cast<char *>(bytes)); }
+  operator const uint8_t *() const { return bytes; }
+  uint8_t bytes[name_size];
+};
+
 }  // namespace tovik

@@ -56,6 +56,10 @@ bool auto_increment_validate(const ColumnDefinition *columns, int count,
 
 }  // namespace
 
+bool name_absent(BtreeFind found, StatusCode search_failed, StatusCode present) {
+  return found == BtreeFind::absent || fail(found == BtreeFind::found ? present : search_failed);
+}
+
 bool column_name_validate(const char *name) {
   if (name[0] == 0) return fail(status::column_no_name);
   if (strlen(name) > name_limit) return fail(status::column_name_length);
@@ -81,11 +85,11 @@ bool column_complete(const ColumnDefinition &definition, Column *column) {
     case type::character:
     case type::varchar:
       if (column->p1 < 1) return fail(status::column_parameter_1);
-      return column->p2 >= 1 && column->p2 <= 3 ? true : fail(status::column_parameter_2);
+      return (column->p2 >= 1 && column->p2 <= 3) || fail(status::column_parameter_2);
     case type::time:
     case type::date:
     case type::microtimestamp:
-      return column->p1 == 0 ? true : fail(status::column_parameter_1);
+      return column->p1 == 0 || fail(status::column_parameter_1);
     case type::text:
     case type::blob:
       fill(column->p1);
@@ -95,7 +99,7 @@ bool column_complete(const ColumnDefinition &definition, Column *column) {
     default: {
       const TypeRow *row = type_row(column->type);
       const bool number = row != nullptr && row->code == column->type && type_numeric(column->type);
-      return number ? true : fail(status::column_type);
+      return number || fail(status::column_type);
     }
   }
 }
@@ -108,14 +112,8 @@ bool table_validate(Database &db, const char *name, const ColumnDefinition *colu
   if (row_active_count(*db.table_rows) >= table_limit) return fail(status::too_many_tables);
   if (column_count > column_limit) return fail(status::too_many_columns);
   RowNo id;
-  switch (table_name_find(db, name, &id)) {
-    case BtreeFind::failed:
-      return fail(status::table_name_search);
-    case BtreeFind::found:
-      return fail(status::table_exists);
-    case BtreeFind::absent:
-      break;
-  }
+  if (!name_absent(table_name_find(db, name, &id), status::table_name_search, status::table_exists))
+    return false;
   for (int i = 0; i < column_count; ++i) {
     Column column;
     if (!names_validate(columns, column_count, i) || !column_complete(columns[i], &column)) return false;
@@ -129,15 +127,8 @@ bool index_name_validate(Database &db, const char (&name)[name_size]) {
   if (name[0] == 0) return fail(status::index_no_name);
   if (!is_terminated(name)) return fail(status::index_name_length);
   RowNo descriptor;
-  switch (index_name_find(db, name, &descriptor)) {
-    case BtreeFind::failed:
-      return fail(status::index_name_search);
-    case BtreeFind::found:
-      return fail(status::index_name_exists);
-    case BtreeFind::absent:
-      break;
-  }
-  return true;
+  return name_absent(index_name_find(db, name, &descriptor), status::index_name_search,
+                     status::index_name_exists);
 }
 
 bool key_parts_validate(const Table &table, const IndexDefinition &definition, BtreeDefinition *tree) {
@@ -153,7 +144,7 @@ bool key_parts_validate(const Table &table, const IndexDefinition &definition, B
                       static_cast<uint16_t>(column->number)};
     key_size += column->stored_size;
   }
-  return key_size <= btree_key_limit ? true : fail(status::index_key_size);
+  return key_size <= btree_key_limit || fail(status::index_key_size);
 }
 
 bool same_columns(const BtreeDefinition &a, const BtreeDefinition &b) {

@@ -12,9 +12,7 @@ namespace {
 using NameValue = uint8_t[index_name_value_size];
 
 BtreeFind name_value_find(Database &db, const char *name, NameValue value) {
-  char key[name_size];
-  name_encode(name, key);
-  return btree_find_value(*db.index_names, reinterpret_cast<uint8_t *>(key), value);
+  return btree_find_value(*db.index_names, NameKey(name), value);
 }
 
 }  // namespace
@@ -92,11 +90,9 @@ bool index_list_append(Table &table, Btree &index) {
 bool index_name_insert(Database &db, const Btree &index) {
   NameValue value = {};
   store_u32(value, index.number);
-  char key[name_size];
-  name_encode(index.definition.index_name, key);
-  return btree_insert(*db.index_names, reinterpret_cast<uint8_t *>(key), value) == BtreeInsert::inserted
-             ? true
-             : fail(status::index_name_insert);
+  return btree_insert(*db.index_names, NameKey(index.definition.index_name), value) ==
+             BtreeInsert::inserted ||
+         fail(status::index_name_insert);
 }
 
 bool index_name_delete(Database &db, const Btree &index) {
@@ -104,11 +100,8 @@ bool index_name_delete(Database &db, const Btree &index) {
   if (name_value_find(db, index.definition.index_name, value) != BtreeFind::found ||
       load_u32(value) != index.number)
     return fail(status::index_name_delete);
-  char key[name_size];
-  name_encode(index.definition.index_name, key);
-  return btree_delete(*db.index_names, reinterpret_cast<uint8_t *>(key), value)
-             ? true
-             : fail(status::index_name_delete);
+  return btree_delete(*db.index_names, NameKey(index.definition.index_name), value) ||
+         fail(status::index_name_delete);
 }
 
 bool index_attach(Table &table, const IndexDefinition &definition) {
@@ -184,7 +177,7 @@ bool index_detach(Table &table, Btree &index, int place) {
   table.indices[--table.index_count] = nullptr;
   if (!index_name_delete(*table.db, index) || !index_list_write(table, status::index_list_remove))
     return false;
-  return btree_drop_shared(index) ? true : fail(status::index_btree_drop);
+  return btree_drop_shared(index) || fail(status::index_btree_drop);
 }
 
 }  // namespace

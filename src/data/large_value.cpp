@@ -2,17 +2,18 @@
 // first p2 bytes.
 #include "data/large_value.h"
 
+#include "data/stored_form.h"
 #include "frame/error.h"
 
 namespace tovik {
 
 namespace {
 
-constexpr int length_at = 0, chunk_at = 4, head_at = 8;
+constexpr int length_at = 0, chunk_at = 4, head_at = large_reference_size;
 constexpr int32_t capacity_step = 256;
 
 struct Reference {
-  int32_t length;  // -1: NULL
+  int32_t length;  // or large_null_length
   RowNo chunk;
 };
 
@@ -51,7 +52,7 @@ bool buffer_grow(LargeBuffer &buffer, int32_t needed) {
 
 // A value beyond the record has a chunk row that can hold it, any other has none.
 bool reference_sound(RowHandle &handle, const Column &column, Reference reference) {
-  if (reference.length == -1) return true;
+  if (reference.length == large_null_length) return true;
   if (reference.length < 0) return false;
   const int64_t tail = static_cast<int64_t>(reference.length) - column.p2;
   if (reference.chunk == 0) return tail <= 0;
@@ -75,7 +76,7 @@ bool large_set(RowHandle &handle, const Column &column, const void *bytes, int32
 bool large_store(RowHandle &handle, const Column &column) {
   uint8_t *value = handle.record + column.offset;
   if (handle.states[column.number - 1] != column_set) {
-    reference_store(value, {-1, 0});
+    reference_store(value, {large_null_length, 0});
     return true;
   }
   const LargeBuffer &buffer = buffer_of(handle, column);
@@ -83,7 +84,7 @@ bool large_store(RowHandle &handle, const Column &column) {
   const int32_t head = smaller(buffer.length, column.p2);
   if (buffer.length > head &&
       !row_insert(chunks_of(handle, column), buffer.data + head, buffer.length - head, &reference.chunk))
-    return fail(status::large_chunk_insert);
+    return fail(handle.row == 0 ? status::large_chunk_insert : status::large_chunk_update);
   reference_store(value, reference);
   memcpy(value + head_at, buffer.data, static_cast<size_t>(head));
   memset(value + head_at + head, 0, static_cast<size_t>(column.p2 - head));
@@ -92,16 +93,15 @@ bool large_store(RowHandle &handle, const Column &column) {
 
 bool large_free(RowHandle &handle, const Column &column, const uint8_t *record) {
   const Reference reference = reference_load(record + column.offset);
-  if (reference.length == -1 || reference.chunk == 0) return true;
-  return row_delete(chunks_of(handle, column), reference.chunk) == RowRead::active
-             ? true
-             : fail(status::large_chunk_delete);
+  if (reference.length == large_null_length || reference.chunk == 0) return true;
+  return row_delete(chunks_of(handle, column), reference.chunk) == RowRead::active ||
+         fail(status::large_chunk_delete);
 }
 
 Stored large_get(RowHandle &handle, const Column &column) {
   const uint8_t *value = handle.record + column.offset;
   const Reference reference = reference_load(value);
-  if (reference.length == -1) return Stored::null;
+  if (reference.length == large_null_length) return Stored::null;
   LargeBuffer &buffer = buffer_of(handle, column);
   if (buffer.row != 0 && buffer.row == handle.row) return Stored::value;
   if (!reference_sound(handle, column, reference)) {

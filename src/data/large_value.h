@@ -14,7 +14,7 @@ namespace tovik {
 [[nodiscard]] bool large_set(RowHandle &handle, const Column &column, const void *bytes, int32_t length);
 
 // Before a record is written: the value or NULL that was set goes into the handle's record and into a new
-// chunk row. 44009.
+// chunk row. 44009, of a row that is stored already 44010.
 [[nodiscard]] bool large_store(RowHandle &handle, const Column &column);
 
 // Frees the chunk row, if any, of the value in record. 44008.

@@ -7,10 +7,9 @@
 // has its place in texts at the column's offset and one byte for each column before it.
 #include "data/row_handle.h"
 
-#include <bit>
-
 #include "data/database.h"
 #include "data/large_value.h"
+#include "data/stored_form.h"
 #include "frame/error.h"
 
 namespace tovik {
@@ -128,40 +127,9 @@ bool row_handle_set_large(RowHandle &handle, const Column &column, const void *b
 
 namespace {
 
-// Gives whether there is a value: a plain integer is NULL at its least value, a flagged one at flag 255.
-bool load_integer(TypeCode code, const uint8_t *stored, int64_t *integer) {
-  switch (code) {
-    case type::tinyint:
-      *integer = static_cast<int8_t>(stored[0]);
-      return *integer != INT8_MIN;
-    case type::smallint:
-      *integer = load_i16(stored);
-      return *integer != INT16_MIN;
-    case type::int32:
-      *integer = load_i32(stored);
-      return *integer != INT32_MIN;
-    case type::bigint:
-      *integer = load_i64(stored);
-      return *integer != INT64_MIN;
-    case type::ctinyint:
-      *integer = static_cast<int8_t>(stored[1]);
-      break;
-    case type::csmallint:
-      *integer = load_i16(stored + 1);
-      break;
-    case type::cint:
-      *integer = load_i32(stored + 1);
-      break;
-    default:
-      *integer = load_i64(stored + 1);
-      break;
-  }
-  return stored[0] != 0xFF;
-}
-
 Stored character_value(const RowHandle &handle, const Column &column, Value *value) {
   const char *stored = reinterpret_cast<const char *>(handle.record + column.offset);
-  if (static_cast<uint8_t>(stored[0]) == 0xFF) return Stored::null;
+  if (static_cast<uint8_t>(stored[0]) == null_flag) return Stored::null;
   const void *end = memchr(stored, 0, static_cast<size_t>(column.stored_size));
   if (end != nullptr) {
     value->text = {stored, static_cast<int32_t>(static_cast<const char *>(end) - stored)};
@@ -185,13 +153,15 @@ Stored large_value(RowHandle &handle, const Column &column, Value *value) {
 Stored column_value(RowHandle &handle, const Column &column, Value *value) {
   const uint8_t *stored = handle.record + column.offset;
   if ((column.type & TYPE_INTEGER) != 0) {
+    const IntegerForm &form = *integer_form(column.type);
     value->type = type::bigint;
-    return load_integer(column.type, stored, &value->integer) ? Stored::value : Stored::null;
+    value->integer = load_integer_form(form, stored);
+    return integer_form_is_null(form, stored) ? Stored::null : Stored::value;
   }
   if (column.type == type::float64) {
     value->type = type::float64;
-    value->real = std::bit_cast<double>(load_u64(stored + 1));
-    return stored[0] != 0xFF ? Stored::value : Stored::null;
+    value->real = load_double(stored + 1);
+    return stored[0] != null_flag ? Stored::value : Stored::null;
   }
   if (column_is_large(column)) {
     value->type = column.type == type::blob ? type::blob : type::character;

@@ -116,7 +116,7 @@ bool large_values_store(RowHandle &handle) {
 
 // No row may be written through a definition whose indices may be out of date.
 bool writable(const RowHandle &handle) {
-  return table_is_current(*handle.table) ? true : fail(status::record_argument);
+  return table_is_current(*handle.table) || fail(status::record_argument);
 }
 
 }  // namespace
@@ -248,9 +248,8 @@ bool row_handle_update(RowHandle &handle) {
     update_undo(handle, progress);
     return false;
   }
-  return large_values_free(handle, handle.old_record, LargeScope::changed, table.column_count)
-             ? true
-             : fail(status::record_large_update);
+  return large_values_free(handle, handle.old_record, LargeScope::changed, table.column_count) ||
+         fail(status::record_large_update);
 }
 
 // ---- delete ----
@@ -279,9 +278,8 @@ bool row_handle_delete(RowHandle &handle) {
     delete_undo(handle, table.index_count);
     return false;
   }
-  return large_values_free(handle, handle.record, LargeScope::all, table.column_count)
-             ? true
-             : fail(status::record_large_delete);
+  return large_values_free(handle, handle.record, LargeScope::all, table.column_count) ||
+         fail(status::record_large_delete);
 }
 
 }  // namespace tovik

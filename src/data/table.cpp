@@ -43,22 +43,20 @@ void sweep_list(Database &db) {
 }
 
 Table *open_from_catalog(Database &db, const char *name) {
-  if (strlen(name) > name_limit) return fail_null(status::table_missing);
-  char key[name_size];
-  name_encode(name, key);
-  uint8_t value[4];
-  switch (btree_find_value(*db.table_names, reinterpret_cast<uint8_t *>(key), value)) {
-    case BtreeFind::failed:
-      return fail_null(status::table_open_search);
-    case BtreeFind::absent:
-      return fail_null(status::table_missing);
-    case BtreeFind::found:
-      break;
-  }
-  return definition_read(db, load_u32(value), name);
+  RowNo id = 0;
+  const BtreeFind found = strlen(name) > name_limit ? BtreeFind::absent : table_name_find(db, name, &id);
+  if (found == BtreeFind::found) return definition_read(db, id, name);
+  return fail_null(found == BtreeFind::absent ? status::table_missing : status::table_open_search);
 }
 
 }  // namespace
+
+BtreeFind table_name_find(Database &db, const char *name, RowNo *id) {
+  uint8_t value[4];
+  const BtreeFind found = btree_find_value(*db.table_names, NameKey(name), value);
+  if (found == BtreeFind::found) *id = load_u32(value);
+  return found;
+}
 
 Table *table_open(Database &db, const char *name) {
   if (name == nullptr || name[0] == 0) return fail_null(status::table_argument);

@@ -51,6 +51,17 @@ bool definition_size_large(Table &table) {
 
 namespace {
 
+// Everything but the name and the columns.
+void take_record(Table &table, const TableRecord &record) {
+  table.rows_number = record.rows_number;
+  table.columns_row = record.columns_row;
+  table.index_list_row = record.index_list_row;
+  table.record_size = record.record_size;
+  table.index_count = record.index_count;
+  table.large_count = record.large_count;
+  table.auto_column = record.auto_column;
+}
+
 // A second hold on every handle of from.
 bool open_like(const Table &from, Table &to) {
   StorageManager &sm = *from.db->storage;
@@ -73,13 +84,7 @@ bool open_like(const Table &from, Table &to) {
 Table *definition_copy(const Table &table) {
   Table *copy = definition_new(*table.db, table.id, table.name, table.column_count);
   if (copy == nullptr) return nullptr;
-  copy->rows_number = table.rows_number;
-  copy->columns_row = table.columns_row;
-  copy->index_list_row = table.index_list_row;
-  copy->record_size = table.record_size;
-  copy->index_count = table.index_count;
-  copy->large_count = table.large_count;
-  copy->auto_column = table.auto_column;
+  take_record(*copy, definition_record(table));
   memcpy(static_cast<void *>(copy->columns), table.columns,
          sizeof(Column) * static_cast<size_t>(table.column_count));
   if (open_like(table, *copy)) return copy;
@@ -205,13 +210,7 @@ Table *definition_read(Database &db, RowNo id, const char *name) {
     return fail_null(status::table_record_read);
   Table *table = definition_new(db, id, name, record.column_count);
   if (table == nullptr) return nullptr;
-  table->rows_number = record.rows_number;
-  table->columns_row = record.columns_row;
-  table->index_list_row = record.index_list_row;
-  table->record_size = record.record_size;
-  table->index_count = record.index_count;
-  table->large_count = record.large_count;
-  table->auto_column = record.auto_column;
+  take_record(*table, record);
   if (read_columns(*table) && open_rows(*table) && open_indices(*table)) return table;
   definition_free(table);
   return nullptr;

@@ -30,6 +30,8 @@ TableRecord definition_record(const Table &table);
 // The definition of table id from the catalog in the calling thread's view; null with 41009 to 41013.
 Table *definition_read(Database &db, RowNo id, const char *name);
 
+BtreeFind table_name_find(Database &db, const char *name, RowNo *id);
+
 // For the calling thread made takes the place of old; either may be null. Both stay held by the caller; a
 // rollback of the open level brings old back.
 void tables_replace(Database &db, Table *old, Table *made);
