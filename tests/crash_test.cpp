@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <set>
+#include <string_view>
 
 #include "engine.h"
 #include "fault_driver.h"
@@ -87,24 +88,29 @@ class Examination {
   }
 
   void examine(const DiskImage &image, bool stop_recovery) {
-    if (testing::Test::HasFailure() || !seen_.insert(disk_hash(image)).second) return;
+    if (testing::Test::HasFailure() || !seen_.insert(hash(image)).second) return;
     ++images_;
     fault_driver::load(image);
     DiskLog recovery;
     look(stop_recovery ? &recovery : nullptr);
-    StoppedDisk disk(recovery.base);
-    for (const DiskOperation &operation : recovery.operations) {
-      disk.apply(operation);
-      disk.each_image(random_, 2, 1, [&](const std::string &how, const DiskImage &left) {
-        SCOPED_TRACE("recovery stopped, " + how);
-        examine(left, false);
-      });
-    }
+    each_stop(recovery, random_, 2, 1, [&](const std::string &how, const DiskImage &left) {
+      SCOPED_TRACE("recovery " + how);
+      examine(left, false);
+    });
   }
 
   int images() const { return images_; }
 
  private:
+  static size_t hash(const DiskImage &image) {
+    size_t hash = 0;
+    for (const auto &[name, bytes] : image)
+      for (const std::string_view part :
+           {std::string_view(name), {reinterpret_cast<const char *>(bytes.data()), bytes.size()}})
+        hash = hash * 0x9E3779B97F4A7C15U + std::hash<std::string_view>()(part);
+    return hash;
+  }
+
   void look(DiskLog *recovery) {
     Session session(params_);
     ASSERT_TRUE(session.open()) << session.open_status();
@@ -123,7 +129,7 @@ class Examination {
   std::string params_;
   Random &random_;
   std::string before_, after_;
-  std::set<uint64_t> seen_;
+  std::set<size_t> seen_;
   int images_ = 0;
 };
 
@@ -133,8 +139,10 @@ struct Thoroughness {
   int recoveries;  // one image in so many has its recovery stopped too
 };
 
-// Stops the machine after every operation of the run.
-int examine_run(const std::string &params, const Recording &run, const Thoroughness &thoroughness) {
+// Runs the statements and stops the machine after every operation.
+void examine_run(const std::string &params, const DiskImage &base, const Statements &statements,
+                 const Thoroughness &thoroughness, bool may_fail = false) {
+  const Recording run = record(params, base, statements, may_fail);
   Random random;
   Examination examination(params, random);
   StoppedDisk disk(run.log.base);
@@ -156,67 +164,55 @@ int examine_run(const std::string &params, const Recording &run, const Thoroughn
     examination.allow(step.after, step.after);
     stop("after " + step.sql);
   }
-  return examination.images();
-}
-
-void report(const Recording &run, int images) {
-  testing::Test::RecordProperty("operations", static_cast<int>(run.log.operations.size()));
-  testing::Test::RecordProperty("images", images);
-  printf("%zu disk operations, %d images\n", run.log.operations.size(), images);
+  printf("%zu disk operations, %d images\n", run.log.operations.size(), examination.images());
 }
 
 class CrashTest : public testing::TestWithParam<Setting> {
  protected:
-  CrashTest() { fault_driver::install(); }
+  const Engine engine_{GetParam().library};
+  const std::string params_ = GetParam().params;
 };
 
 TEST_P(CrashTest, EveryCallOfACommit) {
-  const Engine engine(GetParam().library);
-  const DiskImage base = made_database(GetParam().params, schema() + person_rows(0, 40));
-  const Recording run =
-      record(GetParam().params, base,
-             Statements{"BEGIN TRANSACTION"} + person_rows(100, 12) +
-                 Statements{"UPDATE person SET name = 'other' WHERE id < 12",
-                            "DELETE FROM person WHERE id > 30 AND id < 36", "COMMIT TRANSACTION"});
-  report(run, examine_run(GetParam().params, run, {.singles = 1000, .randoms = 4, .recoveries = 5}));
+  examine_run(params_, made_database(params_, schema() + person_rows(0, 40)),
+              Statements{"BEGIN TRANSACTION"} + person_rows(100, 12) +
+                  Statements{"UPDATE person SET name = 'other' WHERE id < 12",
+                             "DELETE FROM person WHERE id > 30 AND id < 36", "COMMIT TRANSACTION"},
+              {.singles = 1000, .randoms = 4, .recoveries = 5});
 }
 
 TEST_P(CrashTest, EveryCallOfAWorkload) {
-  const Engine engine(GetParam().library);
-  const DiskImage base = made_database(GetParam().params, {});
-  const Recording run =
-      record(GetParam().params, base,
-             schema() + person_rows(0, 6) +
-                 Statements{
-                     "UPDATE person SET note = 'a longer text that needs chunks of its own to be "
-                     "stored' WHERE id = 2",
-                     "DELETE FROM person WHERE id = 3",
-                     "CREATE TABLE account (number int AUTO_INCREMENT, balance bigint)",
-                     "INSERT INTO account (balance) VALUES 100, 200, 300",
-                     "BEGIN TRANSACTION",
-                     "UPDATE account SET balance = balance - 50 WHERE number = 1",
-                     "UPDATE account SET balance = balance + 50 WHERE number = 2",
-                     "COMMIT TRANSACTION",
-                     "BEGIN TRANSACTION",
-                 } +
-                 person_rows(10, 40) +
-                 Statements{
-                     "UPDATE person SET name = 'moved' WHERE id > 30",
-                     "COMMIT TRANSACTION",
-                     "BEGIN TRANSACTION",
-                     "DROP TABLE person",
-                     "ROLLBACK TRANSACTION",
-                     "CREATE INDEX account_balance ON account (balance)",
-                     "RENAME TABLE account TO purse",
-                     "DROP INDEX person_name",
-                     "EMPTY TABLE person",
-                     "DROP TABLE person",
-                 });
-  report(run, examine_run(GetParam().params, run, {.singles = 3, .randoms = 1, .recoveries = 20}));
+  const Statements statements =
+      schema() + person_rows(0, 6) +
+      Statements{
+          "UPDATE person SET note = 'a longer text that needs chunks of its own to be stored' WHERE id = 2",
+          "DELETE FROM person WHERE id = 3",
+          "CREATE TABLE account (number int AUTO_INCREMENT, balance bigint)",
+          "INSERT INTO account (balance) VALUES 100, 200, 300",
+          "BEGIN TRANSACTION",
+          "UPDATE account SET balance = balance - 50 WHERE number = 1",
+          "UPDATE account SET balance = balance + 50 WHERE number = 2",
+          "COMMIT TRANSACTION",
+          "BEGIN TRANSACTION",
+      } +
+      person_rows(10, 40) +
+      Statements{
+          "UPDATE person SET name = 'moved' WHERE id > 30",
+          "COMMIT TRANSACTION",
+          "BEGIN TRANSACTION",
+          "DROP TABLE person",
+          "ROLLBACK TRANSACTION",
+          "CREATE INDEX account_balance ON account (balance)",
+          "RENAME TABLE account TO purse",
+          "DROP INDEX person_name",
+          "EMPTY TABLE person",
+          "DROP TABLE person",
+      };
+  examine_run(params_, made_database(params_, {}), statements,
+              {.singles = 3, .randoms = 1, .recoveries = 20});
 }
 
 TEST_P(CrashTest, RandomWorkload) {
-  const Engine engine(GetParam().library);
   Random random;
   Statements statements;
   bool in_transaction = false;
@@ -229,38 +225,34 @@ TEST_P(CrashTest, RandomWorkload) {
     in_transaction = !in_transaction;
   }
   if (in_transaction) statements.push_back("COMMIT TRANSACTION");
-  const Recording run = record(GetParam().params, made_database(GetParam().params, {}), statements, true);
-  report(run, examine_run(GetParam().params, run, {.singles = 2, .randoms = 1, .recoveries = 20}));
+  examine_run(params_, made_database(params_, {}), statements, {.singles = 2, .randoms = 1, .recoveries = 20},
+              true);
 }
 
 // Until creation returns there may be no database, but afterwards there is one, and what a stopped creation
 // leaves can be replaced.
 TEST_P(CrashTest, EveryCallOfCreation) {
-  const Engine engine(GetParam().library);
-  const std::string &params = GetParam().params;
   fault_driver::load({});
-  ASSERT_EQ(kld_api_create_db(params.c_str()), 0);
+  ASSERT_EQ(kld_api_create_db(params_.c_str()), 0);
   const DiskLog log = fault_driver::log();
   Random random;
-  StoppedDisk disk({});
-  for (size_t position = 0; position < log.operations.size(); ++position) {
-    disk.apply(log.operations[position]);
-    const bool complete = position + 1 == log.operations.size();
-    disk.each_image(random, 3, 1, [&](const std::string &how, const DiskImage &image) {
-      SCOPED_TRACE("stopped after operation " + std::to_string(position) + ", " + how);
-      fault_driver::load(image);
-      {
-        Session session(params);
-        const bool usable =
-            session.open() && database_text(session).empty() && database_fault(session).empty();
-        EXPECT_TRUE(usable || !complete) << session.open_status();
-      }
-      EXPECT_EQ(kld_api_create_db((params + ";OVERWRITE=true").c_str()), 0) << first_status();
-      Session session(params);
-      EXPECT_TRUE(session.open()) << session.open_status();
-      EXPECT_EQ(database_fault(session), "");
-    });
-  }
+  bool complete = false;
+  const auto look = [&](const std::string &how, const DiskImage &image) {
+    SCOPED_TRACE(how);
+    fault_driver::load(image);
+    {
+      Session session(params_);
+      const bool usable = session.open() && database_text(session).empty() && database_fault(session).empty();
+      EXPECT_TRUE(usable || !complete) << session.open_status();
+    }
+    EXPECT_EQ(kld_api_create_db((params_ + ";OVERWRITE=true").c_str()), 0) << first_status();
+    Session session(params_);
+    EXPECT_TRUE(session.open()) << session.open_status();
+    EXPECT_EQ(database_fault(session), "");
+  };
+  each_stop(log, random, 3, 1, look);
+  complete = true;
+  StoppedDisk(log).each_image(random, 3, 1, look);
 }
 
 INSTANTIATE_TEST_SUITE_P(Settings, CrashTest, testing::ValuesIn(settings),
@@ -269,7 +261,6 @@ INSTANTIATE_TEST_SUITE_P(Settings, CrashTest, testing::ValuesIn(settings),
 // A change outside a transaction makes the saved storage stale: no crash after the change brings the blocks
 // of the earlier commit back.
 TEST(Crash, SavedStorageIsNotAppliedOverNewerBlocks) {
-  fault_driver::install();
   const Engine engine("HVI_TRAN_HISTORY=1");
   const DiskImage base = made_database(small_caches, schema() + person_rows(0, 20));
   const Recording run =

@@ -8,15 +8,10 @@
 #include <cstring>
 
 #include "engine.h"
-#include "platform/platform.h"
 
 namespace tovik::test {
 namespace {
 
-const std::string database =
-    "NAME=t;DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=24;CACHE_SIZE_TRN=24;CACHE_RTS=0;LOCK_RETRY=1;LOCK_"
-    "SLEEP=1;"
-    "BEGIN_RETRY=1;BEGIN_SLEEP=1";
 constexpr unsigned seconds_per_database = 20;
 
 // What was done to the database, shown by the alarm when that takes too long.
@@ -29,26 +24,6 @@ void time_is_up(int) {
   (void)!write(STDERR_FILENO, "\n", 1);
   abort();
 }
-
-int silent_print(const char *, ...) {
-  return 0;
-}
-
-class DamageTest : public testing::Test {
- protected:
-  DamageTest() {
-    fault_driver::install();
-    system_driver.print = silent_print;
-    signal(SIGALRM, time_is_up);
-  }
-  ~DamageTest() override {
-    alarm(0);
-    system_driver.print = print_;
-  }
-
- private:
-  decltype(system_driver.print) print_ = system_driver.print;
-};
 
 const Statements battery = {
     "DESCRIBE person ALL",
@@ -74,7 +49,7 @@ int use(const DiskImage &image) {
   fault_driver::load(image);
   int succeeded = 0;
   for (const bool change : {false, true}) {
-    Session session(database);
+    Session session(small_database);
     if (!session.open()) {
       EXPECT_NE(session.open_status(), 0);
       continue;
@@ -102,118 +77,122 @@ DiskImage rich_database() {
   for (int i = 0; i < 40; ++i)
     statements.push_back("INSERT INTO purse (balance, kind) VALUES " + std::to_string(i) + ", 1");
   return made_database(
-      database, statements + Statements{"CREATE TABLE gone (a int)", "CREATE INDEX gone_a ON gone (a)",
-                                        "DROP TABLE gone", "DELETE FROM person WHERE id > 10 AND id < 15",
-                                        "UPDATE person SET name = 'last commit' WHERE id = 5"});
+      small_database,
+      statements + Statements{"CREATE TABLE gone (a int)", "CREATE INDEX gone_a ON gone (a)",
+                              "DROP TABLE gone", "DELETE FROM person WHERE id > 10 AND id < 15",
+                              "UPDATE person SET name = 'last commit' WHERE id = 5"});
 }
+
+class DamageTest : public testing::Test {
+ protected:
+  DamageTest() { signal(SIGALRM, time_is_up); }
+  ~DamageTest() override { alarm(0); }
+
+  // Uses a damaged database within a time.
+  static int use_damaged(const DiskImage &image, int round, const std::string &what) {
+    snprintf(current_damage, sizeof current_damage, "round %d: %s", round, what.c_str());
+    SCOPED_TRACE(current_damage);
+    alarm(seconds_per_database);
+    return use(image);
+  }
+
+  const Silence silence_;
+  const Engine engine_{""};
+  Random random_;
+};
 
 // Changes one place of a storage and says what it did.
 std::string damage(Bytes &bytes, Random &random) {
-  constexpr int block_size = 1024;
+  constexpr size_t block_size = 1024;
   if (bytes.empty()) return "empty";
-  const int blocks = static_cast<int>((bytes.size() + block_size - 1) / block_size);
-  const int block = random.below(blocks);
+  const auto below = [&random](size_t limit) {
+    return static_cast<size_t>(random.below(static_cast<int>(limit)));
+  };
+  const size_t blocks = (bytes.size() + block_size - 1) / block_size;
+  const size_t block = below(blocks) * block_size;
   // Headers of pages and the first slots matter most.
-  const int offset = block * block_size + random.below(random.one_in(2) ? 64 : block_size);
-  const size_t position = std::min(static_cast<size_t>(offset), bytes.size() - 1);
-  const size_t room = bytes.size() - position;
+  const size_t position = std::min(block + below(random.one_in(2) ? 64 : block_size), bytes.size() - 1);
+  const std::string where = " at " + std::to_string(position);
   switch (random.below(6)) {
     case 0:
       bytes[position] ^= static_cast<uint8_t>(1 << random.below(8));
-      return "bit at " + std::to_string(position);
+      return "bit" + where;
     case 1:
       bytes[position] = static_cast<uint8_t>(random.next());
-      return "byte at " + std::to_string(position);
+      return "byte" + where;
     case 2: {  // a word that is a plausible number, or an extreme one
       constexpr uint32_t extremes[] = {0, 1, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0x10000};
-      const uint32_t word =
-          random.one_in(2) ? extremes[random.below(6)] : static_cast<uint32_t>(random.below(200));
+      const uint32_t word = random.one_in(2) ? extremes[random.below(6)] : static_cast<uint32_t>(below(200));
       const size_t aligned = position & ~size_t{3};
       memcpy(&bytes[aligned], &word, std::min(sizeof word, bytes.size() - aligned));
-      return "word " + std::to_string(word) + " at " + std::to_string(aligned);
+      return "word " + std::to_string(word) + where;
     }
     case 3: {
-      const size_t length = std::min(room, static_cast<size_t>(1 + random.below(300)));
+      const size_t length = std::min(bytes.size() - position, 1 + below(300));
       for (size_t i = 0; i < length; ++i) bytes[position + i] = static_cast<uint8_t>(random.next());
-      return std::to_string(length) + " random bytes at " + std::to_string(position);
+      return std::to_string(length) + " random bytes" + where;
     }
     case 4: {  // one block over another
-      const size_t source = static_cast<size_t>(random.below(blocks)) * block_size;
-      const size_t target = static_cast<size_t>(block) * block_size;
-      const size_t length = std::min({size_t{block_size}, bytes.size() - source, bytes.size() - target});
-      memmove(&bytes[target], &bytes[source], length);
-      return "block at " + std::to_string(source) + " over that at " + std::to_string(target);
+      const size_t source = below(blocks) * block_size;
+      memmove(&bytes[block], &bytes[source],
+              std::min({block_size, bytes.size() - source, bytes.size() - block}));
+      return "block at " + std::to_string(source) + " over that at " + std::to_string(block);
     }
     default:
       if (!random.one_in(8)) return damage(bytes, random);
       bytes.resize(position);
-      return "cut to " + std::to_string(position);
+      return "cut" + where;
   }
 }
 
 TEST_F(DamageTest, RandomDamageOfAClosedDatabase) {
-  const Engine engine("");
   const DiskImage intact = rich_database();
   ASSERT_EQ(use(intact), static_cast<int>(battery.size()) + 2);
-  Random random;
   int opened = 0;
   const int count = 1500 * scale();
   for (int round = 0; round < count && !HasFailure(); ++round) {
     DiskImage image = intact;
     std::string what;
-    for (int i = random.below(3); i >= 0; --i) {
+    for (int i = random_.below(3); i >= 0; --i) {
       auto storage = image.begin();
-      if (random.one_in(4)) std::advance(storage, random.below(static_cast<int>(image.size())));
-      what += storage->first + ": " + damage(storage->second, random) + "; ";
+      if (random_.one_in(4)) std::advance(storage, random_.below(static_cast<int>(image.size())));
+      what += storage->first + ": " + damage(storage->second, random_) + "; ";
     }
-    SCOPED_TRACE("round " + std::to_string(round) + ": " + what);
-    snprintf(current_damage, sizeof current_damage, "round %d: %s", round, what.c_str());
-    alarm(seconds_per_database);
-    if (use(image) > 0) ++opened;
+    if (use_damaged(image, round, what) > 0) ++opened;
   }
   printf("%d of %d damaged databases could still be used in part\n", opened, count);
 }
 
 // A commit record and a page map that lie, in the current TRN storage and in a saved one.
 TEST_F(DamageTest, RandomDamageOfACommitRecord) {
-  const Engine engine("");
-  const DiskImage base = rich_database();
-  fault_driver::load(base);
+  fault_driver::load(rich_database());
   {
-    Session session(database);
+    Session session(small_database);
     ASSERT_EQ(session.run("UPDATE person SET name = 'other'"), 0);
   }
   // Images in which the record waits to be applied.
   std::vector<DiskImage> images;
   const DiskLog log = fault_driver::log();
-  StoppedDisk disk(log.base);
-  Random random;
-  for (const DiskOperation &operation : log.operations) {
-    disk.apply(operation);
-    disk.each_image(random, 0, 0, [&](const std::string &, const DiskImage &image) {
-      const auto trn = image.find("t.trn");
-      if (trn != image.end() && trn->second.size() > 1024 && trn->second[0xE8] == 3) images.push_back(image);
-    });
-  }
+  each_stop(log, random_, 0, 0, [&](const std::string &, const DiskImage &image) {
+    const auto trn = image.find("t.trn");
+    if (trn != image.end() && trn->second.size() > 1024 && trn->second[0xE8] == 3) images.push_back(image);
+  });
   ASSERT_FALSE(images.empty());
   const int count = 1000 * scale();
   for (int round = 0; round < count && !HasFailure(); ++round) {
-    DiskImage image = images[static_cast<size_t>(random.below(static_cast<int>(images.size())))];
+    DiskImage image = images[static_cast<size_t>(random_.below(static_cast<int>(images.size())))];
     Bytes &trn = image["t.trn"];
     std::string what;
-    for (int i = random.below(2); i >= 0; --i) {
-      if (random.one_in(2) && trn.size() > 0x140) {  // the commit record itself
-        const size_t field = 0xE8 + static_cast<size_t>(random.below(20)) * 4;
-        trn[field + static_cast<size_t>(random.below(4))] = static_cast<uint8_t>(random.next());
-        what += "commit record at " + std::to_string(field) + "; ";
+    for (int i = random_.below(2); i >= 0; --i) {
+      if (random_.one_in(2) && trn.size() > 0x140) {
+        const size_t byte = 0xE8 + static_cast<size_t>(random_.below(80));  // the commit record itself
+        trn[byte] = static_cast<uint8_t>(random_.next());
+        what += "commit record at " + std::to_string(byte) + "; ";
       } else {
-        what += damage(trn, random) + "; ";
+        what += damage(trn, random_) + "; ";
       }
     }
-    SCOPED_TRACE("round " + std::to_string(round) + ": " + what);
-    snprintf(current_damage, sizeof current_damage, "round %d: %s", round, what.c_str());
-    alarm(seconds_per_database);
-    (void)use(image);
+    (void)use_damaged(image, round, what);
   }
 }
 

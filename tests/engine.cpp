@@ -16,8 +16,8 @@ namespace {
 
 constexpr int text_limit = 65536;  // bytes of one value as text
 
-std::string status_text(const std::string &what, StatusCode status) {
-  return what + ": error " + std::to_string(status) + "\n";
+std::string failed(const std::string &what) {
+  return what + ": error " + std::to_string(first_status()) + "\n";
 }
 
 struct ReadHoldScope {
@@ -37,54 +37,41 @@ bool table_names(Database &db, std::vector<std::string> *names) {
   return table_walk(db, visit, names);
 }
 
-// What stands in an index or should: keys with their row numbers, in no particular order.
-using Entries = std::vector<std::pair<std::string, RowNo>>;
-
-template <class Visit>  // bool visit(row, record)
+template <class Visit>  // visit(row, record)
 bool each_row(RowSystem &rows, int record_size, Visit visit) {
   std::vector<uint8_t> record(static_cast<size_t>(record_size));
   RowScan scan;
   row_scan_start(scan, rows);
-  for (;;) {
-    RowNo row = 0;
-    switch (row_scan_next(scan, record.data(), record_size, &row)) {
-      case RowFetch::row:
-        if (!visit(row, record.data())) return false;
-        break;
-      case RowFetch::end:
-        return true;
-      default:
-        return false;
-    }
-  }
+  RowNo row = 0;
+  RowFetch fetched;
+  while ((fetched = row_scan_next(scan, record.data(), record_size, &row)) == RowFetch::row)
+    visit(row, record.data());
+  return fetched == RowFetch::end;
+}
+
+// What stands in an index or should: keys with their row numbers, in no particular order.
+using Entries = std::vector<std::pair<std::string, RowNo>>;
+
+std::string key_text(const Btree &index, const uint8_t *key) {
+  return std::string(reinterpret_cast<const char *>(key), static_cast<size_t>(btree_key_size(index)));
 }
 
 bool index_entries(Btree &index, Entries *entries) {
-  RowSet *rows = rowset_new();
+  RowSet rows = {};
   BtreeCursor cursor;
-  bool complete = false;
-  if (rows != nullptr && btree_cursor_open(cursor, index, BtreeRange{})) {
-    uint8_t key[btree_key_limit];
-    BtreeFetch fetched;
-    while ((fetched = btree_cursor_fetch(cursor, key, rows, nullptr)) == BtreeFetch::item)
-      for (const RowNo row : rows->rows)
-        entries->emplace_back(
-            std::string(reinterpret_cast<char *>(key), static_cast<size_t>(btree_key_size(index))), row);
-    complete = fetched == BtreeFetch::end;
-    btree_cursor_close(cursor);
-  }
-  rowset_free(rows);
-  return complete;
+  if (!btree_cursor_open(cursor, index, BtreeRange{})) return false;
+  uint8_t key[btree_key_limit];
+  BtreeFetch fetched;
+  while ((fetched = btree_cursor_fetch(cursor, key, &rows, nullptr)) == BtreeFetch::item)
+    for (const RowNo row : rows.rows) entries->emplace_back(key_text(index, key), row);
+  btree_cursor_close(cursor);
+  return fetched == BtreeFetch::end;
 }
 
 bool index_finds(Btree &index, const std::string &key, RowNo row) {
-  RowSet *rows = rowset_new();
-  if (rows == nullptr) return false;
-  const BtreeFind found = btree_search(index, reinterpret_cast<const uint8_t *>(key.data()), rows);
-  const bool contains =
-      found == BtreeFind::found && std::find(rows->rows.begin(), rows->rows.end(), row) != rows->rows.end();
-  rowset_free(rows);
-  return contains;
+  RowSet found = {};
+  return btree_search(index, reinterpret_cast<const uint8_t *>(key.data()), &found) == BtreeFind::found &&
+         std::find(found.rows.begin(), found.rows.end(), row) != found.rows.end();
 }
 
 std::string index_fault(const Table &table, Btree &index) {
@@ -93,12 +80,10 @@ std::string index_fault(const Table &table, Btree &index) {
   const bool scanned = each_row(*table.rows, table.record_size, [&](RowNo row, const uint8_t *record) {
     uint8_t key[btree_key_limit];
     index_key(table, index, record, key);
-    wanted.emplace_back(
-        std::string(reinterpret_cast<char *>(key), static_cast<size_t>(btree_key_size(index))), row);
-    return true;
+    wanted.emplace_back(key_text(index, key), row);
   });
-  if (!scanned) return status_text(name + ": reading the rows", first_status());
-  if (!index_entries(index, &found)) return status_text(name + ": walking the index", first_status());
+  if (!scanned) return failed(name + ": reading the rows");
+  if (!index_entries(index, &found)) return failed(name + ": walking the index");
   for (const auto &[key, row] : wanted)
     if (!index_finds(index, key, row)) return name + " does not find row " + std::to_string(row) + "\n";
   std::sort(wanted.begin(), wanted.end());
@@ -108,21 +93,25 @@ std::string index_fault(const Table &table, Btree &index) {
          " rows, or others\n";
 }
 
+std::string table_fault(Table &table) {
+  uint32_t rows = 0;
+  if (!each_row(*table.rows, table.record_size, [&rows](RowNo, const uint8_t *) { ++rows; }))
+    return failed(std::string("reading ") + table.name);
+  if (const uint32_t counted = row_active_count(*table.rows); counted != rows)
+    return std::string(table.name) + " counts " + std::to_string(counted) + " rows and has " +
+           std::to_string(rows) + "\n";
+  std::string fault;
+  for (int i = 0; i < table.index_count && fault.empty(); ++i) fault = index_fault(table, *table.indices[i]);
+  return fault;
+}
+
 std::string tables_fault(Database &db) {
   std::vector<std::string> names;
-  if (!table_names(db, &names)) return status_text("listing the tables", first_status());
+  if (!table_names(db, &names)) return failed("listing the tables");
   for (const std::string &name : names) {
     Table *table = table_open(db, name.c_str());
-    if (table == nullptr) return status_text("opening " + name, first_status());
-    std::string fault;
-    uint32_t rows = 0;
-    if (!each_row(*table->rows, table->record_size, [&rows](RowNo, const uint8_t *) { return ++rows > 0; }))
-      fault = status_text("reading " + name, first_status());
-    else if (rows != row_active_count(*table->rows))
-      fault = name + " counts " + std::to_string(row_active_count(*table->rows)) + " rows and has " +
-              std::to_string(rows) + "\n";
-    for (int i = 0; i < table->index_count && fault.empty(); ++i)
-      fault = index_fault(*table, *table->indices[i]);
+    if (table == nullptr) return failed("opening " + name);
+    const std::string fault = table_fault(*table);
     table_close(table);
     if (!fault.empty()) return fault;
   }
@@ -152,11 +141,11 @@ bool chain_blocks(StorageManager &sm, uint32_t first, uint32_t count, std::vecto
   return block == 0;
 }
 
-bool row_numbers(RowSystem &rows, int record_size, std::vector<RowNo> *numbers) {
-  return each_row(rows, record_size, [&](RowNo row, const uint8_t *record) {
+// The row numbers by which a descriptor ROW's row systems or indices are opened.
+bool descriptors(RowSystem &rows, std::vector<RowNo> *numbers) {
+  return each_row(rows, rows.row_size - 1, [&](RowNo row, const uint8_t *record) {
     // Of the system ROW's rows only the descriptors (type 0) name a row system.
     if (rows.kind != RowKind::system || load_u32(record) == 0) numbers->push_back(row);
-    return true;
   });
 }
 
@@ -167,22 +156,17 @@ bool owned_blocks(StorageManager &sm, std::vector<BlockNo> *blocks) {
     return chain_blocks(sm, counters.page_top, counters.page_count, blocks);
   };
   *blocks = {1, 2};  // the lock bytes, the system ROW's counters
-  std::vector<RowNo> numbers;
-  if (!add_rows(*systems.system_rows) ||
-      !row_numbers(*systems.system_rows, systems.system_rows->row_size - 1, &numbers))
+  std::vector<RowNo> row_systems, indices;
+  if (!add_rows(*systems.system_rows) || !descriptors(*systems.system_rows, &row_systems) ||
+      !descriptors(*systems.index_descriptors, &indices))
     return false;
-  for (const RowNo number : numbers) {
+  for (const RowNo number : row_systems) {
     RowSystem *rows = row_system_open(number, sm);
-    if (rows == nullptr) return false;
-    const bool added = add_rows(*rows);
+    const bool added = rows != nullptr && add_rows(*rows);
     row_system_close(rows);
     if (!added) return false;
   }
-
-  numbers.clear();
-  if (!row_numbers(*systems.index_descriptors, systems.index_descriptors->row_size - 1, &numbers))
-    return false;
-  for (const RowNo number : numbers) {
+  for (const RowNo number : indices) {
     Btree *index = btree_open(sm, number);
     if (index == nullptr) return false;
     const BtreePages &pages = index->pages[sm_level(sm)];
@@ -197,7 +181,7 @@ std::string blocks_fault(StorageManager &sm) {
   std::set<BlockNo> owners;
   std::vector<BlockNo> owned;
   if (!free_blocks(sm, &owners)) return "the free list is broken\n";
-  if (!owned_blocks(sm, &owned)) return status_text("walking the pages", first_status());
+  if (!owned_blocks(sm, &owned)) return failed("walking the pages");
   for (const BlockNo block : owned)
     if (!owners.insert(block).second) return "block " + std::to_string(block) + " has two owners\n";
   const BlockNo count = bm_counters(*sm.bm, part_dat).bcnt;
@@ -219,29 +203,29 @@ std::string row_lines(const std::string &name, const std::string &rows) {
   return result;
 }
 
-std::string index_text(const Btree &index) {
-  const BtreeDefinition &definition = index.definition;
-  std::string text = btree_is_unique(index) ? ", unique " : ", index ";
-  text += definition.index_name;
-  for (int i = 0; i < definition.part_count; ++i) text += " " + std::to_string(definition.parts[i].column);
-  return text;
-}
-
 std::string table_text(Session &session, const std::string &name) {
   Table *table = table_open(session.database(), name.c_str());
-  if (table == nullptr) return status_text("table " + name, first_status());
+  if (table == nullptr) return failed("table " + name);
   std::string text = name + "(";
-  for (int i = 0; i < table->column_count; ++i)
-    text += std::string(i > 0 ? ", " : "") + table->columns[i].name;
+  for (int i = 0; i < table->column_count; ++i) text += std::string(" ") + table->columns[i].name;
   text += ")";
-  for (int i = 0; i < table->index_count; ++i) text += index_text(*table->indices[i]);
+  for (int i = 0; i < table->index_count; ++i) {
+    const BtreeDefinition &index = table->indices[i]->definition;
+    text += (btree_is_unique(*table->indices[i]) ? ", unique " : ", index ") + std::string(index.index_name);
+    for (int part = 0; part < index.part_count; ++part)
+      text += " " + std::to_string(index.parts[part].column);
+  }
   table_close(table);
   std::string rows;
   const StatusCode status = session.query("SELECT * FROM " + name, &rows);
-  return text + "\n" + (status == 0 ? row_lines(name, rows) : status_text("rows", status));
+  return text + "\n" + (status == 0 ? row_lines(name, rows) : "rows: error " + std::to_string(status) + "\n");
 }
 
 }  // namespace
+
+const std::string small_database =
+    "NAME=t;DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=24;CACHE_SIZE_TRN=24;CACHE_RTS=0;LOCK_RETRY=2;"
+    "LOCK_SLEEP=1;BEGIN_RETRY=2;BEGIN_SLEEP=1";
 
 int scale() {
   const char *text = getenv("TOVIK_TEST_SCALE");
@@ -249,6 +233,7 @@ int scale() {
 }
 
 Engine::Engine(const std::string &settings) {
+  fault_driver::install();
   if (kld_api_init(settings.c_str()) != 0) ADD_FAILURE() << "the library does not start: " << first_status();
 }
 
@@ -316,8 +301,7 @@ std::string database_text(Session &session) {
   std::vector<std::string> names;
   {
     const ReadHoldScope hold(session.database());
-    if (!hold.held || !table_names(session.database(), &names))
-      return status_text("the tables", first_status());
+    if (!hold.held || !table_names(session.database(), &names)) return failed("the tables");
   }
   std::string text;
   for (const std::string &name : names) text += table_text(session, name);
@@ -328,7 +312,7 @@ std::string database_fault(Session &session) {
   err_clear();
   Database &db = session.database();
   const ReadHoldScope hold(db);
-  if (!hold.held) return status_text("reading", first_status());
+  if (!hold.held) return failed("reading");
   const std::string fault = tables_fault(db);
   return fault.empty() ? blocks_fault(*db.storage) : fault;
 }
@@ -366,62 +350,71 @@ Statements person_rows(int from, int count) {
   return statements;
 }
 
-static std::string random_row(Random &random) {
-  const std::string id = std::to_string(random.below(60));
-  const std::string name = random.one_in(6) ? "NULL" : "'name " + std::to_string(random.below(5)) + "'";
-  const std::string note(static_cast<size_t>(random.below(random.one_in(4) ? 2000 : 60)), 'n');
-  return id + ", " + name + ", " + (note.empty() ? "NULL" : "'" + note + "'");
-}
+namespace {
 
-static std::string random_condition(Random &random) {
-  const std::string number = std::to_string(random.below(60));
-  switch (random.below(4)) {
-    case 0:
-      return " WHERE id = " + number;
-    case 1:
-      return " WHERE id > " + number + " AND id < " + number + " + 9";
-    case 2:
-      return " WHERE name = 'name " + std::to_string(random.below(5)) + "'";
+std::string filled(const char *pattern, Random &random);
+
+std::string placeholder(char kind, Random &random) {
+  static constexpr const char *conditions[] = {"id = %d", "id > %d AND id < %d", "name = %n",
+                                               "name IS NULL OR id < %d"};
+  switch (kind) {
+    case 't':
+      return "p" + std::to_string(random.below(3));
+    case 'i':
+      return "i" + std::to_string(random.below(4));
+    case 'd':
+      return std::to_string(random.below(60));
+    case 'n':
+      return random.one_in(6) ? "NULL" : "'name " + std::to_string(random.below(5)) + "'";
+    case 's':
+      return "'" + std::string(static_cast<size_t>(random.below(random.one_in(4) ? 2000 : 60)), 'n') + "'";
+    case 'r':
+      return filled("%d, %n, %s", random);
     default:
-      return " WHERE name IS NULL OR id < " + std::to_string(random.below(10));
+      return filled(conditions[random.below(4)], random);
   }
 }
+
+std::string filled(const char *pattern, Random &random) {
+  std::string text;
+  for (; *pattern != '\0'; ++pattern)
+    if (*pattern == '%')
+      text += placeholder(*++pattern, random);
+    else
+      text += *pattern;
+  return text;
+}
+
+}  // namespace
 
 std::string random_statement(Random &random) {
-  const std::string table = "p" + std::to_string(random.below(3));
-  const std::string index = "i" + std::to_string(random.below(4));
-  switch (random.below(20)) {
-    case 0:
-    case 1:
-      return "CREATE TABLE " + table + " (id int NOT NULL, name varchar(12), note text)";
-    case 2:
-      return "CREATE UNIQUE INDEX " + index + " ON " + table + " (id)";
-    case 3:
-      return "CREATE INDEX " + index + " ON " + table + (random.one_in(2) ? " (name)" : " (name, id)");
-    case 4:
-      return "DROP INDEX " + index;
-    case 5:
-      return random.one_in(2) ? "DROP TABLE " + table : "EMPTY TABLE " + table;
-    case 6:
-      return "RENAME TABLE " + table + " TO p" + std::to_string(random.below(3));
-    case 7:
-    case 8:
-      return "DELETE FROM " + table + random_condition(random);
-    case 9:
-    case 10:
-    case 11:
-      return "UPDATE " + table + " SET name = 'name " + std::to_string(random.below(5)) + "', note = '" +
-             std::string(static_cast<size_t>(1 + random.below(400)), 'u') + "'" + random_condition(random);
-    case 12:
-      return "UPDATE " + table + " SET id = id + " + std::to_string(random.below(30)) +
-             random_condition(random);
-    default: {
-      std::string sql = "INSERT INTO " + table + " VALUES " + random_row(random);
-      for (int more = random.one_in(3) ? random.below(12) : 0; more > 0; --more)
-        sql += ", " + random_row(random);
-      return sql;
-    }
-  }
+  static constexpr const char *patterns[] = {
+      "CREATE TABLE %t (id int NOT NULL, name varchar(12), note text)",
+      "CREATE TABLE %t (id int NOT NULL, name varchar(12), note text)",
+      "CREATE UNIQUE INDEX %i ON %t (id)",
+      "CREATE INDEX %i ON %t (name, id)",
+      "CREATE INDEX %i ON %t (name)",
+      "DROP INDEX %i",
+      "DROP TABLE %t",
+      "EMPTY TABLE %t",
+      "RENAME TABLE %t TO %t",
+      "DELETE FROM %t WHERE %c",
+      "DELETE FROM %t WHERE %c",
+      "UPDATE %t SET name = %n, note = %s WHERE %c",
+      "UPDATE %t SET name = %n, note = %s WHERE %c",
+      "UPDATE %t SET note = %s WHERE %c",
+      "UPDATE %t SET id = id + %d WHERE %c",
+      "INSERT INTO %t VALUES %r",
+      "INSERT INTO %t VALUES %r",
+      "INSERT INTO %t VALUES %r",
+      "INSERT INTO %t VALUES %r",
+      "INSERT INTO %t VALUES %r, %r",
+      "INSERT INTO %t VALUES %r, %r",
+      "INSERT INTO %t VALUES %r, %r",
+      "INSERT INTO %t VALUES %r, %r, %r, %r, %r",
+      "INSERT INTO %t VALUES %r, %r, %r, %r, %r, %r, %r, %r, %r, %r, %r",
+  };
+  return filled(patterns[random.below(static_cast<int>(std::size(patterns)))], random);
 }
 
 }  // namespace tovik::test

@@ -9,6 +9,7 @@
 #include "fault_driver.h"
 #include "frame/status.h"
 #include "kld_api.h"
+#include "platform/platform.h"
 
 namespace tovik {
 struct Database;
@@ -19,13 +20,25 @@ namespace tovik::test {
 // How much more than usual a test does: TOVIK_TEST_SCALE, 1 unless set.
 int scale();
 
-// The library, started with settings such as "HVI_TRAN_HISTORY=0" until the end of the scope.
+// The library with the fault driver, started with settings such as "HVI_TRAN_HISTORY=0" until the end of the
+// scope.
 class Engine {
  public:
   explicit Engine(const std::string &settings);
   ~Engine() { kld_api_end(); }
   Engine(const Engine &) = delete;
   Engine &operator=(const Engine &) = delete;
+};
+
+// Nothing is printed for the length of the scope.
+class Silence {
+ public:
+  Silence() : print_(system_driver.print) { system_driver.print = print_nothing; }
+  ~Silence() { system_driver.print = print_; }
+
+ private:
+  static int print_nothing(const char *, ...) { return 0; }
+  decltype(system_driver.print) print_;
 };
 
 // The first status that the calling thread's last call recorded, 0 for none.
@@ -59,14 +72,16 @@ class Session {
 };
 
 // Every table with its columns, its indices and its rows in their order, as the calling thread sees them,
-// long runs of one character by their length; or
-// "error N" in place of what cannot be read.
+// long runs of one character by their length; "error N" in place of what cannot be read.
 std::string database_text(Session &session);
 
 // Whether everything inside agrees: each index holds exactly the keys of the table's rows and finds each of
 // them; the free list is whole; every block belongs to exactly one owner. "" or the first thing wrong. For a
 // database without open transaction.
 std::string database_fault(Session &session);
+
+// A database on the fault driver with small caches and short waits.
+extern const std::string small_database;
 
 using Statements = std::vector<std::string>;
 Statements operator+(Statements a, const Statements &b);

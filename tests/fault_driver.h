@@ -40,6 +40,17 @@ struct DiskLog {
   std::vector<DiskOperation> operations;
 };
 
+// Files by number and the directory that names them.
+struct DiskFiles {
+  std::map<std::string, int> names;
+  std::map<int, Bytes> files;
+
+  explicit DiskFiles(const DiskImage &image = {});
+  void write(int file, int64_t position, const uint8_t *data, size_t length);
+  void change(const DiskOperation &operation);  // flushes change nothing
+  DiskImage image() const;
+};
+
 enum class Failure { once, from_then_on };  // of calls or allocations
 const char *failure_text(Failure how);
 
@@ -49,14 +60,12 @@ inline constexpr int number = 101;  // DRV_NO
 
 void install();  // before the library is started
 
-// The disk holds image and nothing else. The log, the count of calls and the failures start anew. Nothing may
-// be open.
+// The disk holds image and nothing else. The log and the failures start anew. Nothing may be open.
 void load(const DiskImage &image);
 DiskImage content();
 const DiskLog &log();
 
-// Calls that can fail: every one but file_exists, counted from 1 since load, fail_call or heal.
-int calls();
+// Calls that can fail: every one but file_exists, counted from 1.
 void fail_call(int call, Failure how);  // a failing write leaves the first half of its bytes
 void heal();                            // no call fails from here on
 std::string failed_call();              // the first that failed, for messages: "file_sync t.trn"
@@ -66,7 +75,8 @@ std::string failed_call();              // the first that failed, for messages: 
 // The disk after the first operations of a log; knows what of it is durable.
 class StoppedDisk {
  public:
-  explicit StoppedDisk(const DiskImage &base);
+  explicit StoppedDisk(const DiskImage &base) : durable_(base) {}
+  explicit StoppedDisk(const DiskLog &log);    // after all of them
   void apply(const DiskOperation &operation);  // which must outlive this object
 
   using Visit = std::function<void(const std::string &how, const DiskImage &image)>;
@@ -85,23 +95,17 @@ class StoppedDisk {
     const DiskOperation *operation;
     State state;
   };
-  struct Choice {
-    std::vector<Fate> fates;  // by change
-    size_t names_kept;
-  };
 
   void flush_file(int file);
-  void fail_flush(int file);
-  void flush_names();
-  static std::vector<bool> sectors_kept(const DiskOperation &operation, Fate fate, Random &random);
-  DiskImage image(const Choice &choice, Random &random) const;
+  DiskImage image(const std::vector<Fate> &fates, size_t names_kept, Random &random) const;
 
-  std::map<std::string, int> names_;  // durable
-  std::map<int, Bytes> files_;
+  DiskFiles durable_;
   std::vector<Change> changes_;
   std::vector<const DiskOperation *> name_changes_;
 };
 
-uint64_t disk_hash(const DiskImage &image);
+// What a machine may leave that stops after every step-th operation of a log.
+void each_stop(const DiskLog &log, Random &random, int single_limit, int random_count,
+               const StoppedDisk::Visit &visit, size_t step = 1);
 
 }  // namespace tovik::test

@@ -11,9 +11,18 @@ class CountedMemory {
  public:
   CountedMemory() : original_(memory_table) {
     current_ = this;
-    memory_table.mem_alloc = alloc;
-    memory_table.mem_free = release;
-    memory_table.mem_realloc = resize;
+    memory_table.mem_alloc = [](size_t size) {
+      return current_->fails() ? nullptr : current_->counted(current_->original_.mem_alloc(size));
+    };
+    memory_table.mem_realloc = [](void *block, size_t size) {
+      if (current_->fails()) return static_cast<void *>(nullptr);
+      void *resized = current_->original_.mem_realloc(block, size);
+      return block == nullptr ? current_->counted(resized) : resized;
+    };
+    memory_table.mem_free = [](void *block) {
+      if (block != nullptr) --current_->blocks_;
+      current_->original_.mem_free(block);
+    };
   }
   ~CountedMemory() { memory_table = original_; }
   CountedMemory(const CountedMemory &) = delete;
@@ -37,19 +46,9 @@ class CountedMemory {
     failed_ |= now;
     return now;
   }
-  static void *alloc(size_t size) {
-    if (current_->fails()) return nullptr;
-    ++current_->blocks_;
-    return current_->original_.mem_alloc(size);
-  }
-  static void release(void *block) {
-    if (block != nullptr) --current_->blocks_;
-    current_->original_.mem_free(block);
-  }
-  static void *resize(void *block, size_t size) {
-    if (current_->fails()) return nullptr;
-    if (block == nullptr) ++current_->blocks_;
-    return current_->original_.mem_realloc(block, size);
+  void *counted(void *block) {
+    ++blocks_;
+    return block;
   }
 
   inline static CountedMemory *current_ = nullptr;

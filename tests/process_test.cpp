@@ -1,7 +1,6 @@
 // Several processes and threads on one database: who sees what while a transaction is open, and what is left
 // of the work of processes that are killed at any moment.
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/mman.h>
@@ -10,8 +9,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <cstdio>
-#include <memory>
 #include <optional>
 #include <thread>
 
@@ -21,54 +20,25 @@
 namespace tovik::test {
 namespace {
 
-constexpr int answer_timeout = 60000;  // milliseconds
 constexpr StatusCode database_busy = status::database_busy;
 
 // Kills the process at the n-th call that changes a file, once armed.
-namespace killer {
+int calls_until_kill = 0;
 
-int calls_left = 0;
-IoDriver original;
-
-void count() {
-  if (calls_left > 0 && --calls_left == 0) raise(SIGKILL);
-}
-int64_t write(DriverHandle handle, const void *buffer, int64_t length, int64_t offset) {
-  count();
-  return original.file_write(handle, buffer, length, offset);
-}
-int sync(DriverHandle handle) {
-  count();
-  return original.file_sync(handle);
-}
-int truncate(DriverHandle handle, int64_t length) {
-  count();
-  return original.file_truncate(handle, length);
-}
-int remove(const char *name) {
-  count();
-  return original.file_remove(name);
-}
-int rename(const char *old_name, const char *new_name) {
-  count();
-  return original.file_rename(old_name, new_name);
-}
-int unlock(DriverHandle handle, int64_t offset, int64_t length) {
-  count();
-  return original.file_unlock(handle, offset, length);
+template <auto slot, class Result, class... Arguments>
+void count_calls(Result (*)(Arguments...)) {
+  static Result (*original)(Arguments...);
+  original = file_driver.*slot;
+  file_driver.*slot = [](Arguments... arguments) {
+    if (calls_until_kill > 0 && --calls_until_kill == 0) raise(SIGKILL);
+    return original(arguments...);
+  };
 }
 
-void install() {
-  original = file_driver;
-  file_driver.file_write = write;
-  file_driver.file_sync = sync;
-  file_driver.file_truncate = truncate;
-  file_driver.file_remove = remove;
-  file_driver.file_rename = rename;
-  file_driver.file_unlock = unlock;
+template <auto... slots>
+void count_calls() {
+  (count_calls<slots>(file_driver.*slots), ...);
 }
-
-}  // namespace killer
 
 // A process of its own with the database open, that answers commands: SQL (the status, then the rows of a
 // SELECT), "text", "fault", "kill N" (at the Nth call from now on that changes a file).
@@ -78,23 +48,18 @@ class Process {
     int down[2], up[2];
     if (pipe(down) != 0 || pipe(up) != 0) abort();
     pid_ = fork();
-    if (pid_ == 0) {
-      close(down[1]);
-      close(up[0]);
-      serve(params, down[0], up[1]);
-      _exit(0);
-    }
-    close(down[0]);
-    close(up[1]);
-    commands_ = down[1];
-    answers_ = up[0];
-    EXPECT_EQ(receive(), "0 opened");
+    commands_ = fdopen(down[pid_ == 0 ? 0 : 1], pid_ == 0 ? "r" : "w");
+    answers_ = fdopen(up[pid_ == 0 ? 1 : 0], pid_ == 0 ? "w" : "r");
+    close(down[pid_ == 0 ? 1 : 0]);
+    close(up[pid_ == 0 ? 0 : 1]);
+    if (pid_ == 0) serve(params);
+    EXPECT_EQ(get(answers_), "0 opened");
   }
   ~Process() {
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
-    close(commands_);
-    close(answers_);
+    fclose(commands_);
+    fclose(answers_);
   }
   Process(const Process &) = delete;
   Process &operator=(const Process &) = delete;
@@ -103,7 +68,7 @@ class Process {
   // the system has let go of its locks, and until then others rightly take it for a living writer.
   std::optional<std::string> ask(const std::string &command) {
     put(commands_, command);
-    std::optional<std::string> answer = receive();
+    std::optional<std::string> answer = get(answers_);
     if (!answer.has_value()) {
       kill(pid_, SIGKILL);
       siginfo_t died;
@@ -113,29 +78,23 @@ class Process {
   }
 
  private:
-  static void put(int file, const std::string &text) {
-    const std::string framed = std::string(text.c_str(), text.size()) + '\0';
-    (void)!write(file, framed.data(), framed.size());
+  // Texts end with a NUL.
+  static void put(FILE *file, const std::string &text) {
+    fwrite(text.c_str(), 1, text.size() + 1, file);
+    fflush(file);
   }
-
-  static std::optional<std::string> get(int file) {
+  static std::optional<std::string> get(FILE *file) {
     std::string text;
-    for (;;) {
-      pollfd wait = {file, POLLIN, 0};
-      char c;
-      if (poll(&wait, 1, answer_timeout) != 1 || read(file, &c, 1) != 1) return std::nullopt;
-      if (c == '\0') return text;
-      text += c;
-    }
+    int c;
+    while ((c = getc(file)) > 0) text += static_cast<char>(c);
+    return c == 0 ? std::optional(text) : std::nullopt;
   }
-
-  std::optional<std::string> receive() { return get(answers_); }
 
   static std::string answer(Session &session, const std::string &command) {
     if (command == "text") return database_text(session);
     if (command == "fault") return database_fault(session);
     if (command.starts_with("kill ")) {
-      killer::calls_left = atoi(command.c_str() + 5);
+      calls_until_kill = atoi(command.c_str() + 5);
       return "armed";
     }
     if (!command.starts_with("SELECT")) return std::to_string(session.run(command));
@@ -144,17 +103,21 @@ class Process {
     return std::to_string(status) + " " + rows;
   }
 
-  static void serve(const std::string &params, int commands, int answers) {
-    signal(SIGPIPE, SIG_DFL);
-    killer::install();
-    const Engine engine("");
-    Session session(params);
-    put(answers, std::to_string(session.open_status()) + " opened");
-    while (const std::optional<std::string> command = get(commands)) put(answers, answer(session, *command));
+  [[noreturn]] void serve(const std::string &params) {
+    {
+      count_calls<&IoDriver::file_write, &IoDriver::file_sync, &IoDriver::file_truncate,
+                  &IoDriver::file_remove, &IoDriver::file_rename, &IoDriver::file_unlock>();
+      const Engine engine("");
+      Session session(params);
+      put(answers_, std::to_string(session.open_status()) + " opened");
+      while (const std::optional<std::string> command = get(commands_))
+        put(answers_, answer(session, *command));
+    }
+    _exit(0);
   }
 
   pid_t pid_;
-  int commands_, answers_;
+  FILE *commands_, *answers_;
 };
 
 class ProcessTest : public testing::Test {
@@ -304,41 +267,19 @@ class Bank {
     return result;
   }
 
-  // Runs until it is killed.
-  [[noreturn]] void write(const std::string &params, int writer, uint64_t seed) {
-    const Engine engine("");
-    Session session(params);
-    std::mt19937_64 random(seed);
+  // A writer, or a reader when its number is not one of a writer's, for some tries.
+  void work(Session &session, int worker, uint64_t seed, int tries) {
     if (!session.open()) note(session.open_status(), "open");
-    int64_t done = transfers(session, writer);
-    if (done < shared_->acknowledged[writer]) note(-2, "an acknowledged transfer is gone");
-    shared_->acknowledged[writer] = done;  // seen, so it stays
-    for (;;)
-      if (transfer(session, random, writer, done + 1)) shared_->acknowledged[writer] = ++done;
-  }
-
-  // The same as a thread that shares a database and ends after some tries.
-  void write_some(Session *database, int writer, uint64_t seed, int tries) {
-    Session session(database);
     std::mt19937_64 random(seed);
-    for (int i = 0; i < tries; ++i)
-      if (transfer(session, random, writer, shared_->acknowledged[writer] + 1))
-        ++shared_->acknowledged[writer];
-  }
-
-  [[noreturn]] void read(const std::string &params) {
-    const Engine engine("");
-    Session session(params);
-    if (!session.open()) note(session.open_status(), "open");
-    for (;;) {
-      read_once(session);
-      usleep(500);
+    if (worker >= writers) {
+      for (; tries > 0; --tries, usleep(500)) read(session);
+      return;
     }
-  }
-
-  void read_some(Session *database, int tries) {
-    Session session(database);
-    for (int i = 0; i < tries; ++i) read_once(session);
+    int64_t done = transfers(session, worker);
+    if (done < shared_->acknowledged[worker]) note(-2, "an acknowledged transfer is gone");
+    shared_->acknowledged[worker] = done;  // seen, so it stays
+    for (; tries > 0; --tries)
+      if (transfer(session, random, worker, done + 1)) shared_->acknowledged[worker] = ++done;
   }
 
   int64_t transfers(Session &session, int writer) {
@@ -351,7 +292,7 @@ class Bank {
   const Shared &shared() const { return *shared_; }
 
  private:
-  void read_once(Session &session) {
+  void read(Session &session) {
     std::string row;
     const StatusCode status = session.query("SELECT SUM(balance), COUNT(*) FROM account", &row);
     const std::string expected = std::to_string(total) + "|" + std::to_string(accounts) + "\n";
@@ -359,24 +300,23 @@ class Bank {
     if (check(status, "SELECT SUM")) ++shared_->reads;
   }
 
+  // A busy database is an answer; anything else is noted.
+  bool run(Session &session, const std::string &sql) { return check(session.run(sql), sql.c_str()); }
+
   bool transfer(Session &session, std::mt19937_64 &random, int writer, int64_t number) {
     const std::string amount = std::to_string(random() % 50);
     const std::string from = std::to_string(random() % accounts), to = std::to_string(random() % accounts);
-    if (!check(session.run("BEGIN TRANSACTION"), "BEGIN")) return false;
-    const bool done =
-        check(session.run("UPDATE account SET balance = balance - " + amount + " WHERE id = " + from),
-              "UPDATE") &&
-        check(session.run("UPDATE account SET balance = balance + " + amount + " WHERE id = " + to),
-              "UPDATE") &&
-        check(session.run("UPDATE progress SET transfers = " + std::to_string(number) +
-                          " WHERE writer = " + std::to_string(writer)),
-              "UPDATE progress");
-    if (done && check(session.run("COMMIT TRANSACTION"), "COMMIT")) return true;
+    if (!run(session, "BEGIN TRANSACTION")) return false;
+    if (run(session, "UPDATE account SET balance = balance - " + amount + " WHERE id = " + from) &&
+        run(session, "UPDATE account SET balance = balance + " + amount + " WHERE id = " + to) &&
+        run(session, "UPDATE progress SET transfers = " + std::to_string(number) +
+                         " WHERE writer = " + std::to_string(writer)) &&
+        run(session, "COMMIT TRANSACTION"))
+      return true;
     (void)session.run("ROLLBACK TRANSACTION");
     return false;
   }
 
-  // A busy database is an answer; anything else is noted.
   bool check(StatusCode status, const char *what) {
     if (status == 0) return true;
     if (status != database_busy) note(status, what);
@@ -400,10 +340,11 @@ TEST_F(ProcessTest, RandomTransfersOfThreads) {
   Bank bank;
   Random random;
   std::vector<std::thread> threads;
-  for (int writer = 0; writer < Bank::writers; ++writer)
-    threads.emplace_back(&Bank::write_some, &bank, &database, writer, random.next(), 40 * scale());
-  for (int reader = 0; reader < 2; ++reader)
-    threads.emplace_back(&Bank::read_some, &bank, &database, 200 * scale());
+  for (int worker = 0; worker < Bank::writers + 2; ++worker)
+    threads.emplace_back([&, worker, seed = random.next()] {
+      Session session(&database);
+      bank.work(session, worker, seed, (worker < Bank::writers ? 40 : 200) * scale());
+    });
   for (std::thread &thread : threads) thread.join();
   ASSERT_EQ(bank.shared().failure, 0) << bank.shared().what;
   EXPECT_EQ(database_fault(database), "");
@@ -411,7 +352,7 @@ TEST_F(ProcessTest, RandomTransfersOfThreads) {
     EXPECT_GT(bank.shared().acknowledged[writer], 0);
     EXPECT_EQ(bank.transfers(database, writer), bank.shared().acknowledged[writer]);
   }
-  bank.read_some(&database, 1);
+  bank.work(database, Bank::writers, 0, 1);
   ASSERT_EQ(bank.shared().failure, 0) << bank.shared().what;
 }
 
@@ -419,15 +360,17 @@ TEST_F(ProcessTest, RandomTransfersSurviveRandomKills) {
   create(Bank::statements());
   Bank bank;
   Random random;
-  const auto start = [&](int writer) {
+  const auto start = [&](int worker) {
     const uint64_t seed = random.next();
     const pid_t pid = fork();
     if (pid != 0) return pid;
-    if (writer < 0) bank.read(params());
-    bank.write(params(), writer, seed);
+    const Engine engine("");
+    Session session(params());
+    bank.work(session, worker, seed, INT_MAX);
+    _exit(0);
   };
   pid_t pids[Bank::writers + 2];
-  for (int i = 0; i < Bank::writers + 2; ++i) pids[i] = start(i < Bank::writers ? i : -1);
+  for (int worker = 0; worker < Bank::writers + 2; ++worker) pids[worker] = start(worker);
 
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5 * scale());
   int kills = 0;
@@ -436,7 +379,7 @@ TEST_F(ProcessTest, RandomTransfersSurviveRandomKills) {
     const int victim = random.below(Bank::writers + 1);  // one of the readers too
     kill(pids[victim], SIGKILL);
     waitpid(pids[victim], nullptr, 0);
-    pids[victim] = start(victim < Bank::writers ? victim : -1);
+    pids[victim] = start(victim);
     ++kills;
   }
   for (const pid_t pid : pids) {

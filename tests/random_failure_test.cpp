@@ -44,8 +44,6 @@ std::string unordered_text(Session &session) {
 
 class RandomFailureTest : public testing::TestWithParam<const char *> {
  protected:
-  RandomFailureTest() { fault_driver::install(); }
-
   // Arms one kind of failure for the next calls; a word about it.
   std::string arm() {
     if (random_.one_in(3)) return no_failure;
@@ -77,8 +75,6 @@ class RandomFailureTest : public testing::TestWithParam<const char *> {
     return true;
   }
 
-  void begin(Session &session) { ASSERT_EQ(session.run("BEGIN TRANSACTION"), 0); }
-
   // A rollback that fails for the failure of the moment is repeated when that is over.
   void roll_back(Session &session) {
     if (session.run("ROLLBACK TRANSACTION") == 0) return;
@@ -90,9 +86,7 @@ class RandomFailureTest : public testing::TestWithParam<const char *> {
   void stop_machine(const std::string &state) {
     const DiskImage content = fault_driver::content();
     const DiskLog log = fault_driver::log();
-    StoppedDisk disk(log.base);
-    for (const DiskOperation &operation : log.operations) disk.apply(operation);
-    disk.each_image(random_, 3, 3, [&](const std::string &how, const DiskImage &image) {
+    StoppedDisk(log).each_image(random_, 3, 3, [&](const std::string &how, const DiskImage &image) {
       if (HasFatalFailure()) return;
       SCOPED_TRACE("the machine stopped, " + how);
       fault_driver::load(image);
@@ -124,7 +118,9 @@ TEST_P(RandomFailureTest, RandomUnits) {
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
       const Statements unit = random_unit(random_);
       std::vector<StatusCode> outcomes;
-      if (unit.size() == 1) begin(*reference);
+      if (unit.size() == 1) {
+        ASSERT_EQ(reference->run("BEGIN TRANSACTION"), 0);
+      }
       for (const std::string &sql : unit)
         outcomes.push_back(sql.starts_with("COMMIT") ? 0 : reference->run(sql));
       // Alone, a statement that fails leaves nothing; inside a transaction, what it did before stays.

@@ -1,0 +1,260 @@
+// Every call of the storage driver, or every allocation, fails in turn, once or from then on. Whatever fails,
+// the call tells or succeeds, nothing leaks, and afterwards, in the same process, after reopening, and after
+// a crash on top, the database holds the state before or after the call; the state after it if it succeeded.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "engine.h"
+#include "fault_memory.h"
+#include "frame/error.h"
+
+namespace tovik::test {
+namespace {
+
+struct Setting {
+  const char *name;
+  bool of_memory;
+  const char *library;
+};
+
+void PrintTo(const Setting &setting, std::ostream *out) {
+  *out << setting.name;
+}
+
+const Setting settings[] = {
+    {"Allocations", true, ""},
+    {"CallsWithHistory", false, ""},
+    {"CallsWithReusedStorage", false, "HVI_TRAN_HISTORY=0"},
+    {"CallsWithFreshStorage", false, "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF"},
+};
+
+// What is done before the failure, and the statement that meets it. A query is fetched to its end.
+struct Victim {
+  Statements before;
+  std::string statement;
+};
+
+const Statements changes = {"BEGIN TRANSACTION", "UPDATE person SET name = 'other'",
+                            "DROP INDEX person_name"};
+const Victim victims[] = {
+    {{},
+     "SELECT p.id, q.note FROM person p, person q WHERE p.id = q.id AND q.name = 'name 2' ORDER BY p.note "
+     "DESC"},
+    {{}, "SELECT DISTINCT name FROM person WHERE id IN (3, 10, 11) AND note LIKE '%d%'"},
+    {{}, "SELECT COUNT(*), MAX(id), AVG(id) FROM person"},
+    {{}, "INSERT INTO person VALUES 100, 'new', 'a text long enough for chunks of its own in the overflow'"},
+    {{}, "UPDATE person SET name = 'other', note = note || ' and more' WHERE id < 10"},
+    {{}, "UPDATE person SET note = 'short' WHERE id < 10"},
+    {{}, "DELETE FROM person WHERE name = 'name 3'"},
+    {{}, "CREATE TABLE other (a int AUTO_INCREMENT, b text)"},
+    {{}, "CREATE INDEX person_note ON person (id, name)"},
+    {{}, "DROP INDEX person_name"},
+    {{}, "RENAME TABLE person TO people"},
+    {{}, "EMPTY TABLE person"},
+    {{}, "DROP TABLE person"},
+    {{}, "BEGIN TRANSACTION"},
+    {changes, "COMMIT TRANSACTION"},
+    {changes, "ROLLBACK TRANSACTION"},
+    {{}, "DESCRIBE person ALL"},
+    {{}, "INFO CHECK person"},
+};
+
+StatusCode perform(Session &session, const std::string &statement) {
+  if (!statement.starts_with("SELECT")) return session.run(statement);
+  std::string rows;
+  return session.query(statement, &rows);
+}
+
+// The states that a database may show: one of the two, until something has told which.
+struct Expected {
+  std::string before, after;
+
+  void look(Session &session) {
+    ASSERT_TRUE(session.open()) << session.open_status();
+    const std::string state = database_text(session);
+    if (state != after) {
+      ASSERT_EQ(state, before) << "or:\n" << after;
+    }
+    before = after = state;
+    ASSERT_EQ(database_fault(session), "");
+  }
+  void look_after_opening() {
+    Session session(small_database);
+    look(session);
+  }
+};
+
+void look_after_crash(const DiskLog &log, const Expected &expected) {
+  Random random;
+  StoppedDisk(log).each_image(random, 2, 1, [&](const std::string &how, const DiskImage &image) {
+    if (testing::Test::HasFatalFailure()) return;
+    SCOPED_TRACE("the machine stopped after that, " + how);
+    fault_driver::load(image);
+    Expected(expected).look_after_opening();
+  });
+}
+
+class FailureTest : public testing::TestWithParam<Setting> {
+ protected:
+  // Runs work for each call or allocation until it makes no more; it calls arm() where they begin to fail
+  // and heal() where that ends.
+  template <class Work>
+  void fail_each(const char *what, Work work) {
+    int count = 0;
+    for (const Failure how : {Failure::once, Failure::from_then_on})
+      for (number_ = 1, how_ = how;; ++number_, ++count) {
+        const int blocks = memory_.blocks();
+        SCOPED_TRACE(std::string(what) + "\ncall " + std::to_string(number_) + " fails " + failure_text(how));
+        work();
+        EXPECT_EQ(memory_.blocks(), blocks) << "blocks leaked";
+        if (HasFailure()) ADD_FAILURE() << "after the failure of: " << failed_;
+        if (HasFailure()) return;
+        if (failed_.empty()) break;
+      }
+    printf("%3d failures: %s\n", count, what);
+  }
+  void arm() {
+    if (GetParam().of_memory)
+      memory_.fail(number_, how_);
+    else
+      fault_driver::fail_call(number_, how_);
+  }
+  void heal() {
+    memory_.heal();
+    failed_ = memory_.failed() ? "an allocation" : fault_driver::failed_call();
+    fault_driver::heal();
+  }
+
+  // A failure has a status; that of an allocation tells of it. A lock object is an allocation too, and has a
+  // status of its own.
+  void expect_told(StatusCode first) {
+    EXPECT_NE(first, -1) << "failed without a status";
+    if (first == 0 || !GetParam().of_memory || first == status::lock_create) return;
+    bool told = first == status::out_of_memory;
+    const ErrorRecord &record = error_record();
+    for (int i = 0; i < std::min(record.count, error_entry_limit); ++i)
+      told |= record.entries[i].code == status::out_of_memory;
+    EXPECT_TRUE(told) << first;
+  }
+
+  // What a victim does when nothing fails.
+  Expected outcome(const Victim &victim) {
+    Expected expected;
+    fault_driver::load(base_);
+    Session session(small_database);
+    expected.before = database_text(session);
+    for (const std::string &sql : victim.before) EXPECT_EQ(session.run(sql), 0) << sql;
+    EXPECT_EQ(perform(session, victim.statement), 0) << victim.statement;
+    expected.after = database_text(session);
+    return expected;
+  }
+
+  CountedMemory memory_;
+  const Silence silence_;
+  const Engine engine_{GetParam().library};
+  const DiskImage base_ = made_database(small_database, schema() + person_rows(0, 30));
+
+ private:
+  int number_ = 0;
+  Failure how_ = Failure::once;
+  std::string failed_;
+};
+
+TEST_P(FailureTest, EveryFailureOfAStatement) {
+  for (const Victim &victim : victims) {
+    const Expected possible = outcome(victim);
+    fail_each(victim.statement.c_str(), [&] {
+      Expected expected = possible;
+      fault_driver::load(base_);
+      DiskLog log;
+      {
+        Session session(small_database);
+        for (const std::string &sql : victim.before) ASSERT_EQ(session.run(sql), 0) << sql;
+        arm();
+        const StatusCode status = perform(session, victim.statement);
+        heal();
+        expect_told(status);
+        if (status == 0) expected.before = expected.after;
+        if (status == 0 && victim.statement == "BEGIN TRANSACTION") {
+          ASSERT_EQ(session.run("ROLLBACK TRANSACTION"), 0);
+        }
+        log = fault_driver::log();
+        Expected(expected).look(session);
+        ASSERT_EQ(session.run("CREATE TABLE probe (a int)"), 0);
+        ASSERT_EQ(session.run("DROP TABLE probe"), 0);
+      }
+      Expected(expected).look_after_opening();
+      if (!GetParam().of_memory) look_after_crash(log, expected);
+    });
+    if (HasFailure()) return;
+  }
+}
+
+// Opening includes the completion of a commit that was cut short.
+TEST_P(FailureTest, EveryFailureOfOpeningAndRecovery) {
+  const Expected possible = outcome({{}, "UPDATE person SET name = 'other'"});
+  const DiskLog log = fault_driver::log();
+  Random random;
+  const auto open = [&](const std::string &what, const DiskImage &image) {
+    if (HasFailure()) return;
+    fail_each(what.c_str(), [&] {
+      Expected expected = possible;
+      fault_driver::load(image);
+      {
+        arm();
+        Session session(small_database);
+        heal();
+        expect_told(session.open_status());
+        EXPECT_TRUE(session.open() || session.open_status() != 0) << "failed without a status";
+        if (session.open()) {
+          expected.look(session);
+          ASSERT_EQ(session.run("CREATE TABLE probe (a int)"), 0);
+          ASSERT_EQ(session.run("DROP TABLE probe"), 0);
+        }
+      }
+      expected.look_after_opening();
+    });
+  };
+  each_stop(log, random, 0, 0, open, log.operations.size() / 6);
+}
+
+TEST_P(FailureTest, EveryFailureOfCreation) {
+  fail_each("creation", [&] {
+    fault_driver::load({});
+    arm();
+    const int created = kld_api_create_db(small_database.c_str());
+    heal();
+    if (created != 0) {
+      const StatusCode status = first_status();
+      EXPECT_NE(status, 0);
+      expect_told(status);
+      ASSERT_EQ(kld_api_create_db((small_database + ";OVERWRITE=true").c_str()), 0) << first_status();
+    }
+    Expected().look_after_opening();
+  });
+}
+
+TEST_P(FailureTest, EveryFailureOfClosing) {
+  fail_each("closing", [&] {
+    fault_driver::load(base_);
+    Expected expected;
+    {
+      Session session(small_database);
+      ASSERT_EQ(session.run("UPDATE person SET name = 'other'"), 0);
+      expected.before = expected.after = database_text(session);
+      ASSERT_EQ(session.run("BEGIN TRANSACTION"), 0);
+      ASSERT_EQ(session.run("UPDATE person SET name = 'never committed'"), 0);
+      arm();
+    }
+    heal();
+    expected.look_after_opening();
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Settings, FailureTest, testing::ValuesIn(settings),
+                         [](const auto &setting) { return setting.param.name; });
+
+}  // namespace
+}  // namespace tovik::test
