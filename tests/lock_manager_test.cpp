@@ -1,11 +1,5 @@
 #include "storage/lock_manager.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <thread>
-
 #include "storage_support.h"
 
 namespace tovik::test {
@@ -173,14 +167,6 @@ TEST_F(LockManagerTest, RefusesWhatCannotBe) {
   EXPECT_EQ(granted, lm_lock(*a_, 17, LockLevel::shared, false));
 }
 
-TEST_F(LockManagerTest, DisabledLocksNobody) {
-  env_set("HVI_LOCK_DISABLE", "TRUE");
-  EXPECT_EQ(granted, lm_lock(*a_, 1, LockLevel::exclusive, false));
-  EXPECT_EQ(granted, lm_lock(*b_, 1, LockLevel::exclusive, false));
-  EXPECT_FALSE(lm_holds_write(*a_, 1));
-  EXPECT_TRUE(lm_unlock(*a_, 1, Unlock::all));
-}
-
 // The byte-range calls on the way of one thread, as "+S4098:510" (locked shared) or "-4096:1" (unlocked).
 std::string ranges;
 int range_calls, failing_range_call;
@@ -199,16 +185,18 @@ int recorded_unlock(DriverHandle handle, int64_t offset, int64_t length) {
   return real_files.file_unlock(handle, offset, length);
 }
 
-TEST_F(LockManagerTest, BytesLieBehindTheHeaderBlock) {
+// The bytes lie behind the header block.
+TEST_F(LockManagerTest, ByteRangesOfTheLevels) {
   SlotGuard lock(file_driver.file_lock, recorded_lock);
   SlotGuard unlock(file_driver.file_unlock, recorded_unlock);
   range_calls = failing_range_call = 0;
-  const auto after = [](bool) { return std::exchange(ranges, {}); };
-  EXPECT_EQ("+S4096:1 +S4098:510 -4096:1 ", after(lm_lock(*a_, 1, LockLevel::shared, false) == granted));
-  EXPECT_EQ("+X4097:1 ", after(lm_lock(*a_, 1, LockLevel::reserved, false) == granted));
-  EXPECT_EQ("+X4096:1 -4098:510 +X4098:510 ", after(lm_lock(*a_, 1, LockLevel::exclusive, false) == granted));
-  EXPECT_EQ("-4098:510 +S4098:510 -4097:1 -4096:1 ", after(lm_unlock(*a_, 1, Unlock::to_shared)));
-  EXPECT_EQ("-4098:510 ", after(lm_unlock(*a_, 1, Unlock::all)));
+  const auto ranges_of = [](bool) { return std::exchange(ranges, {}); };
+  const auto taken = [&](LockLevel level) { return ranges_of(lm_lock(*a_, 1, level, false) == granted); };
+  EXPECT_EQ("+S4096:1 +S4098:510 -4096:1 ", taken(LockLevel::shared));
+  EXPECT_EQ("+X4097:1 ", taken(LockLevel::reserved));
+  EXPECT_EQ("+X4096:1 -4098:510 +X4098:510 ", taken(LockLevel::exclusive));
+  EXPECT_EQ("-4098:510 +S4098:510 -4097:1 -4096:1 ", ranges_of(lm_unlock(*a_, 1, Unlock::to_shared)));
+  EXPECT_EQ("-4098:510 ", ranges_of(lm_unlock(*a_, 1, Unlock::all)));
 }
 
 TEST_F(LockManagerTest, EveryByteRangeCallFailingIsSurvived) {
@@ -242,54 +230,6 @@ TEST_F(LockManagerTest, EveryByteRangeCallFailingIsSurvived) {
     if (range_calls < call) break;
   }
   EXPECT_GT(range_calls, 10);
-}
-
-const char patient[] = ";LOCK_RETRY=20000";
-
-// Rounds of reading and of writing; bump is not safe against itself.
-template <class Bump>
-void work(LockManager &lm, ThreadId thread, int rounds, Bump bump) {
-  for (int round = 0; round < rounds; ++round) {
-    EXPECT_EQ(granted, lm_lock(lm, thread, LockLevel::shared, true));
-    EXPECT_TRUE(lm_unlock(lm, thread, Unlock::readers_only));
-    EXPECT_EQ(granted, lm_lock(lm, thread, LockLevel::reserved, true));
-    EXPECT_EQ(granted, lm_lock(lm, thread, LockLevel::exclusive, true));
-    bump();
-    EXPECT_TRUE(lm_unlock(lm, thread, Unlock::all));
-  }
-}
-
-TEST_F(LockManagerTest, ThreadsExcludeEachOther) {
-  Process shared(text_ + patient);
-  int count = 0;
-  std::vector<std::thread> threads;
-  for (ThreadId thread = 1; thread <= 4; ++thread)
-    threads.emplace_back([&, thread] { work(*shared, thread, 100, [&] { ++count; }); });
-  for (std::thread &thread : threads) thread.join();
-  EXPECT_EQ(400, count);
-  EXPECT_EQ(0, (*shared).nshared);
-}
-
-TEST_F(LockManagerTest, ProcessesExcludeEachOther) {
-  const std::string counter = dir_ / "counter";
-  write_file(counter, Bytes(1, 0));
-  pid_t children[3];
-  for (pid_t &child : children) {
-    child = fork();
-    if (child != 0) continue;
-    {
-      Process own(text_ + patient);  // byte-range locks belong to the open file: a child needs its own
-      work(*own, current_thread(), 30, [&] { write_file(counter, Bytes(1, read_file(counter)[0] + 1)); });
-    }
-    _exit(HasFailure() ? 1 : 0);
-  }
-  for (const pid_t child : children) {
-    int state;
-    waitpid(child, &state, 0);
-    EXPECT_EQ(0, state);
-  }
-  EXPECT_EQ(Bytes(1, 90), read_file(counter));
-  EXPECT_EQ(granted, lm_lock(*a_, 1, LockLevel::exclusive, false));
 }
 
 TEST_F(LockManagerTest, OpenBesideAWriterSkipsTheRestart) {

@@ -7,12 +7,12 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "api/library.h"
@@ -29,9 +29,7 @@ std::string flushes;
 int failing_directory_flushes = 0;
 
 std::string take_flushes() {
-  std::string taken;
-  taken.swap(flushes);
-  return taken;
+  return std::exchange(flushes, {});
 }
 
 }  // namespace
@@ -55,94 +53,73 @@ extern "C" int fsync(int directory) {
 
 namespace {
 
+constexpr int read_write = 2;
+
 class FileDriver : public ::testing::Test {
  protected:
   std::string name(const char *last) const { return directory_.path() + "\\" + last; }
-  DriverHandle create(const char *last) const {
-    return file_driver.file_open(name(last).c_str(), open_create, 0, 0, 0);
-  }
-  DriverHandle open(const char *last, int flags = 2) const {
+  DriverHandle open(const char *last, int flags) const {
     return file_driver.file_open(name(last).c_str(), flags, 0, 0, 0);
   }
 
   test::TempDir directory_;
 };
 
-}  // namespace
-
 TEST_F(FileDriver, TransfersAreWholeOrFail) {
-  const DriverHandle file = create("a.dat");
-  ASSERT_GE(file, 0);
+  EXPECT_EQ(no_handle, open("a.dat", read_write));
+  EXPECT_EQ(ENOENT, errno);
+  DriverHandle file = open("a.dat", open_create);
   std::string block(5000, 'x');
   EXPECT_EQ(5000, file_driver.file_write(file, block.data(), 5000, 10000));
-  EXPECT_EQ(15000, file_driver.file_size(file));
-  std::string read(100, '?');
-  EXPECT_EQ(100, file_driver.file_read(file, read.data(), 100, 14900));
-  EXPECT_EQ(std::string(100, 'x'), read);
-  EXPECT_EQ(-1, file_driver.file_read(file, read.data(), 100, 14990)) << "a short read is a failure";
-  EXPECT_EQ(-1, file_driver.file_read(file, read.data(), 100, 20000));
+  EXPECT_EQ(100, file_driver.file_read(file, block.data(), 100, 14900));
+  EXPECT_EQ(-1, file_driver.file_read(file, block.data(), 100, 14990)) << "a short read is a failure";
   EXPECT_EQ(0, file_driver.file_truncate(file, 20000));
-  EXPECT_EQ(100, file_driver.file_read(file, read.data(), 100, 19900));
-  EXPECT_EQ(std::string(100, '\0'), read);
-  EXPECT_EQ(0, file_driver.file_sync(file));
-  EXPECT_EQ(0, file_driver.file_sync(file));
+  EXPECT_EQ(100, file_driver.file_read(file, block.data(), 100, 19900));
+  EXPECT_EQ(std::string(100, '\0'), block.substr(0, 100));
   EXPECT_EQ(0, file_driver.file_close(file));
   EXPECT_EQ(-1, file_driver.file_close(file));
   EXPECT_EQ(-1, file_driver.file_size(file));
   EXPECT_EQ(-1, file_driver.file_sync(file));
-  EXPECT_EQ(-1, file_driver.file_write(file, block.data(), 1, 0));
-}
 
-TEST_F(FileDriver, OpenFlags) {
-  EXPECT_EQ(no_handle, open("a.dat"));
-  EXPECT_EQ(ENOENT, errno);
-  DriverHandle file = create("a.dat");
-  EXPECT_EQ(3, file_driver.file_write(file, "abc", 3, 0));
-  file_driver.file_close(file);
-  file = create("a.dat");
-  EXPECT_EQ(3, file_driver.file_size(file)) << "an existing file keeps its contents";
+  file = open("a.dat", open_create);
+  EXPECT_EQ(20000, file_driver.file_size(file)) << "an existing file keeps its contents";
   file_driver.file_close(file);
   file = open("a.dat", open_read_only);
   EXPECT_EQ(-1, file_driver.file_write(file, "x", 1, 0));
   file_driver.file_close(file);
   FileInfo info;
   EXPECT_EQ(1, file_driver.file_info(name("a.dat").c_str(), &info));
-  EXPECT_EQ(3, info.size);
+  EXPECT_EQ(20000, info.size);
   EXPECT_EQ(0u, info.mode & 0133u) << "created with 0644 less the umask";
   EXPECT_NEAR(static_cast<double>(time(nullptr)), static_cast<double>(info.modified), 100);
   EXPECT_EQ(0, file_driver.file_info(directory_.path().c_str(), &info));
-  EXPECT_EQ(0, file_driver.file_info(name("none").c_str(), nullptr));
-  EXPECT_EQ(0, errno);
-  EXPECT_EQ(no_handle, file_driver.file_open(name("none\\a.dat").c_str(), open_create, 0, 0, 0));
+  EXPECT_EQ(no_handle, open("none\\a.dat", open_create));
 }
 
 TEST_F(FileDriver, NamesRenamesAndDirectories) {
   EXPECT_EQ(0, file_driver.dir_create(name("sub").c_str()));
-  EXPECT_EQ(-1, file_driver.dir_create(name("sub").c_str()));
-  file_driver.file_close(create("sub\\one"));
-  EXPECT_EQ(
-      0, file_driver.file_rename(name("sub\\one").c_str(), ("c:" + directory_.path() + "/sub\\two").c_str()));
-  EXPECT_EQ(-1, file_driver.file_rename(name("sub\\one").c_str(), name("sub\\three").c_str()));
+  file_driver.file_close(open("sub\\one", open_create));
+  const std::string target = "c:" + directory_.path() + "/sub\\two";
+  EXPECT_EQ(0, file_driver.file_rename(name("sub\\one").c_str(), target.c_str()));
   EXPECT_EQ(1, file_driver.file_exists(name("sub\\two").c_str()));
   EXPECT_EQ(0, file_driver.file_exists(name("sub\\one").c_str()));
   EXPECT_EQ(0, errno);
+  char entry[256];
   for (const char *directory : {"sub", "sub\\", "sub/"}) {
     Directory *listing = file_driver.dir_open(name(directory).c_str());
     ASSERT_NE(nullptr, listing);
     std::set<std::string> names;
-    char entry[256];
     while (file_driver.dir_next(listing, entry, sizeof entry) == 1) names.insert(entry);
     EXPECT_EQ((std::set<std::string>{".", "..", "two"}), names);
-    EXPECT_EQ(0, file_driver.dir_next(listing, entry, sizeof entry));
     EXPECT_EQ(0, file_driver.dir_close(listing));
   }
-  char entry[4];
-  EXPECT_EQ(nullptr, file_driver.dir_open(""));
-  EXPECT_EQ(nullptr, file_driver.dir_open(nullptr));
-  EXPECT_EQ(nullptr, file_driver.dir_open(name("none").c_str()));
-  EXPECT_EQ(-1, file_driver.dir_close(nullptr));
-  EXPECT_EQ(-1, file_driver.dir_next(nullptr, entry, sizeof entry));
   EXPECT_EQ(0, file_driver.file_remove(name("sub\\two").c_str()));
+
+  EXPECT_EQ(-1, file_driver.dir_create(name("sub").c_str()));
+  EXPECT_EQ(-1, file_driver.file_rename(name("sub\\one").c_str(), name("sub\\three").c_str()));
+  EXPECT_EQ(nullptr, file_driver.dir_open(""));
+  EXPECT_EQ(nullptr, file_driver.dir_open(name("none").c_str()));
+  EXPECT_EQ(-1, file_driver.dir_next(nullptr, entry, sizeof entry));
   EXPECT_EQ(-1, file_driver.file_remove(name("sub\\two").c_str()));
   EXPECT_EQ(-1, file_driver.file_remove(std::string(5000, 'x').c_str()));
 }
@@ -153,20 +130,18 @@ TEST_F(FileDriver, TempDirectoryIsTheSystems) {
     EXPECT_EQ(0, file_driver.file_close(file_driver.file_open(temp, open_create, 0, 0, 0))) << temp;
   EXPECT_EQ(1, file_driver.file_exists(name("t1").c_str()));
   EXPECT_EQ(1, file_driver.file_exists(name("t2").c_str()));
-  EXPECT_EQ(1, file_driver.file_exists("c:\\temp"));
   EXPECT_EQ(0, file_driver.file_exists("c:\\temporary\\t1"));
   unsetenv("TMPDIR");
 }
 
 TEST_F(FileDriver, LocksExcludeOpensAndProcesses) {
-  const DriverHandle mine = create("l.dat");
-  const DriverHandle other = open("l.dat");
+  const DriverHandle mine = open("l.dat", open_create), other = open("l.dat", read_write);
   EXPECT_EQ(0, file_driver.file_lock(mine, file_lock_exclusive, 10, 1));
   EXPECT_EQ(1, file_driver.file_lock(other, file_lock_shared, 10, 1));
   EXPECT_EQ(0, errno);
   EXPECT_EQ(1, file_driver.file_lock_test(other, file_lock_exclusive, 5, 10));
   EXPECT_EQ(0, file_driver.file_lock(other, file_lock_exclusive, 11, 1));
-  EXPECT_EQ(0, file_driver.file_close(open("l.dat"))) << "closing another descriptor drops no lock";
+  EXPECT_EQ(0, file_driver.file_close(open("l.dat", read_write)));  // drops nobody's lock
   EXPECT_EQ(1, file_driver.file_lock(other, file_lock_exclusive, 10, 1));
   EXPECT_EQ(0, file_driver.file_unlock(mine, 10, 1));
   EXPECT_EQ(0, file_driver.file_lock_test(other, file_lock_exclusive, 10, 1));
@@ -178,10 +153,9 @@ TEST_F(FileDriver, LocksExcludeOpensAndProcesses) {
 
   const pid_t child = fork();
   if (child == 0) {
-    const DriverHandle file = open("l.dat");
+    const DriverHandle file = open("l.dat", read_write);
     const int busy = file_driver.file_lock(file, file_lock_exclusive, 10, 1);
-    const int free = file_driver.file_lock(file, file_lock_exclusive, 20, 1);
-    _exit(busy * 10 + free);
+    _exit(busy * 10 + file_driver.file_lock(file, file_lock_exclusive, 20, 1));
   }
   int result;
   waitpid(child, &result, 0);
@@ -195,8 +169,7 @@ TEST_F(FileDriver, LocksExcludeOpensAndProcesses) {
 
 TEST_F(FileDriver, FirstFlushOfACreatedFileFlushesItsDirectory) {
   take_flushes();  // those of earlier tests
-  const DriverHandle created = create("a.dat");
-  EXPECT_EQ("", take_flushes());
+  const DriverHandle created = open("a.dat", open_create);
   failing_directory_flushes = 1;
   EXPECT_EQ(-1, file_driver.file_sync(created)) << "not durable before its directory is";
   EXPECT_EQ("file directory-failed ", take_flushes());
@@ -204,51 +177,23 @@ TEST_F(FileDriver, FirstFlushOfACreatedFileFlushesItsDirectory) {
   EXPECT_EQ("file directory ", take_flushes());
   EXPECT_EQ(0, file_driver.file_sync(created));
   EXPECT_EQ("file ", take_flushes());
-  const DriverHandle opened = create("a.dat");
+  const DriverHandle opened = open("a.dat", open_create);
   EXPECT_EQ(0, file_driver.file_sync(opened));
   EXPECT_EQ("file ", take_flushes());
   file_driver.file_close(opened);
   file_driver.file_close(created);
 }
 
-TEST_F(FileDriver, ManyUnflushedCreations) {
+TEST_F(FileDriver, ManyUnflushedCreationsLeaveNoDescriptor) {
   std::vector<DriverHandle> files;
-  for (int i = 0; i < 100; ++i) files.push_back(create(("f" + std::to_string(i)).c_str()));
+  for (int i = 0; i < 100; ++i) files.push_back(open(std::to_string(i).c_str(), open_create));
   for (size_t i = 0; i < files.size(); ++i) {
-    ASSERT_GE(files[i], 0);
-    if (i % 3 != 0) {
-      EXPECT_EQ(0, file_driver.file_sync(files[i]));
-    }
-    EXPECT_EQ(0, file_driver.file_close(files[i]));
+    EXPECT_TRUE(i % 3 == 0 || file_driver.file_sync(files[i]) == 0) << i;
+    EXPECT_EQ(0, file_driver.file_close(files[i])) << i;
   }
-  // Nothing is left behind: descriptor numbers start over.
-  const DriverHandle next = create("next");
-  EXPECT_EQ(files[0], next);
+  const DriverHandle next = open("next", open_create);
+  EXPECT_EQ(files[0], next) << "descriptor numbers start over";
   file_driver.file_close(next);
-}
-
-TEST(PathSeparator, LastOfEitherKind) {
-  const char name[] = "c:\\a/b\\c.dat";
-  EXPECT_EQ(name + 6, path_last_separator(name));
-  EXPECT_EQ(nullptr, path_last_separator("plain"));
-}
-
-TEST(SystemDriverTest, LocksAreRecursive) {
-  Lock *lock = system_driver.lock_create();
-  ASSERT_NE(nullptr, lock);
-  int count = 0;
-  const auto work = [&] {
-    for (int i = 0; i < 10000; ++i) {
-      LockGuard outer(lock);
-      LockGuard inner(lock);
-      ++count;
-    }
-  };
-  std::thread other(work);
-  work();
-  other.join();
-  EXPECT_EQ(20000, count);
-  EXPECT_EQ(0, system_driver.lock_destroy(lock));
 }
 
 TEST(SystemDriverTest, ThreadIdsDifferAlsoAfterFork) {
@@ -257,7 +202,6 @@ TEST(SystemDriverTest, ThreadIdsDifferAlsoAfterFork) {
   std::thread([&] { other = current_thread(); }).join();
   EXPECT_NE(mine, other);
   EXPECT_EQ(mine, current_thread());
-  EXPECT_EQ(0, system_driver.thread_equal(mine, other));
   const pid_t child = fork();
   if (child == 0) _exit(current_thread() == static_cast<ThreadId>(getpid()) ? 0 : 1);
   int result;
@@ -265,38 +209,17 @@ TEST(SystemDriverTest, ThreadIdsDifferAlsoAfterFork) {
   EXPECT_EQ(0, WEXITSTATUS(result));
 }
 
-TEST(SystemDriverTest, Clocks) {
-  Clock clock;
-  DateTimeRec local;
-  system_driver.utc_now(&clock);
-  system_driver.local_now(&local);
-  system_driver.utc_now(nullptr);
-  system_driver.local_now(nullptr);
-  EXPECT_NEAR(static_cast<double>(time(nullptr)), clock.seconds, 2);
-  EXPECT_TRUE(clock.microseconds >= 0 && clock.microseconds < 1000000);
-  int64_t seconds;
-  EXPECT_EQ(0, system_driver.local_to_seconds(&seconds, &local));
-  EXPECT_NEAR(clock.seconds, static_cast<double>(seconds), 2);
-}
-
-TEST(SystemDriverTest, Streams) {
-  const std::string path = testing::TempDir() + "tovik_stream_" + std::to_string(getpid());
-  FILE *stream = system_driver.stream_open(path.c_str(), "wb+");
+TEST(SystemDriverTest, StreamPositions) {
+  const test::TempDir directory;
+  FILE *stream = system_driver.stream_open((directory / "s").c_str(), "wb+");
   ASSERT_NE(nullptr, stream);
   EXPECT_EQ(8u, system_driver.stream_write("one\ntwo\n", 1, 8, stream));
-  char line[16];
   EXPECT_EQ(6, system_driver.stream_seek(stream, -2, 2));
   EXPECT_EQ(5, system_driver.stream_seek(stream, -1, 1));
-  EXPECT_EQ(0, system_driver.stream_seek(stream, 0, 9));
+  EXPECT_EQ(0, system_driver.stream_seek(stream, 0, 9)) << "from the start";
   EXPECT_EQ(-1, system_driver.stream_seek(stream, -1, 0));
-  EXPECT_EQ(4u, system_driver.stream_read(line, 1, 4, stream));
-  EXPECT_STREQ("two\n", system_driver.stream_gets(line, sizeof line, stream));
   EXPECT_EQ(0, system_driver.stream_close(stream));
-  EXPECT_EQ(nullptr, system_driver.stream_open("/no/such/file", "rb"));
-  unlink(path.c_str());
 }
-
-namespace {
 
 // Runs a test under time zones of its own.
 class TimeZone : public ::testing::Test {
@@ -320,26 +243,18 @@ std::string text(const DateTimeRec &time) {
   char buffer[64];
   snprintf(buffer, sizeof buffer, "%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
            time.minute, time.second);
-  return time.zero == 0 && time.microseconds == 123456 ? buffer : "damaged";
+  return buffer;
 }
-
-}  // namespace
 
 TEST_F(TimeZone, RulesOfTheDateConverted) {
   static const struct {
-    const char *zone;
-    const char *local;
-    const char *utc;
+    const char *zone, *local, *utc;
     const char *back;  // null: the local time again
   } cases[] = {
-      {"UTC", "0001-01-01 00:00:00", "0001-01-01 00:00:00", nullptr},
       {"UTC", "9999-12-31 23:59:59", "9999-12-31 23:59:59", nullptr},
       {"Asia/Tokyo", "2024-03-01 08:59:59", "2024-02-29 23:59:59", nullptr},
       {"Asia/Tokyo", "1949-07-01 12:00:00", "1949-07-01 02:00:00", nullptr},  // summer time of those years
-      {"Asia/Tokyo", "1800-01-01 00:00:00", "1799-12-31 14:41:01", nullptr},  // local mean time
-      {"Asia/Tokyo", "0001-01-01 00:00:00", "0000-12-31 14:41:01", nullptr},
-      {"Asia/Tokyo", "9999-12-31 23:59:59", "9999-12-31 14:59:59", nullptr},
-      {"America/New_York", "2024-01-15 12:00:00", "2024-01-15 17:00:00", nullptr},
+      {"Asia/Tokyo", "0001-01-01 00:00:00", "0000-12-31 14:41:01", nullptr},  // local mean time
       {"America/New_York", "2024-07-15 12:00:00", "2024-07-15 16:00:00", nullptr},
       {"America/New_York", "9999-12-31 23:59:59", "10000-01-01 04:59:59", nullptr},
       {"America/New_York", "2024-03-10 02:30:00", "2024-03-10 07:30:00", "2024-03-10 03:30:00"},  // skipped
@@ -351,19 +266,14 @@ TEST_F(TimeZone, RulesOfTheDateConverted) {
     SCOPED_TRACE(std::string(c.zone) + " " + c.local);
     use(c.zone);
     const DateTimeRec local = moment(c.local);
-    DateTimeRec utc;
-    DateTimeRec back;
+    DateTimeRec utc, back;
     for (int pass = 0; pass < 2; ++pass) {  // the second time from what was kept
       EXPECT_EQ(0, system_driver.local_to_utc(&utc, &local));
       EXPECT_EQ(c.utc, text(utc));
       EXPECT_EQ(0, system_driver.utc_to_local(&back, &utc));
       EXPECT_EQ(c.back == nullptr ? c.local : c.back, text(back));
+      EXPECT_EQ(123456, back.microseconds);
     }
-    int64_t seconds;
-    EXPECT_EQ(0, system_driver.local_to_seconds(&seconds, &local));
-    EXPECT_EQ(0, system_driver.seconds_to_local(&back, seconds));
-    back.microseconds = 123456;
-    EXPECT_EQ(c.back == nullptr ? c.local : c.back, text(back));
   }
 }
 
@@ -371,19 +281,16 @@ TEST_F(TimeZone, AgreesWithTheSystem) {
   for (const char *zone : {"Europe/London", "America/St_Johns", "Africa/Casablanca", "Antarctica/Troll"}) {
     use(zone);
     for (int64_t seconds = -2000000000; seconds < 4000000000; seconds += 3600 * 29 + 1) {
-      DateTimeRec local;
+      DateTimeRec local, again;
       system_driver.seconds_to_local(&local, seconds);
       const time_t time = static_cast<time_t>(seconds);
       tm expected;
       localtime_r(&time, &expected);
       char expected_text[64];
       strftime(expected_text, sizeof expected_text, "%Y-%m-%d %H:%M:%S", &expected);
-      local.microseconds = 123456;
       ASSERT_EQ(expected_text, text(local)) << zone << " " << seconds;
-      local.microseconds = 0;
       int64_t back;
       system_driver.local_to_seconds(&back, &local);
-      DateTimeRec again;
       system_driver.seconds_to_local(&again, back);
       ASSERT_EQ(0, memcmp(&local, &again, sizeof local)) << zone << " " << seconds;
       ASSERT_LE(back, seconds) << zone;  // the first occurrence
@@ -397,23 +304,26 @@ TEST(TextConvert, BothWays) {
     std::u16string utf16;
   } cases[] = {
       {"", u""},
-      {"abc", u"abc"},
       {"\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80", u"\u007F\u0080\u07FF\u0800"},
       {"\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF", u"\uD7FF\uE000\uFFFF"},
       {"\xF0\x90\x80\x80x\xF4\x8F\xBF\xBF", u"\U00010000x\U0010FFFF"},
   };
   for (const auto &c : cases) {
-    const int wide_size = static_cast<int>(c.utf16.size() + 1) * 2;
-    const int narrow_size = static_cast<int>(c.utf8.size() + 1);
     std::vector<char16_t> wide(c.utf16.size() + 1);
-    EXPECT_EQ(wide_size, system_driver.text_convert(3, 2, c.utf8.c_str(), 0, wide.data(), wide_size, 0));
-    EXPECT_EQ(c.utf16, wide.data());
     std::vector<char> narrow(c.utf8.size() + 1);
-    EXPECT_EQ(narrow_size,
-              system_driver.text_convert(2, 3, c.utf16.c_str(), 0, narrow.data(), narrow_size, 0));
+    const int wide_size = static_cast<int>(wide.size()) * 2, narrow_size = static_cast<int>(narrow.size());
+    const auto widen = [&](int size) {
+      return system_driver.text_convert(3, 2, c.utf8.c_str(), 0, wide.data(), size, 0);
+    };
+    const auto make_narrow = [&](int size) {
+      return system_driver.text_convert(2, 3, c.utf16.c_str(), 0, narrow.data(), size, 0);
+    };
+    EXPECT_EQ(wide_size, widen(wide_size));
+    EXPECT_EQ(c.utf16, wide.data());
+    EXPECT_EQ(narrow_size, make_narrow(narrow_size));
     EXPECT_EQ(c.utf8, narrow.data());
-    EXPECT_EQ(-1, system_driver.text_convert(3, 2, c.utf8.c_str(), 0, wide.data(), wide_size - 1, 0));
-    EXPECT_EQ(-1, system_driver.text_convert(2, 3, c.utf16.c_str(), 0, narrow.data(), narrow_size - 1, 0));
+    EXPECT_EQ(-1, widen(wide_size - 1));
+    EXPECT_EQ(-1, make_narrow(narrow_size - 1));
   }
 }
 
@@ -430,11 +340,7 @@ TEST(TextConvert, Failures) {
   }
   EXPECT_EQ(-1, system_driver.text_convert(1, 3, u"abc", 0, target, sizeof target, 0)) << "UTF-16LE to EUC";
   EXPECT_EQ(-1, system_driver.text_convert(0, 1, "abc", 0, target, sizeof target, 0));
-  EXPECT_EQ(-1, system_driver.text_convert(2, 3, nullptr, 0, target, sizeof target, 0));
-  EXPECT_EQ(8, system_driver.text_convert(3, 1, "abc", 0, target, sizeof target, 0)) << "read as UTF-8";
 }
-
-namespace {
 
 class Pool : public ::testing::Test {
  protected:
@@ -447,31 +353,10 @@ class Pool : public ::testing::Test {
   }
 };
 
-}  // namespace
-
-TEST_F(Pool, SmallBlocksFillTheArena) {
-  std::vector<void *> blocks;
-  for (void *block; (block = mem_alloc(100)) != nullptr;) {
-    ASSERT_EQ(0u, reinterpret_cast<uintptr_t>(block) % 16);
-    memset(block, 0x5A, 124);
-    blocks.push_back(block);
-  }
-  EXPECT_EQ(8160u, blocks.size());
-  EXPECT_EQ(nullptr, mem_alloc(1));
-  mem_free(blocks[1000]);
-  EXPECT_EQ(nullptr, mem_alloc(125));
-  EXPECT_EQ(blocks[1000], mem_alloc(124));
-  mem_free(blocks[7]);
-  mem_free(blocks[7]);  // a second free of the same block does nothing
-  EXPECT_EQ(blocks[7], mem_alloc(61));
-  EXPECT_EQ(nullptr, mem_alloc(100));
-}
-
 TEST_F(Pool, ClassesAndCounts) {
   static const struct {
     size_t request;
-    int32_t in_use;  // bytes
-    int32_t carved;
+    int32_t in_use, carved;  // bytes
   } cases[] = {
       {0, 8, 4096},          {4, 8, 4096},       {5, 16, 4096},       {124, 128, 4096},
       {125, 256, 4096},      {2044, 2048, 4096}, {2045, 4096, 8192},  {4092, 4096, 8192},
@@ -483,44 +368,32 @@ TEST_F(Pool, ClassesAndCounts) {
     ASSERT_EQ(0, memory_table.mem_start(1));
     void *block = mem_alloc(c.request);
     ASSERT_NE(nullptr, block) << c.request;
-    memset(block, 0x5A, c.request);
     EXPECT_EQ(c.in_use, stats().bytes_in_use) << c.request;
     EXPECT_EQ(c.carved, stats().bytes_carved) << c.request;
     mem_free(block);
-    EXPECT_EQ(0, stats().bytes_in_use);
-    EXPECT_EQ(c.carved, stats().bytes_carved);
+    EXPECT_EQ(0, stats().bytes_in_use) << c.request;
+    mem_free(block);  // a second free of the same block does nothing
     EXPECT_EQ(block, mem_alloc(c.request));
+    EXPECT_NE(block, mem_alloc(c.request)) << c.request;
   }
-  EXPECT_EQ(nullptr, mem_alloc(2000000));
   EXPECT_EQ(nullptr, mem_alloc(SIZE_MAX));
 }
 
-TEST_F(Pool, Statistics) {
-  void *a = mem_alloc(100);
-  void *b = mem_alloc(5000);
-  a = mem_realloc(a, 200);
-  mem_free(b);
+TEST_F(Pool, StatisticsAndReallocation) {
+  char *block = static_cast<char *>(mem_alloc(100));
+  memset(block, 'a', 124);
+  EXPECT_EQ(block, mem_realloc(block, 124));
+  char *larger = static_cast<char *>(mem_realloc(block, 5000));
+  EXPECT_EQ(std::string(124, 'a'), std::string(larger, 124));
+  EXPECT_EQ(nullptr, mem_realloc(larger, 2000000));
+  EXPECT_EQ(std::string(124, 'a'), std::string(larger, 124)) << "a failure leaves the block as it was";
+  EXPECT_EQ(block, mem_alloc(100)) << "the old block was freed";
+  mem_free(block);
   mem_free(nullptr);
   static_assert(sizeof(MemoryStats) == 10 * sizeof(int32_t));
   const MemoryStats found = stats();
-  const MemoryStats expected = {
-      1, 2, 1, 1, 5000, 5300, 256, 4096 + 4096 - 256 + 4096, 4096 + 4096 + 8192, 1048576};
+  const MemoryStats expected = {1, 2, 1, 3, 2000000, 2005324, 4096, 4096, 4096 + 8192, 1048576};
   EXPECT_EQ(0, memcmp(&found, &expected, sizeof found));
-  memory_table.mem_stats(nullptr);
-}
-
-TEST_F(Pool, Reallocation) {
-  char *block = static_cast<char *>(mem_realloc(nullptr, 100));
-  memset(block, 'a', 124);
-  EXPECT_EQ(block, mem_realloc(block, 124));
-  EXPECT_EQ(block, mem_realloc(block, 61));
-  char *larger = static_cast<char *>(mem_realloc(block, 10000));
-  EXPECT_EQ(std::string(124, 'a'), std::string(larger, 124));
-  EXPECT_EQ(block, mem_alloc(100)) << "the old block was freed";
-  char *smaller = static_cast<char *>(mem_realloc(larger, 20));
-  EXPECT_EQ(std::string(20, 'a'), std::string(smaller, 20));
-  EXPECT_EQ(nullptr, mem_realloc(smaller, 2000000));
-  EXPECT_EQ(std::string(20, 'a'), std::string(smaller, 20)) << "a failure leaves the block as it was";
 }
 
 TEST_F(Pool, RandomUseKeepsBlocksApart) {
@@ -541,14 +414,14 @@ TEST_F(Pool, RandomUseKeepsBlocksApart) {
       const Held &old = held.back();
       ASSERT_EQ(0, memcmp(old.block, old.content.data(), old.content.size()));
       block = random.one_in(2) ? mem_realloc(old.block, content.size()) : nullptr;
-      if (block == nullptr) {
+      if (block == nullptr)
         mem_free(old.block);
-      } else {
+      else
         ASSERT_EQ(0, memcmp(block, old.content.data(), std::min(content.size(), old.content.size())));
-      }
       held.pop_back();
     }
     if (block == nullptr) continue;
+    ASSERT_EQ(0u, reinterpret_cast<uintptr_t>(block) % (size > 4 ? 16 : 8)) << size;
     memcpy(block, content.data(), content.size());
     held.push_back({static_cast<char *>(block), content});
   }
@@ -568,12 +441,10 @@ TEST_F(Pool, ThreadsShareIt) {
 }
 
 TEST(MemoryTableTest, AFailedStartLeavesNoPoolInTheWay) {
-  static constexpr char settings[] = "HVI_MEM_LIMIT_SIZE=1;HVI_SQL_SEL_SEP=from the pool";
-  const auto sys_start = system_driver.sys_start;
-  system_driver.sys_start = [] { return -1; };
+  const auto sys_start = std::exchange(system_driver.sys_start, [] { return -1; });
   for (int i = 0; i < 2; ++i) {
     err_clear();
-    EXPECT_FALSE(library_start(settings));
+    EXPECT_FALSE(library_start("HVI_MEM_LIMIT_SIZE=1;HVI_SQL_SEL_SEP=from the pool"));
     EXPECT_EQ(status::system_start, error_record().entries[0].code);
   }
   system_driver.sys_start = sys_start;
@@ -583,21 +454,11 @@ TEST(MemoryTableTest, AFailedStartLeavesNoPoolInTheWay) {
   EXPECT_EQ(0, stats.pool_active);
   EXPECT_STREQ("x", env_text(Env::sql_sel_sep));
   library_end();
-}
-
-TEST(MemoryTableTest, WithoutAPool) {
-  EXPECT_EQ(0, memory_table.mem_start(0));
-  EXPECT_EQ(0, memory_table.mem_start(-1));
-  memory_table.mem_end();
-  MemoryStats stats;
-  memset(&stats, 1, sizeof stats);
-  memory_table.mem_stats(&stats);
-  EXPECT_EQ(0, stats.pool_active);
-  EXPECT_EQ(0, stats.arena_size);
-  void *block = mem_alloc(3000000);
-  EXPECT_NE(nullptr, block);
-  mem_free(block);
+  for (const int32_t none : {0, -1}) EXPECT_EQ(0, memory_table.mem_start(none));
+  mem_free(mem_alloc(3000000));
   ASSERT_EQ(0, memory_table.mem_start(2));
   EXPECT_EQ(-1, memory_table.mem_start(2)) << "one pool at a time";
   memory_table.mem_end();
 }
+
+}  // namespace
