@@ -1,5 +1,6 @@
 // Handles: the small blocks that exported functions give out. A handle is valid when it is not null, its kind
-// is the expected one and its object is not null.
+// is the expected one and its object is not null. A closed handle is of no kind, and its block waits behind
+// all others to be given out again: who still uses it meets an invalid handle.
 #pragma once
 
 #include "platform/platform.h"
@@ -14,14 +15,19 @@ enum class HandleKind : uint32_t {
 };
 
 struct Handle {
-  HandleKind kind;
-  void *object;
+  HandleKind kind;  // 0 when closed
+  union {
+    void *object;
+    Handle *next;  // closed: in the list of free blocks
+  };
 };
 
+// The list of free blocks, from the library's start to its end. 10.
+[[nodiscard]] bool handles_start();
+void handles_end();
+
 Handle *handle_new(HandleKind kind, void *object);  // null without memory; records nothing
-inline void handle_free(Handle *handle) {
-  mem_delete(handle);
-}
+void handle_free(Handle *handle);
 
 // The object behind a caller's handle, or null when the handle is not valid.
 template <class Object>

@@ -16,12 +16,6 @@ namespace tovik {
 
 static bool started = false;
 
-Handle *handle_new(HandleKind kind, void *object) {
-  Handle *handle = mem_new<Handle>();
-  if (handle != nullptr) *handle = {kind, object};
-  return handle;
-}
-
 // The limit must be known before anything is allocated, so it is read from the text alone.
 static int32_t memory_limit(const char *params) {
   char key[64], value[64];
@@ -44,12 +38,17 @@ bool library_start(const char *params) {
   env_start(params);
   data_layer_register();
   if (!io_init()) return false;
+  if (!handles_start()) {
+    io_term();
+    return false;
+  }
   started = true;
   return true;
 }
 
 void library_end() {
   if (!started) return;
+  handles_end();
   io_term();
   env_release();
   memory_table.mem_end();

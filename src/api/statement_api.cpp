@@ -1,6 +1,5 @@
 // The statement interface: checks handles and arguments, keeps the call order of the prepared style and calls
 // the statement objects. What each function promises stands in kld_api.h.
-#include <cstdio>
 #include <cstring>
 
 #include "api/convert.h"
@@ -238,11 +237,8 @@ int kld_api_get_cols_desc(kld_stmt *stmt, int column, char *name, int name_size,
   if (result == nullptr) return -1;
   const Column *source = result->kind == ResultKind::column ? result->column.column : nullptr;
   if (name != nullptr) {
-    char expression[32];
-    snprintf(expression, sizeof expression, "EXPRESSION_%d", result->expression_number);
-    const char *text = source != nullptr               ? source->name
-                       : result->expression_number > 0 ? expression
-                                                       : result->label;
+    char buffer[result_name_size];
+    const char *text = result_name(*result, buffer);
     if (static_cast<int>(strlen(text)) > name_size - 1) return failure(status::value_buffer_small);
     memcpy(name, text, strlen(text) + 1);
   }

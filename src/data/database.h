@@ -9,6 +9,7 @@
 #pragma once
 
 #include "data/table.h"
+#include "frame/env.h"
 
 namespace tovik {
 
@@ -53,6 +54,8 @@ enum class DbStart { started, nested, failed };
 DbStart db_start(Database &db, ThreadId thread, bool allow_nested);
 [[nodiscard]] bool db_commit(Database &db, ThreadId thread);    // 140002, 40022, 140003
 [[nodiscard]] bool db_rollback(Database &db, ThreadId thread);  // 140002, 40022
+// A commit that, when it fails, rolls back what it did not end.
+[[nodiscard]] bool db_commit_or_roll_back(Database &db, ThreadId thread);
 bool db_in_transaction(const Database &db, ThreadId thread);
 
 // Changes outside a transaction (automatic commit off): the exclusive level is held from begin to end, and
@@ -60,5 +63,22 @@ bool db_in_transaction(const Database &db, ThreadId thread);
 // the thread's own transaction is open: then there is nothing to end. 140003.
 DbStart db_direct_begin(Database &db, ThreadId thread);
 [[nodiscard]] bool db_direct_end(Database &db, ThreadId thread);
+
+// Runs change, a bool(), for the calling thread: inside its transaction if it has one, else in one of its own
+// that ends committed, or rolled back when change or the commit fails. With automatic commit off and no
+// transaction open the changes go straight to the data file, and what was written before a failure stays.
+template <class Change>
+[[nodiscard]] bool db_change(Database &db, Change change) {
+  const ThreadId thread = current_thread();
+  const bool automatic = env_on(Env::auto_commit);
+  const DbStart start = automatic ? db_start(db, thread, true) : db_direct_begin(db, thread);
+  if (start == DbStart::failed) return false;
+  const bool done = change();
+  if (start == DbStart::nested) return done;
+  if (!automatic) return db_direct_end(db, thread) && done;
+  if (done) return db_commit_or_roll_back(db, thread);
+  (void)db_rollback(db, thread);
+  return false;
+}
 
 }  // namespace tovik

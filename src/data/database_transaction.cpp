@@ -281,6 +281,12 @@ bool db_rollback(Database &db, ThreadId thread) {
   return ended && released;
 }
 
+bool db_commit_or_roll_back(Database &db, ThreadId thread) {
+  if (db_commit(db, thread)) return true;
+  if (db_in_transaction(db, thread)) (void)db_rollback(db, thread);
+  return false;
+}
+
 // ---- changes outside a transaction ----
 
 DbStart db_direct_begin(Database &db, ThreadId thread) {

@@ -27,19 +27,16 @@ void null_record_fill(RowHandle &handle) {
   }
 }
 
-}  // namespace
+// What a closed handle keeps of a large value's buffer.
+constexpr int32_t spare_large_limit = 64 * 1024;
 
-RowHandle *row_handle_open(Table *table) {
-  if (table == nullptr) return fail_null(status::record_argument);
+RowHandle *handle_new(Table *table) {
   const size_t record = static_cast<size_t>(table->record_size);
   const size_t columns = static_cast<size_t>(table->column_count);
   const size_t large = sizeof(LargeBuffer) * static_cast<size_t>(table->large_count);
   const size_t size = sizeof(RowHandle) + large + 4 * record + 2 * columns;
   uint8_t *block = static_cast<uint8_t *>(mem_alloc(size));
-  if (block == nullptr) {
-    table_close(table);
-    return fail_null(status::out_of_memory);
-  }
+  if (block == nullptr) return fail_null(status::out_of_memory);
   memset(block, 0, size);
   RowHandle *handle = ::new (block) RowHandle();
   handle->table = table;
@@ -50,14 +47,39 @@ RowHandle *row_handle_open(Table *table) {
   handle->states = handle->null_record + record;
   handle->text = reinterpret_cast<char *>(handle->states + columns);
   null_record_fill(*handle);
+  return handle;
+}
+
+}  // namespace
+
+RowHandle *row_handle_open(Table *table) {
+  if (table == nullptr) return fail_null(status::record_argument);
+  RowHandle *handle = table_take_spare(*table);
+  if (handle == nullptr) handle = handle_new(table);
+  if (handle == nullptr) {
+    table_close(table);
+    return nullptr;
+  }
   row_handle_reset(*handle);
   return handle;
 }
 
 void row_handle_close(RowHandle *handle) {
   if (handle == nullptr) return;
+  Table *table = handle->table;
+  for (int i = 0; i < table->large_count; ++i) {
+    LargeBuffer &buffer = handle->large[i];
+    if (buffer.capacity <= spare_large_limit) continue;
+    mem_free(buffer.data);
+    buffer = {};
+  }
+  if (!table_keep_spare(*table, handle)) row_handle_free(handle);
+  table_close(table);
+}
+
+void row_handle_free(RowHandle *handle) {
+  if (handle == nullptr) return;
   for (int i = 0; i < handle->table->large_count; ++i) mem_free(handle->large[i].data);
-  table_close(handle->table);
   mem_free(handle);
 }
 

@@ -3,7 +3,8 @@
 // every index of the table in step. Reading a row copies its record once; column values are then decoded from
 // that copy.
 //
-// Nothing is allocated per row once the buffers of large values have grown. A handle belongs to one thread.
+// Nothing is allocated per row once the buffers of large values have grown, and nothing to open a handle of a
+// table that had one before: its definition keeps closed handles. A handle belongs to one thread.
 #pragma once
 
 #include "data/table.h"
@@ -36,6 +37,7 @@ struct RowHandle {
 // Takes over the hold on table; row_handle_close gives it back. 43001, 1.
 RowHandle *row_handle_open(Table *table);
 void row_handle_close(RowHandle *handle);
+void row_handle_free(RowHandle *handle);  // for the table definition: a spare one; null is ignored
 using RowHandleHold = Held<RowHandle, row_handle_close>;
 
 void row_handle_reset(RowHandle &handle);  // every column unset, no row: ready to build a new one

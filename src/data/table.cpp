@@ -8,6 +8,8 @@
 //   3. The list, the counts and the levels change under the database's table lock only.
 #include "data/table.h"
 
+#include <utility>
+
 #include "data/database.h"
 #include "data/table_definition.h"
 #include "frame/error.h"
@@ -76,6 +78,23 @@ void table_close(Table *table) {
   LockGuard guard(table->db->tables_lock);
   assert(table->state.references > 0);
   if (--table->state.references == 0 && table->state.gone()) definition_free(table);
+}
+
+RowHandle *table_take_spare(Table &table) {
+  LockGuard guard(table.db->tables_lock);
+  for (RowHandle *&spare : table.spare_handles)
+    if (spare != nullptr) return std::exchange(spare, nullptr);
+  return nullptr;
+}
+
+bool table_keep_spare(Table &table, RowHandle *handle) {
+  LockGuard guard(table.db->tables_lock);
+  for (RowHandle *&spare : table.spare_handles) {
+    if (spare != nullptr) continue;
+    spare = handle;
+    return true;
+  }
+  return false;
 }
 
 bool table_is_current(const Table &table) {

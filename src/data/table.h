@@ -13,6 +13,7 @@
 namespace tovik {
 
 struct Database;
+struct RowHandle;
 
 inline constexpr int name_limit = 20;        // bytes of a table or column name
 inline constexpr int name_size = 32;         // stored field
@@ -21,6 +22,7 @@ inline constexpr int table_limit = 128;      // per database
 inline constexpr int index_limit = 16;       // per table
 inline constexpr int record_size_least = 4;  // bytes of a record, however few its columns take
 inline constexpr int16_t rowid_column_number = -1;
+inline constexpr int spare_handle_limit = 2;  // an UPDATE uses two at a time
 
 struct Column {
   TypeCode type;
@@ -57,6 +59,7 @@ struct Table {
   RowSystem *rows;
   RowSystem **large_rows;  // large_count of them, by ordinal
   Btree *indices[index_limit];
+  RowHandle *spare_handles[spare_handle_limit];  // closed, for those who open one next
   HandleState state;  // gone: no longer on the list, freed when the last user closes it
   Table *next;
 };
@@ -65,6 +68,10 @@ struct Table {
 // Takes the database's table lock. 41001 without a name, 141004, 41008 to 41013.
 Table *table_open(Database &db, const char *name);
 void table_close(Table *table);  // null is ignored
+
+// A spare row handle, or null; and one back, false when there are enough. Take the database's table lock.
+RowHandle *table_take_spare(Table &table);
+[[nodiscard]] bool table_keep_spare(Table &table, RowHandle *handle);
 
 // Is this the definition that the calling thread would find by the table's name now? One that is not may
 // still be read by whoever holds it, but no row may be written through it: its indices may be out of date.

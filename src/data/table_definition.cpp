@@ -1,6 +1,7 @@
 #include "data/table_definition.h"
 
 #include "data/database.h"
+#include "data/row_handle.h"
 #include "frame/error.h"
 
 namespace tovik {
@@ -29,6 +30,7 @@ Table *definition_new(Database &db, RowNo id, const char *name, int column_count
 
 void definition_free(Table *table) {
   if (table == nullptr) return;
+  for (RowHandle *spare : table->spare_handles) row_handle_free(spare);
   for (Btree *index : table->indices)
     if (index != nullptr) btree_close(index);
   if (table->large_rows != nullptr)

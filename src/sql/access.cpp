@@ -48,15 +48,10 @@ RowFetch next_scanned(TableAccess &access) {
   return fetched;
 }
 
-// A number that comes from the statement may name anything: bytes in the middle of a record could look like a
-// row.
-RowFetch next_by_rowid(TableAccess &access) {
-  if (access.next_row != 0 || access.rowid == 0) return RowFetch::end;
+RowFetch next_single(TableAccess &access) {
+  if (access.next_row != 0 || access.row == 0) return RowFetch::end;
   access.next_row = 1;
-  bool names;
-  if (!row_names_slot(*access.handle->table->rows, access.rowid, &names)) return RowFetch::failed;
-  if (!names) return RowFetch::end;
-  switch (row_handle_read(*access.handle, access.rowid)) {
+  switch (row_handle_read(*access.handle, access.row)) {
     case RowLoad::loaded:
       return RowFetch::row;
     case RowLoad::absent:
@@ -64,6 +59,15 @@ RowFetch next_by_rowid(TableAccess &access) {
     default:
       return RowFetch::failed;
   }
+}
+
+// A number that comes from the statement may name anything: bytes in the middle of a record could look like a
+// row.
+RowFetch next_by_rowid(TableAccess &access) {
+  if (access.next_row != 0 || access.row == 0) return RowFetch::end;
+  bool names;
+  if (!row_names_slot(*access.handle->table->rows, access.row, &names)) return RowFetch::failed;
+  return names ? next_single(access) : RowFetch::end;
 }
 
 RowFetch next_listed(TableAccess &access) {
@@ -80,6 +84,8 @@ RowFetch next_row(TableAccess &access) {
   switch (access.path) {
     case AccessPath::rowid:
       return next_by_rowid(access);
+    case AccessPath::unique_row:
+      return next_single(access);
     case AccessPath::row_list:
       return next_listed(access);
     default:

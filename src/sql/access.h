@@ -1,5 +1,6 @@
 // One table of a query: its row handle and the way its rows are reached - a full scan, one row by its number,
-// or a list of row numbers that the planner took from an index. Tables of a query chain in FROM order.
+// or what the planner took from an index: the row of a unique key, or a list of row numbers. Tables of a
+// query chain in FROM order.
 #pragma once
 
 #include "data/memory_pool.h"
@@ -8,16 +9,16 @@
 
 namespace tovik {
 
-enum class AccessPath { scan, rowid, row_list };
+enum class AccessPath { scan, rowid, unique_row, row_list };
 
 struct TableAccess {
   RowHandle *handle;  // owned
   const char *alias;  // null without one; in the statement's pool
   AccessPath path;
   RowScan scan;  // scan: its place
-  RowNo rowid;   // rowid: the row, 0 when the literal names none
+  RowNo row;     // rowid, unique_row: the row, 0 when there is none
   RowSet *rows;  // row_list: owned
-  int next_row;  // index into rows; rowid: 0 before the row, 1 after
+  int next_row;  // index into rows; rowid, unique_row: 0 before the row, 1 after
   TableAccess *next;
 };
 

@@ -15,16 +15,8 @@ bool exec_begin(Statement &statement) {
   return db_start(*statement.db, current_thread(), false) == DbStart::started;
 }
 
-// A transaction whose commit failed is rolled back, unless the commit ended it.
-bool commit_or_roll_back(Database &db) {
-  const ThreadId thread = current_thread();
-  if (db_commit(db, thread)) return true;
-  if (db_in_transaction(db, thread)) (void)db_rollback(db, thread);
-  return false;
-}
-
 bool exec_commit(Statement &statement) {
-  return commit_or_roll_back(*statement.db);
+  return db_commit_or_roll_back(*statement.db, current_thread());
 }
 
 bool exec_rollback(Statement &statement) {
@@ -110,29 +102,6 @@ bool run_reading(Statement &statement, const KindRow &kind) {
   return done;
 }
 
-bool run_in_transaction(Statement &statement, const KindRow &kind) {
-  Database &db = *statement.db;
-  const ThreadId thread = current_thread();
-  const DbStart start = db_start(db, thread, true);
-  if (start == DbStart::failed) return false;
-  const bool done = kind.execute(statement);
-  if (start == DbStart::nested) return done;
-  if (done) return commit_or_roll_back(db);
-  (void)db_rollback(db, thread);
-  return false;
-}
-
-// Automatic commit off and no transaction open: the changes go straight to the data file, and what a failed
-// statement wrote before it failed stays.
-bool run_directly(Statement &statement, const KindRow &kind) {
-  const ThreadId thread = current_thread();
-  const DbStart start = db_direct_begin(*statement.db, thread);
-  if (start == DbStart::failed) return false;
-  const bool done = kind.execute(statement);
-  if (start == DbStart::nested) return done;
-  return db_direct_end(*statement.db, thread) && done;
-}
-
 }  // namespace
 
 bool dispatch(Statement &statement) {
@@ -143,7 +112,7 @@ bool dispatch(Statement &statement) {
     case Mode::read:
       return run_reading(statement, kind);
     case Mode::change:
-      return env_on(Env::auto_commit) ? run_in_transaction(statement, kind) : run_directly(statement, kind);
+      return db_change(*statement.db, [&] { return kind.execute(statement); });
     default:
       return kind.execute(statement);
   }

@@ -343,8 +343,8 @@ bool search_comparison(const Candidate &candidate, RowSet &rows) {
   const uint16_t kind = candidate.condition->kind;
   uint8_t key[btree_key_limit], null_key[btree_key_limit];
   if (!store_key(*candidate.column, candidate.value, key)) return false;
-  if (!store_null_key(*candidate.column, null_key)) return false;
   if (kind == node::equal) return search(*candidate.index, key, rows);
+  if (!store_null_key(*candidate.column, null_key)) return false;
   const Bound bound = kind == node::less || kind == node::greater ? Bound::exclusive : Bound::inclusive;
   const bool below = kind == node::less || kind == node::less_equal;
   const BtreeRange range = below ? BtreeRange{null_key, Bound::exclusive, key, bound, false}
@@ -352,8 +352,8 @@ bool search_comparison(const Candidate &candidate, RowSet &rows) {
   return btree_range(*candidate.index, range, rows);
 }
 
-bool search_pair(const Candidate &candidate, RowSet &rows) {
-  uint8_t key[btree_key_limit];
+// The values of both columns, in the order of the index's parts.
+bool store_pair_key(const Candidate &candidate, uint8_t *key) {
   int offset = 0;
   for (int part = 0; part < 2; ++part) {
     const bool first = candidate.index->definition.parts[part].column == candidate.column->number;
@@ -361,7 +361,12 @@ bool search_pair(const Candidate &candidate, RowSet &rows) {
     if (!store_key(column, first ? candidate.value : candidate.second_value, key + offset)) return false;
     offset += column.stored_size;
   }
-  return search(*candidate.index, key, rows);
+  return true;
+}
+
+bool search_pair(const Candidate &candidate, RowSet &rows) {
+  uint8_t key[btree_key_limit];
+  return store_pair_key(candidate, key) && search(*candidate.index, key, rows);
 }
 
 bool search_range(const Candidate &candidate, RowSet &rows) {
@@ -385,13 +390,39 @@ bool search_index(const Plan &plan, const Candidate &candidate, RowSet &rows) {
   }
 }
 
-bool set_up_index(const Plan &plan, const Candidate &candidate) {
+// Every part of a unique index is equal to a literal.
+bool is_unique_key(const Candidate &candidate) {
+  return btree_is_unique(*candidate.index) &&
+         (candidate.kind == CandidateKind::pair ||
+          (candidate.kind == CandidateKind::comparison && candidate.condition->kind == node::equal));
+}
+
+bool set_up_unique_row(const Candidate &candidate) {
+  uint8_t key[btree_key_limit], value[sizeof(RowNo)];
+  const bool stored = candidate.kind == CandidateKind::pair
+                          ? store_pair_key(candidate, key)
+                          : store_key(*candidate.column, candidate.value, key);
+  if (!stored) return false;
+  const BtreeFind found = btree_find_value(*candidate.index, key, value);
+  if (found == BtreeFind::failed) return false;
+  candidate.access->path = AccessPath::unique_row;
+  candidate.access->row = found == BtreeFind::found ? load_u32(value) : 0;
+  return true;
+}
+
+bool set_up_row_list(const Plan &plan, const Candidate &candidate) {
   RowSet *rows = rowset_new();
   if (rows == nullptr) return false;
   candidate.access->rows = rows;  // owned from here on
   candidate.access->path = AccessPath::row_list;
   if (!search_index(plan, candidate, *rows)) return false;
   if (plan.signs) rowset_sort(*rows);
+  return true;
+}
+
+bool set_up_index(const Plan &plan, const Candidate &candidate) {
+  if (!(is_unique_key(candidate) ? set_up_unique_row(candidate) : set_up_row_list(plan, candidate)))
+    return false;
   candidate.condition->kind = node::always_true;
   return true;
 }
@@ -405,7 +436,7 @@ RowNo row_number_of(const Node &literal) {
 
 void set_up_rowid(Plan &plan) {
   plan.rowid_access->path = AccessPath::rowid;
-  plan.rowid_access->rowid = row_number_of(*plan.rowid_condition->second);
+  plan.rowid_access->row = row_number_of(*plan.rowid_condition->second);
   plan.rowid_condition->kind = node::always_true;
 }
 
@@ -448,8 +479,8 @@ void print_plan(const Plan &plan) {
       break;
     case PlanState::rowid:
       system_driver.print("TABLE '%s':%s", table_name(*plan.rowid_access), "\n");
-      system_driver.print(
-          plan.rowid_access->rowid != 0 ? "        row id usable%s" : "        check row id%s", "\n");
+      system_driver.print(plan.rowid_access->row != 0 ? "        row id usable%s" : "        check row id%s",
+                          "\n");
       break;
     default:
       print_scans(plan);

@@ -174,6 +174,13 @@ bool read_order(Query &query, const Node *item) {
 
 }  // namespace
 
+const char *result_name(const ResultColumn &column, char (&buffer)[result_name_size]) {
+  if (column.kind == ResultKind::column) return column.column.column->name;
+  if (column.expression_number == 0) return column.label;
+  snprintf(buffer, sizeof buffer, "EXPRESSION_%d", column.expression_number);
+  return buffer;
+}
+
 bool query_prepare_select(Statement &statement) {
   const Node *tree = statement.root->first;
   const Node *list = tree == nullptr ? nullptr : tree->second;

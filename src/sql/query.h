@@ -35,6 +35,11 @@ struct OrderKey {
   SortDirection direction;
 };
 
+// The name under which a caller knows a result column: the table column's, "EXPRESSION_n" (written into
+// buffer) or the label.
+inline constexpr int result_name_size = 32;
+const char *result_name(const ResultColumn &column, char (&buffer)[result_name_size]);
+
 enum class OutputMode { none = 0, into = 1, dump_into = 2 };
 
 struct Query {

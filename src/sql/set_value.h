@@ -14,4 +14,7 @@ namespace tovik {
 [[nodiscard]] bool set_value(EvalContext &context, const Node &expression, RowHandle &row,
                              const Column &column);
 
+// Sets column of row with a value that was computed before; pool lends what its conversion needs.
+[[nodiscard]] bool set_computed(MemoryPool &pool, const Value &value, RowHandle &row, const Column &column);
+
 }  // namespace tovik

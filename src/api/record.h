@@ -1,0 +1,118 @@
+// What the functions of the record interface share: the way a call begins and ends, the object behind a
+// database handle and the work areas in which cursors and row changes live. The conventions of the exported
+// functions stand in tovik.h.
+//
+// A work area is a memory pool; a database keeps a few closed ones, so that opening a cursor or changing a
+// row takes nothing from the general heap once there has been one before.
+#pragma once
+
+#include <cassert>
+
+#include "api/handle.h"
+#include "data/database.h"
+#include "frame/error.h"
+#include "sql/evaluator.h"
+#include "tovik.h"
+
+namespace tovik {
+
+// ---- calls ----
+
+// Every call begins with an empty error record and an empty snapshot; one that fails leaves its first code in
+// the snapshot.
+inline void call_begin() {
+  err_clear();
+  err_clear_snapshot();
+}
+
+inline int call_end(bool done) {
+  if (done) return 0;
+  err_save();
+  return -1;
+}
+
+template <class T>
+T *call_end(T *result) {
+  if (result == nullptr) err_save();
+  return result;
+}
+
+inline int call_failed(StatusCode code) {
+  return call_end(fail(code));
+}
+
+// Records code as the one that the caller is told of, whatever was recorded before.
+inline std::nullptr_t fail_primary(StatusCode code) {
+  err_set_full(code, nullptr, nullptr, 0, true, 0, 0);
+  return nullptr;
+}
+
+// ---- databases ----
+
+struct WorkArea {
+  MemoryPool *pool;
+  ValueStack stack;
+};
+
+struct RecordCursor;
+
+inline constexpr int spare_area_limit = 4;
+
+struct RecordDatabase {
+  Database *db;
+  Lock *lock;                               // guards what follows
+  WorkArea *spare_areas[spare_area_limit];  // of nobody, empty
+  RecordCursor *cursors;                    // open
+};
+
+inline RecordDatabase *database_of(const tovik_db *db) {
+  return handle_object<RecordDatabase>(db, HandleKind::record_database);
+}
+
+// Runs work, a bool(RecordDatabase &), as one call on the database behind the handle. 202115.
+template <class Work>
+int database_call(const tovik_db *db, Work work) {
+  call_begin();
+  RecordDatabase *database = database_of(db);
+  return call_end(database == nullptr ? fail(status::record_api_database_handle) : work(*database));
+}
+
+WorkArea *area_take(RecordDatabase &database);  // null with 202102
+void area_give_back(RecordDatabase &database, WorkArea *area);
+
+// A work area for the length of the scope.
+class AreaHold {
+ public:
+  explicit AreaHold(RecordDatabase &database) : database_(database), area_(area_take(database)) {}
+  ~AreaHold() {
+    if (area_ != nullptr) area_give_back(database_, area_);
+  }
+  AreaHold(const AreaHold &) = delete;
+  AreaHold &operator=(const AreaHold &) = delete;
+  WorkArea *get() const { return area_; }
+  WorkArea *operator->() const { return area_; }
+
+ private:
+  RecordDatabase &database_;
+  WorkArea *area_;
+};
+
+void cursors_close(RecordDatabase &database);  // all that are open
+
+// ---- names ----
+
+// Is text a name of 1 to limit bytes?
+bool name_given(const char *text, int limit);
+
+inline constexpr int column_reference_limit = 41;  // "column" or "table.column"
+
+// A column reference, split at its ".".
+struct ColumnReference {
+  char text[column_reference_limit + 1];
+  const char *table;  // null for an unqualified name
+  const char *column;
+
+  explicit ColumnReference(const char *name);
+};
+
+}  // namespace tovik

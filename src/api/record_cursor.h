@@ -1,0 +1,48 @@
+// The cursor of the record interface: over the combinations of rows of tables that meet a condition, over the
+// distinct values of some of their columns, or over the result of a SELECT. It and its text buffers live in a
+// work area; the texts of one row end with the next fetch.
+#pragma once
+
+#include "api/record.h"
+#include "sql/statement.h"
+
+namespace tovik {
+
+enum class CursorState { table = 0, distinct = 1, sql = 2 };
+
+struct TextBuffer {
+  TextBuffer *next;  // its bytes follow
+};
+
+struct RecordCursor {
+  CursorState state;
+  RecordDatabase *database;
+  WorkArea *area;
+  ThreadId reader;        // whose read hold a table or DISTINCT cursor has
+  TableAccess *tables;    // owned; SQL: none
+  ResultColumn *columns;  // DISTINCT and SQL
+  int column_count;
+  Cursor *rows;          // SQL: the statement's
+  Statement *statement;  // SQL: owned
+  TextBuffer *texts;     // given out for the current row; owned
+  Handle *handle;
+  RecordCursor *next;  // in the database's list
+};
+
+inline RecordCursor *cursor_of(const tovik_cur *cursor) {
+  return handle_object<RecordCursor>(cursor, HandleKind::record_cursor);
+}
+
+// size bytes that stay valid until the next fetch; null with 202102.
+void *text_buffer(RecordCursor &cursor, int64_t size);
+
+// Opens the tables by name, in the order given, into a chain in pool; the caller closes what it has got, even
+// after a failure. 202125, 172002 (more than 16), 141004.
+[[nodiscard]] bool tables_open(Database &db, MemoryPool &pool, const char *const *names, int count,
+                               TableAccess **first);
+
+// The rows of the tables that meet condition (null: all): a cursor in the area's pool. Statuses of
+// condition_tree, of the check pass and of cursor_open.
+Cursor *rows_open(WorkArea &area, TableAccess *tables, const tovik_cond *condition, CursorRequest request);
+
+}  // namespace tovik

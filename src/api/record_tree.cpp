@@ -1,0 +1,125 @@
+#include "api/record_tree.h"
+
+#include "api/record.h"
+#include "api/record_operand.h"
+
+namespace tovik {
+
+namespace {
+
+// The caller's name without its fixed length: what fills it wholly is cut.
+ColumnReference reference(const char (&name)[42]) {
+  return ColumnReference(name);
+}
+
+Node *column_node(MemoryPool &pool, const char (&name)[42]) {
+  const ColumnReference split = reference(name);
+  const char *column = memory_pool_text(pool, split.column);
+  if (column == nullptr) return nullptr;
+  if (split.table == nullptr) return node_text(pool, node::column_name, column);
+  const char *table = memory_pool_text(pool, split.table);
+  return table == nullptr ? nullptr : node_text(pool, node::qualified_column, table, column);
+}
+
+Node *literal_node(MemoryPool &pool, int type, const tovik_value &operand) {
+  Value value;
+  if (!operand_value(pool, type, operand, &value)) return nullptr;
+  if ((value.type & TYPE_CHARACTER) != 0) return node_text(pool, value_kind::string, value.text.text);
+  Node *literal = node_integers(pool, value_kind::literal, 0);
+  if (literal == nullptr) return nullptr;
+  if ((value.type & TYPE_DATETIME) != 0) literal->kind = value_kind::date_literal;
+  value.kind = literal->kind;
+  *literal->value = value;
+  return literal;
+}
+
+// Column op literal.
+Node *comparison_node(MemoryPool &pool, uint16_t op, Node *column, int type, const tovik_value &operand) {
+  Node *literal = literal_node(pool, type, operand);
+  return literal == nullptr ? nullptr : node_new(pool, op, column, literal);
+}
+
+Node *null_test_node(MemoryPool &pool, const tovik_cond &condition, Node *column) {
+  Node *null = node_new(pool, value_kind::null);
+  if (null == nullptr) return nullptr;
+  Node *test = node_new(pool, node::is_null, column, null);
+  if (test != nullptr) test->qual = condition.op == TOVIK_NE ? 1 : 0;
+  return test;
+}
+
+Node *range_node(MemoryPool &pool, const tovik_cond &condition, Node *column) {
+  const uint16_t above = condition.lower_inclusive != 0 ? node::greater_equal : node::greater;
+  const uint16_t below = condition.upper_inclusive != 0 ? node::less_equal : node::less;
+  Node *lower = comparison_node(pool, above, column, condition.type, condition.value);
+  if (lower == nullptr) return nullptr;
+  Node *upper = comparison_node(pool, below, column, condition.type, condition.upper);
+  return upper == nullptr ? nullptr : node_new(pool, node::between, lower, upper);
+}
+
+// A condition on one column, or on two.
+Node *predicate_node(MemoryPool &pool, const tovik_cond &condition) {
+  Node *column = column_node(pool, condition.column);
+  if (column == nullptr) return nullptr;
+  const uint16_t op = static_cast<uint16_t>(condition.op);
+  if (condition.type == condition_two_columns) {
+    Node *second = column_node(pool, condition.second_column);
+    return second == nullptr ? nullptr : node_new(pool, op, column, second);
+  }
+  if (condition.type < operand_null || condition.type > TOVIK_DATETIME)
+    return fail_null(status::record_api_operand_type);
+  if (condition.type == operand_null) return null_test_node(pool, condition, column);
+  if (condition.op == TOVIK_RANGE) return range_node(pool, condition, column);
+  return comparison_node(pool, op, column, condition.type, condition.value);
+}
+
+// How deep conditions may stand in conditions: a ring of records ends here.
+constexpr int depth_limit = 1000;
+
+Node *tree(MemoryPool &pool, const tovik_cond *condition, int depth) {
+  if (condition == nullptr) return fail_null(status::record_api_condition_operand);
+  if (depth == depth_limit) return fail_null(status::expression_syntax);
+  switch (condition->op) {
+    case TOVIK_AND:
+    case TOVIK_OR: {
+      Node *left = tree(pool, condition->left, depth + 1);
+      if (left == nullptr) return nullptr;
+      Node *right = tree(pool, condition->right, depth + 1);
+      return right == nullptr ? nullptr : node_new(pool, static_cast<uint16_t>(condition->op), left, right);
+    }
+    case TOVIK_NOT: {
+      Node *operand = tree(pool, condition->right, depth + 1);
+      return operand == nullptr ? nullptr : node_new(pool, node::logical_not, nullptr, operand);
+    }
+    case TOVIK_EQ:
+    case TOVIK_NE:
+    case TOVIK_LT:
+    case TOVIK_GT:
+    case TOVIK_LE:
+    case TOVIK_GE:
+    case TOVIK_MATCH:
+    case TOVIK_LIKE:
+    case TOVIK_RANGE:
+      return predicate_node(pool, *condition);
+    default:
+      return fail_null(status::record_api_condition_operator);
+  }
+}
+
+}  // namespace
+
+Node *condition_tree(MemoryPool &pool, const tovik_cond &condition) {
+  return tree(pool, &condition, 0);
+}
+
+bool order_keys(TableAccess *tables, const tovik_order &order, OrderKey *keys, int *count) {
+  if (order.count < 1 || order.count > record_order_limit) return fail(status::record_api_sort_count);
+  for (int i = 0; i < order.count; ++i) {
+    const ColumnReference name = reference(order.column[i]);
+    if (!column_lookup(tables, name.table, name.column, &keys[i].column)) return false;
+    keys[i].direction = order.descending[i] != 0 ? SortDirection::descending : SortDirection::ascending;
+  }
+  *count = order.count;
+  return true;
+}
+
+}  // namespace tovik
