@@ -37,52 +37,38 @@ Rows united(RowSet *a, RowSet *b) {
   return take(result);
 }
 
-TEST(RowSetTest, IntersectAndUnite) {
-  const struct {
-    Rows a, b, common, all;
-  } cases[] = {
-      {{1, 5, 9}, {5, 9, 12}, {5, 9}, {1, 5, 9, 12}},
-      {{1, 5}, {2, 5, 7}, {5}, {1, 2, 5, 7}},
-      {{1, 3}, {2, 4}, {0}, {1, 2, 3, 4}},
-      {{}, {2, 1}, {0}, {1, 2}},
-      {{}, {}, {0}, {}},
-      {{4, 4, 4}, {}, {0}, {4}},
-      {{0xFFFFFFFF, 1}, {0xFFFFFFFF}, {0xFFFFFFFF}, {1, 0xFFFFFFFF}},
-  };
-  for (const auto &test : cases) {
-    EXPECT_EQ(take(rowset_intersect(set_of(test.a), set_of(test.b))), test.common);
-    EXPECT_EQ(take(rowset_intersect(set_of(test.b), set_of(test.a))), test.common);
-    EXPECT_EQ(united(set_of(test.a), set_of(test.b)), test.all);
-    EXPECT_EQ(united(set_of(test.b), set_of(test.a)), test.all);
-  }
-  EXPECT_EQ(take(rowset_intersect(set_of({1}), nullptr)), Rows{0});
-  EXPECT_EQ(united(nullptr, set_of({3, 1, 3})), (Rows{1, 3}));
-  EXPECT_EQ(united(nullptr, nullptr), Rows{0});
-}
-
 TEST(RowSetTest, RandomSetsAgreeWithStdSet) {
+  EXPECT_EQ(take(rowset_intersect(set_of({1}), nullptr)), Rows{0});
+  EXPECT_EQ(united(nullptr, set_of({3, 1, 3, 0xFFFFFFFF})), (Rows{1, 3, 0xFFFFFFFF}));
+  EXPECT_EQ(united(nullptr, nullptr), Rows{0});
   Random random;
   for (int round = 0; round < 300; ++round) {
     const int limit = 1 << random.below(12);
-    std::set<RowNo> a, b, common, all;
-    for (int i = random.below(random.one_in(3) ? 1000 : 10); i > 0; --i) a.insert(1 + random.below(limit));
-    for (int i = random.below(random.one_in(3) ? 1000 : 10); i > 0; --i) b.insert(1 + random.below(limit));
-    std::set_intersection(a.begin(), a.end(), b.begin(), b.end(), std::inserter(common, common.end()));
-    std::set_union(a.begin(), a.end(), b.begin(), b.end(), std::inserter(all, all.end()));
-    const Rows first(a.begin(), a.end()), second(b.begin(), b.end());
-    EXPECT_EQ(take(rowset_intersect(set_of(first), set_of(second))),
-              common.empty() ? Rows{0} : Rows(common.begin(), common.end()));
-    EXPECT_EQ(united(set_of(first), set_of(second)), Rows(all.begin(), all.end()));
+    const auto some = [&] {  // with repeats
+      Rows rows;
+      for (int i = random.below(random.one_in(3) ? 1000 : 10); i > 0; --i)
+        rows.push_back(static_cast<RowNo>(1 + random.below(limit)));
+      return rows;
+    };
+    const Rows first = some(), second = some();
+    const std::set<RowNo> a(first.begin(), first.end()), b(second.begin(), second.end());
+    Rows common, all;
+    std::set_intersection(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(common));
+    std::set_union(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(all));
+    EXPECT_EQ(united(set_of(first), set_of(second)), all);
+    const Rows distinct_a(a.begin(), a.end()), distinct_b(b.begin(), b.end());
+    EXPECT_EQ(take(rowset_intersect(set_of(distinct_a), set_of(distinct_b))),
+              common.empty() ? Rows{0} : common);
   }
 }
 
 class SortTest : public testing::Test {
  protected:
-  SortTest() {
-    env_start(nullptr);
+  SortTest() { env_start(nullptr); }
+  ~SortTest() override {
+    env_release();
     err_clear();
   }
-  ~SortTest() override { env_release(); }
 };
 
 constexpr SortDirection up = SortDirection::ascending;
@@ -97,50 +83,37 @@ struct Store {
   SortStore *store;
 };
 
-TEST_F(SortTest, KeysAreDistinctColumns) {
-  SortKeyList list;
-  int a = 0, b = 0;
-  EXPECT_TRUE(sort_add_key(list, &a, 1, up) && sort_add_key(list, &a, 2, down) &&
-              sort_add_key(list, &b, 1, up));
-  EXPECT_FALSE(sort_add_key(list, &a, 2, up));
-  EXPECT_FALSE(sort_add_key(list, &a, 3, static_cast<SortDirection>(2)));
-  EXPECT_EQ(error_record().entries[0].code, status::sort_column_twice);
-  EXPECT_EQ(error_record().entries[1].code, status::sort_argument);
-  EXPECT_EQ(list.keys.size(), 3);
-}
-
 // A value of each exchange form is copied whole and stays where it is.
 TEST_F(SortTest, ValuesAreCopied) {
-  Store store({{type::int32, 0},
-               {type::varchar, 20},
-               {type::float64, 0},
-               {type::date, 0},
-               {type::blob, 0},
-               {type::byte, 3},
-               {type::text, 0}},
-              2);
   int64_t integer = -5;
-  char text[] = "text", large[] = "large text";
   double real = 2.5;
   DateTimeRec date = {2020, 2, 29, 0, 0, 0, 0, 0};
+  char text[] = "text", large[] = "large text";
   uint8_t blob[] = {2, 0, 0, 0, 7, 8}, raw[] = {1, 2, 3};
-  RowNo positions[] = {11, 22};
-  const void *values[] = {&integer, text, &real, &date, blob, raw, large};
-  const void *nothing[7] = {};
-  ASSERT_TRUE(sort_store_row(*store, values, positions) && sort_store_row(*store, nothing, nullptr));
-  integer = 0, real = 0, text[0] = large[0] = 0, date.year = 0, positions[1] = 0;
-  memset(blob, 0, sizeof blob), memset(raw, 0, sizeof raw);
-  const SortRow &row = *store->rows[0];
-  EXPECT_EQ(*static_cast<const int64_t *>(row.values[0]), -5);
-  EXPECT_STREQ(static_cast<const char *>(row.values[1]), "text");
-  EXPECT_EQ(*static_cast<const double *>(row.values[2]), 2.5);
-  EXPECT_EQ(static_cast<const DateTimeRec *>(row.values[3])->year, 2020);
-  EXPECT_EQ(memcmp(row.values[4], "\2\0\0\0\7\10", 6), 0);
-  EXPECT_EQ(memcmp(row.values[5], "\1\2\3", 3), 0);
-  EXPECT_STREQ(static_cast<const char *>(row.values[6]), "large text");
-  EXPECT_EQ(row.positions[1], 22u);
-  for (const void *value : {store->rows[1]->values[0], store->rows[1]->values[6]}) EXPECT_EQ(value, nullptr);
-  EXPECT_EQ(store->rows[1]->positions, nullptr);
+  const struct {
+    SortColumn column;
+    void *value;
+    size_t size;
+  } cases[] = {
+      {{type::int32, 0}, &integer, sizeof integer}, {{type::varchar, 20}, text, sizeof text},
+      {{type::float64, 0}, &real, sizeof real},     {{type::date, 0}, &date, sizeof date},
+      {{type::blob, 0}, blob, sizeof blob},         {{type::byte, 3}, raw, sizeof raw},
+      {{type::text, 0}, large, sizeof large},
+  };
+  for (const auto &test : cases) {
+    SCOPED_TRACE(&test - cases);
+    Store store({test.column}, 2);
+    const std::string before(static_cast<char *>(test.value), test.size);
+    RowNo positions[] = {11, 22};
+    const void *nothing = nullptr, *value = test.value;
+    ASSERT_TRUE(sort_store_row(*store, &value, positions) && sort_store_row(*store, &nothing, nullptr));
+    memset(test.value, 0, test.size);
+    memset(positions, 0, sizeof positions);
+    EXPECT_EQ(std::string(static_cast<const char *>(store->rows[0]->values[0]), test.size), before);
+    EXPECT_EQ(store->rows[0]->positions[1], 22u);
+    EXPECT_EQ(store->rows[1]->values[0], nullptr);
+    EXPECT_EQ(store->rows[1]->positions, nullptr);
+  }
 }
 
 TEST_F(SortTest, ExhaustedAreaRefusesTheRowAndKeepsTheOthers) {

@@ -1,19 +1,17 @@
 #include "data/types.h"
 
-#include <cfloat>
-#include <climits>
 #include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "data/datetime.h"
-#include "frame/env.h"
-#include "frame/error.h"
-#include "support.h"
+#include "engine_support.h"
 
 namespace tovik {
 namespace {
+
+using test::first_status;
 
 class TypesTest : public testing::Test {
  protected:
@@ -32,10 +30,8 @@ class TypesTest : public testing::Test {
 std::string outcome(Stored stored) {
   if (stored == Stored::value) return "value";
   if (stored == Stored::null) return "null";
-  const std::string code = std::to_string(error_record().last_code);
   EXPECT_EQ(error_record().count, 1);
-  err_clear();
-  return code;
+  return std::to_string(first_status());
 }
 
 bool is_null(TypeCode code, const uint8_t *stored) {
@@ -60,45 +56,32 @@ TEST_F(TypesTest, TextIsStoredAndReadBack) {
     const char *result;  // of storing
     const char *fetched;
   } cases[] = {
-      {type::tinyint, "127", "value", "127"},
       {type::tinyint, "128", "113002", ""},
       {type::tinyint, "-127", "value", "-127"},
       {type::tinyint, "-128", "113002", ""},
       {type::ctinyint, "-128", "value", "-128"},
-      {type::ctinyint, "-129", "113002", ""},
       {type::int32, " \t+42", "value", "42"},
       {type::cint, "4294967296", "113002", ""},
       {type::bigint, "9223372036854775807", "value", "9223372036854775807"},
       {type::bigint, "-9223372036854775808", "113002", ""},
-      {type::bigint, "-99999999999999999999", "113002", ""},
       {type::cbigint, "-99999999999999999999", "value", "-9223372036854775808"},
       {type::cbigint, "99999999999999999999", "113001", ""},
       {type::cbigint, "12 ", "113001", ""},
-      {type::cbigint, "+-1", "113001", ""},
       {type::cbigint, " ", "113001", ""},
-      {type::cbigint, "", "113015", ""},
       {type::cbigint, nullptr, "113015", ""},
       {type::float32, "-123456789", "value", "-1.234568e+08"},
       {type::float32, "1e39", "value", "inf"},
       {type::float64, "-1.2345678901234567e-300", "value", "-1.23456789012346e-300"},  // the widest
       {type::float64, "0x1.8p1", "value", "3.00000000000000e+00"},
-      {type::float64, "1e-999", "value", "0.00000000000000e+00"},
       {type::float64, "-Infinity", "value", "-inf"},
       {type::float64, "1e309", "113001", ""},
-      {type::float64, "1,5", "113001", ""},
-      {type::float64, "-+1", "113001", ""},
       {type::float64, "0x", "113001", ""},
-      {type::float64, "0x1p+-1", "113001", ""},
       {type::float64, "-0x1p-1074", "value", "-4.94065645841247e-324"},
-      {type::float64, "", "113015", ""},
       {type::character, "abcde", "value", "abcde"},
       {type::character, "abcdef", "113003", ""},
       {type::decimal, "1.50", "value", "1.50"},
       {type::character, "", "null", ""},
-      {type::character, nullptr, "113015", ""},
-      {type::character, "\xE3\x81", "value", "\xE3\x81"},
       {type::date, "20200101123456", "value", "20200101"},
-      {type::date, "", "113015", ""},
       {type::time, "20000229235959999999", "value", "20000229235959"},
       {type::microtimestamp, "20000229235959123456", "value", "20000229235959123456"},
   };
@@ -160,21 +143,21 @@ TEST_F(TypesTest, EveryNullReadsBackAsNull) {
 
 TEST_F(TypesTest, ArgumentsOutsideTheTableFail) {
   uint8_t stored[16] = {};
+  for (const TypeCode code : {TypeCode{20}, TypeCode{0}, TypeCode{1}})  // the last without its class bit
+    EXPECT_EQ(outcome(fetch_value(code, ValueMode::null, stored, nullptr, 1, 0)), "13002") << code;
   EXPECT_EQ(outcome(store_value(20, ValueMode::null, nullptr, stored, 1, 0)), "13002");
-  EXPECT_EQ(outcome(fetch_value(0, ValueMode::null, stored, nullptr, 1, 0)), "13002");
-  EXPECT_EQ(outcome(fetch_value(1, ValueMode::null, stored, nullptr, 1, 0)), "13002");  // no class bit
   EXPECT_EQ(outcome(store_value(type::int32, ValueMode::null, nullptr, nullptr, 1, 0)), "13001");
   EXPECT_EQ(outcome(fetch_value(type::int32, ValueMode::binary, nullptr, stored, 1, 0)), "13001");
-  EXPECT_EQ(type_stored_size(type::blob, 9, 100), 108);
 }
 
 TEST_F(TypesTest, DamagedDatesAreRefused) {
-  const std::vector<std::vector<uint8_t>> damaged = {
-      {0x11, 0x27, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0},    {0xE4, 7, 200, 1, 0, 0, 0, 0, 0, 0, 0, 0},
-      {0xE4, 7, 1, 32, 0, 0, 0, 0, 0, 0, 0, 0},      {0xE4, 7, 1, 1, 24, 0, 0, 0, 0, 0, 0, 0},
-      {0xE4, 7, 1, 1, 0, 0, 0xFF, 0, 0, 0, 0, 0},    {0xE4, 7, 1, 1, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF},
-      {0xE4, 7, 1, 1, 0, 0, 0, 0, 0x40, 0x42, 15, 0}};
-  for (const auto &stored : damaged) EXPECT_EQ(fetch_text(type::microtimestamp, stored), "13001");
+  const std::pair<size_t, uint8_t> damages[] = {{1, 0xFF}, {2, 200}, {3, 32}, {4, 24}, {6, 0xFF}, {11, 0xFF}};
+  for (const auto &[offset, byte] : damages) {
+    std::vector<uint8_t> stored = {0xE4, 7, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0};
+    EXPECT_EQ(fetch_text(type::microtimestamp, stored), "20200101000000000000");
+    stored[offset] = byte;
+    EXPECT_EQ(fetch_text(type::microtimestamp, stored), "13001") << "byte " << offset;
+  }
 }
 
 TEST_F(TypesTest, TimesAreStoredInUtc) {
@@ -210,19 +193,15 @@ TEST_F(TypesTest, StoredPairsThatCannotBeCompared) {
     TypeCode a, b;
     StatusCode code;
   } cases[] = {
-      {type::text, type::text, 13003},       {type::blob, type::blob, 13003},
-      {type::character, type::int32, 13003}, {type::byte, type::character, 13003},
-      {type::date, type::int32, 13003},      {type::character, type::text, 13003},
+      {type::text, type::text, 13003},      {type::character, type::int32, 13003},
+      {type::byte, type::character, 13003}, {type::date, type::int32, 13003},
       {TypeCode{0x49}, type::int32, 13002},
   };
   for (const auto &c : cases) {
     int result = 0;
     EXPECT_FALSE(compare_stored(c.a, stored, 4, c.b, stored, &result));
-    EXPECT_EQ(error_record().last_code, c.code) << c.a << " and " << c.b;
-    err_clear();
+    EXPECT_EQ(first_status(), c.code) << c.a << " and " << c.b;
   }
-  for (const TypeCode code : {type::text, type::blob, TypeCode{0}, TypeCode{TYPE_INTEGER}})
-    EXPECT_EQ(stored_compare_of(code), nullptr);
 }
 
 template <class T>
@@ -231,8 +210,7 @@ std::string bytes_of(const T &value) {
 }
 
 TEST_F(TypesTest, ValuesOfTwoTypesCompare) {
-  const int64_t exact = 9007199254740993, even = 9007199254740992;
-  const double real = 9007199254740992.0;
+  const int64_t odd = 9007199254740993, even = 9007199254740992;
   const DateTimeRec early{2020, 1, 1, 10, 0, 0, 0, 5}, late{2020, 1, 1, 10, 0, 0, 0, 6},
       later{2020, 1, 1, 11, 0, 0, 0, 0};
   const struct {
@@ -242,11 +220,10 @@ TEST_F(TypesTest, ValuesOfTwoTypesCompare) {
     std::string right;
     int result;
   } cases[] = {
-      {type::bigint, bytes_of(exact), type::cint, bytes_of(even), 1},
-      {type::bigint, bytes_of(exact), type::float64, bytes_of(real), 0},
+      {type::bigint, bytes_of(odd), type::cint, bytes_of(even), 1},
+      {type::bigint, bytes_of(odd), type::float64, bytes_of(static_cast<double>(even)), 0},
       {type::microtimestamp, bytes_of(early), type::microtimestamp, bytes_of(late), -1},
       {type::microtimestamp, bytes_of(late), type::time, bytes_of(early), 0},
-      {type::time, bytes_of(early), type::microtimestamp, bytes_of(later), -1},
       {type::date, bytes_of(later), type::microtimestamp, bytes_of(early), 0},
       {type::blob, bytes_of(1) + "z", TYPE_BINARY, bytes_of(2) + "ab", -1},
       {type::blob, bytes_of(2) + "a\xFF", type::blob, bytes_of(2) + "ab", 1},
@@ -271,99 +248,73 @@ TEST_F(TypesTest, ValuesOfTwoTypesCompare) {
 }
 
 TEST_F(TypesTest, Literals) {
-  const int64_t integer = -12;
-  const double real = 1.5;
-  const DateTimeRec date{2020, 1, 2, 0, 0, 0, 0, 0};
   const struct {
     TypeCode classes;
     const char *text;
     std::string value;  // empty: it fails
     StatusCode code;
   } cases[] = {
-      {TYPE_INTEGER, "-12", bytes_of(integer), 0},
-      {type::float64, "1.5", bytes_of(real), 0},
-      {type::microtimestamp, "20200102", bytes_of(date), 0},
+      {TYPE_INTEGER, "-12", bytes_of(int64_t{-12}), 0},
+      {type::float64, "1.5", bytes_of(1.5), 0},
+      {type::microtimestamp, "20200102", bytes_of(DateTimeRec{2020, 1, 2, 0, 0, 0, 0, 0}), 0},
       {TYPE_BINARY, "", bytes_of(0), 0},
       {TYPE_BINARY, "ABC", bytes_of(2) + "\xAB\x0C", 0},
       {TYPE_BINARY, "fF7", bytes_of(2) + "\xFF\x07", 0},
       {TYPE_INTEGER, "9223372036854775808", "", 113001},
-      {TYPE_INTEGER, "-9223372036854775809", "", 113001},
-      {TYPE_INTEGER, "1x", "", 113001},
       {TYPE_FLOAT, "1e999", "", 113001},
       {type::microtimestamp, "2020", "", 113012},
       {TYPE_BINARY, "0g", "", 113013},
       {TYPE_CHARACTER, "a", "", 13002},
       {TYPE_INTEGER, nullptr, "", 13001},
   };
-  for (const auto &c : cases) {
-    char target[32];
-    EXPECT_EQ(parse_literal(c.classes, c.text, true, target), c.code == 0);
-    EXPECT_EQ(error_record().last_code, c.code) << "case " << &c - cases;
-    EXPECT_TRUE(c.code != 0 || std::string(target, c.value.size()) == c.value) << "case " << &c - cases;
-    err_clear();
-    EXPECT_EQ(parse_literal(c.classes, c.text, false, target), c.code == 0);
-    EXPECT_EQ(error_record().count, 0) << "case " << &c - cases;
-  }
+  for (const auto &c : cases)
+    for (const bool records : {true, false}) {
+      char target[32];
+      EXPECT_EQ(parse_literal(c.classes, c.text, records, target), c.code == 0);
+      EXPECT_TRUE(c.code != 0 || std::string(target, c.value.size()) == c.value) << "case " << &c - cases;
+      EXPECT_EQ(first_status(), records ? c.code : 0) << "case " << &c - cases;
+    }
 }
 
 // ---- every comparison function against the general comparison, and both against a reference ----
 
 constexpr int text_size = 6;
 
-// A random stored value that favours extremes, NULL, neighbours and damage.
-std::vector<uint8_t> random_stored(test::Random &random, TypeCode code) {
-  std::vector<uint8_t> stored(static_cast<size_t>(type_stored_size(code, text_size, 0)), 0);
-  if (random.one_in(8)) {
-    if (code != type::byte) store_value(code, ValueMode::null, nullptr, stored.data(), text_size, 0);
+// A stored value of extreme bytes, often NULL, or a neighbour of one before it.
+std::vector<uint8_t> random_stored(test::Random &random, TypeCode code, std::vector<uint8_t> stored = {}) {
+  const auto byte = [&random] { return static_cast<uint8_t>("\0\0\0\1a\x7F\x80\xFF"[random.below(8)]); };
+  if (!stored.empty() && random.one_in(2)) {
+    stored[static_cast<size_t>(random.below(static_cast<int>(stored.size())))] ^= byte();
     return stored;
   }
-  if (random.one_in(8)) {
-    for (uint8_t &byte : stored) byte = static_cast<uint8_t>(random.next());
-    return stored;
+  stored.assign(static_cast<size_t>(type_stored_size(code, text_size, 0)), 0);
+  for (uint8_t &each : stored) each = byte();
+  if (type_numeric(code) && (code & TYPE_INTEGER) == 0 && random.one_in(2)) {
+    const double real = 1.0 + random.below(40) * 6e-8;  // equal in seven digits, or not
+    store_value(code, ValueMode::binary, &real, stored.data(), 0, 0);
   }
-  if (type_numeric(code)) {
-    if ((code & TYPE_INTEGER) != 0) {
-      const int64_t value = random.below(5) - 2;
-      store_value(code, ValueMode::binary, &value, stored.data(), 0, 0);
-    } else {
-      const double specials[] = {0.0, -0.0, INFINITY, -INFINITY, NAN, FLT_MIN, DBL_MIN, 16777216.0};
-      double value = random.one_in(4) ? specials[random.below(8)] : 1.0 + random.below(40) * 6e-8;
-      if (random.one_in(4)) value = -value;
-      store_value(code, ValueMode::binary, &value, stored.data(), 0, 0);
-    }
-  } else if ((code & TYPE_DATETIME) != 0) {
-    const DateTimeRec record{static_cast<int16_t>(2000 + random.below(2)),
-                             1,
-                             static_cast<int8_t>(1 + random.below(2)),
-                             static_cast<int8_t>(random.below(2)),
-                             0,
-                             static_cast<int8_t>(random.below(2)),
-                             0,
-                             random.below(2)};
-    store_value(code, ValueMode::binary, &record, stored.data(), 0, 0);
-  } else {
-    for (uint8_t &byte : stored) byte = static_cast<uint8_t>("\0a\x80\xFF"[random.below(4)]);
-  }
+  if (random.one_in(8) && code != type::byte)
+    store_value(code, ValueMode::null, nullptr, stored.data(), text_size, 0);
   return stored;
 }
 
 // A value as the order sees it: NULL first, then a number or bytes.
 struct Reference {
   bool null;
-  double number;
+  long double number;
   std::string bytes;
 };
 
 Reference reference_of(TypeCode code, const std::vector<uint8_t> &stored) {
   Reference reference{is_null(code, stored.data()), 0, ""};
-  if (type_numeric(code)) {
+  if (code == type::float64) {
+    double number;
+    memcpy(&number, stored.data() + 1, 8);
+    reference.number = number;
+  } else if (type_numeric(code)) {
     char text[40] = "";
     fetch_value(code, ValueMode::text, stored.data(), text, 0, 0);
-    if (code == type::float64) {
-      memcpy(&reference.number, stored.data() + 1, 8);
-    } else {
-      reference.number = strtod(text, nullptr);
-    }
+    reference.number = strtold(text, nullptr);
   } else if ((code & TYPE_DATETIME) != 0) {
     for (const size_t at : {1u, 0u, 2u, 3u, 4u, 5u, 6u, 11u, 10u, 9u, 8u})  // most significant first
       if (at < stored.size()) reference.bytes += static_cast<char>(stored[at]);
@@ -389,14 +340,13 @@ TEST_F(TypesTest, RandomStoredValuesAreOrderedAlikeByEveryRoad) {
     if (compare == nullptr) continue;
     SCOPED_TRACE(type_row(code)->name);
     for (int i = 0; i < 4000; ++i) {
-      const std::vector<uint8_t> a = random_stored(random, code), b = random_stored(random, code);
+      const std::vector<uint8_t> a = random_stored(random, code), b = random_stored(random, code, a);
       const int expected = reference_order(reference_of(code, a), reference_of(code, b));
       int general = 9;
       ASSERT_TRUE(compare_stored(code, a.data(), text_size, code, b.data(), &general));
-      EXPECT_EQ(compare(a.data(), b.data(), text_size), general)
+      ASSERT_EQ(general, expected) << testing::PrintToString(a) << testing::PrintToString(b);
+      ASSERT_EQ(compare(a.data(), b.data(), text_size), general)
           << testing::PrintToString(a) << testing::PrintToString(b);
-      EXPECT_EQ(general, expected) << testing::PrintToString(a) << testing::PrintToString(b);
-      if (testing::Test::HasFailure()) return;
     }
   }
 }
