@@ -73,25 +73,17 @@ class TestDatabase {
     table_close(table);
     return table != nullptr;
   }
-  bool has_table(const char *name) {
-    Table *table = table_open(*db, name);
-    table_close(table);
-    const StatusCode code = first_status();
-    EXPECT_EQ(code, table != nullptr ? 0 : status::table_missing) << name;
-    return table != nullptr;
+  // Values for the first columns of one row.
+  bool insert(const char *table, const std::vector<std::string> &values);
+  // Blocks in use, as the calling thread sees them.
+  BlockNo used_blocks() const {
+    const StorageManager &sm = *db->storage;
+    const Counters &counters = sm_level(sm) > 0 ? tm_counters(*sm.tm) : bm_counters(*sm.bm, part_dat);
+    return counters.bcnt - counters.fcnt;
   }
-  std::string table_names() {
-    std::string names;
-    EXPECT_TRUE(table_walk(
-        *db,
-        [](void *context, const char *name) {
-          *static_cast<std::string *>(context) += name + std::string(" ");
-          return true;
-        },
-        &names))
-        << errors();
-    return names;
-  }
+  // "table(column,)[index,]3 " for every table with its row count, as the calling thread sees them.
+  std::string schema() const { return schema(*db); }
+  static std::string schema(Database &db);
 
  private:
   TempDir dir_;
@@ -105,7 +97,7 @@ class TestDatabase {
 class Rows {
  public:
   Rows(Database &db, const char *table) : handle(row_handle_open(table_open(db, table))) {
-    EXPECT_NE(handle, nullptr) << errors();
+    EXPECT_NE(handle, nullptr) << table << errors();
   }
   ~Rows() { row_handle_close(handle); }
   Rows(const Rows &) = delete;
@@ -137,11 +129,6 @@ class Rows {
         return std::to_string(value.integer);
       case type::float64:
         snprintf(text, sizeof text, "%g", value.real);
-        return text;
-      case type::microtimestamp:
-        snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%06d", value.datetime.year,
-                 value.datetime.month, value.datetime.day, value.datetime.hour, value.datetime.minute,
-                 value.datetime.second, value.datetime.microseconds);
         return text;
       default:
         EXPECT_TRUE(value.type == type::blob || value.text.text[value.text.length] == '\0');
@@ -175,18 +162,51 @@ class Rows {
         index_key(table, index, handle->record, key);
         RowSet found = {};
         ASSERT_EQ(btree_search(index, key, &found), BtreeFind::found) << errors();
-        bool present = false;
-        for (const RowNo entry : found.rows) present = present || entry == row;
-        ASSERT_TRUE(present) << "row " << row << " is not in " << index.definition.index_name;
+        ASSERT_NE(std::find(found.rows.begin(), found.rows.end(), row), found.rows.end())
+            << "row " << row << " is not in " << index.definition.index_name;
       }
       RowSet entries = {};
-      const BtreeRange everything = {nullptr, Bound::none, nullptr, Bound::none, false};
-      ASSERT_TRUE(btree_range(index, everything, entries)) << errors();
+      ASSERT_TRUE(btree_range(index, {}, entries)) << errors();
       EXPECT_EQ(entries.rows.size(), static_cast<int>(rows.size())) << index.definition.index_name;
     }
   }
 
   RowHandle *handle;
+};
+
+inline bool TestDatabase::insert(const char *table, const std::vector<std::string> &values) {
+  return Rows(*db, table).insert(values);
+}
+
+inline std::string TestDatabase::schema(Database &db) {
+  std::vector<std::string> names;
+  const auto collect = [](void *context, const char *name) {
+    static_cast<std::vector<std::string> *>(context)->push_back(name);
+    return true;
+  };
+  EXPECT_TRUE(table_walk(db, collect, &names)) << errors();
+  std::string text;
+  for (const std::string &name : names) {
+    Rows rows(db, name.c_str());
+    const Table &table = *rows.handle->table;
+    text += name + "(";
+    for (int i = 0; i < table.column_count; ++i) text += table.columns[i].name + std::string(",");
+    text += ")[";
+    for (int i = 0; i < table.index_count; ++i)
+      text += table.indices[i]->definition.index_name + std::string(",");
+    text += "]" + std::to_string(rows.all().size()) + " ";
+    rows.check_indices();
+  }
+  return text;
+}
+
+// An open database, for the tests of one of the modules.
+class DatabaseTest : public testing::Test {
+ protected:
+  Database &db() { return *store.db; }
+
+  Engine engine;
+  TestDatabase store;
 };
 
 inline std::string hex(const uint8_t *bytes, int size) {
