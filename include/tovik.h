@@ -421,6 +421,10 @@ TOVIK_API tovik_cur *tovik_selectsql_wchar(tovik_db *db, const uint16_t *sql);
 
 #ifdef __cplusplus
 }
+static_assert(sizeof(tovik_coldef) == 40 && sizeof(tovik_autoinc) == 12 && sizeof(tovik_value) == 16 &&
+                  sizeof(tovik_cond) == (sizeof(void *) == 8 ? 152 : 144) && sizeof(tovik_order) == 176 &&
+                  sizeof(tovik_colval) == 48,
+              "records are laid out as callers were compiled with");
 #endif
 
 #endif
