@@ -1,5 +1,6 @@
 // The command interpreter: modes, the statement loop, its history.
 #include <cstring>
+#include <fstream>
 
 #include "api_support.h"
 
@@ -32,19 +33,16 @@ TEST_F(Command, ModesCreateRunTestAndRemove) {
   EXPECT_EQ(error_code(), 0);
   EXPECT_EQ(kld_cmd_exec(nullptr, 0, params.c_str(), nullptr), 0);
   EXPECT_EQ(kld_cmd_exec(nullptr, 6, params.c_str(), nullptr), 1);
-  const std::string again =
-      printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 0, params.c_str(), nullptr), -1); });
-  EXPECT_EQ(again.rfind("kld_db_create\n[1]:120101(0) ", 0), 0u) << again;
+  const auto expect_failure = [&](int mode, const char *sql, const char *report) {
+    const std::string printed =
+        printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, mode, params.c_str(), sql), -1); });
+    EXPECT_EQ(printed.rfind(report, 0), 0u) << printed;
+  };
+  expect_failure(0, nullptr, "kld_db_create\n[1]:120101(0) ");
+  expect_failure(2, "nonsense", "kld_sql_call\n[1]:171001(0) ");
+  expect_failure(2, nullptr, "kld_sql_call\n[1]:90001(0) ");
+  expect_failure(3, nullptr, "cmd_intr_sql\n[1]:90001(0) ");
   EXPECT_EQ(printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 2, params.c_str(), "ECHO 'hi'"), 0); }), "hi\n");
-  const std::string bad =
-      printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 2, params.c_str(), "nonsense"), -1); });
-  EXPECT_EQ(bad.rfind("kld_sql_call\n[1]:171001(0) ", 0), 0u) << bad;
-  const std::string no_text =
-      printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 2, params.c_str(), nullptr), -1); });
-  EXPECT_EQ(no_text.rfind("kld_sql_call\n[1]:90001(0) ", 0), 0u) << no_text;
-  const std::string no_stream =
-      printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 3, params.c_str(), nullptr), -1); });
-  EXPECT_EQ(no_stream.rfind("cmd_intr_sql\n[1]:90001(0) ", 0), 0u) << no_stream;
   EXPECT_EQ(kld_cmd_exec(nullptr, 1, params.c_str(), nullptr), 0);
   EXPECT_EQ(kld_cmd_exec(nullptr, 6, params.c_str(), nullptr), 0);
   EXPECT_EQ(printed_by([&] { EXPECT_EQ(kld_cmd_exec(nullptr, 5, nullptr, nullptr), 0); }),
@@ -79,9 +77,7 @@ TEST_F(Command, KeepsAHistoryOfThirtyTwo) {
   for (int i = 1; i <= 40; ++i) many += "ECHO '" + std::to_string(i) + "';\n";
   std::string all;
   for (int i = 9; i <= 40; ++i) {
-    char line[64];
-    snprintf(line, sizeof line, "%4d ECHO '%d';\n", i, i);
-    all += line;
+    all += (i < 10 ? "   " : "  ") + std::to_string(i) + " ECHO '" + std::to_string(i) + "';\n";
   }
   const std::string printed =
       loop(many + "rc all;\nrun 5;\nrc 4294967305;\nrc 12;\nrun 12;\nrun;\nrc;\n  ECHO 'x';\nRC;\n");
@@ -97,14 +93,10 @@ TEST_F(Command, RunsSystemCommandsAndScripts) {
             "onetwothreeexpecting a system command\n   3  printf three\nthree");
   const TempDir directory;
   const std::string script = directory / "script.sql";
-  FILE *file = fopen(script.c_str(), "wb");
-  fputs("ECHO 'inside';\nexit\nECHO 'never';\n", file);
-  fclose(file);
+  std::ofstream(script) << "ECHO 'inside';\nexit\nECHO 'never';\n";
   EXPECT_EQ(loop("run '" + script + "';\nECHO 'outside';\nrun 'none';\n"),
             "inside\noutside\nfopen error.'none'\n");
-  file = fopen(script.c_str(), "wb");
-  fprintf(file, "run '%s';\nECHO 'back';\n", script.c_str());
-  fclose(file);
+  std::ofstream(script) << "run '" << script << "';\nECHO 'back';\n";
   const std::string printed = loop("run '" + script + "';\n");
   EXPECT_EQ(printed.find("back\n"), strlen("fopen error.''\n") + script.size()) << "a script without end";
   EXPECT_EQ(result, 0);

@@ -15,6 +15,13 @@ struct CodeCase {
   int code;
 };
 
+std::vector<std::string> parts(const std::string &list) {
+  std::vector<std::string> all;
+  std::istringstream in(list);
+  for (std::string part; std::getline(in >> std::ws, part, ';');) all.push_back(part);
+  return all;
+}
+
 class Sql : public testing::Test {
  protected:
   void all_succeed(std::initializer_list<const char *> statements) {
@@ -254,6 +261,69 @@ TEST_F(Sql, QueriesJoinSortAndFilter) {
   });
 }
 
+// Each expression over a row of values and over one of NULL; an unknown condition is -1.
+TEST_F(Sql, ExpressionsReadColumnsOfEveryType) {
+  all_succeed(
+      {"CREATE TABLE t (i int, b bigint, d double, f float, c char(10), v varchar(2), x text, y blob, "
+       "dd date, tt time, m microtimestamp)",
+       "INSERT INTO t VALUES 7, -5, 1.5, 0.1, 'abc', '12', 'some text that leaves the record', '610062', "
+       "'20200102', '20200102030405', '20200102030405000006', "
+       "8, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL"});
+  const std::pair<const char *, const char *> cases[] = {
+      {"7;8", "i"},
+      {"0.1;-", "f"},
+      {"610062;-", "y"},
+      {"32;-", "LENGTHB(x)"},
+      {"20200102030405000006;-", "m"},
+      {"-34;-", "i * b + 1"},
+      {"abc12some text that leaves the record;-", "c || v || x"},
+      {"abc20200102;-", "c || dd"},
+      {"20200102030405;", "tt || ''"},
+      {"2026;-", "YEAROF dd + MICROSECONDOF m"},
+      {"20200109000000000000;-", "dd + i day"},
+      {"-5;8", "NVL(b, i)"},
+      {"0;1", "b IS NULL"},
+      {"1;1", "i MATCH '[78]'; t.RowId = rowid"},
+      {"1;0", "i = '7'; i = 7.0"},
+      // A literal takes the column's type. A date column is compared as a date, a time column without
+      // microseconds.
+      {"1;-1",
+       "b IN (1, -5); c LIKE 'a_c'; dd LIKE '20200102'; f LIKE '1.0%e-01'; d = '15e-1'; f = 0.1; v = 12;"
+       "v BETWEEN 11 AND 13; v MATCH 12; dd = 20200102; dd IN ('20200101', 20200102); m > '20200102';"
+       "dd = '20200102235959'; dd = m; tt = m"},
+      {"0;-1", "v = 12.0; c = 123; dd < m"},
+      {"error 150003", "i = '7.5'; i IN ('7', 'abc'); '7' = i; v = -12; dd = 1.5"},
+      {"error 150002", "dd = '2020-01-02'; dd = '20200230'"},
+      {"error 150008", "T.i; nothing"},
+  };
+  for (const auto &[rows, expressions] : cases)
+    for (const std::string &expression : parts(expressions))
+      EXPECT_EQ(db.rows("SELECT " + expression + " AS x FROM t"), rows) << expression;
+  all_succeed({"CREATE TABLE u (i int, b int)", "INSERT INTO u VALUES 70, 71"});
+  // A name without a table is the first table's; an alias comes before a name.
+  expect_rows({{"SELECT i, w.i, u.b FROM t, u w WHERE b IS NULL", "8,70,71"},
+               {"SELECT t.i FROM t x, u t WHERE x.i = 7", "70"}});
+}
+
+// A cursor that stands in a table while others delete its rows skips them.
+TEST_F(Sql, RowsDeletedBehindACursorsBackAreSkipped) {
+  all_succeed({"CREATE TABLE t (a int, b int)", "CREATE INDEX ta ON t (a)",
+               "INSERT INTO t VALUES 1,0, 1,1, 1,2, 1,3, 1,4"});
+  Session other(db.handle());
+  for (const auto &[sql, deleted, rest] : std::vector<std::tuple<const char *, const char *, const char *>>{
+           {"SELECT b FROM t WHERE a = 1", "1", "2;3;4"}, {"SELECT b FROM t", "2", "3;4"}}) {
+    kld_stmt *cursor = other.statement();
+    ASSERT_EQ(kld_api_pre_stmt_char(cursor, sql), 0);
+    ASSERT_EQ(kld_api_exec_stmt(cursor), 0);
+    ASSERT_EQ(kld_api_fetch_stmt(cursor), 1);
+    EXPECT_EQ(db.run(std::string("DELETE FROM t WHERE b = ") + deleted), 0) << error_code();
+    std::string rows;
+    EXPECT_TRUE(other.fetch_all(rows));
+    EXPECT_EQ(rows, rest) << sql;
+    kld_api_clear_stmt(cursor);
+  }
+}
+
 TEST_F(Sql, DistinctAndAggregates) {
   all_succeed({"CREATE TABLE t (g int, v int, d double, s char(3))", "CREATE TABLE none (v int)",
                "INSERT INTO t VALUES 1,5,0.5,'x', 2,NULL,1.5,'y', 1,7,NULL,'x', 2,1,2.0,NULL"});
@@ -305,54 +375,20 @@ TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
     ASSERT_EQ(expected.find("error"), std::string::npos) << condition << ": " << expected;
     EXPECT_EQ(db.rows("SELECT k FROM idx WHERE " + condition + order), expected) << condition;
   };
-  for (const char *condition : {"a = 3",
-                                "a = '3'",
-                                "a = 3.0",
-                                "a = 2.5",
-                                "a > 2.5",
-                                "a < 0",
-                                "a <= 0",
-                                "a >= 7",
-                                "a = NULL",
-                                "a IN (5, NULL, 1, 5)",
-                                "a NOT IN (5, 1)",
-                                "a BETWEEN 1 AND 3",
-                                "a BETWEEN 1 EXCLUSIVE TO 4 EXCLUSIVE",
-                                "a NOT BETWEEN 1 AND 3",
-                                "a BETWEEN 3 AND 1",
-                                "a BETWEEN -2 AND 4",
-                                "a > -2 AND a < 5",
-                                "a = 2 AND b = 3",
-                                "b = 3 AND a = 2",
-                                "a = 2 AND b > 1",
-                                "b = 2",
-                                "a = 2 OR b = 3",
-                                "NOT a = 2",
-                                "c = 'aa'",
-                                "c > 'b'",
-                                "c BETWEEN 'a' AND 'bb'",
-                                "c LIKE 'a%'",
-                                "c = '\377bbbbb'",
-                                "c < '\377bbbbb'",
-                                "d = '20200103'",
-                                "d = '20200103235959'",
-                                "d > '20200105000001'",
-                                "d >= '20200105000001'",
-                                "d <= 20200104",
-                                "d IN ('20200101', '20200109')",
-                                "f = 0.1",
-                                "f = 0.10000001",
-                                "f < 0.10000001",
-                                "f >= 0.29999999",
-                                "f > 0",
-                                "n = 9007199254740992.0",
-                                "n > 9007199254740992.0",
-                                "n = 9007199254740991.0",
-                                "a = b"})
+  for (const std::string &condition : parts(
+           "a = 3; a = '3'; a = 3.0; a = 2.5; a > 2.5; a < 0; a <= 0; a >= 7; a = NULL; a IN (5, NULL, 1, 5);"
+           "a NOT IN (5, 1); a BETWEEN 1 AND 3; a BETWEEN 1 EXCLUSIVE TO 4 EXCLUSIVE; a NOT BETWEEN 1 AND 3;"
+           "a BETWEEN 3 AND 1; a BETWEEN -2 AND 4; a > -2 AND a < 5; a = 2 AND b = 3; b = 3 AND a = 2;"
+           "a = 2 AND b > 1; b = 2; a = 2 OR b = 3; NOT a = 2; a = b;"
+           "c = 'aa'; c > 'b'; c BETWEEN 'a' AND 'bb'; c LIKE 'a%'; c = '\377bbbbb'; c < '\377bbbbb';"
+           "d = '20200103'; d = '20200103235959'; d > '20200105000001'; d >= '20200105000001'; d <= 20200104;"
+           "d IN ('20200101', '20200109'); f = 0.1; f = 0.10000001; f < 0.10000001; f >= 0.29999999; f > 0;"
+           "n = 9007199254740992.0; n > 9007199254740992.0; n = 9007199254740991.0"))
     expect_same(condition, " ORDER BY k");
   // With a sign before every literal the rows come in the order of a scan.
-  for (const char *condition : {"a = -2", "a = -2.0", "a IN (-2, 4, -3, NULL, -2)", "a > -2", "a <= -1",
-                                "a BETWEEN -3 EXCLUSIVE AND -1", "a = -1 AND b = 2", "a NOT IN (-1)"})
+  for (const std::string &condition :
+       parts("a = -2; a = -2.0; a IN (-2, 4, -3, NULL, -2); a > -2; a <= -1; a BETWEEN -3 EXCLUSIVE AND -1;"
+             "a = -1 AND b = 2; a NOT IN (-1)"))
     expect_same(condition, "");
   EXPECT_EQ(db.rows("SELECT k FROM idx WHERE a = 3000000000"), "error 113002");
   EXPECT_EQ(db.rows("SELECT k FROM idx WHERE c < 'longer than c'"), "error 113003");
@@ -363,41 +399,30 @@ TEST_F(Sql, ThePlanSaysWhichAccessIsUsed) {
   all_succeed({"CREATE TABLE t (a int, b int, c int)", "CREATE INDEX ta ON t (a)",
                "CREATE INDEX tbc ON t (c, b)", "INSERT INTO t VALUES 1,2,3", "SET HVI_QUERY_PLAN 'ON'",
                "SET HVI_SQL_SEL_HDR 'OFF'"});
-  const std::string scan = "TABLE 't':\n        Scan entire table\n";
-  const std::string use = "TABLE 't':\n        Indices usable:\n";
+  const std::string scan = "        Scan entire table\n";
+  const auto use = [](const char *index) {
+    return std::string("        Indices usable:\n        ") + index + " \n        Use records from indices\n";
+  };
   const std::vector<std::pair<const char *, std::string>> plans = {
-      {"a = 1", use + "        'ta' : 'a' \n        Use records from indices\n"},
-      {"a = '1'", use + "        'ta' : 'a' \n        Use records from indices\n"},
-      {"a BETWEEN 1 AND 2", use + "        'ta' : 'a' between \n        Use records from indices\n"},
-      {"b = 2 AND c = 3", use + "        'tbc' : 'b' 'c' composite \n        Use records from indices\n"},
-      {"c BETWEEN 1 AND 5", use + "        'tbc' : 'c' between \n        Use records from indices\n"},
-      {"b = 2 AND a = 1", use + "        'ta' : 'a' \n        Use records from indices\n"},
-      {"b = 2 AND a IN (7, -1)", use + "        'ta' : 'a' \n        Use records from indices\n"},
-      {"c = -3 AND b = 2", use + "        'tbc' : 'c' 'b' composite \n        Use records from indices\n"},
+      {"a = 1", use("'ta' : 'a'")},
+      {"a = '1'", use("'ta' : 'a'")},
+      {"a BETWEEN 1 AND 2", use("'ta' : 'a' between")},
+      {"b = 2 AND c = 3", use("'tbc' : 'b' 'c' composite")},
+      {"c = -3 AND b = 2", use("'tbc' : 'c' 'b' composite")},
+      {"c BETWEEN 1 AND 5", use("'tbc' : 'c' between")},
+      {"b = 2 AND a IN (7, -1)", use("'ta' : 'a'")},
       {"a = 1 OR a = 2", scan},
       {"c = 3", scan},
       {"a > b", scan},
       {"a MATCH 'x*'", scan},
-      {"rowid = 5", "TABLE 't':\n        row id usable\n"},
-      {"rowid = NULL", "TABLE 't':\n        check row id\n"},
+      {"rowid = 5", "        row id usable\n"},
+      {"rowid = NULL", "        check row id\n"},
   };
   for (const auto &[condition, plan] : plans) {
     const std::string printed = db.printed(std::string("SELECT a FROM t WHERE ") + condition);
-    EXPECT_EQ(printed.rfind("---- QUERY PLAN ----\n" + plan + "--------------------\n", 0), 0u)
+    EXPECT_EQ(printed.rfind("---- QUERY PLAN ----\nTABLE 't':\n" + plan + "--------------------\n", 0), 0u)
         << condition << ":\n"
         << printed;
-  }
-}
-
-TEST_F(Sql, RowNumbersAddressRows) {
-  all_succeed({"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1, 2, 3"});
-  const std::string number = db.rows("SELECT rowid FROM t WHERE a = 2");
-  EXPECT_EQ(db.rows("SELECT a FROM t WHERE rowid = " + number), "2");
-  EXPECT_EQ(db.rows("SELECT a FROM t WHERE ROWID = '" + number + "' AND a = 3"), "");
-  all_succeed({"DELETE FROM t WHERE a = 2"});
-  for (const std::string &nowhere : {number, std::string("0"), std::string("-1"), std::string("1"),
-                                     std::string("4294967295"), std::string("99999999999")}) {
-    EXPECT_EQ(db.rows("SELECT a FROM t WHERE rowid = " + nowhere), "") << nowhere;
   }
 }
 
@@ -428,6 +453,8 @@ TEST_F(Sql, RandomNumbersAreRowsOnlyWhenARowHasThem) {
   };
   fill(200);
   check();
+  for (const char *nowhere : {"0", "-1", "1", "4294967295", "99999999999"})
+    EXPECT_EQ(db.rows(std::string("SELECT a FROM t WHERE rowid = ") + nowhere), "") << nowhere;
   all_succeed({"BEGIN WORK"});
   fill(300);
   check();
@@ -450,6 +477,9 @@ TEST_F(Sql, PrintsResultsInColumns) {
   EXPECT_EQ(db.printed("SELECT NVL(x, n), SQRT(n) AS r FROM t WHERE n < 0"),
             "NVL(x, n)                                 r\n"
             "       -7  nan                  \n");
+  const std::string labels = db.printed("SELECT t.n, n * (n + 1), c || 'x', -n, MAX(n) FROM t WHERE n = 0");
+  EXPECT_EQ(labels.substr(0, labels.find('\n')),
+            "   n         (n * (n + 1))  ('c' concat 'x')                     (- n)                MAX(n)");
   all_succeed({"SET HVI_SQL_SEL_HDR 'OFF'", "SET HVI_SQL_SEL_SEP ','", "SET HVI_SQL_SEL_NUL_STR 'NULL'"});
   EXPECT_EQ(db.printed("SELECT c, n FROM t WHERE n = -7"), "  NULL,  -7\n");
   EXPECT_EQ(db.printed("SELECT c, n FROM t DUMP INTO 'file'"), "あい,5\n  NULL,-7\n");
@@ -511,31 +541,6 @@ TEST_F(Sql, WithoutAutomaticCommitChangesAreDirect) {
   db.reopen();
   EXPECT_EQ(db.rows("SELECT a FROM t"), "1;2;3");
   expect_sound("t");
-}
-
-TEST_F(Sql, AMillionCombinationsTakeNoMoreMemoryThanOne) {
-  all_succeed({"CREATE TABLE t (a int, s char(20))", "INSERT INTO t VALUES 1,'some text'"});
-  for (int i = 0; i < 7; ++i) {
-    std::string all = db.rows("SELECT a FROM t");
-    std::string values;
-    const size_t rows = static_cast<size_t>(1) << i;
-    for (size_t k = 0; k < rows; ++k) values += (k == 0 ? "" : ", ") + std::string("1, 'some text'");
-    ASSERT_EQ(db.run("INSERT INTO t VALUES " + values), 0);
-  }
-  kld_stmt *stmt = db.session().statement();
-  ASSERT_EQ(
-      kld_api_pre_stmt_char(stmt, "SELECT x.s || y.s, UPPER(z.s) FROM t x, t y, t z WHERE x.s || 'a' <> 'b'"),
-      0);
-  ASSERT_EQ(kld_api_exec_stmt(stmt), 0);
-  int rows = 0, more;
-  while (rows < 1000000 && (more = kld_api_fetch_stmt(stmt)) == 1) {
-    char text[64];
-    int32_t not_null = 0;
-    ASSERT_EQ(kld_api_get_data(stmt, 1, TOVIK_CHAR, text, sizeof text, nullptr, &not_null), 0)
-        << error_code();
-    ++rows;
-  }
-  EXPECT_EQ(rows, 1000000) << error_code();
 }
 
 TEST_F(Sql, AStatementThatExceedsItsPoolFailsAndLeavesItUsable) {

@@ -57,6 +57,17 @@ class StatementApi : public testing::Test {
   Library library;
   TestDatabase db;
   kld_stmt *stmt() { return db.session().statement(); }
+  static void expect_failure(int result, int code) {
+    EXPECT_EQ(result, -1) << "for " << code;
+    EXPECT_EQ(error_code(), code);
+  }
+  // Stands on the first row of t.
+  void fetch_one(const std::string &expression) {
+    kld_api_clear_stmt(stmt());
+    ASSERT_EQ(kld_api_pre_stmt_char(stmt(), ("SELECT " + expression + " FROM t").c_str()), 0);
+    ASSERT_EQ(kld_api_exec_stmt(stmt()), 0);
+    ASSERT_EQ(kld_api_fetch_stmt(stmt()), 1);
+  }
 };
 
 TEST_F(StatementApi, ChecksHandlesAndArgumentsByPosition) {
@@ -68,25 +79,18 @@ TEST_F(StatementApi, ChecksHandlesAndArgumentsByPosition) {
   EXPECT_EQ(kld_api_create_stmt(reinterpret_cast<kld_db *>(stmt())), nullptr);
   EXPECT_EQ(error_code(), 190001);
   for (kld_stmt *bad : {static_cast<kld_stmt *>(nullptr), not_a_statement}) {
-    EXPECT_EQ(kld_api_exec_sql_char(bad, "ECHO 1"), -1);
-    EXPECT_EQ(error_code(), 190001);
-    EXPECT_EQ(kld_api_pre_stmt_char(bad, "ECHO 1"), -1);
-    EXPECT_EQ(error_code(), 190001);
-    EXPECT_EQ(kld_api_get_data(bad, 1, 3, buffer, 8, nullptr, &number), -1);
-    EXPECT_EQ(error_code(), 190001);
+    expect_failure(kld_api_exec_sql_char(bad, "ECHO 1"), 190001);
+    expect_failure(kld_api_pre_stmt_char(bad, "ECHO 1"), 190001);
+    expect_failure(kld_api_get_data(bad, 1, 3, buffer, 8, nullptr, &number), 190001);
     kld_api_clear_stmt(bad);
     kld_api_destroy_stmt(bad);
   }
   for (const char *bad : {static_cast<const char *>(nullptr), ""}) {
-    EXPECT_EQ(kld_api_exec_sql_char(stmt(), bad), -1);
-    EXPECT_EQ(error_code(), 190002);
-    EXPECT_EQ(kld_api_pre_stmt_char(stmt(), bad), -1);
-    EXPECT_EQ(error_code(), 190002);
+    expect_failure(kld_api_exec_sql_char(stmt(), bad), 190002);
+    expect_failure(kld_api_pre_stmt_char(stmt(), bad), 190002);
   }
-  EXPECT_EQ(kld_api_exec_sql_wchar(stmt(), nullptr), -1);
-  EXPECT_EQ(error_code(), 190002);
-  EXPECT_EQ(kld_api_get_cols_count(stmt(), nullptr), -1);
-  EXPECT_EQ(error_code(), 190002);
+  expect_failure(kld_api_exec_sql_wchar(stmt(), nullptr), 190002);
+  expect_failure(kld_api_get_cols_count(stmt(), nullptr), 190002);
   EXPECT_EQ(kld_api_exec_sql_char(stmt(), " \t "), 1);
   EXPECT_EQ(kld_api_exec_sql_char(stmt(), " -- nothing"), 1);
   EXPECT_EQ(kld_api_exec_sql_char(stmt(), ";"), 0);
@@ -96,83 +100,53 @@ TEST_F(StatementApi, KeepsTheOrderOfThePreparedStyle) {
   ASSERT_EQ(db.run("CREATE TABLE t (a int)"), 0);
   ASSERT_EQ(db.run("INSERT INTO t VALUES 1, 2"), 0);
   int32_t value = 0, not_null = 0, length = 0;
-  EXPECT_EQ(kld_api_exec_stmt(stmt()), -1);
-  EXPECT_EQ(error_code(), 190013);
-  EXPECT_EQ(kld_api_fetch_stmt(stmt()), -1);
-  EXPECT_EQ(error_code(), 190013);
+  const auto read = [&] { return kld_api_get_data(stmt(), 1, TOVIK_INT32, &value, 4, &length, &not_null); };
+  expect_failure(kld_api_exec_stmt(stmt()), 190013);
+  expect_failure(kld_api_fetch_stmt(stmt()), 190013);
   ASSERT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT a FROM t"), 0);
-  EXPECT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT a FROM t"), -1);
-  EXPECT_EQ(error_code(), 190011);
-  EXPECT_EQ(kld_api_fetch_stmt(stmt()), -1);
-  EXPECT_EQ(error_code(), 190014);
-  EXPECT_EQ(kld_api_get_data(stmt(), 1, 3, &value, 4, nullptr, &not_null), -1);
-  EXPECT_EQ(error_code(), 190014);
+  expect_failure(kld_api_pre_stmt_char(stmt(), "SELECT a FROM t"), 190011);
+  expect_failure(kld_api_fetch_stmt(stmt()), 190014);
+  expect_failure(read(), 190014);
   ASSERT_EQ(kld_api_exec_stmt(stmt()), 0);
-  EXPECT_EQ(kld_api_exec_stmt(stmt()), -1);
-  EXPECT_EQ(error_code(), 190012);
-  EXPECT_EQ(kld_api_get_data(stmt(), 1, TOVIK_INT32, &value, 4, nullptr, &not_null), -1);
-  EXPECT_EQ(error_code(), 43010) << "no row yet";
+  expect_failure(kld_api_exec_stmt(stmt()), 190012);
+  expect_failure(read(), 43010);  // no row yet
   for (int expected : {1, 2}) {
     ASSERT_EQ(kld_api_fetch_stmt(stmt()), 1);
-    EXPECT_EQ(kld_api_get_data(stmt(), 1, TOVIK_INT32, &value, 4, &length, &not_null), 0);
+    EXPECT_EQ(read(), 0);
     EXPECT_EQ(value, expected);
     EXPECT_EQ(length, 4);
     EXPECT_EQ(not_null, 1);
   }
   for (int i = 0; i < 2; ++i) EXPECT_EQ(kld_api_fetch_stmt(stmt()), 0) << "the end stays the end";
-  EXPECT_EQ(kld_api_get_data(stmt(), 1, TOVIK_INT32, &value, 4, nullptr, &not_null), -1);
-  EXPECT_EQ(error_code(), 43010);
+  expect_failure(read(), 43010);
   kld_api_clear_stmt(stmt());
   ASSERT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT DISTINCT SUM(1 / (a - 1)) FROM t"), 0);
-  EXPECT_EQ(kld_api_exec_stmt(stmt()), -1);
-  EXPECT_EQ(error_code(), 151001);
-  EXPECT_EQ(kld_api_exec_stmt(stmt()), -1);
-  EXPECT_EQ(error_code(), 190013) << "a failed execution clears the statement";
-  EXPECT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT nothing FROM t"), -1);
-  EXPECT_EQ(error_code(), 150008);
+  expect_failure(kld_api_exec_stmt(stmt()), 151001);
+  expect_failure(kld_api_exec_stmt(stmt()), 190013);  // a failed execution clears the statement
+  expect_failure(kld_api_pre_stmt_char(stmt(), "SELECT nothing FROM t"), 150008);
   EXPECT_EQ(kld_api_pre_stmt_char(stmt(), "INSERT INTO t VALUES 3"), 0);
-  EXPECT_EQ(kld_api_exec_stmt(stmt()), -1);
-  EXPECT_EQ(error_code(), 190013);
-  EXPECT_EQ(kld_api_pre_stmt_char(stmt(), "TEST_STMT 1 + 2"), 0);
-  EXPECT_EQ(kld_api_exec_stmt(stmt()), 0);
-  EXPECT_EQ(kld_api_fetch_stmt(stmt()), 1);
-  EXPECT_EQ(kld_api_get_data(stmt(), 1, TOVIK_INT32, &value, 4, nullptr, &not_null), 0);
-  EXPECT_EQ(value, 3);
-  EXPECT_EQ(kld_api_fetch_stmt(stmt()), 0);
+  expect_failure(kld_api_exec_stmt(stmt()), 190013);
+  EXPECT_EQ(db.rows("TEST_STMT 1 + 2"), "3");
 }
 
 TEST_F(StatementApi, ChecksTheArgumentsOfAValueRead) {
   ASSERT_EQ(db.run("CREATE TABLE t (a int, b int)"), 0);
   ASSERT_EQ(db.run("INSERT INTO t VALUES NULL, 1"), 0);
   int32_t value = 7, not_null = 7, length = 7;
-  ASSERT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT a FROM t"), 0);
-  ASSERT_EQ(kld_api_exec_stmt(stmt()), 0);
-  ASSERT_EQ(kld_api_fetch_stmt(stmt()), 1);
+  fetch_one("a");
   for (int column : {0, 2, -1}) {
-    EXPECT_EQ(kld_api_get_data(stmt(), column, 3, &value, 4, &length, &not_null), -1);
-    EXPECT_EQ(error_code(), 190002);
-    EXPECT_EQ(kld_api_get_cols_desc(stmt(), column, nullptr, 0, nullptr, nullptr, nullptr, nullptr), -1);
-    EXPECT_EQ(error_code(), 190002);
+    expect_failure(kld_api_get_data(stmt(), column, 3, &value, 4, &length, &not_null), 190002);
+    expect_failure(kld_api_get_cols_desc(stmt(), column, nullptr, 0, nullptr, nullptr, nullptr, nullptr),
+                   190002);
   }
-  EXPECT_EQ(kld_api_get_data(stmt(), 1, 3, nullptr, 4, &length, &not_null), -1);
-  EXPECT_EQ(error_code(), 190004);
-  EXPECT_EQ(kld_api_get_data(stmt(), 1, 3, &value, 0, &length, &not_null), -1);
-  EXPECT_EQ(error_code(), 190005);
-  EXPECT_EQ(kld_api_get_data(stmt(), 1, 3, &value, 4, &length, nullptr), -1);
-  EXPECT_EQ(error_code(), 190007);
+  expect_failure(kld_api_get_data(stmt(), 1, 3, nullptr, 4, &length, &not_null), 190004);
+  expect_failure(kld_api_get_data(stmt(), 1, 3, &value, 0, &length, &not_null), 190005);
+  expect_failure(kld_api_get_data(stmt(), 1, 3, &value, 4, &length, nullptr), 190007);
   EXPECT_EQ(kld_api_get_data(stmt(), 1, 3, &value, 4, &length, &not_null), 0);
   EXPECT_EQ(not_null, 0);
   EXPECT_EQ(value, 7);
   EXPECT_EQ(length, 7);
 }
-
-// One value of each type class, and what every target makes of it.
-struct Conversion {
-  const char *column;
-  int target;
-  std::vector<unsigned char> bytes;  // expected content of the buffer
-  int length;
-};
 
 template <class T>
 std::vector<unsigned char> bytes_of(T value) {
@@ -183,13 +157,9 @@ std::vector<unsigned char> bytes_of(T value) {
 std::vector<unsigned char> text(const char *characters) {
   return {characters, characters + strlen(characters) + 1};
 }
-std::vector<unsigned char> wide(std::initializer_list<uint16_t> units) {
-  std::vector<unsigned char> bytes;
-  for (uint16_t unit : units) {
-    bytes.push_back(static_cast<unsigned char>(unit));
-    bytes.push_back(static_cast<unsigned char>(unit >> 8));
-  }
-  return bytes;
+std::vector<unsigned char> wide(const char16_t *units) {
+  const unsigned char *bytes = reinterpret_cast<const unsigned char *>(units);
+  return {bytes, bytes + 2 * std::char_traits<char16_t>::length(units) + 2};
 }
 
 TEST_F(StatementApi, ConvertsEveryTypeClassToEveryTarget) {
@@ -201,7 +171,12 @@ TEST_F(StatementApi, ConvertsEveryTypeClassToEveryTarget) {
       << error_code();
   const DateTimeRec date = {2024, 2, 29, 0, 0, 0, 0, 0};
   const DateTimeRec micro = {2024, 2, 29, 12, 34, 56, 0, 789};
-  const std::vector<Conversion> conversions = {
+  const struct {
+    const char *column;
+    int target;
+    std::vector<unsigned char> bytes;  // expected content of the buffer
+    int length;
+  } conversions[] = {
       {"i", TOVIK_INT8, bytes_of(int8_t{44}), 1},
       {"i", TOVIK_INT16, bytes_of(int16_t{300}), 2},
       {"i", TOVIK_INT32, bytes_of(int32_t{300}), 4},
@@ -209,17 +184,17 @@ TEST_F(StatementApi, ConvertsEveryTypeClassToEveryTarget) {
       {"i", TOVIK_FLOAT, bytes_of(300.0f), 4},
       {"i", TOVIK_DOUBLE, bytes_of(300.0), 8},
       {"i", TOVIK_CHAR, text("300"), 3},
-      {"i", TOVIK_WCHAR, wide({'3', '0', '0', 0}), 3},
+      {"i", TOVIK_WCHAR, wide(u"300"), 3},
       {"f", TOVIK_INT8, bytes_of(int8_t{-2}), 1},
       {"f", TOVIK_INT64, bytes_of(int64_t{-2}), 8},
       {"f", TOVIK_FLOAT, bytes_of(-2.75f), 4},
       {"f", TOVIK_DOUBLE, bytes_of(-2.75), 8},
       {"f", TOVIK_CHAR, text("-2.75"), 5},
-      {"f", TOVIK_WCHAR, wide({'-', '2', '.', '7', '5', 0}), 5},
+      {"f", TOVIK_WCHAR, wide(u"-2.75"), 5},
       {"c", TOVIK_CHAR, text("aあ"), 4},
-      {"c", TOVIK_WCHAR, wide({'a', 0x3042, 0}), 4},
+      {"c", TOVIK_WCHAR, wide(u"aあ"), 4},
       {"b", TOVIK_CHAR, text("01ab"), 2},
-      {"b", TOVIK_WCHAR, wide({'0', '1', 'a', 'b', 0}), 2},
+      {"b", TOVIK_WCHAR, wide(u"01ab"), 2},
       {"b", TOVIK_BINARY, {0x01, 0xAB}, 2},
       {"d", TOVIK_CHAR, text("20240229"), 8},
       {"d", TOVIK_DATETIME, bytes_of(date), 12},
@@ -227,44 +202,35 @@ TEST_F(StatementApi, ConvertsEveryTypeClassToEveryTarget) {
       {"m", TOVIK_CHAR, text("20240229123456000789"), 20},
       {"m", TOVIK_DATETIME, bytes_of(micro), 12},
   };
-  for (const Conversion &conversion : conversions) {
-    SCOPED_TRACE(std::string(conversion.column) + " as " + std::to_string(conversion.target));
-    ASSERT_EQ(kld_api_pre_stmt_char(stmt(), (std::string("SELECT ") + conversion.column + " FROM t").c_str()),
-              0);
-    ASSERT_EQ(kld_api_exec_stmt(stmt()), 0);
-    ASSERT_EQ(kld_api_fetch_stmt(stmt()), 1);
-    const int size = static_cast<int>(conversion.bytes.size());
-    std::vector<unsigned char> buffer(conversion.bytes.size(), 0xEE);
+  for (const auto &[column, target, bytes, expected_length] : conversions) {
+    SCOPED_TRACE(std::string(column) + " as " + std::to_string(target));
+    fetch_one(column);
+    const int size = static_cast<int>(bytes.size());
+    std::vector<unsigned char> buffer(bytes.size(), 0xEE);
     int32_t length = 0, not_null = 0;
-    if (size > 1) {
-      EXPECT_EQ(kld_api_get_data(stmt(), 1, conversion.target, buffer.data(), size - 1, &length, &not_null),
-                -1);
-      EXPECT_EQ(error_code(), 190016);
-    }
-    EXPECT_EQ(kld_api_get_data(stmt(), 1, conversion.target, buffer.data(), size, &length, &not_null), 0);
-    EXPECT_EQ(buffer, conversion.bytes);
-    EXPECT_EQ(length, conversion.length);
-    kld_api_clear_stmt(stmt());
+    if (size > 1)
+      expect_failure(kld_api_get_data(stmt(), 1, target, buffer.data(), size - 1, &length, &not_null),
+                     190016);
+    EXPECT_EQ(kld_api_get_data(stmt(), 1, target, buffer.data(), size, &length, &not_null), 0);
+    EXPECT_EQ(buffer, bytes);
+    EXPECT_EQ(length, expected_length);
   }
-  const std::vector<std::pair<const char *, int>> refused = {{"i", TOVIK_DATETIME},
-                                                             {"i", TOVIK_BINARY},
-                                                             {"f", TOVIK_BINARY},
-                                                             {"c", TOVIK_INT32},
-                                                             {"c", TOVIK_BINARY},
-                                                             {"b", TOVIK_INT8},
-                                                             {"d", TOVIK_DOUBLE},
-                                                             {"m", TOVIK_BINARY},
-                                                             {"i", 0},
-                                                             {"i", 11}};
+  const std::pair<const char *, int> refused[] = {{"i", TOVIK_DATETIME},
+                                                  {"i", TOVIK_BINARY},
+                                                  {"f", TOVIK_BINARY},
+                                                  {"c", TOVIK_INT32},
+                                                  {"c", TOVIK_BINARY},
+                                                  {"b", TOVIK_INT8},
+                                                  {"d", TOVIK_DOUBLE},
+                                                  {"m", TOVIK_BINARY},
+                                                  {"i", 0},
+                                                  {"i", 11}};
   for (const auto &[column, target] : refused) {
+    SCOPED_TRACE(std::string(column) + " as " + std::to_string(target));
     char buffer[64];
     int32_t not_null = 0;
-    ASSERT_EQ(kld_api_pre_stmt_char(stmt(), (std::string("SELECT ") + column + " FROM t").c_str()), 0);
-    ASSERT_EQ(kld_api_exec_stmt(stmt()), 0);
-    ASSERT_EQ(kld_api_fetch_stmt(stmt()), 1);
-    EXPECT_EQ(kld_api_get_data(stmt(), 1, target, buffer, sizeof buffer, nullptr, &not_null), -1);
-    EXPECT_EQ(error_code(), 190017) << column << " as " << target;
-    kld_api_clear_stmt(stmt());
+    fetch_one(column);
+    expect_failure(kld_api_get_data(stmt(), 1, target, buffer, sizeof buffer, nullptr, &not_null), 190017);
   }
 }
 
@@ -272,53 +238,48 @@ TEST_F(StatementApi, DescribesTheColumnsOfAQuery) {
   ASSERT_EQ(
       db.run("CREATE TABLE t (i smallint NOT NULL, c varchar(33), d double, e decimal(5), t text, s time)"),
       0);
-  ASSERT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT i, c, d, e, t, s, i + 1, i * 2 AS twice, d - 1 FROM t"), 0);
+  ASSERT_EQ(kld_api_pre_stmt_char(stmt(),
+                                  "SELECT i, c, d, e, t, s, i + 1, i * 2 AS twice, d - 1, c || t, "
+                                  "s + 1 day, NULL, COUNT(*) > 1 x FROM t"),
+            0);
   int32_t count = 0;
   ASSERT_EQ(kld_api_get_cols_count(stmt(), &count), 0);
-  ASSERT_EQ(count, 9);
-  struct Expected {
-    const char *name;
-    int declared, value, size, not_null;
-  };
-  const Expected expected[] = {{"i", 0x42, 0x44, 2, 1},
-                               {"c", 0x20d, 0x20c, 33, 0},
-                               {"d", 0x8a, 0x8a, 9, 0},
-                               {"e", 0x20b, 0x8a, 5, 0},
-                               {"t", 0x120e, 0x20c, 8, 0},
-                               {"s", 0x80f, 0x811, 8, 0},
-                               {"EXPRESSION_1", 0x44, 0x44, 0, 0},
-                               {"twice", 0x44, 0x44, 0, 0},
-                               {"EXPRESSION_2", 0x8a, 0x8a, 0, 0}};
+  std::string description;
   for (int column = 1; column <= count; ++column) {
-    const Expected &row = expected[column - 1];
-    char name[32];
+    char name[32], line[128];
     int32_t declared = -1, value = -1, size = -1, not_null = -1;
     ASSERT_EQ(kld_api_get_cols_desc(stmt(), column, name, sizeof name, &declared, &value, &size, &not_null),
               0);
-    EXPECT_STREQ(name, row.name);
-    EXPECT_EQ(declared, row.declared) << name;
-    EXPECT_EQ(value, row.value) << name;
-    EXPECT_EQ(size, row.size) << name;
-    EXPECT_EQ(not_null, row.not_null) << name;
+    snprintf(line, sizeof line, "%s %x %x %d %d\n", name, declared, value, size, not_null);
+    description += line;
   }
+  EXPECT_EQ(description,
+            "i 42 44 2 1\n"
+            "c 20d 20c 33 0\n"
+            "d 8a 8a 9 0\n"
+            "e 20b 8a 5 0\n"
+            "t 120e 20c 8 0\n"
+            "s 80f 811 8 0\n"
+            "EXPRESSION_1 44 44 0 0\n"
+            "twice 44 44 0 0\n"
+            "EXPRESSION_2 8a 8a 0 0\n"
+            "EXPRESSION_3 20c 20c 0 0\n"
+            "EXPRESSION_4 811 811 0 0\n"
+            "EXPRESSION_5 0 0 0 0\n"
+            "x 44 44 0 0\n");
   char name[12];
-  EXPECT_EQ(kld_api_get_cols_desc(stmt(), 7, name, 12, nullptr, nullptr, nullptr, nullptr), -1);
-  EXPECT_EQ(error_code(), 190016);
+  expect_failure(kld_api_get_cols_desc(stmt(), 7, name, 12, nullptr, nullptr, nullptr, nullptr), 190016);
 }
 
 TEST_F(StatementApi, TakesWideTexts) {
-  const char16_t sql[] = u"CREATE TABLE 表 (名 char(20))";
-  const char16_t insert[] = u"INSERT INTO 表 VALUES '犬と猫'";
-  const char16_t select[] = u"SELECT 名 FROM 表";
-  const char16_t broken[] = {u'E', u'C', u'H', u'O', u' ', 0xD800, 0};
   auto wide_of = [](const char16_t *text) { return reinterpret_cast<const uint16_t *>(text); };
-  EXPECT_EQ(kld_api_exec_sql_wchar(stmt(), wide_of(sql)), 0) << error_code();
-  EXPECT_EQ(kld_api_exec_sql_wchar(stmt(), wide_of(insert)), 0) << error_code();
-  EXPECT_EQ(kld_api_pre_stmt_wchar(stmt(), wide_of(select)), 0) << error_code();
+  for (const char16_t *sql : {u"CREATE TABLE 表 (名 char(20))", u"INSERT INTO 表 VALUES '犬と猫'"})
+    EXPECT_EQ(kld_api_exec_sql_wchar(stmt(), wide_of(sql)), 0) << error_code();
+  EXPECT_EQ(kld_api_pre_stmt_wchar(stmt(), wide_of(u"SELECT 名 FROM 表")), 0) << error_code();
   kld_api_clear_stmt(stmt());
   EXPECT_EQ(db.rows("SELECT 名 FROM 表"), "犬と猫");
-  EXPECT_EQ(kld_api_exec_sql_wchar(stmt(), wide_of(broken)), -1);
-  EXPECT_EQ(error_code(), 301);
+  const char16_t broken[] = {u'E', u'C', u'H', u'O', u' ', 0xD800, 0};
+  expect_failure(kld_api_exec_sql_wchar(stmt(), wide_of(broken)), 301);
 }
 
 }  // namespace

@@ -73,7 +73,7 @@ class Session {
     return read ? text : "error " + std::to_string(code);
   }
 
- private:
+  // Appends the rows that are left of an executed query.
   bool fetch_all(std::string &text) {
     int32_t columns = 0;
     if (kld_api_get_cols_count(statement_, &columns) != 0) return false;
@@ -92,6 +92,7 @@ class Session {
     return more == 0;
   }
 
+ private:
   kld_stmt *statement_;
 };
 

@@ -126,25 +126,11 @@ class FaultDriver {
     driver().file_rename = [](const char *name, const char *target) {
       return fails("rename", name, " " + last_part(target)) ? -1 : file_driver.file_rename(name, target);
     };
-    driver().file_read = [](DriverHandle handle, void *buffer, int64_t length, int64_t offset) -> int64_t {
-      if (fails("read", state().names[handle], at(offset, length))) return -1;
-      return file_driver.file_read(handle, buffer, length, offset);
-    };
-    driver().file_write = [](DriverHandle handle, const void *buffer, int64_t length,
-                             int64_t offset) -> int64_t {
-      if (fails("write", state().names[handle], at(offset, length))) return -1;
-      return file_driver.file_write(handle, buffer, length, offset);
-    };
-    driver().file_size = [](DriverHandle handle) -> int64_t {
-      return fails("size", state().names[handle]) ? -1 : file_driver.file_size(handle);
-    };
-    driver().file_sync = [](DriverHandle handle) {
-      return fails("sync", state().names[handle]) ? -1 : file_driver.file_sync(handle);
-    };
-    driver().file_truncate = [](DriverHandle handle, int64_t length) {
-      if (fails("truncate", state().names[handle], " " + std::to_string(length))) return -1;
-      return file_driver.file_truncate(handle, length);
-    };
+    wrap<&IoDriver::file_read>("read", file_driver.file_read);
+    wrap<&IoDriver::file_write>("write", file_driver.file_write);
+    wrap<&IoDriver::file_size>("size", file_driver.file_size);
+    wrap<&IoDriver::file_sync>("sync", file_driver.file_sync);
+    wrap<&IoDriver::file_truncate>("truncate", file_driver.file_truncate);
     added_drivers[driver_no - added_driver_base] = &driver();
   }
   ~FaultDriver() { added_drivers[driver_no - added_driver_base] = nullptr; }
@@ -154,7 +140,6 @@ class FaultDriver {
   // The call with that number from now on fails, and no other; 0 fails none.
   void fail_call(int number) { state().countdown = number; }
   std::vector<std::string> take_log() { return std::exchange(state().log, {}); }
-  IoDriver &table() { return driver(); }
 
  private:
   struct State {
@@ -174,8 +159,19 @@ class FaultDriver {
     const char *separator = path_last_separator(name);
     return separator == nullptr ? name : separator + 1;
   }
+  template <auto slot, class Result, class... Arguments>
+  static void wrap(const char *call, Result (*)(DriverHandle, Arguments...)) {
+    static const char *name;
+    name = call;
+    driver().*slot = [](DriverHandle handle, Arguments... arguments) -> Result {
+      if (fails(name, state().names[handle], more(arguments...))) return -1;
+      return (file_driver.*slot)(handle, arguments...);
+    };
+  }
+  static std::string more() { return ""; }
+  static std::string more(int64_t length) { return " " + std::to_string(length); }
   // " <block>" for a transfer of whole blocks.
-  static std::string at(int64_t offset, int64_t length) { return " " + std::to_string(offset / length); }
+  static std::string more(const void *, int64_t length, int64_t offset) { return more(offset / length); }
   static bool fails(const char *call, const std::string &name, const std::string &more = "") {
     state().log.push_back(std::string(call) + " " + last_part(name.c_str()) + more);
     return state().countdown > 0 && --state().countdown == 0;

@@ -14,53 +14,34 @@ class EvaluatorTest : public ExpressionTest {
 
 }  // namespace
 
-TEST_F(EvaluatorTest, IntegerArithmetic) {
+TEST_F(EvaluatorTest, Arithmetic) {
   expect({
       {"1 + 2 * 3; 10 - 4 - 3; 7 / 2; -7 / 2; 7 % -2; -7 % 2; - - 5", "7; 3; 3; -3; 1; -1; 5"},
-      {"9223372036854775807; -9223372036854775808", "9223372036854775807; -9223372036854775808"},
-      {"-(9223372036854775808); 9223372036854775808", "-9223372036854775808; !150002"},
-      {"-9223372036854775809; 1 - 9223372036854775808", "!150002; !150002"},
+      {"9223372036854775807; -(9223372036854775808)", "9223372036854775807; -9223372036854775808"},
+      {"9223372036854775808; -9223372036854775809; 1 - 9223372036854775808", "!150002; !150002; !150002"},
       // Past the range the result wraps around.
-      {"9223372036854775807 + 1", "-9223372036854775808"},
-      {"-9223372036854775808 - 1; 9223372036854775807 * 2", "9223372036854775807; -2"},
-      {"- -9223372036854775808", "-9223372036854775808"},
+      {"9223372036854775807 + 1; 9223372036854775807 * 2", "-9223372036854775808; -2"},
+      {"-9223372036854775808 - 1; - -9223372036854775808", "9223372036854775807; -9223372036854775808"},
       {"-9223372036854775808 / -1; -9223372036854775808 % -1", "-9223372036854775808; 0"},
-      {"7 / 0; 7 % 0", "?151001; ?151001"},
-  });
-}
-
-TEST_F(EvaluatorTest, RealArithmetic) {
-  expect({
-      {"7.0 / 2; 1 + 0.5; 1.5e1 * 2; 2.0 - 3; -1.5; 7.5 % 2", "3.5; 1.5; 30.0; -1.0; -1.5; 1.5"},
-      {"-7.5 % 2; 7 % 2.5", "-1.5; 2.0"},
+      {"7 / 0; 7 % 0; 7 / 0.0; 7.5 % 0; 1.5e; 1.5e999",
+       "?151001; ?151001; ?151001; ?151001; !150002; !150002"},
+      {"7.0 / 2; 1 + 0.5; 1.5e1 * 2; 2.0 - 3; 7.5 % 2; -7.5 % 2", "3.5; 1.5; 30.0; -1.0; 1.5; -1.5"},
       // The quotient leaves the 32-bit range and counts as its lowest number.
-      {"1.0e10 % 1; -1.0e10 % 1.0; 7.5 % 0", "12147483648.0; -7852516352.0; ?151001"},
-      {"7 / 0.0; 1.5e; 1.5e999", "?151001; !150002; !150002"},
-  });
-}
-
-TEST_F(EvaluatorTest, NullsAndOperandTypes) {
-  expect({
+      {"1.0e10 % 1; -1.0e10 % 1.0", "12147483648.0; -7852516352.0"},
       {"NULL; NULL + 1; 1.5 / NULL; NULL / 0; -NULL", "NULL; NULL; NULL; NULL; NULL"},
       {"YEAROF NULL; NULL + 1 day; '20200101' + NULL day; '1' + 1", "NULL; NULL; NULL; !150005"},
       {"1 * 'x'; -'1'; YEAROF 2020; 1 + 1 day", "!150005; !150005; !150005; !150005"},
       {"'20200101' + '1' day; 1 || 'a'; 'a' || 1.5", "!150005; !150006; !150006"},
       {"DIRECT_FROM 'f'; 1 + DIRECT_FROM 'f'; a; t.a + 1", "!50010; !50010; !50001; !50001"},
-  });
-}
-
-TEST_F(EvaluatorTest, Texts) {
-  expect({
-      {"'a'; 'a' || 'bc'; 'a' || NULL; NULL || 'b'; NULL || NULL", "'a'; 'abc'; 'a'; 'b'; NULL"},
-      {"'' || ''; 'a' || 'b' || 'c' || 'd'", "''; 'abcd'"},
-      {"('20200101' + 1 day) || '!'", "'20200102000000000000!'"},
+      {"'a' || 'bc'; 'a' || NULL; NULL || 'b'; NULL || NULL", "'abc'; 'a'; 'b'; NULL"},
+      {"'' || ''; ('20200101' + 1 day) || '!'", "''; '20200102000000000000!'"},
   });
 }
 
 TEST_F(EvaluatorTest, Dates) {
   expect({
-      {"YEAROF '20200203'; MONTHOF '20200203'; DAYOF '20200203'", "2020; 2; 3"},
-      {"HOUROF '20200203040506'; MINUTEOF '20200203040506'; SECONDOF '20200203040506'", "4; 5; 6"},
+      {"YEAROF '20200203'; MONTHOF '20200203'; DAYOF '20200203'; HOUROF '20200203040506'", "2020; 2; 3; 4"},
+      {"MINUTEOF '20200203040506'; SECONDOF '20200203040506'", "5; 6"},
       {"MICROSECONDOF '20200203040506000007'; YEAROF '2020-02-03'; YEAROF ''", "7; ?113011; ?113015"},
       {"YEAROF ('2020' || '0203'); '20200131' + 1 day", "2020; 20200201000000000000"},
       {"'20200101' - 1 second; '20200101' + 1 week", "20191231235959000000; 20200108000000000000"},
@@ -86,6 +67,20 @@ TEST_F(EvaluatorTest, Comparisons) {
       {"1 BETWEEN 0 AND 'x'; 1 = (SELECT a FROM t)", "!150003; !150003"},
       {"1 IN (SELECT a FROM t); 1 > ALL (SELECT a FROM t)", "!150003; !150003"},
       {"EXISTS (SELECT a FROM t)", "!50010"},
+      {"1 IN (1, NULL); 2 IN (1, NULL); 2 NOT IN (1, NULL)", "true; unknown; unknown"},
+      {"1 NOT IN (1, NULL); 2 IN (1, 3); 2 NOT IN (1, 3)", "false; false; true"},
+      {"NULL IN (1, 2); 'b' IN ('a', 'b' || ''); 2 IN (1.5, 2.0)", "unknown; true; true"},
+      {"1 IN (1, 1 / 0); 2 IN (1, 1 / 0); 2 BETWEEN 1 AND 3", "true; ?151001; true"},
+      {"1 BETWEEN 1 AND 3; 1 BETWEEN 1 EXCLUSIVE AND 3", "true; false"},
+      {"3 BETWEEN 1 AND 3 EXCLUSIVE; 3 BETWEEN 1 AND 3 INCLUSIVE", "false; true"},
+      {"4 NOT BETWEEN 1 AND 3; NULL BETWEEN 1 AND 3; 5 BETWEEN NULL AND 3", "true; unknown; false"},
+      {"2 BETWEEN NULL AND 3; 2 NOT BETWEEN NULL AND 3", "unknown; unknown"},
+      {"'ABC' MATCH 'a*'; 'ABC' SMATCH 'a*'; 'ABC' !MATCH 'a*'", "true; false; false"},
+      {"'ABC' !SMATCH 'a*'; 'ABC' NOT MATCH 'a*'; 'ABC' NOT !MATCH 'a*'", "true; false; true"},
+      {"'abc' LIKE 'a%'; 'abc' NOT LIKE 'a%'; NULL LIKE 'a'", "true; false; unknown"},
+      {"'a' NOT MATCH NULL; 1 MATCH 1.0; 1 !SMATCH 2; 2 NOT LIKE 2", "unknown; true; true; false"},
+      {"1.5 LIKE '1.5%e+00'; '12' MATCH 12", "true; true"},
+      {"('20200101' + 1 day) MATCH '20200102*'", "true"},
   });
 }
 
@@ -106,37 +101,10 @@ TEST_F(EvaluatorTest, ThreeValuedLogic) {
   });
 }
 
-TEST_F(EvaluatorTest, InAndBetween) {
-  expect({
-      {"1 IN (1, NULL); 2 IN (1, NULL); 2 NOT IN (1, NULL)", "true; unknown; unknown"},
-      {"1 NOT IN (1, NULL); 2 IN (1, 3); 2 NOT IN (1, 3)", "false; false; true"},
-      {"NULL IN (1, 2); 'b' IN ('a', 'b' || ''); 2 IN (1.5, 2.0)", "unknown; true; true"},
-      {"1 IN (1, 1 / 0); 2 IN (1, 1 / 0); 2 BETWEEN 1 AND 3", "true; ?151001; true"},
-      {"1 BETWEEN 1 AND 3; 1 BETWEEN 1 EXCLUSIVE AND 3", "true; false"},
-      {"3 BETWEEN 1 AND 3 EXCLUSIVE; 3 BETWEEN 1 AND 3 INCLUSIVE", "false; true"},
-      {"4 NOT BETWEEN 1 AND 3; NULL BETWEEN 1 AND 3; 5 BETWEEN NULL AND 3", "true; unknown; false"},
-      {"2 BETWEEN NULL AND 3; 2 NOT BETWEEN NULL AND 3", "unknown; unknown"},
-      {"1 + 1 BETWEEN 1 + 0 AND 6 / 3", "true"},
-  });
-}
-
-TEST_F(EvaluatorTest, Matching) {
-  expect({
-      {"'ABC' MATCH 'a*'; 'ABC' SMATCH 'a*'; 'ABC' !MATCH 'a*'", "true; false; false"},
-      {"'ABC' !SMATCH 'a*'; 'ABC' NOT MATCH 'a*'; 'ABC' NOT !MATCH 'a*'", "true; false; true"},
-      {"'abc' LIKE 'a%'; 'abc' NOT LIKE 'a%'; NULL LIKE 'a'", "true; false; unknown"},
-      {"'a' NOT MATCH NULL; 1 MATCH 1.0; 1 !SMATCH 2; 2 NOT LIKE 2", "unknown; true; true; false"},
-      {"123 LIKE '1%'; 1.5 LIKE '1.5%e+00'; '12' MATCH 12", "true; true; true"},
-      {"('20200101' + 1 day) MATCH '20200102*'", "true"},
-  });
-}
-
 TEST_F(EvaluatorTest, Functions) {
   expect({
-      {"ABS(-5); ABS(NULL); NVL(NULL, 'x'); NVL(1, 2) + ABS(-1)", "5; NULL; 'x'; 2"},
-      {"SUBSTR('abc', 2, ABS(-1)) || 'z'", "'bz'"},
-      {"REPLACE('aXa', 'X', SUBSTR('bcd', 1 + 1, 1)); FLOOR(7 / 2.0)", "'aca'; 3.0"},
-      {"LENGTH('ab' || 'c') BETWEEN 3 AND 3; ABS('x'); ABS(1, 2)", "true; !153001; !153011"},
+      {"ABS(NULL); SUBSTR('abc', 2, ABS(-1)) || 'z'; FLOOR(7 / 2.0)", "NULL; 'bz'; 3.0"},
+      {"ABS('x'); ABS(1, 2)", "!153001; !153011"},
       {"NVL(1); ABS(1 / 0); COUNT(1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16)", "!153012; ?151001; NULL"},
       {"COUNT(1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17)", "!150007"},
       // What NVL gives may be of another type than its check could tell.
@@ -144,39 +112,6 @@ TEST_F(EvaluatorTest, Functions) {
       {"NVL(SUBSTR('x', SUM(1)), 5) || 'x'; 1 = NVL(SUM(1), 'x')", "?150006; ?150003"},
       {"'20200101' + NVL(SUM(1), 'x') day; YEAROF NVL(SUBSTR('x', SUM(1)), 5)", "?150005; ?150005"},
   });
-}
-
-TEST_F(EvaluatorTest, FlagsAndTypesOfTheCheck) {
-  static const struct {
-    const char *expression;
-    uint16_t kind, flags;
-    TypeCode type;
-  } cases[] = {
-      {"1", value_kind::literal, 0, type::bigint},
-      {"1.5", value_kind::literal, value_decimal, type::float64},
-      {"1.5e0", value_kind::literal, 0, type::float64},
-      {"'a'", value_kind::string, 0, type::character},
-      {"NULL", value_kind::null, value_null, 0},
-      {"1.5 * 2", value_kind::computed, value_decimal, type::float64},
-      {"2 * 1.5", value_kind::computed, 0, type::float64},
-      {"-1.5", value_kind::computed, value_decimal, type::float64},
-      {"'a' || 'b'", value_kind::computed, 0, type::character},
-      {"'20200101' + 1 day", value_kind::computed, 0, type::microtimestamp},
-      {"1 = 2", value_kind::truth, 0, type::bigint},
-      {"COUNT(*)", value_kind::computed, value_aggregate, type::bigint},
-      {"1 + SUM(1.5)", value_kind::computed, value_aggregate, type::float64},
-      {"COUNT(*) > 1 AND 1 = 1", value_kind::truth, value_aggregate, type::bigint},
-      {"1 + SUM(DISTINCT 2)", value_kind::computed, value_aggregate | value_distinct, type::bigint},
-  };
-  for (const auto &each : cases) {
-    Value value;
-    EvalContext evaluation = context();
-    ASSERT_TRUE(expr_check(evaluation, parse_item(each.expression), CheckLabels::none, &value))
-        << each.expression;
-    EXPECT_EQ(each.kind, value.kind) << each.expression;
-    EXPECT_EQ(each.flags, value.flags) << each.expression;
-    EXPECT_EQ(each.type, value.type) << each.expression;
-  }
 }
 
 TEST_F(EvaluatorTest, Aggregates) {
@@ -212,23 +147,18 @@ TEST_F(EvaluatorTest, Aggregates) {
 TEST_F(EvaluatorTest, Labels) {
   static const Case cases[] = {
       {"1.50", "1.50"},
-      {"'text'", "text"},
       {"1 - 2 * 3 / 4 % 5", "(1 - (((2 * 3) / 4) % 5))"},
       {"'a' || 'b' || NULL", "('('a' concat 'b')' concat 'NULL')"},
-      {"-5", "-5"},
       {"-9223372036854775808", "-9223372036854775808"},
       {"-(1 + 2)", "(- (1 + 2))"},
       {"- -5", "(- -5)"},
-      {"YEAROF '20200101'", "(yearof '20200101')"},
       {"MICROSECONDOF ('20200101' + 1 day)", "(microsecondof ('20200101' + (1 day)))"},
-      {"'20200101' - 2 week", "('20200101' - (2 week))"},
       {"'2020' || '0101' + 1 day", "('('2020' concat '0101')' + (1 day))"},
-      {"'20200101' + 1 year - 2 microsecond", "(('20200101' + (1 year)) - (2 microsecond))"},
+      {"'20200101' + 1 year - 2 week", "(('20200101' + (1 year)) - (2 week))"},
       {"NOW + 1 day", "(NOW() + (1 day))"},
       {"COUNT(*)", "COUNT(*)"},
       {"sum(1 + 2)", "SUM((1 + 2))"},
       {"SUBSTR('a', 1, -2) || 'x'", "('SUBSTR(a, 1, -2)' concat 'x')"},
-      {"TRIM('20200101') + 1 day", "('TRIM(20200101)' + (1 day))"},
   };
   for (const Case &each : cases) EXPECT_EQ(each.result, label(each.expression)) << each.expression;
 }
@@ -239,14 +169,12 @@ TEST_F(EvaluatorTest, LabelsOfLongExpressions) {
   pool_ = memory_pool_create(102400);
   std::string chain = "1";
   for (int i = 0; i < 300; ++i) chain += " + 1";
-  const std::string text = label(chain);
-  EXPECT_EQ(301u + 300 * 5, text.size());
-  std::string last;
-  for (int size = 200; size < 4000; size += 8) {
+  EXPECT_EQ(301u + 300 * 5, label(chain).size());
+  std::string last = "no statement";
+  for (int size = 200; last == "no statement"; size += 8) {
     memory_pool_destroy(pool_);
     pool_ = memory_pool_create(size);
     last = label("1 + 2 + 3 + 4");
-    if (last != "no statement") break;
   }
   EXPECT_EQ("!110002", last);
   EXPECT_EQ(status::expr_label_memory, error_record().last_code);

@@ -63,7 +63,7 @@ class ExpressionTest : public ::testing::Test {
     err_clear();
   }
 
-  EvalContext context() { return {&stack_, pool_, tables_}; }
+  EvalContext context() { return {&stack_, pool_, nullptr}; }
 
   // A failure as it shows up: its first status, behind "!" from the check and behind "?" from the evaluation.
   static std::string failure(char mark) {
@@ -73,7 +73,7 @@ class ExpressionTest : public ::testing::Test {
 
   // The tree of an expression, or of a condition; null when it cannot be parsed.
   Node *parse_item(const std::string &expression) {
-    pool_->used = mark_;
+    pool_->used = 0;
     Node *root = nullptr;
     err_clear();
     if (!parse(*pool_, ("TEST_STMT " + expression).c_str(), &root)) {
@@ -125,8 +125,6 @@ class ExpressionTest : public ::testing::Test {
 
   ValueStack stack_;
   MemoryPool *pool_ = nullptr;
-  int32_t mark_ = 0;  // bytes of the pool that stay
-  TableAccess *tables_ = nullptr;
 };
 
 }  // namespace tovik::test

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <set>
+#include <utility>
 
 #include "storage/io.h"
 
@@ -33,34 +34,19 @@ void DiskFiles::write(int file, int64_t position, const uint8_t *data, size_t le
 }
 
 void DiskFiles::change(const DiskOperation &operation) {
-  switch (operation.kind) {
-    case DiskOperation::write:
-      write(operation.file, operation.position, operation.data.data(), operation.data.size());
-      break;
-    case DiskOperation::truncate:
-      files[operation.file].resize(static_cast<size_t>(operation.position));
-      break;
-    case DiskOperation::create:
-      names[operation.name] = operation.file;
-      break;
-    case DiskOperation::rename:
-      if (names.count(operation.name) != 0) names[operation.new_name] = names[operation.name];
-      names.erase(operation.name);
-      break;
-    case DiskOperation::remove:
-      names.erase(operation.name);
-      break;
-    default:
-      break;
-  }
+  const DiskOperation::Kind kind = operation.kind;
+  if (kind == DiskOperation::write)
+    write(operation.file, operation.position, operation.data.data(), operation.data.size());
+  if (kind == DiskOperation::truncate) files[operation.file].resize(static_cast<size_t>(operation.position));
+  if (kind == DiskOperation::create) names[operation.name] = operation.file;
+  if (kind == DiskOperation::rename && names.count(operation.name) != 0)
+    names[operation.new_name] = names[operation.name];
+  if (kind == DiskOperation::rename || kind == DiskOperation::remove) names.erase(operation.name);
 }
 
 DiskImage DiskFiles::image() const {
   DiskImage image;
-  for (const auto &[name, file] : names) {
-    const auto found = files.find(file);
-    image[name] = found == files.end() ? Bytes() : found->second;
-  }
+  for (const auto &[name, file] : names) image[name] = files.count(file) == 0 ? Bytes() : files.at(file);
   return image;
 }
 
@@ -292,29 +278,18 @@ StoppedDisk::StoppedDisk(const DiskLog &log) : durable_(log.base) {
 }
 
 void StoppedDisk::apply(const DiskOperation &operation) {
-  switch (operation.kind) {
-    case DiskOperation::write:
-    case DiskOperation::truncate:
-      changes_.push_back({&operation, Change::waiting});
-      break;
-    case DiskOperation::flush:
-      flush_file(operation.file);
-      break;
-    case DiskOperation::failed_flush:
-      for (Change &change : changes_)
-        if (change.operation->file == operation.file && change.state == Change::waiting)
-          change.state = Change::in_doubt;
-      break;
-    case DiskOperation::create:
-    case DiskOperation::remove:
-    case DiskOperation::rename:
-      name_changes_.push_back(&operation);
-      break;
-    case DiskOperation::flush_directory:
-      for (const DiskOperation *change : name_changes_) durable_.change(*change);
-      name_changes_.clear();
-      break;
-  }
+  const DiskOperation::Kind kind = operation.kind;
+  if (kind == DiskOperation::write || kind == DiskOperation::truncate)
+    changes_.push_back({&operation, Change::waiting});
+  if (kind == DiskOperation::flush) flush_file(operation.file);
+  if (kind == DiskOperation::failed_flush)
+    for (Change &change : changes_)
+      if (change.operation->file == operation.file && change.state == Change::waiting)
+        change.state = Change::in_doubt;
+  if (kind == DiskOperation::create || kind == DiskOperation::remove || kind == DiskOperation::rename)
+    name_changes_.push_back(&operation);
+  if (kind == DiskOperation::flush_directory)
+    for (const DiskOperation *change : std::exchange(name_changes_, {})) durable_.change(*change);
 }
 
 void StoppedDisk::flush_file(int file) {

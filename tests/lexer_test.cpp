@@ -48,98 +48,62 @@ std::string tokens(const std::string &text) {
   for (TokenValue value;;) {
     const int token = lexer_next(lexer, &value);
     if (token == 0) return all;
-    if (!all.empty()) all += ' ';
-    all += shown(token, value);
+    all += (all.empty() ? "" : " ") + shown(token, value);
     if (token == T_LEXERR) return all;
   }
 }
 
-struct Case {
-  const char *text;
-  const char *tokens;
-};
-
-void expect_tokens(std::initializer_list<Case> cases) {
-  for (const Case &each : cases) EXPECT_EQ(each.tokens, tokens(each.text)) << each.text;
-}
-
 class LexerTest : public ::testing::Test {
  protected:
-  void SetUp() override { env_start(nullptr); }
-  void TearDown() override {
+  ~LexerTest() override {
     err_clear();
     env_release();
+  }
+  static void expect(const char *settings,
+                     std::initializer_list<std::pair<const char *, const char *>> cases) {
+    env_start(settings);
+    for (const auto &[text, expected] : cases) EXPECT_EQ(expected, tokens(text)) << text;
   }
 };
 
 }  // namespace
 
-TEST_F(LexerTest, OperatorsBlanksAndComments) {
-  expect_tokens({{" \t\n\v\f\r ", ""},
-                 {"%()*+,-./;=^", "% ( ) * + , - . / ; = ^"},
-                 {"!= <> ~= <= >= ||", "336 336 336 337 338 283"},
-                 {"< > ! | ~ =<", "< > ! | ~ = <"},
-                 {"1--2", "int<1> - - int<2>"},
-                 {"a/*x*/b /* x */ /* y\n */ c", "<a> <b> <c>"},
-                 {"/**/a/***/b/c", "<a> <b> / <c>"},
-                 {"/* ' */ 'x'", "str<x>"},
-                 {"a /* b", "<a> !170001"},
-                 {"/*", "!170001"}});
-}
-
-TEST_F(LexerTest, Numbers) {
-  expect_tokens({{"0 12 007", "int<0> int<12> int<007>"},
-                 {"1. 1.50 .5", "dec<1.> dec<1.50> . int<5>"},
-                 {"1.5e3 1.5E-7 2.e+10", "exp<1.5e3> exp<1.5E-7> exp<2.e+10>"},
-                 {"1.5e 1.5e+ 1.2.3", "exp<1.5e> exp<1.5e+> dec<1.2> . int<3>"}});
-  for (const char *text : {"1e5", "12ab", "1.5x", "1.5e3f", "1_"}) EXPECT_EQ("!170006", tokens(text)) << text;
-}
-
-TEST_F(LexerTest, Words) {
-  expect_tokens({{"abc a1_b _x selects trunc", "<abc> <a1_b> <_x> <selects> <trunc>"},
-                 {"select Select sELECT", "318 318 318"},
-                 {"Abs truNNc", "func0 func70"},
-                 {"add or and not work", "269 333 334 335 332"},
-                 {"desc descending asc ascending", "288 289 274 274"},
-                 {"begin start rollback cancel order sort", "278 278 317 317 314 314"},
-                 {"between range attr attribute concat", "279 279 275 275 283"},
-                 {"tinyint smallint int bigint", "type65 type66 type67 type68"},
-                 {"ctinyinteger csmallinteger cinteger cbiginteger", "type69 type70 type71 type72"},
-                 {"float double real", "type137 type138 type138"},
-                 {"decimal char varchar text blob", "type523 type524 type525 type4622 type5138"},
-                 {"time date microtimestamp", "type2063 type2064 type2065"},
-                 {"year month week day", "unit507 unit508 unit509 unit510"},
-                 {"hour minute second microsecond", "unit511 unit512 unit513 unit514"},
-                 {"yearof monthof dayof hourof", "part500 part501 part502 part503"},
-                 {"minuteof secondof microsecondof", "part504 part505 part506"}});
-}
-
-TEST_F(LexerTest, Strings) {
-  expect_tokens({{"'abc' \"x'y\" ''", "str<abc> str<x'y> str<>"},
-                 {"'it''s' \"a\"\"b\"", "str<it's> str<a\"b>"},
-                 {R"('\'\"\\')", R"(str<'"\>)"},
-                 {R"('\a\b\f\n\r\t\v\q')", "str<\a\b\f\n\r\t\vq>"},
-                 {"'a'b 'open", "str<a> <b> str<open>"},
-                 {"'a''", "str<a'>"},
-                 {"'a\\", "str<a>"}});
-}
-
-TEST_F(LexerTest, MultibyteCharacters) {
-  expect_tokens({{"表1_a b", "<表1_a> <b>"},
-                 {"abc表select", "<abc> <表select>"},
-                 {"'表''表'", "str<表'表>"},
-                 {"\x82", "!170005"}});
-  // 0x955C is one SJIS character whose second byte is a backslash.
-  env_start("HVI_LANG=SJIS");
-  expect_tokens({{"'\x95\x5C'", "str<\x95\x5C>"},
-                 {"\x95\x5C", "<\x95\x5C>"},
-                 {"'\x95", "str<\x95>"},
-                 {"\xB1", "!170005"}});
-}
-
-TEST_F(LexerTest, UnusableCharacters) {
+TEST_F(LexerTest, Tokens) {
+  expect("", {{" \t\n\v\f\r ", ""},
+              {"%()*+,-./;=^", "% ( ) * + , - . / ; = ^"},
+              {"!= <> ~= <= >= ||", "336 336 336 337 338 283"},
+              {"< > ! | ~ =<", "< > ! | ~ = <"},
+              {"1--2", "int<1> - - int<2>"},
+              {"a/*x*/b /* x */ /* y\n */ c", "<a> <b> <c>"},
+              {"/**/a/***/b/c /* ' */ 'x'", "<a> <b> / <c> str<x>"},
+              {"a /* b", "<a> !170001"},
+              {"0 12 007 1. 1.50 .5", "int<0> int<12> int<007> dec<1.> dec<1.50> . int<5>"},
+              {"1.5e3 1.5E-7 2.e+10", "exp<1.5e3> exp<1.5E-7> exp<2.e+10>"},
+              {"1.5e 1.5e+ 1.2.3", "exp<1.5e> exp<1.5e+> dec<1.2> . int<3>"},
+              {"1e5", "!170006"},
+              {"1.5x", "!170006"},
+              {"1.5e3f", "!170006"},
+              {"1_", "!170006"},
+              {"a1_b _x selects trunc Select sELECT", "<a1_b> <_x> <selects> <trunc> 318 318"},
+              {"Abs truNNc desc descending asc ascending", "func0 func70 288 289 274 274"},
+              {"ctinyinteger csmallinteger cinteger cbiginteger", "type69 type70 type71 type72"},
+              {"float double real microtimestamp", "type137 type138 type138 type2065"},
+              {"'abc' \"x'y\" '' 'a'b", "str<abc> str<x'y> str<> str<a> <b>"},
+              {"'it''s' \"a\"\"b\" 'open", "str<it's> str<a\"b> str<open>"},
+              {R"('\'\"\\' '\a\b\f\n\r\t\v\q')", "str<'\"\\> str<\a\b\f\n\r\t\vq>"},
+              {"'a\\", "str<a>"},
+              {"表1_a abc表select '表''表'", "<表1_a> <abc> <表select> str<表'表>"},
+              {"\x82", "!170005"}});
   for (const char c : std::string("#$&:?@[\\]`{}"))
     EXPECT_EQ("<a> !170004", tokens(std::string("a ") + c + " b")) << c;
   for (const char c : {'\x01', '\x08', '\x0E', '\x1F', '\x7F'})
     EXPECT_EQ("<a> !170002", tokens(std::string("a ") + c)) << static_cast<int>(c);
+}
+
+// 0x955C is one SJIS character whose second byte is a backslash.
+TEST_F(LexerTest, CharactersOfTheCurrentSet) {
+  expect("HVI_LANG=SJIS", {{"'\x95\x5C'", "str<\x95\x5C>"},
+                           {"\x95\x5C", "<\x95\x5C>"},
+                           {"'\x95", "str<\x95>"},
+                           {"\xB1", "!170005"}});
 }

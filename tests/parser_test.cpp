@@ -104,72 +104,45 @@ TEST_F(ParserTest, Statements) {
          {
              {";", "-"},
              {"start transaction;", "2001"},
-             {"CANCEL TRANSACTION", "2016"},
              {"DESCRIBE TABLE t ALL", "2007:1(22115<t>)"},
              {"INFO a b", "2012(22101<a>(12101<b>))"},
-             {"RENAME ATTR t.a b", "2014(1t.a 2b)"},
-             {"RENAME TABLE t AS u", "2015(12115<t> 22115<u>)"},
-             {"SET p TO 'v'", "2018(12105<p> 2'v')"},
-             {"SHOW p", "2019<p>"},
              {"TEST_STMT 1, 'a' AS b", "2020(22113(12113(22102<b> 3'a') 31))"},
-             {"INSERT INTO t VALUES ((1, 2), 3)", "2013(12115<t> 22116(22128(12128(12128(23) 22) 21)))"},
              {"INSERT INTO t VALUES 1, (2, 3)", "2013(12115<t> 22116(22128(12128(12128(23) 22) 21)))"},
              {"INSERT t (a, b) SET TO (1)", "2013(12115<t> 2a(1b 22116(22128(21))))"},
              {"INSERT t (a) FROM 'f'", "2013(12115<t> 2a(22130<f>:3))"},
              {"UPDATE t SET a = NULL, b TO 2 WHERE b = 1",
               "2021(12115<t> 22118(22117(12117(2300(1b 22)) 2300(1a 2NULL))) 32108(1101(1b 21)))"},
-             {"DELETE t WHERE a = 1", "2005(12115<t> 22108(1101(1a 21)))"},
-             {"SELECT FROM t", "2017(12131(22107(22106(12115<t>))))"},
              {"SELECT DISTINCT * FROM t DUMP INTO 'f';", "2017(12131(22107:1(22106(12115<t>))) 22130<f>:2)"},
              {"SELECT a PRINT 'x', t.c > 1 z FROM t u, v WHERE a = 1",
               "2017(12131(22107(12113(12113(22102<z> 3104(1t.c 21)) 22102<x> 3a)"
               " 22106(12115<t u>(12115<v>) 22108(1101(1a 21))))))"},
              {"SELECT FROM t ORDER BY a, t.b DESC INTO 'f'",
               "2017(12131(22107(22106(12115<t>))) 22111(12112(12112:1(2t.b) 2a) 22130<f>:1))"},
+             {"CREATE t (a int NOT NULL AUTO_INCREMENT, c text(1,2,3,4)) init = 5, step TO -1, x = 's'",
+              "2004(12115<t> 22122(12122(2c(22123<4622,0,0>(22121<1,2,3>))) 2a:1!1(22123<67,0,0>)) "
+              "32133(12133(12133(2300(12132<x> 2's')) 2300(12132<step> 21002<-1,0,0>)) "
+              "2300(12132<init> 21002<5,0,0>)))"},
+             {"CREATE (8, 2) INDEX i ON t (a)", "2003(12121<8,2,0> 22104<i>(12115<t>(1a)))"},
+             {"CREATE DISTINCT TIMESERIES INDEX i t SET a", "2003(12119(12120) 22104<i>(12115<t>(1a)))"},
+             {"ALTER t ADD a int BEFORE b, c DELETE d, t.e",
+              "2000(12115<t> 22124(12127(2d(1t.e)) 22122(12122(2c) 2a(22123<67,0,0>) 32125(2b))))"},
+             {"ALTER t CHANGE a SET s = 1",
+              "2000(12115<t> 22126(12134(22133(2300(12132<s> 21002<1,0,0>))) 22122(2a)))"},
          });
 }
 
-TEST_F(ParserTest, SchemaStatements) {
-  expect(
-      "",
-      {
-          {"CREATE t (a int NOT NULL AUTO_INCREMENT, b char(10))",
-           "2004(12115<t> 22122(12122(2b(22123<524,0,0>(22121<10,0,0>))) 2a:1!1(22123<67,0,0>)))"},
-          {"CREATE TABLE t (a decimal(5,-2), c text(1,2,3,4))",
-           "2004(12115<t> 22122(12122(2c(22123<4622,0,0>(22121<1,2,3>))) "
-           "2a(22123<523,0,0>(22121<5,-2,0>))))"},
-          {"CREATE t (a) init = 5, step TO -1, x = 's'",
-           "2004(12115<t> 22122(2a) 32133(12133(12133(2300(12132<x> 2's')) 2300(12132<step> 21002<-1,0,0>))"
-           " 2300(12132<init> 21002<5,0,0>)))"},
-          {"CREATE INDEX i ON t (a, b)", "2003(22104<i>(12115<t>(1a(1b))))"},
-          {"CREATE UNIQUE INDEX i t SET a", "2003(12120 22104<i>(12115<t>(1a)))"},
-          {"CREATE DISTINCT TIMESERIES INDEX i t (a)", "2003(12119(12120) 22104<i>(12115<t>(1a)))"},
-          {"CREATE (8, 2) INDEX i ON t (a)", "2003(12121<8,2,0> 22104<i>(12115<t>(1a)))"},
-          {"ALTER t ADD a int BEFORE b, c DELETE d, t.e",
-           "2000(12115<t> 22124(12127(2d(1t.e)) 22122(12122(2c) 2a(22123<67,0,0>) 32125(2b))))"},
-          {"ALTER t CHANGE a SET s = 1",
-           "2000(12115<t> 22126(12134(22133(2300(12132<s> 21002<1,0,0>))) 22122(2a)))"},
-      });
-}
-
-TEST_F(ParserTest, Conditions) {
+TEST_F(ParserTest, ConditionsAndExpressions) {
   expect(condition_prefix,
          {
-             {"a <> 'x'", "102(1a 2'x')"},
              {"a IS NOT NULL", "109:1(1a 2NULL)"},
-             {"a NOT LIKE 'x'", "115:1(1a 2'x')"},
-             {"a NOT !SMATCH 'x'", "114:1(1a 2'x')"},
-             {"a ! MATCH 'x*' OR a SMATCH b", "401(1113(1a 2'x*') 2112(1a 2b))"},
+             {"a ! MATCH 'x*' OR a NOT !SMATCH b", "401(1113(1a 2'x*') 2114:1(1a 2b))"},
              {"a NOT IN ((1, NULL))", "108:1(1a 32128(12128(2NULL) 21))"},
              {"x NOT BETWEEN 1 EXCLUSIVE TO 5", "110:1(1104(1x 21) 2105(1x 25))"},
              {"x RANGE 1 AND 5 EXCLUSIVE AND y = 2", "400(1110(1106(1x 21) 2103(1x 25)) 2101(1y 22))"},
-             {"(a + 1) = 2", "101(13(1a 21) 22)"},
              {"(a = 1 OR b = 2) AND c = 3", "400(1401(1101(1a 21) 2101(1b 22)) 2101(1c 23))"},
              {"a = 1 OR b = 2 AND NOT c = 3", "401(1101(1a 21) 2400(1101(1b 22) 2402(2101(1c 23))))"},
              {"NOT a = 1 AND b = 2 AND c = 3", "400(1400(1402(2101(1a 21)) 2101(1b 22)) 2101(1c 23))"},
-             {"a IN (SELECT b FROM u)", "108(1a 22110(32131(22107(12113(3b) 22106(12115<u>)))))"},
              {"a > ALL (SELECT b FROM u)", "104(1a 22110:1(32131(22107(12113(3b) 22106(12115<u>)))))"},
-             {"a > SOME (SELECT b FROM u)", "104(1a 22110(32131(22107(12113(3b) 22106(12115<u>)))))"},
              {"EXISTS (SELECT b FROM u)", "2131(22107(12113(3b) 22106(12115<u>)))"},
              {"a = b = c", "!171001"},
              {"a", "!171001"},
@@ -177,53 +150,26 @@ TEST_F(ParserTest, Conditions) {
   // The tested expression stands under both comparisons of a BETWEEN.
   const Node *between = condition_of(root_of("SELECT FROM t WHERE a + 1 BETWEEN 1 AND 2"));
   EXPECT_EQ(between->first->first, between->second->first);
-}
-
-TEST_F(ParserTest, Expressions) {
   expect(item_prefix, {
-                          {"a - b - c", "4(14(1a 2b) 2c)"},
                           {"a || b + c", "3(1301(1a 2b) 2c)"},
                           {"(a + b) / c + b * c % d", "3(16(13(1a 2b) 2c) 27(15(1b 2c) 2d))"},
-                          {"-a * b", "5(12(2a) 2b)"},
-                          {"+a - - -b", "4(1a 22(22(2b)))"},
+                          {"-a * b - - -c", "4(15(12(2a) 2b) 22(22(2c)))"},
                           {"YEAROF a * b + 1", "3(1500(25(1a 2b)) 21)"},
-                          {"a CONCAT MONTHOF b || c", "301(1301(1a 2501(2b)) 2c)"},
-                          {"a - b * 2 week", "516:509(1a 25(1b 22))"},
-                          {"a + 1 day - 2 month + 3", "3(1516:508(1515:510(1a 21) 22) 23)"},
+                          {"a + 1 day - b * 2 month", "516:508(1515:510(1a 21) 25(1b 22))"},
                           {"DIRECT_FROM 'f'", "2130<f>:4"},
-                          {"NOW", "2129:44"},
-                          {"COUNT(*)", "2129:13"},
                           {"COUNT(ALL a)", "2129:13(32128(2a))"},
                           {"SUM(DISTINCT a + 1)", "2129:61!1(32128(23(1a 21)))"},
                           {"- a day", "!171001"},
-                          {"a * 2 day", "!171001"},
                           {"ABS()", "!171001"},
                       });
 }
 
 TEST_F(ParserTest, SyntaxErrors) {
-  for (const char *text : {"",
-                           "SELECT a",
-                           "SELECT a > 1 FROM t",
-                           "COMMIT",
-                           "BEGIN",
-                           "ROLLBACK",
-                           "; ;",
-                           "DROP t; DROP u",
-                           "CREATE TIMESERIES INDEX i t (a)",
-                           "CREATE t",
-                           "CREATE t ()",
-                           "INSERT t VALUES (1, (2, 3))",
-                           "INSERT t VALUES (1, 2), (3, 4)",
-                           "SELECT FROM t INTO f",
-                           "SELECT FROM t WHERE",
-                           "INFO",
-                           "\n-- x",
-                           "SELECT FROM t HAVING a = 1",
-                           "UPDATE t SET",
-                           "ALTER t",
-                           "SELECT a, FROM t",
-                           "TEST_STMT (a"}) {
+  for (const char *text :
+       {"", "SELECT a", "SELECT a > 1 FROM t", "COMMIT", "; ;", "DROP t; DROP u",
+        "CREATE TIMESERIES INDEX i t (a)", "CREATE t ()", "INSERT t VALUES (1, (2, 3))",
+        "INSERT t VALUES (1, 2), (3, 4)", "SELECT FROM t INTO f", "SELECT FROM t WHERE", "\n-- x",
+        "SELECT FROM t HAVING a = 1", "UPDATE t SET", "ALTER t", "SELECT a, FROM t", "TEST_STMT (a"}) {
     EXPECT_EQ(nullptr, root_of(text)) << text;
     EXPECT_EQ(status::syntax_error, error_record().last_code) << text;
   }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 #include "frame/env.h"
@@ -23,93 +24,71 @@ bool matches(const std::string &text, const std::string &pattern, bool fold = fa
   return result;
 }
 
-struct Case {
-  const char *text;
-  const char *pattern;
-  bool expected;
-};
-
-void expect_like(std::initializer_list<Case> cases) {
-  for (const Case &each : cases)
-    EXPECT_EQ(each.expected, pattern_like(each.text, each.pattern)) << each.text << " LIKE " << each.pattern;
-}
-
-void expect_match(std::initializer_list<Case> cases, bool fold = false) {
-  for (const Case &each : cases)
-    EXPECT_EQ(each.expected, matches(each.text, each.pattern, fold))
-        << each.text << (fold ? " MATCH " : " SMATCH ") << each.pattern;
+// Pairs of a text and a pattern; a pattern behind "!" does not match. Nothing is written ''.
+template <class Matches>
+void expect_pairs(const char *pairs, Matches matches) {
+  std::istringstream in(pairs);
+  for (std::string text, pattern; in >> text >> pattern;) {
+    const bool expected = pattern[0] != '!';
+    if (!expected) pattern.erase(0, 1);
+    if (text == "''") text.clear();
+    if (pattern == "''") pattern.clear();
+    EXPECT_EQ(expected, matches(text, pattern)) << "\"" << text << "\" with pattern \"" << pattern << "\"";
+  }
 }
 
 }  // namespace
 
 TEST_F(PatternTest, Like) {
-  expect_like({
-      {"", "", true},           {"", "%", true},           {"", "_", false},
-      {"a", "", false},         {"abc", "ab", false},      {"abc", "abcd", false},
-      {"abc", "a_c", true},     {"abc", "A%", false},      {"abc", "%c", true},
-      {"abc", "%%b%%", true},   {"abc", "%d%", false},     {"aXbXc", "a%X%c", true},
-      {"aab", "%ab", true},     {"abab", "%ab_", false},   {"abcabd", "%ab_d%", false},
-      {"abcabd", "%abd", true}, {"100%", "100\\%", true},  {"1000", "100\\%", false},
-      {"a_c", "a\\_c", true},   {"abc", "a\\_c", false},   {"a\\c", "a\\\\c", true},
-      {"a\\", "a\\", true},     {"あいう", "あ_う", true}, {"あいう", "____", false},
-      {"あいう", "%い%", true},
-  });
+  const auto like = [](const std::string &text, const std::string &pattern) {
+    return pattern_like(text.c_str(), pattern.c_str());
+  };
+  expect_pairs(R"(
+      '' ''           '' %            '' !_           a !''           abc !ab         abc !abcd
+      abc a_c         abc !A%         abc %c          abc %%b%%       abc !%d%        aXbXc a%X%c
+      aab %ab         abab !%ab_      abcabd !%ab_d%  abcabd %abd     100% 100\%      1000 !100\%
+      a_c a\_c        abc !a\_c       a\c a\\c        a\ a\           あいう あ_う    あいう !____
+      あいう %い%     ab a%%b         ab !a_b         a %a%           '' %%
+  )",
+               like);
 }
 
-TEST_F(PatternTest, MatchSequences) {
-  expect_match({
-      {"", "", true},           {"", "*", true},           {"", "?", false},
-      {"a", "", false},         {"abc", "ab", false},      {"ab", "abc", false},
-      {"abc", "a*", true},      {"abc", "**c", true},      {"abc", "*b", false},
-      {"abcabc", "*bc", true},  {"abc", "a?c", true},      {"abc", "a??c", false},
-      {"a*c", "a\\*c", true},   {"abc", "a\\*c", false},   {"a\\", "a\\", true},
-      {"a\\c", "a\\\\c", true}, {"あいう", "あ?う", true}, {"あいう", "*う", true},
-      {"ABC", "a*", false},
-  });
-  expect_match({{"ABC", "a*", true}, {"abC", "ABc", true}, {"Ä", "ä", false}, {"[", "{", false}}, true);
-}
-
-TEST_F(PatternTest, MatchSets) {
-  expect_match({
-      {"abcd", "a[b-c]?", false}, {"abc", "a[b-c]?", true}, {"d", "[abc]", false},     {"d", "[^abc]", true},
-      {"b", "[^abc]", false},     {"", "[^abc]", false},    {"-", "[-a]", true},       {"a", "[-a]", true},
-      {"-", "[a\\-z]", true},     {"m", "[a\\-z]", false},  {"]", "[\\]]", true},      {"^", "[a^]", true},
-      {"|", "[a|b]", true},       {"a", "[z-a]", false},    {"q", "[^z-a]", false},    {"a", "[a-]", false},
-      {"b", "[^a-]", false},      {"a", "[a", false},       {"a", "[^b", false},       {"a", "[]", false},
-      {"a", "[^]", true},         {"い", "[あいう]", true}, {"え", "[^あいう]", true}, {"B", "[a-c]", false},
-  });
-  expect_match({{"B", "[a-c]", true}, {"b", "[A-C]", true}, {"b", "[B]", true}, {"D", "[a-c]", false}}, true);
-}
-
-TEST_F(PatternTest, MatchGroups) {
-  expect_match({
-      {"abd", "a{bc}d", false},
-      {"axb", "a{?}b", true},
-      {"a5b", "a{[0-9]}b", true},
-      {"a]b", "a{[\\]}]}b", true},
-      {"a}b", "a{[}]}b", true},
-      {"a}", "a{\\}}", true},
-      {"a", "a{}", true},
-      {"a", "a}", false},
-      {"b", "{a", false},
-      {"a", "x}|a", true},
-      {"x", "x}|x", false},
-  });
-}
-
-TEST_F(PatternTest, MatchAlternativesAndParts) {
-  expect_match({
-      {"abc", "x|abc", true},    {"abc", "x|ab", false},  // the last must match the whole text
-      {"abc", "ab|x", true},                              // the others need only reach their separator
-      {"abc", "x|y|a*", true},   {"abc", "|x", true},
-      {"abc", "x|", false},      {"", "x|", true},
-      {"abc", "a&abc", true},    {"abc", "a&ab", false},
-      {"abc", "x&abc", false},   {"abc", "*c&a*", true},
-      {"abc", "a&x|abc", true},  {"abc", "a&ab&x|y|*", true},
-      {"a|c", "a\\|c", true},    {"b", "a\\|c|b", false},  // the next "|" is an escaped one
-      {"a|d", "a\\|c|a*", true}, {"c", "[a|b]x|c", true},
-      {"ac", "a{b}|x", true},    {"xyz", "*q*|x*", true},
-  });
+TEST_F(PatternTest, Match) {
+  const auto exact = [](const std::string &text, const std::string &pattern) {
+    return matches(text, pattern);
+  };
+  const auto folded = [](const std::string &text, const std::string &pattern) {
+    return matches(text, pattern, true);
+  };
+  expect_pairs(R"(
+      '' ''           '' *            '' !?           a !''           abc !ab         ab !abc
+      abc a*          abc **c         abc !*b         abcabc *bc      abc a?c         abc !a??c
+      a*c a\*c        abc !a\*c       a\ a\           a\c a\\c        あいう あ?う    あいう *う
+      ABC !a*
+  )",
+               exact);
+  expect_pairs(R"(
+      abcd !a[b-c]?   abc a[b-c]?     d ![abc]        d [^abc]        b ![^abc]       '' ![^abc]
+      - [-a]          a [-a]          - [a\-z]        m ![a\-z]       ] [\]]          ^ [a^]
+      | [a|b]         a ![z-a]        q ![^z-a]       a ![a-]         b ![^a-]        a ![a
+      a ![^b          a ![]           a [^]           い [あいう]     え [^あいう]    B ![a-c]
+  )",
+               exact);
+  expect_pairs(R"(
+      abd !a{bc}d     axb a{?}b       a5b a{[0-9]}b   a]b a{[\]}]}b   a}b a{[}]}b     a} a{\}}
+      a a{}           a !a}           b !{a           a x}|a          x !x}|x
+  )",
+               exact);
+  // Of alternatives the last must match the whole text, the others need only reach their separator. Behind
+  // an escaped separator the next one counts as its text.
+  expect_pairs(R"(
+      abc x|abc       abc !x|ab       abc ab|x        abc x|y|a*      abc |x          abc !x|
+      '' x|           abc a&abc       abc !a&ab       abc !x&abc      abc *c&a*       abc a&x|abc
+      abc a&ab&x|y|*  a|c a\|c        b !a\|c|b       a|d a\|c|a*     c [a|b]x|c      ac a{b}|x
+      xyz *q*|x*
+  )",
+               exact);
+  expect_pairs("ABC a*  abC ABc  Ä !ä  [ !{  B [a-c]  b [A-C]  b [B]  D ![a-c]", folded);
 }
 
 TEST_F(PatternTest, CharactersOfTheCurrentSet) {
@@ -122,23 +101,22 @@ TEST_F(PatternTest, CharactersOfTheCurrentSet) {
   EXPECT_TRUE(pattern_like("\x83\x5Cx", "_x"));
 }
 
-// A pattern that could be tried in exponentially many ways, and patterns longer than the inline work area.
+// Patterns that could be tried in exponentially many ways, and patterns longer than the inline work area.
 TEST_F(PatternTest, HostilePatterns) {
-  std::string stars, groups, text(1000, 'a');
-  for (int i = 0; i < 200; ++i) stars += "*a";
-  for (int i = 0; i < 400; ++i) groups += "{a}";
+  const auto repeated = [](const char *text, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i) all += text;
+    return all;
+  };
+  const std::string text(1000, 'a'), stars = repeated("*a", 200), groups = repeated("{a}", 400);
   EXPECT_FALSE(matches(text, stars + "b"));
   EXPECT_TRUE(matches(text, stars));
   EXPECT_FALSE(matches(std::string(500, 'a'), groups + "b"));
   EXPECT_TRUE(matches(std::string(400, 'a') + "b", groups + "b"));
   EXPECT_FALSE(matches(std::string(401, 'a'), groups));
   EXPECT_FALSE(matches(text, "*" + groups + "{a" + std::string(2000, '[') + "b"));
-  std::string parts;
-  for (int i = 0; i < 500; ++i) parts += "a*b|";
-  EXPECT_TRUE(matches(text, parts + "a*"));
-  std::string likes;
-  for (int i = 0; i < 200; ++i) likes += "%a";
-  EXPECT_FALSE(pattern_like(text.c_str(), (likes + "b").c_str()));
+  EXPECT_TRUE(matches(text, repeated("a*b|", 500) + "a*"));
+  EXPECT_FALSE(pattern_like(text.c_str(), (repeated("%a", 200) + "b").c_str()));
   EXPECT_TRUE(matches(std::string(700, 'x') + "y", std::string(700, 'x') + "[y]"));
 }
 

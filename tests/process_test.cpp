@@ -77,19 +77,6 @@ class Process {
     return answer;
   }
 
- private:
-  // Texts end with a NUL.
-  static void put(FILE *file, const std::string &text) {
-    fwrite(text.c_str(), 1, text.size() + 1, file);
-    fflush(file);
-  }
-  static std::optional<std::string> get(FILE *file) {
-    std::string text;
-    int c;
-    while ((c = getc(file)) > 0) text += static_cast<char>(c);
-    return c == 0 ? std::optional(text) : std::nullopt;
-  }
-
   static std::string answer(Session &session, const std::string &command) {
     if (command == "text") return database_text(session);
     if (command == "fault") return database_fault(session);
@@ -101,6 +88,19 @@ class Process {
     std::string rows;
     const StatusCode status = session.query(command, &rows);
     return std::to_string(status) + " " + rows;
+  }
+
+ private:
+  // Texts end with a NUL.
+  static void put(FILE *file, const std::string &text) {
+    fwrite(text.c_str(), 1, text.size() + 1, file);
+    fflush(file);
+  }
+  static std::optional<std::string> get(FILE *file) {
+    std::string text;
+    int c;
+    while ((c = getc(file)) > 0) text += static_cast<char>(c);
+    return c == 0 ? std::optional(text) : std::nullopt;
   }
 
   [[noreturn]] void serve(const std::string &params) {
@@ -143,46 +143,39 @@ class ProcessTest : public testing::Test {
 TEST_F(ProcessTest, OthersSeeTheCommittedStateAndASecondWriterGivesUp) {
   create({"CREATE TABLE t (id int, v int)", "CREATE UNIQUE INDEX t_id ON t (id)",
           "INSERT INTO t VALUES 1, 10, 2, 20"});
-  Process other(hasty_params());  // before this process has threads
+  Process process(hasty_params());  // before this process has threads
   const Engine engine("");
   Session writer(hasty_params());
   ASSERT_TRUE(writer.open()) << writer.open_status();
-
-  const std::string all = "SELECT id, v FROM t";
-  const auto read_in_thread = [&](StatusCode *write_status) {
-    std::string rows;
+  const auto thread = [&](const std::string &sql) {
+    std::string answer;
     std::thread([&] {
       Session session(&writer);
-      EXPECT_EQ(session.query(all, &rows), 0);
-      if (write_status != nullptr) *write_status = session.run("UPDATE t SET v = 0");
+      answer = Process::answer(session, sql);
     }).join();
-    return rows;
+    return answer;
   };
+  const auto expect_of_others = [&](const std::string &sql, const std::string &answer) {
+    EXPECT_EQ(thread(sql), answer) << sql;
+    EXPECT_EQ(process.ask(sql), answer) << sql;
+  };
+  const std::string all = "SELECT id, v FROM t";
 
-  ASSERT_EQ(writer.run("BEGIN TRANSACTION"), 0);
-  ASSERT_EQ(writer.run("UPDATE t SET v = v + 1"), 0);
-  ASSERT_EQ(writer.run("INSERT INTO t VALUES 3, 30"), 0);
-  ASSERT_EQ(writer.run("CREATE TABLE fresh (a int)"), 0);
-
-  StatusCode write_status = 0;
-  EXPECT_EQ(read_in_thread(&write_status), "1|10\n2|20\n");
-  EXPECT_EQ(write_status, database_busy);
-  EXPECT_EQ(other.ask(all), "0 1|10\n2|20\n");
-  EXPECT_EQ(other.ask("SELECT v FROM t WHERE id = 2"), "0 20\n");
-  EXPECT_EQ(other.ask("SELECT * FROM fresh"), "141004 ");
-  EXPECT_EQ(other.ask("UPDATE t SET v = 0"), std::to_string(database_busy));
-
-  std::string own;
-  EXPECT_EQ(writer.query(all, &own), 0);
-  EXPECT_EQ(own, "1|11\n2|21\n3|30\n");
+  for (const char *sql : {"BEGIN TRANSACTION", "UPDATE t SET v = v + 1", "INSERT INTO t VALUES 3, 30",
+                          "CREATE TABLE fresh (a int)"})
+    ASSERT_EQ(writer.run(sql), 0) << sql;
+  expect_of_others(all, "0 1|10\n2|20\n");
+  expect_of_others("SELECT v FROM t WHERE id = 2", "0 20\n");
+  expect_of_others("SELECT * FROM fresh", "141004 ");
+  expect_of_others("UPDATE t SET v = 0", std::to_string(database_busy));
+  EXPECT_EQ(Process::answer(writer, all), "0 1|11\n2|21\n3|30\n");
 
   ASSERT_EQ(writer.run("COMMIT TRANSACTION"), 0);
-  EXPECT_EQ(read_in_thread(nullptr), "1|11\n2|21\n3|30\n");
-  EXPECT_EQ(other.ask(all), "0 1|11\n2|21\n3|30\n");
-  EXPECT_EQ(other.ask("SELECT v FROM t WHERE id = 3"), "0 30\n");
-  EXPECT_EQ(other.ask("SELECT * FROM fresh"), "0 ");
-  EXPECT_EQ(other.ask("UPDATE t SET v = 0 WHERE id = 1"), "0");
-  EXPECT_EQ(read_in_thread(nullptr), "1|0\n2|21\n3|30\n");
+  expect_of_others(all, "0 1|11\n2|21\n3|30\n");
+  expect_of_others("SELECT v FROM t WHERE id = 3", "0 30\n");
+  expect_of_others("SELECT * FROM fresh", "0 ");
+  EXPECT_EQ(process.ask("UPDATE t SET v = 0 WHERE id = 1"), "0");
+  EXPECT_EQ(thread(all), "0 1|0\n2|21\n3|30\n");
 }
 
 TEST_F(ProcessTest, AWaitingWriterGetsItsTurn) {

