@@ -11,6 +11,7 @@ ninja-build     ninja
 bison           bison
 python3         python3
 pkg-config      pkg-config
+tzdata          /usr/share/zoneinfo/zone.tab
 libgtest-dev    /usr/include/gtest/gtest.h
 libbenchmark-dev /usr/include/benchmark/benchmark.h
 "
