@@ -84,19 +84,15 @@ TEST(CacheTest, RefusesWhatCannotBe) {
 
 TEST(CacheTest, ImmediateWriteReachesTheStorage) {
   StorageEngine engine;
-  for (const bool immediate : {true, false}) {
-    SCOPED_TRACE(immediate);
-    Database db(std::string(memory_database) + "OVERWRITE=true;CACHE_IMM_WRITE=" + (immediate ? "true" : "x"),
-                Database::Start::create);
-    const uint32_t writes = db->bm->io[part_dat]->write_count;
-    ASSERT_EQ(3, db.add(8));
-    EXPECT_EQ(immediate ? 3u : 0u, db->bm->io[part_dat]->write_count - writes);  // page twice, header
-    ASSERT_TRUE(db.remove(3));
-    HeaderRecord header = db->bm->header;
-    ASSERT_TRUE(bm_peek_header(*db->bm, part_dat, header));
-    EXPECT_EQ(immediate ? 3 : 2, header.parts[part_dat].counters.bcnt);
-    EXPECT_EQ(immediate ? 1 : 0, header.parts[part_dat].counters.fcnt);
-  }
+  Database db(std::string(memory_database) + "CACHE_IMM_WRITE=true", Database::Start::create);
+  const uint32_t writes = db->bm->io[part_dat]->write_count;
+  ASSERT_EQ(3, db.add(8));
+  EXPECT_EQ(3u, db->bm->io[part_dat]->write_count - writes);  // page twice, header
+  ASSERT_TRUE(db.remove(3));
+  HeaderRecord header = db->bm->header;
+  ASSERT_TRUE(bm_peek_header(*db->bm, part_dat, header));
+  EXPECT_EQ(3, header.parts[part_dat].counters.bcnt);
+  EXPECT_EQ(1, header.parts[part_dat].counters.fcnt);
 }
 
 TEST(CacheTest, FreeListIsLastInFirstOut) {
@@ -134,6 +130,7 @@ TEST(CacheTest, FreeListIsLastInFirstOut) {
 
 TEST(CacheTest, DamagedFreeListIsRefusedBeforeAnythingChanges) {
   StorageEngine engine;
+  constexpr StatusCode counts = status::cache_argument, links = status::cache_free_list;
   struct Row {
     const char *what;
     int32_t fcnt;
@@ -141,15 +138,11 @@ TEST(CacheTest, DamagedFreeListIsRefusedBeforeAnythingChanges) {
     int32_t link;  // first word of block 4
     StatusCode code;
   } const rows[] = {
-      {"head without a count", 0, 4, 0, status::cache_argument},
-      {"count without a head", 2, 0, 0, status::cache_argument},
-      {"more free than allocated", 99, 4, 3, status::cache_argument},
-      {"negative count", -1, 4, 3, status::cache_argument},
-      {"head past the end", 1, 77, 0, status::cache_free_list},
-      {"link past the end", 2, 4, 77, status::cache_free_list},
-      {"negative link", 2, 4, -3, status::cache_free_list},
-      {"link to itself", 2, 4, 4, status::cache_free_list},
-      {"chain ends early", 2, 4, 0, status::cache_argument},
+      {"head without a count", 0, 4, 0, counts}, {"count without a head", 2, 0, 0, counts},
+      {"more than allocated", 99, 4, 3, counts}, {"negative count", -1, 4, 3, counts},
+      {"head past the end", 1, 77, 0, links},    {"link past the end", 2, 4, 77, links},
+      {"negative link", 2, 4, -3, links},        {"link to itself", 2, 4, 4, links},
+      {"chain ends early", 2, 4, 0, counts},
   };
   Database db(memory_database, Database::Start::create);
   for (int i = 0; i < 4; ++i) ASSERT_NE(0, db.add(1));
@@ -159,8 +152,7 @@ TEST(CacheTest, DamagedFreeListIsRefusedBeforeAnythingChanges) {
     ASSERT_TRUE(sm_page_get(*db, 4, 1, page));
     store_i32(page.data(), row.link);
     ASSERT_TRUE(sm_page_release_write(page));
-    db.counters().fcnt = row.fcnt;
-    db.counters().flst = row.flst;
+    db.counters() = {6, row.fcnt, row.flst, 0};
     EXPECT_FALSE(sm_page_new(*db, 1, page));
     EXPECT_EQ(Codes{row.code}, take_recorded());
     EXPECT_EQ(row.fcnt, db.counters().fcnt);

@@ -1,5 +1,8 @@
 #include "storage/lock_manager.h"
 
+#include <map>
+#include <sstream>
+
 #include "storage_support.h"
 
 namespace tovik::test {
@@ -34,91 +37,46 @@ class LockManagerTest : public testing::Test {
   Process a_{text_}, b_{text_};
 };
 
-enum class Op { shared, reserved, exclusive, leave_reading, to_shared, leave };
-
+// Steps "process thread call [busy] level nshared"; the last two are the process's afterwards.
 TEST_F(LockManagerTest, StepsOfThreadsAndProcesses) {
-  struct Step {
-    char process;
-    ThreadId thread;
-    Op op;
-    LockResult result;
-    int level, nshared;  // of that process afterwards
+  const char *const scripts[] = {
+      // Readers and a writer in one process. Thread 5 gives back the shared level that it took on the way.
+      "a 1 shared 1 1; a 2 shared 1 2; a 3 reserved 2 3; a 4 shared 2 4; a 4 reserved busy 2 4; "
+      "a 5 reserved busy 2 4; a 3 exclusive busy 3 4; a 5 shared busy 3 4; a 1 leave_reading 3 3; "
+      "a 3 leave_reading 3 3; a 2 leave 3 2; a 3 exclusive busy 3 2; a 4 leave 3 1; a 3 exclusive 4 1; "
+      "a 1 shared busy 4 1; a 3 to_shared 1 1; a 1 shared 1 2; a 3 leave 1 1; a 1 leave 0 0",
+      // Between processes. Thread 4 enters beside a pending writer because its process reads already.
+      "a 1 shared 1 1; b 2 reserved 2 1; a 1 reserved busy 1 1; a 3 shared 1 2; b 2 exclusive busy 3 1; "
+      "a 4 shared 1 3; a 1 leave 1 2; a 3 leave 1 1; b 2 exclusive busy 3 1; a 4 leave 0 0; "
+      "a 4 shared busy 0 0; b 2 exclusive 4 1; a 4 shared busy 0 0; b 2 to_shared 1 1; "
+      "a 4 exclusive busy 3 1; b 2 leave 0 0; a 4 exclusive 4 1; a 4 leave 0 0; b 2 exclusive 4 1; "
+      "b 2 leave 0 0",
+      // A pending writer gives up.
+      "a 1 shared 1 1; b 2 exclusive busy 3 1; b 2 to_shared 1 1; a 1 exclusive busy 3 1; b 2 leave 0 0; "
+      "a 1 leave 0 0",
   };
-  const struct {
-    const char *what;
-    std::vector<Step> steps;
-  } rows[] = {
-      {"readers and a writer in one process",
-       {{'a', 1, Op::shared, granted, 1, 1},
-        {'a', 2, Op::shared, granted, 1, 2},
-        {'a', 3, Op::reserved, granted, 2, 3},
-        {'a', 4, Op::shared, granted, 2, 4},
-        {'a', 4, Op::reserved, busy, 2, 4},
-        {'a', 5, Op::reserved, busy, 2, 4},  // gives back the shared level that it took on the way
-        {'a', 3, Op::exclusive, busy, 3, 4},
-        {'a', 5, Op::shared, busy, 3, 4},
-        {'a', 1, Op::leave_reading, granted, 3, 3},
-        {'a', 3, Op::leave_reading, granted, 3, 3},
-        {'a', 2, Op::leave, granted, 3, 2},
-        {'a', 3, Op::exclusive, busy, 3, 2},
-        {'a', 4, Op::leave, granted, 3, 1},
-        {'a', 3, Op::exclusive, granted, 4, 1},
-        {'a', 1, Op::shared, busy, 4, 1},
-        {'a', 3, Op::to_shared, granted, 1, 1},
-        {'a', 1, Op::shared, granted, 1, 2},
-        {'a', 3, Op::leave, granted, 1, 1},
-        {'a', 1, Op::leave, granted, 0, 0}}},
-      {"between processes", {{'a', 1, Op::shared, granted, 1, 1},
-                             {'b', 2, Op::reserved, granted, 2, 1},
-                             {'a', 1, Op::reserved, busy, 1, 1},
-                             {'a', 3, Op::shared, granted, 1, 2},
-                             {'b', 2, Op::exclusive, busy, 3, 1},
-                             {'a', 4, Op::shared, granted, 1, 3},  // the process reads already
-                             {'a', 1, Op::leave, granted, 1, 2},
-                             {'a', 3, Op::leave, granted, 1, 1},
-                             {'b', 2, Op::exclusive, busy, 3, 1},
-                             {'a', 4, Op::leave, granted, 0, 0},
-                             {'a', 4, Op::shared, busy, 0, 0},
-                             {'b', 2, Op::exclusive, granted, 4, 1},
-                             {'a', 4, Op::shared, busy, 0, 0},
-                             {'b', 2, Op::to_shared, granted, 1, 1},
-                             {'a', 4, Op::exclusive, busy, 3, 1},
-                             {'b', 2, Op::leave, granted, 0, 0},
-                             {'a', 4, Op::exclusive, granted, 4, 1},
-                             {'a', 4, Op::leave, granted, 0, 0},
-                             {'b', 2, Op::exclusive, granted, 4, 1},
-                             {'b', 2, Op::leave, granted, 0, 0}}},
-      {"a pending writer gives up",
-       {{'a', 1, Op::shared, granted, 1, 1},
-        {'b', 2, Op::exclusive, busy, 3, 1},
-        {'b', 2, Op::to_shared, granted, 1, 1},
-        {'a', 1, Op::exclusive, busy, 3, 1},
-        {'b', 2, Op::leave, granted, 0, 0},
-        {'a', 1, Op::leave, granted, 0, 0}}},
-  };
-  for (const auto &row : rows) {
-    int number = 0;
-    for (const Step &step : row.steps) {
-      SCOPED_TRACE(std::string(row.what) + ", step " + std::to_string(++number));
-      LockManager &lm = step.process == 'a' ? *a_ : *b_;
-      LockResult result = granted;
-      if (step.op <= Op::exclusive)
-        result = lm_lock(lm, step.thread,
-                         step.op == Op::shared     ? LockLevel::shared
-                         : step.op == Op::reserved ? LockLevel::reserved
-                                                   : LockLevel::exclusive,
-                         false);
-      else
-        EXPECT_TRUE(lm_unlock(lm, step.thread,
-                              step.op == Op::leave_reading ? Unlock::readers_only
-                              : step.op == Op::to_shared   ? Unlock::to_shared
-                                                           : Unlock::all));
-      EXPECT_EQ(step.result, result);
-      EXPECT_EQ(step.level, static_cast<int>(lm.level));
-      EXPECT_EQ(step.nshared, lm.nshared);
-      EXPECT_EQ(lm_holds_write(lm, step.thread), lm_holds(lm, step.thread) &&
-                                                     lm.level >= LockLevel::reserved &&
-                                                     !lm_write_busy(lm, step.thread));
+  const std::map<std::string, LockLevel> levels = {
+      {"shared", LockLevel::shared}, {"reserved", LockLevel::reserved}, {"exclusive", LockLevel::exclusive}};
+  const std::map<std::string, Unlock> ends = {
+      {"leave_reading", Unlock::readers_only}, {"to_shared", Unlock::to_shared}, {"leave", Unlock::all}};
+  for (const std::string script : scripts) {
+    std::istringstream steps(script);
+    for (std::string step; std::getline(steps, step, ';');) {
+      SCOPED_TRACE(step + " of " + script);
+      std::istringstream words(step);
+      std::string process, call;
+      ThreadId thread;
+      words >> process >> thread >> call;
+      LockManager &lm = process == "a" ? *a_ : *b_;
+      std::string expected = " ";
+      if (ends.contains(call))
+        EXPECT_TRUE(lm_unlock(lm, thread, ends.at(call)));
+      else if (lm_lock(lm, thread, levels.at(call), false) == busy)
+        expected += "busy ";
+      expected += std::to_string(static_cast<int>(lm.level)) + " " + std::to_string(lm.nshared);
+      EXPECT_EQ(expected, std::string(std::istreambuf_iterator<char>(words), {}));
+      EXPECT_EQ(lm_holds_write(lm, thread),
+                lm_holds(lm, thread) && lm.level >= LockLevel::reserved && !lm_write_busy(lm, thread));
     }
   }
   EXPECT_EQ(Codes{}, take_recorded());

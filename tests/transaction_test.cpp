@@ -166,16 +166,13 @@ TEST_F(TransactionTest, ListingsAreAsLaidDown) {
   more_ = ";TRAN_HASH=4;CACHE_SIZE_TRN=2;HASH_SIZE_TRN=2;CACHE_RTC=1;CACHE_RTS=2";
   open(Database::Start::open);
   ASSERT_EQ(LockResult::granted, lm_lock(*(*db_)->lm, current_thread(), LockLevel::reserved, false));
-  testing::internal::CaptureStdout();
-  tm_dump(*(*db_)->tm);
   ASSERT_TRUE(db_->begin() && change({3, 7, 5}, 1));
+  testing::internal::CaptureStdout();
   tm_dump(*(*db_)->tm);
   cm_dump(*(*db_)->trn, "*** Cache Information : TRN ***");
   lm_dump(*(*db_)->lm, "lock manager");
   const std::string tid = std::to_string(current_thread()), pid = std::to_string(system_driver.process_id());
   EXPECT_EQ(
-      "***  Transaction Information ***\n"
-      " transaction not running.\n"
       "***  Transaction Information ***\n"
       " transaction running. tid[" +
           tid +
