@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include "storage_support.h"
@@ -14,10 +15,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string bytes(std::initializer_list<int> values) {
-  std::string text;
-  for (int value : values) text.push_back(static_cast<char>(value));
-  return text;
+// Offsets and the bytes to put there, all in hexadecimal: "14=0020 D4=01".
+std::vector<std::pair<int, std::string>> patches(const std::string &text) {
+  std::vector<std::pair<int, std::string>> result;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    result.emplace_back(std::stoi(word, nullptr, 16), "");
+    for (size_t at = word.find('=') + 1; at < word.size(); at += 2)
+      result.back().second += static_cast<char>(std::stoi(word.substr(at, 2), nullptr, 16));
+  }
+  return result;
 }
 
 // The rows of 16 bytes that are not all zero: "0d0: 01000000 ...".
@@ -100,51 +107,35 @@ TEST_F(Blocks, OpeningChecksTheHeader) {
   Engine engine;
   ASSERT_TRUE(create());
   const std::string good = content("orders.dat");
-  struct {
-    int offset, width;
-    uint32_t value;
+  const struct {
     StatusCode status;
     bool ignorable;  // with CHECK_IGNORE
-  } const cases[] = {
-      {0x02, 1, 'E', 20003, false},
-      {0x03, 1, 'x', 20003, false},
-      {0x00, 1, 0, 20003, false},
-      {0x04, 1, 1, 20020, false},
-      {0x05, 1, 1, 20019, false},
-      {0x05, 1, 3, 20019, false},
-      {0x05, 1, 0, 0, false},
-      {0x06, 1, 2, 20004, true},
-      {0x06, 1, 4, 0, false},
-      {0x07, 1, 1, 20005, true},
-      {0x08, 1, 1, 20013, true},
-      {0x09, 1, 1, 20013, false},
-      {0x0A, 1, 0, 120111, true},
-      {0x0C, 1, 1, 120107, false},
-      {0x0D, 1, 1, 20019, false},
-      {0x14, 2, 0x2000, 20014, false},
-      {0x14, 4, UINT32_MAX, 20014, false},
-      {0x18, 4, UINT32_MAX, 20019, false},
-      {0x1C, 4, UINT32_MAX, 20019, false},
-      {0xD0, 1, 1, 20019, false},
-      {0xD4, 1, 1, 120106, false},
-      {0xD8, 4, UINT32_MAX, 20019, false},
-      {0xD8, 4, INT32_MAX, 20019, false},
-      {0xDC, 1, 1, 20019, false},
-      {0xDC, 4, UINT32_MAX, 20019, false},
-      {0xE0, 1, 1, 20019, false},
-      {0xE0, 4, UINT32_MAX, 20019, false},
-      {0xE4, 4, UINT32_MAX, 0, false},
+    const char *damages;
+  } cases[] = {
+      {0, false, "05=00 06=04 E4=FFFFFFFF"},
+      {20003, false, "02=45 03=78 00=00"},
+      {20004, true, "06=02"},
+      {20005, true, "07=01"},
+      {20013, true, "08=01"},
+      {20013, false, "09=01"},
+      {20014, false, "14=0020 14=FFFFFFFF"},
+      {20019, false, "05=01 05=03 0D=01 18=FFFFFFFF 1C=FFFFFFFF D0=01 D8=FFFFFFFF D8=FFFFFF7F"},
+      {20019, false, "D8=0700000008 DC=FFFFFFFF E0=01 E0=FFFFFFFF"},
+      {20020, false, "04=01"},
+      {120106, false, "D4=01"},
+      {120107, false, "0C=01"},
+      {120111, true, "0A=00"},
   };
   for (const auto &test : cases) {
-    for (bool ignoring : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "offset " << test.offset << " ignoring " << ignoring);
+    for (const auto &[offset, bytes] : patches(test.damages)) {
       patch("orders.dat", 0, good);
-      char bytes[4];
-      store_u32(bytes, test.value);
-      patch("orders.dat", test.offset, std::string(bytes, static_cast<size_t>(test.width)));
-      const StatusCode expected = ignoring && test.ignorable ? 0 : test.status;
-      EXPECT_EQ(static_cast<bool>(open(ignoring ? "CHECK_IGNORE=true" : "")), expected == 0);
-      EXPECT_EQ(take_recorded(), expected == 0 ? Codes{} : Codes{expected});
+      patch("orders.dat", offset, bytes);
+      for (bool ignoring : {false, true}) {
+        SCOPED_TRACE(testing::Message() << "offset " << offset << " ignoring " << ignoring);
+        const StatusCode expected = ignoring && test.ignorable ? 0 : test.status;
+        EXPECT_EQ(static_cast<bool>(open(ignoring ? "CHECK_IGNORE=true" : "")), expected == 0);
+        EXPECT_EQ(take_recorded(), expected == 0 ? Codes{} : Codes{expected});
+      }
     }
   }
   for (int name : {0x30, 0x90}) {  // not terminated
@@ -165,33 +156,31 @@ TEST_F(Blocks, DamagedHeadersChangeNothingInMemory) {
   ASSERT_TRUE(database);
   write_record(*database);
   const std::string dat = content("orders.dat").substr(0, 4096), trn = content("orders.trn").substr(0, 4096);
-  const std::string before(reinterpret_cast<char *>(&database->header), sizeof(HeaderRecord));
-  struct {
+  const HeaderRecord before = database->header;
+  const struct {
     PartNo part;
-    int offset;
-    std::string bytes;
     StatusCode status;
-  } const cases[] = {
-      {part_dat, 0x00, "X", 20003},           {part_dat, 0xD8, bytes({100}), 20019},
-      {part_dat, 0xE0, bytes({1}), 20019},    {part_trn, 0x01, "X", 20003},
-      {part_trn, 0xD0, bytes({0}), 20019},    {part_trn, 0xD8, bytes({20}), 20019},
-      {part_trn, 0xEC, bytes({0}), 20019},    {part_trn, 0xEC, bytes({3}), 20019},
-      {part_trn, 0xF0, bytes({0}), 20019},    {part_trn, 0xF0, bytes({3}), 20019},
-      {part_trn, 0xF3, bytes({0x80}), 20019}, {part_trn, 0xF4, bytes({100}), 20019},
-      {part_trn, 0xF8, bytes({6}), 20019},    {part_trn, 0xFF, bytes({0x80}), 20019},
-      {part_trn, 0xE8, bytes({1}), 0},
+    const char *damages;
+  } cases[] = {
+      {part_dat, 20003, "00=58"},
+      {part_dat, 20019, "D8=64 E0=01"},
+      {part_trn, 0, "E8=01"},
+      {part_trn, 20003, "01=58"},
+      {part_trn, 20019, "D0=00 D8=14 EC=00 EC=03 F0=00 F0=03 F3=80 F4=64 F8=06 FF=80"},
   };
   for (const auto &test : cases) {
-    SCOPED_TRACE(testing::Message() << "part " << test.part << " offset " << test.offset);
     const std::string name = test.part == part_dat ? "orders.dat" : "orders.trn";
-    patch(name, test.offset, test.bytes);
-    err_clear();
-    EXPECT_EQ(bm_read_header(*database, test.part), test.status == 0);
-    EXPECT_EQ(recorded(), test.status == 0 ? Codes{} : Codes{test.status});
-    if (test.status != 0) {
-      EXPECT_EQ(before, std::string(reinterpret_cast<char *>(&database->header), sizeof(HeaderRecord)));
+    for (const auto &[offset, bytes] : patches(test.damages)) {
+      SCOPED_TRACE(testing::Message() << name << " offset " << offset);
+      database->header = before;
+      patch(name, offset, bytes);
+      EXPECT_EQ(bm_read_header(*database, test.part), test.status == 0);
+      EXPECT_EQ(take_recorded(), test.status == 0 ? Codes{} : Codes{test.status});
+      if (test.status != 0) {
+        EXPECT_EQ(memcmp(&before, &database->header, sizeof before), 0);
+      }
+      patch(name, 0, test.part == part_dat ? dat : trn);
     }
-    patch(name, 0, test.part == part_dat ? dat : trn);
   }
   HeaderRecord empty = {};
   EXPECT_FALSE(header_decode(empty, part_trn, reinterpret_cast<const uint8_t *>(trn.data())));
@@ -344,10 +333,10 @@ TEST_F(Blocks, SingleStorageHoldsBothParts) {
   fs::rename(file("orders"), file("orders.dat"));
   EXPECT_FALSE(open()) << "opened in the wrong layout, the parts would overlap";
   fs::rename(file("orders.dat"), file("orders"));
-  patch("orders", 0x24, bytes({101}));
+  patch("orders", 0x24, "\x65");
   EXPECT_FALSE(open(raw));
   EXPECT_EQ(take_recorded(), (Codes{20013, 20019}));
-  patch("orders", 0x24, bytes({100}));
+  patch("orders", 0x24, "\x64");
   EXPECT_TRUE(open(raw));
   EXPECT_TRUE(remove(raw));
   EXPECT_EQ(files(), Names{});
@@ -461,7 +450,7 @@ TEST_F(Blocks, Listing) {
   BlockDatabase database = create();
   ASSERT_TRUE(database);
   bm_counters(*database, part_dat) = {9, 2, 9, 3};
-  ASSERT_TRUE(bm_write_block(*database, part_dat, 9, (bytes({7}) + block_of(0)).data()));
+  ASSERT_TRUE(bm_write_block(*database, part_dat, 9, ("\7" + block_of(0)).data()));
   ASSERT_TRUE(bm_write_block(*database, part_dat, 7, block_of(0).data()));
   write_record(*database);
   database->header.commit.ctime = {2024, 5, 6, 7, 8, 9, 0, 10};

@@ -29,12 +29,15 @@ int64_t transferred(int64_t length, int64_t position) {
   return scripted.result == 0 ? length : scripted.result;
 }
 
+template <class... Arguments>
+int answer(Arguments...) {
+  return scripted.result;
+}
+
 IoDriver scripted_driver() {
   IoDriver driver = {};
-  driver.name = "scripted";
   driver.drv_start = [] { return scripted.calls.push_back("start"), 0; };
   driver.drv_end = [] { scripted.calls.push_back("end"); };
-  driver.file_remove = [](const char *) { return scripted.result; };
   driver.file_open = [](const char *, int flags, int mode, int number, int size) -> DriverHandle {
     scripted.flags = flags;
     scripted.mode = mode;
@@ -48,14 +51,14 @@ IoDriver scripted_driver() {
     return transferred(length, at);
   };
   driver.file_size = [](DriverHandle) -> int64_t { return scripted.result; };
-  driver.file_sync = [](DriverHandle) { return scripted.result; };
-  driver.file_truncate = [](DriverHandle, int64_t) { return scripted.result; };
-  driver.file_lock = [](DriverHandle, int, int64_t, int64_t) { return scripted.result; };
-  driver.file_unlock = [](DriverHandle, int64_t, int64_t) { return scripted.result; };
-  driver.file_lock_test = [](DriverHandle, int, int64_t, int64_t) { return scripted.result; };
-  driver.file_rename = [](const char *, const char *) { return scripted.result; };
+  driver.file_remove = answer;
+  driver.file_sync = answer;
+  driver.file_truncate = answer;
+  driver.file_lock = driver.file_lock_test = answer;
+  driver.file_unlock = answer;
+  driver.file_rename = answer;
   driver.dir_open = [](const char *) { return scripted.result < 0 ? nullptr : (Directory *)&scripted; };
-  driver.dir_close = [](Directory *) { return scripted.result; };
+  driver.dir_close = answer;
   driver.dir_next = [](Directory *, char *, int capacity) { return capacity == 256 ? scripted.result : -1; };
   return driver;
 }
@@ -136,18 +139,19 @@ TEST_F(IoLayer, TellsTheDriverUnitFlagsAndPosition) {
     params_.storage_type = test.type;
     IoObject *object = open();
     ASSERT_NE(object, nullptr);
-    EXPECT_EQ(scripted.flags, 2);
-    EXPECT_EQ(scripted.mode, 0);
     EXPECT_EQ(scripted.unit_number, test.unit_number);
     EXPECT_EQ(scripted.unit_size, test.unit_size);
     char buffer[1];
-    EXPECT_TRUE(io_read_block(object, test.block, buffer));
-    EXPECT_EQ(scripted.position, test.position);
-    scripted.position = -1;
-    EXPECT_TRUE(io_write_block(object, test.block, buffer));
-    EXPECT_EQ(scripted.position, test.position);
-    EXPECT_EQ(scripted.length, 4096);
+    for (const bool writing : {false, true}) {
+      scripted.length = scripted.position = -1;
+      EXPECT_TRUE(writing ? io_write_block(object, test.block, buffer)
+                          : io_read_block(object, test.block, buffer));
+      EXPECT_EQ(scripted.position, test.position);
+      EXPECT_EQ(scripted.length, 4096);
+    }
   }
+  EXPECT_EQ(scripted.flags, 2);
+  EXPECT_EQ(scripted.mode, 0);
   ASSERT_NE(io_create(scripted_no, params_, "x", 1), nullptr);
   EXPECT_EQ(scripted.flags, open_create);
   EXPECT_EQ(scripted.mode, 0640);
