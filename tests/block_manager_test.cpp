@@ -303,13 +303,12 @@ TEST_F(Blocks, TemporaryDatabase) {
   const std::string name =
       "alter" + std::to_string(system_driver.process_id()) + "_" + std::to_string(current_thread()) + ".tmp";
   touch({name.c_str(), "alter.trn", "alter.1.trn_"});
-  {
-    BlockDatabase database = create("NAME=alter", DatabaseType::temporary);
-    ASSERT_TRUE(database) << "a dead process's storage is no obstacle";
-    EXPECT_TRUE(bm_write_header(*database, part_dat));
-    EXPECT_EQ(content(name), "") << "never a header";
-    EXPECT_TRUE(bm_saved_drop_stale(*database));
-  }
+  BlockDatabase database = create("NAME=alter", DatabaseType::temporary);
+  ASSERT_TRUE(database) << "a dead process's storage is no obstacle";
+  EXPECT_TRUE(bm_write_header(*database, part_dat));
+  EXPECT_EQ(content(name), "") << "never a header";
+  EXPECT_TRUE(bm_saved_drop_stale(*database));
+  database.bm.reset();
   EXPECT_EQ(files(), (Names{"alter.trn", "alter.1.trn_"})) << "another database's storages stay";
 }
 

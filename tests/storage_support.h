@@ -38,31 +38,26 @@ class Blocks : public ::testing::Test {
 
   BlockDatabase create(const std::string &more = "", DatabaseType type = DatabaseType::ordinary) const {
     BlockDatabase database = {ParamBlock(param_create(text(more).c_str())), nullptr};
-    if (database.params != nullptr) database.bm.reset(bm_create(*database.params, type));
+    database.bm.reset(bm_create(*database.params, type));
     return database;
   }
   BlockDatabase open(const std::string &more = "", bool clean_history = false) const {
     BlockDatabase database = {ParamBlock(param_create(text(more).c_str())), nullptr};
-    if (database.params != nullptr) database.bm.reset(bm_open(*database.params, clean_history));
+    database.bm.reset(bm_open(*database.params, clean_history));
     return database;
   }
   bool remove(const std::string &more = "") const {
-    ParamBlock params(param_create(text(more).c_str()));
-    return params != nullptr && bm_remove(*params);
+    return bm_remove(*ParamBlock(param_create(text(more).c_str())));
   }
 
   Names files() const {
-    Names names;
-    for (const auto &entry : std::filesystem::directory_iterator(dir_.path()))
-      names.insert(entry.path().filename().string());
-    return names;
+    const std::vector<std::string> names = file_names(dir_.path());
+    return Names(names.begin(), names.end());
   }
   size_t size(const std::string &name) const { return std::filesystem::file_size(file(name)); }
   std::string content(const std::string &name) const {
-    std::string bytes(size(name), '\0');
-    std::ifstream(file(name), std::ios::binary)
-        .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return bytes;
+    const Bytes bytes = read_file(file(name));
+    return std::string(bytes.begin(), bytes.end());
   }
   void put(const std::string &name, const std::string &bytes) const {
     std::ofstream(file(name), std::ios::binary) << bytes;

@@ -12,13 +12,13 @@ namespace fs = std::filesystem;
 
 constexpr size_t block_size = 1024;
 
-// A file database of blocks 3 to 9 in a directory of its own; block n is filled with n.
+// A file database of blocks 3 to 9; block n is filled with n.
 class TransactionTest : public testing::Test {
  protected:
-  explicit TransactionTest(const char *environment = "") : engine_(environment) {
+  TransactionTest() : engine_("") {
     env_set("HVI_LOG_FILE", log_.c_str());
     open(Database::Start::create);
-    for (uint8_t fill = 3; fill <= 9; ++fill) EXPECT_EQ(fill, (*db_)->tm == nullptr ? 0 : db_->add(fill));
+    for (uint8_t fill = 3; fill <= 9; ++fill) EXPECT_EQ(fill, db_->add(fill));
     EXPECT_TRUE(sm_direct_begin(**db_) && sm_direct_end(**db_));
   }
 
