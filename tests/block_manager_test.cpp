@@ -93,14 +93,11 @@ TEST_F(Blocks, HeaderBlocksByteByByte) {
 
   // Read back by somebody else, it gives the same block.
   BlockDatabase second = open();
-  ASSERT_TRUE(second);
-  ASSERT_TRUE(bm_trn_reopen(*second));
-  ASSERT_TRUE(bm_read_header(*second, part_trn));
+  ASSERT_TRUE(second && bm_trn_reopen(*second) && bm_read_header(*second, part_trn));
   std::string again = block_of('x');
   header_encode(second->header, part_trn, reinterpret_cast<uint8_t *>(again.data()), 4096);
   EXPECT_EQ(hex(again), hex(trn));
   EXPECT_EQ(second->header.last_applied, 0x1122334455667788);
-  EXPECT_EQ(recorded(), Codes{});
 }
 
 TEST_F(Blocks, OpeningChecksTheHeader) {

@@ -131,7 +131,6 @@ TEST_F(IoLayer, TellsTheDriverUnitFlagsAndPosition) {
       {StorageType::memory, 3, 0, 4096, 12288},
       {StorageType::device, 3, 5, 512, 88},
       {StorageType::device, INT32_MAX, 5, 512, 8LL * INT32_MAX + 64},
-      {StorageType::sqlite, 0, 0, 4096, 0},
       {StorageType::network, 1, 0, 0, 4096},
   };
   for (const auto &test : cases) {
