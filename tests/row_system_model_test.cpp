@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "data_support.h"
+#include "platform/held.h"
 
 namespace tovik::test {
 namespace {
@@ -17,19 +18,7 @@ struct ModelSystem {
 };
 using ModelState = std::map<RowNo, ModelSystem>;  // by number
 
-class Held {
- public:
-  Held(RowNo number, StorageManager &sm) : rows_(row_system_open(number, sm)) {}
-  ~Held() { row_system_close(rows_); }
-  Held(const Held &) = delete;
-  Held &operator=(const Held &) = delete;
-  RowSystem *operator->() const { return rows_; }
-  RowSystem &operator*() const { return *rows_; }
-  explicit operator bool() const { return rows_ != nullptr; }
-
- private:
-  RowSystem *rows_;
-};
+using OpenRows = Held<RowSystem, row_system_close>;
 
 class RowSystemModel {
  public:
@@ -41,10 +30,8 @@ class RowSystemModel {
       const int kind = random_.below(100);
       if (kind < 6)
         begin();
-      else if (kind < 10)
-        end(true);
       else if (kind < 13)
-        end(false);
+        end(kind < 10);
       else if (kind < 14)
         reopen();
       else if (kind < 18)
@@ -90,9 +77,7 @@ class RowSystemModel {
       else
         for (int i = random_.below(8); i >= 0; --i) change_row(chosen->first, chosen->second);
     }
-    if (random_.one_in(4)) {
-      EXPECT_TRUE(row_systems_write_counters(*store_.sm)) << errors();  // as a flush does
-    }
+    EXPECT_TRUE(!random_.one_in(4) || row_systems_write_counters(*store_.sm)) << errors();  // as a flush does
     if (direct) store_.save();
   }
 
@@ -122,8 +107,8 @@ class RowSystemModel {
   }
 
   void change_row(RowNo number, ModelSystem &system) {
-    const Held rows(number, *store_.sm);
-    ASSERT_TRUE(rows) << errors();
+    const OpenRows rows(row_system_open(number, *store_.sm));
+    ASSERT_NE(rows.get(), nullptr) << errors();
     RowNo row = 0;
     if (system.rows.empty() || random_.below(10) < 5) {
       const std::string value = new_value(system);
@@ -157,14 +142,14 @@ class RowSystemModel {
   void check(const ModelState &state) {
     for (const auto &[number, system] : state) {
       SCOPED_TRACE("row system " + std::to_string(number));
-      const Held rows(number, *store_.sm);
-      ASSERT_TRUE(rows) << errors();
+      const OpenRows rows(row_system_open(number, *store_.sm));
+      ASSERT_NE(rows.get(), nullptr) << errors();
       EXPECT_EQ(row_autoinc_get(*rows).next, system.next);
       row_kind_variable(system.kind) ? check_values(*rows, system) : check_scan(*rows, system);
     }
     for (const RowNo number : numbers_) {
       const bool there = state.count(number) != 0;
-      EXPECT_TRUE(there || !Held(number, *store_.sm)) << number << " is no more";
+      EXPECT_TRUE(there || row_system_open(number, *store_.sm) == nullptr) << number << " is no more";
     }
     err_clear();
   }
@@ -245,9 +230,12 @@ class DamagedRows {
   }
 
  private:
+  int size_for(const RowSystem &rows) {
+    return row_kind_variable(rows.kind) ? 1 + random_.below(3000) : rows.row_size - 1;
+  }
   bool insert(RowSystem &rows) {
     RowNo row = 0;
-    const int size = row_kind_variable(rows.kind) ? 1 + random_.below(3000) : rows.row_size - 1;
+    const int size = size_for(rows);
     if (!row_insert(rows, filled(size, 'd').data(), size, &row)) return false;
     rows_.push_back(row);
     return true;
@@ -260,32 +248,23 @@ class DamagedRows {
     while ((fetch = row_scan_next(scan, nullptr, 0, &row)) == RowFetch::row) continue;
     return fetch == RowFetch::end;
   }
+  bool read(RowSystem &rows, RowNo row, std::string data) {
+    const int size = size_for(rows);
+    return row_kind_variable(rows.kind) ? row_read_variable(rows, row, data.data(), size)
+                                        : row_read(rows, row, data.data(), size, nullptr) != RowRead::failed;
+  }
   void change(RowSystem &rows) {
     RowNo row = rows_[static_cast<size_t>(random_.below(static_cast<int>(rows_.size())))], next = 0;
-    std::string data(4000, '\0');
-    const int size = row_kind_variable(rows.kind) ? 1 + random_.below(3000) : rows.row_size - 1;
-    bool done = false;
-    switch (random_.below(6)) {
-      case 0:
-        done = insert(rows);
-        break;
-      case 1:
-        done = row_update(rows, &row, data.data(), size);
-        break;
-      case 2:
-        done = row_delete(rows, row) != RowRead::failed;
-        break;
-      case 3:
-        done = row_kind_variable(rows.kind)
-                   ? row_read_variable(rows, row, data.data(), size)
-                   : row_read(rows, row, data.data(), size, &next) != RowRead::failed;
-        break;
-      case 4:
-        done = row_previous(rows, row, &next) && row_next_position(rows, row, &next);
-        break;
-      case 5:
-        done = scan(rows);
-    }
+    const std::string data(4000, '\0');
+    const std::function<bool()> changes[] = {
+        [&] { return insert(rows); },
+        [&] { return row_update(rows, &row, data.data(), size_for(rows)); },
+        [&] { return row_delete(rows, row) != RowRead::failed; },
+        [&] { return read(rows, row, data); },
+        [&] { return row_previous(rows, row, &next) && row_next_position(rows, row, &next); },
+        [&] { return scan(rows); },
+    };
+    const bool done = changes[random_.below(6)]();
     EXPECT_NE(done, first_status() != 0);
   }
 
