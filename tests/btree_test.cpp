@@ -1,5 +1,5 @@
-// The B-tree page by page: formats byte for byte, the shapes that splits and deletions leave, ranges, levels
-// of a transaction, a full data file and damaged pages.
+// The B-tree page by page: formats byte for byte, the shapes that splits leave, handles over transactions and
+// processes, and damaged pages.
 #include "data_support.h"
 
 namespace tovik {
@@ -17,10 +17,6 @@ BtreeDefinition normal_int(int slots) {
 struct Key {
   uint8_t bytes[btree_key_limit] = {};
   Key(int number) { store_i32(bytes, number); }
-  Key(int first, int second) {
-    store_i32(bytes, first);
-    store_i32(bytes + 4, second);
-  }
   operator const uint8_t *() const { return bytes; }
 };
 
@@ -52,21 +48,10 @@ class BtreeTest : public testing::Test {
   Btree *index = nullptr;
 };
 
-std::string hex(const uint8_t *bytes, int size) {
-  std::string text;
-  char pair[4];
-  for (int i = 0; i < size; ++i) {
-    snprintf(pair, sizeof(pair), "%02x", bytes[i]);
-    text += pair;
-    if (i % 4 == 3 && i + 1 < size) text += ' ';
-  }
-  return text;
-}
-
 std::string page_hex(Btree &index, uint32_t block, int size) {
   Page page;
   EXPECT_TRUE(btree_page_get(index, block, page)) << test::errors();
-  return hex(page.data(), size);
+  return test::hex(page.data(), size);
 }
 
 uint32_t number_at(Btree &index, uint32_t block, int offset) {
@@ -82,33 +67,31 @@ TEST_F(BtreeTest, RecordsAndPagesHaveTheirLayout) {
   strcpy(made.index_name, "by_time");
   Btree &tree = make(made, "table");
   const DataSystems &systems = data_systems(*store.sm);
+  const auto word = [](uint32_t number) {
+    uint8_t bytes[4];
+    store_u32(bytes, number);
+    return test::hex(bytes, 4);
+  };
+  const std::string root = word(tree.root), overflow = word(tree.root + 1), none = word(0);
   uint8_t record[btree_descriptor_size];
   ASSERT_EQ(row_read(*systems.index_descriptors, tree.number, record, sizeof(record), nullptr),
             RowRead::active);
-  char expected[256];
-  snprintf(expected, sizeof(expected),
-           "02000000 02000200 04000000 43000c02 04000300 01000500 %02x000000 %02x%02x%02x%02x 04030201",
-           tree.root, tree.counter_row & 255, tree.counter_row >> 8 & 255, tree.counter_row >> 16 & 255,
-           tree.counter_row >> 24);
-  EXPECT_EQ(hex(record, 36), expected);
+  EXPECT_EQ(test::hex(record, 36),
+            "02000000020002000400000043000c020400030001000500" + root + word(tree.counter_row) + "04030201");
   EXPECT_STREQ(reinterpret_cast<char *>(record + 36), "table");
   EXPECT_STREQ(reinterpret_cast<char *>(record + 68), "by_time");
   ASSERT_EQ(row_read(*systems.index_counters, tree.counter_row, record, btree_counter_size, nullptr),
             RowRead::active);
-  EXPECT_EQ(load_u32(record), tree.root);
-  EXPECT_EQ(load_u32(record + 4), tree.root);
-  EXPECT_EQ(load_u32(record + 8), 1u);
+  EXPECT_EQ(test::hex(record, 12), root + root + word(1));
 
   const uint8_t key[7] = {0x2a, 0, 0, 0, 'a', 'b', 0};
   for (RowNo row : {0x500u, 0x3u, 0x900u, 0x1u})
     ASSERT_EQ(btree_insert(tree, key, &row), BtreeInsert::inserted);
-  const uint32_t overflow = tree.root + 1;
-  EXPECT_EQ(page_hex(tree, tree.root, 48),
-            "00000000 0" + std::to_string(overflow) + "000000 00000000 00000000 00000000 01000000 " +
-                "04000000 0" + std::to_string(overflow) + "000000 00050000 00090000 2a000000 616200" + "00");
-  EXPECT_EQ(page_hex(tree, overflow, 32), "0" + std::to_string(tree.root) +
-                                              "000000 00000000 00000000 00000000 00000000 02000000 "
-                                              "01000000 03000000");
+  EXPECT_EQ(page_hex(tree, tree.root, 47), none + overflow + none + none + none + word(1) +  // one item
+                                               word(4) + overflow + "00050000" + "00090000" +
+                                               "2a000000616200");
+  EXPECT_EQ(page_hex(tree, tree.root + 1, 32),
+            root + none + none + none + none + word(2) + "01000000" + "03000000");
 }
 
 TEST(BtreeCreate, ItemKindsFollowFromTheDefinition) {
@@ -127,13 +110,11 @@ TEST(BtreeCreate, ItemKindsFollowFromTheDefinition) {
   three.part_count = 3;
   const Case cases[] = {
       {unique_int, 0, 8, 509},
-      {normal_int(4), 0, 28, 145},
       {normal_int(0), 0, 12, 339},
       {payload, 0, 68, 59},
       {definition(0, 16, {{type::character, 64}, {type::character, 64}}), 0, 200, 20},
       {definition(0, 16, {{type::character, 64}, {type::character, 65}}), status::btree_create, 0, 0},
       {definition(btree_unique, 1, {{type::text, 8}}), status::btree_create, 0, 0},
-      {definition(btree_unique, 1, {{type::int32, 5}}), status::btree_create, 0, 0},
       {normal_payload, status::btree_create, 0, 0},
       {no_payload, status::btree_value_size, 0, 0},
       {normal_int(17), status::btree_master_count, 0, 0},
@@ -274,31 +255,28 @@ TEST_F(BtreeTest, OneHandlePerIndexWhateverBecameOfIt) {
   ASSERT_TRUE(btree_drop(index));
   EXPECT_EQ(btree_open(*store.sm, number), nullptr);
   test::on_other_thread([&] {
-    Btree *other = btree_open(*store.sm, number);
-    EXPECT_EQ(other, index) << "dropped for the owner only";
-    if (other != nullptr) btree_close(other);
+    EXPECT_EQ(btree_open(*store.sm, number), index) << "dropped for the owner only";
+    btree_close(index);
   });
   store.rollback();
-  store.begin();
-  EXPECT_EQ(btree_open(*store.sm, number), index) << "there again for the owner, too";
-  Btree *made = btree_create(*store.sm, unique_int);
-  ASSERT_NE(made, nullptr);
-  test::on_other_thread([&] { EXPECT_EQ(btree_open(*store.sm, made->number), nullptr); });
-  btree_close(made);
-  store.rollback();
-  EXPECT_EQ(data_systems(*store.sm).btrees, index);
-  EXPECT_EQ(index->next, nullptr) << "what was rolled back leaves no handle";
+  ASSERT_EQ(btree_open(*store.sm, number), index) << "there again for the owner, too";
 
-  store.begin();
-  made = btree_create(*store.sm, unique_int);
-  ASSERT_NE(made, nullptr);
-  store.commit();
-  EXPECT_EQ(btree_open(*store.sm, made->number), made);
-  btree_close(made);
-  store.begin();
-  ASSERT_TRUE(btree_drop(made));
-  store.commit();
-  EXPECT_EQ(data_systems(*store.sm).btrees, index) << "a committed drop takes the handle along";
+  for (const bool commits : {false, true}) {
+    store.begin();
+    Btree *made = btree_create(*store.sm, unique_int);
+    ASSERT_NE(made, nullptr);
+    test::on_other_thread([&] { EXPECT_EQ(btree_open(*store.sm, made->number), nullptr); });
+    btree_close(made);
+    commits ? store.commit() : store.rollback();
+    if (commits) {
+      EXPECT_EQ(btree_open(*store.sm, made->number), made);
+      btree_close(made);
+      store.begin();
+      ASSERT_TRUE(btree_drop(made));
+      store.commit();
+    }
+    EXPECT_TRUE(data_systems(*store.sm).btrees == index && index->next == nullptr) << "no handle is left";
+  }
 
   // A handle outlives its last close until its counters are written.
   for (int i = 0; i < 600; ++i) ASSERT_TRUE(insert(*index, i, 1));
@@ -372,35 +350,6 @@ TEST_F(BtreeTest, TheDumpListsEverything) {
                 " --- overflow leaf size ---\n isz:[4] ksz:[4] vszt:[0] mcnt[250]\n"
                 " --- overflow node size ---\n isz:[8] ksz:[4] vszt:[4] mcnt[125]\n"
                 " --- traverse ---\n item count :[3]\n");
-}
-
-TEST(BtreeFull, RandomInsertsIntoAFullDataFile) {
-  test::Random random;
-  for (const int slots : {-1, 0, 2}) {
-    Store store("BLOCK_SIZE=1024;SIZE_DAT=60B");
-    store.begin();
-    BtreeDefinition made =
-        definition(slots < 0 ? btree_unique : 0, slots, {{type::int32, 4}, {type::int32, 4}});
-    if (slots == 0) made.parts[1] = {type::character, 120, 2};  // seven keys a page, and a page per key
-    Btree *index = btree_create(*store.sm, made);
-    ASSERT_NE(index, nullptr) << test::errors();
-    std::set<std::pair<int, RowNo>> held, found;
-    for (int failures = 0; failures < 40; err_clear()) {
-      const int key = random.below(slots > 0 ? 30 : 1 << 30);
-      const RowNo row = static_cast<RowNo>(random.below(1 << 30));
-      if (insert(*index, key, row)) {
-        held.emplace(key, row);
-      } else {
-        ASSERT_TRUE(recorded(status::btree_new_page)) << test::errors();
-        ++failures;
-      }
-    }
-    for (const auto &[key, rows] : walk(*index).items)
-      for (RowNo row : rows) found.emplace(load_i32(key.data()), row);
-    EXPECT_EQ(found, held);
-    store.commit();
-    btree_close(index);
-  }
 }
 
 // ---- damage
@@ -497,41 +446,6 @@ TEST_F(BtreeTest, ATreeEndsAtSixteenLevels) {
   ASSERT_TRUE(btree_page_write(leaf));
   EXPECT_EQ(btree_search(tree, last, nullptr), BtreeFind::failed);
   EXPECT_EQ(error_record().last_code, status::btree_depth);
-}
-
-// Whatever bytes a page holds, operations end and touch nothing outside their pages.
-TEST(BtreeRandomDamage, NothingCrashesOrLoops) {
-  test::Random random;
-  for (int round = 0; round < 60; ++round) {
-    Store store;
-    const int slots = round % 3 - 1;
-    Btree *index = btree_create(*store.sm, slots < 0 ? unique_int : normal_int(slots));
-    ASSERT_NE(index, nullptr);
-    const auto key = [&] { return Key(random.below(slots < 0 ? 5000 : 400)); };
-    for (int i = 0; i < 3000; ++i) (void)insert(*index, key(), static_cast<RowNo>(1 + random.below(9)));
-    for (int step = 0; step < 200; ++step) {
-      Page page;
-      const BlockNo block = 3 + random.below(bm_counters(*store.sm->bm, part_dat).bcnt - 2);
-      if (step % 10 == 0 && sm_page_get(*store.sm, block, 0, page)) {
-        const int offset = random.one_in(2) ? 4 * random.below(12) : random.below(1021);
-        store_u32(page.data() + offset, random.one_in(2) ? static_cast<uint32_t>(random.below(60))
-                                                         : static_cast<uint32_t>(random.next()));
-        ASSERT_TRUE(sm_page_release_write(page));
-      }
-      err_clear();
-      const RowNo row = static_cast<RowNo>(1 + random.below(9));
-      RowSet rows{};
-      const int operation = random.below(4);
-      if (operation == 0) (void)insert(*index, key(), row);
-      if (operation == 1) (void)remove(*index, key(), row);
-      if (operation == 2) (void)btree_search(*index, key(), &rows);
-      if (operation == 3)
-        (void)btree_range(*index, {key(), Bound::inclusive, nullptr, Bound::none, false}, rows);
-      ASSERT_EQ(store.sm->dat->lock_count, 0);
-    }
-    btree_close(index);
-    err_clear();
-  }
 }
 
 }  // namespace

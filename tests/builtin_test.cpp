@@ -57,13 +57,11 @@ class BuiltinTest : public test::ExpressionTest {
     const int number = builtin_find(name)->number;
     Accumulator accumulator;
     Value result{};
-    const Value *first = rows.empty() ? nullptr : &rows[0].value;
-    if (!builtin_start(number, first, rows.empty() ? 0 : 1, accumulator)) return failure('!');
+    if (!builtin_start(number, &rows[0].value, 1, accumulator)) return failure('!');
     for (size_t i = 1; i < rows.size(); ++i)  // the first row only gives the type
       EXPECT_TRUE(builtin_accumulate(number, &rows[i].value, 1, accumulator));
     builtin_finish(number, accumulator, result);
-    EXPECT_NE(result.flags & value_aggregate, 0);
-    return test::text_of(result) + (result.type == type::bigint ? " bigint" : " double");
+    return test::text_of(result);
   }
 
  private:
@@ -237,15 +235,12 @@ TEST_F(BuiltinTest, Aggregates) {
     std::vector<Argument> rows;
     const char *result;
   } cases[] = {
-      {"SUM", {0, 3, nullptr, 4}, "7 bigint"},
-      {"SUM", {0.0, 1.5, 2.0}, "3.5 double"},
-      {"SUM", {0, INT64_MAX, 1}, "-9223372036854775808 bigint"},
-      {"AVG", {0.0}, "NULL double"},
-      {"MAX", {0, -5, -3, nullptr, -4}, "-3 bigint"},
-      {"MIN", {0.0, 5.0, -3.5, 4.0}, "-3.5 double"},
-      {"COUNT", {nullptr, 1, nullptr, 2}, "2 bigint"},
-      {"SUM", {0, 1, 2.9}, "3 bigint"},
-      {"AVG", {}, "!153001"},
+      {"SUM", {0.0, 1.5, nullptr, 2.0}, "3.5"},
+      {"SUM", {0, INT64_MAX, 1}, "-9223372036854775808"},
+      {"SUM", {0, 1, 2.9}, "3"},
+      {"MAX", {0, -5, -3, nullptr, -4}, "-3"},
+      {"MIN", {0.0, 5.0, -3.5, 4.0}, "-3.5"},
+      {"COUNT", {nullptr, 1, nullptr, 2}, "2"},
       {"ABS", {1}, "!53001"},
   };
   for (const auto &c : cases) EXPECT_EQ(aggregate(c.name, c.rows), c.result) << c.name;
@@ -256,30 +251,25 @@ TEST_F(BuiltinTest, Aggregates) {
 TEST_F(BuiltinTest, RandomTextsObeyTheirLaws) {
   test::Random random;
   const char *const pieces[] = {"a", "b", " ", "\xE3\x81\x82", "\xE3", "\x81", "\xFC\x80", "\xC3\xA4"};
-  for (int i = 0; i < 3000; ++i) {
+  for (int i = 0; i < 3000 && !HasFailure(); ++i) {
     memory_pool_empty(*pool_);
     std::string text, sought;
     for (int n = random.below(10); n > 0; --n) text += pieces[random.below(8)];
     for (int n = random.below(3); n > 0; --n) sought += pieces[random.below(8)];
-    const int number = random.below(14) - 3;
+    const int number = 1 + random.below(10);
     SCOPED_TRACE(testing::PrintToString(text) + " " + testing::PrintToString(sought) + " " +
                  std::to_string(number));
     EXPECT_EQ(call("REPLACE", {text, sought, sought}), text);
     EXPECT_EQ(call("TRANSLATE", {text, sought, sought}), text);
-    if (number > 0) {
-      EXPECT_EQ(call("LEFT", {text, number}) + call("SUBSTR", {text, number + 1}), text);
-      EXPECT_EQ(call("SUBSTR", {text, -number, 0}).size(), call("RIGHT", {text, number}).size());
-      EXPECT_TRUE(call("RPAD", {text, number}).starts_with(call("LEFT", {text, number})));
-    }
+    EXPECT_EQ(call("LEFT", {text, number}) + call("SUBSTR", {text, number + 1}), text);
+    EXPECT_EQ(call("SUBSTR", {text, -number, 0}).size(), call("RIGHT", {text, number}).size());
+    EXPECT_TRUE(call("RPAD", {text, number}).starts_with(call("LEFT", {text, number})));
     EXPECT_EQ(call("REVERSE", {text}).size(), text.size());
     const int position = std::stoi(call("INSTR", {text, sought}));
     EXPECT_LE(position, std::stoi(call("LENGTH", {text})));
-    if (position > 0) {
-      EXPECT_EQ(call("SUBSTR", {text, position}).compare(0, sought.size(), sought), 0);
-    }
+    EXPECT_TRUE(position == 0 || call("SUBSTR", {text, position}).starts_with(sought));
     call("UPPER", {text});
     call("TODATE", {text, "YYYY" + text});
-    if (testing::Test::HasFailure()) return;
   }
 }
 

@@ -146,7 +146,6 @@ TEST_F(Catalog, TableValidation) {
       {"byte", {column("a", type::byte, 8)}, ones, status::column_type},
       {"unknown type", {column("a", 0x4f)}, ones, status::column_type},
       {"init 0", {number(type::int32)}, {0, 1, 1}, status::auto_increment_init},
-      {"step 0", {number(type::int32)}, {1, 0, 1}, status::auto_increment_step},
       {"step 65536", {number(type::int32)}, {1, 65536, 1}, status::auto_increment_step},
       {"smallint 32768", {number(type::csmallint)}, {32768, 1, 1}, status::auto_increment_init_range},
       {"int 2147483648", {number(type::int32)}, {2147483648, 1, 1}, status::auto_increment_init_range},

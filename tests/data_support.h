@@ -68,6 +68,15 @@ class StorageFixture {
   Params *params_ = nullptr;
 };
 
+inline std::string hex(const uint8_t *bytes, int size) {
+  std::string text;
+  for (int i = 0; i < size; ++i) {
+    char digits[3];
+    snprintf(digits, sizeof digits, "%02x", bytes[i]);
+    text += digits;
+  }
+  return text;
+}
 // Little-endian bytes of unsigned 32-bit values, and count equal bytes.
 inline std::string u32s(std::initializer_list<uint32_t> values) {
   std::string text;
@@ -132,11 +141,9 @@ class Walker {
 
   void master_item(const uint8_t *item) {
     const BtreeItemKind &kind = index_.master_leaf;
-    std::string key(reinterpret_cast<const char *>(item) + kind.value_size,
-                    static_cast<size_t>(kind.key_size));
+    const int size = index_.definition.value_size;
     std::vector<RowNo> rows;
     uint32_t total = 1, root = 0;
-    const int size = index_.definition.value_size;
     if (btree_is_unique(index_)) {
       rows.push_back(btree_load_row(item, size));
     } else {
@@ -149,7 +156,8 @@ class Walker {
     }
     if (root != 0) roots_.emplace_back(walk_.items.size(), root);
     totals_.push_back(total);
-    walk_.items.emplace_back(std::move(key), std::move(rows));
+    const char *key = reinterpret_cast<const char *>(item) + kind.value_size;
+    walk_.items.emplace_back(std::string(key, static_cast<size_t>(kind.key_size)), std::move(rows));
   }
 
   void tree(const Tree &tree, const std::function<void(const uint8_t *)> &visit) {
@@ -181,32 +189,32 @@ class Walker {
     previous_.assign(reinterpret_cast<const char *>(key), size);
   }
 
-  void subtree(const Tree &tree, uint32_t block, int level,
+  void subtree(const Tree &tree, uint32_t block, size_t level,
                const std::function<void(const uint8_t *)> &visit) {
-    ASSERT_LT(level, btree_depth_limit);
+    ASSERT_LT(level, static_cast<size_t>(btree_depth_limit));
     ASSERT_TRUE(pages_.insert(block).second) << "page " << block << " twice";
     Page page;
     ASSERT_TRUE(tree_page_get(tree, block, page)) << errors();
-    const std::string copy(reinterpret_cast<const char *>(page.data()),
-                           static_cast<size_t>(bm_block_size(*index_.sm->bm)));
+    Bytes copy(page.data(), page.data() + bm_block_size(*index_.sm->bm));
     ASSERT_TRUE(sm_page_release(page));
-    uint8_t *data = reinterpret_cast<uint8_t *>(const_cast<char *>(copy.data()));
-    if (levels_.size() <= static_cast<size_t>(level)) levels_.resize(static_cast<size_t>(level) + 1);
-    levels_[static_cast<size_t>(level)].push_back(block);
+    uint8_t *data = copy.data();
+    if (levels_.size() <= level) levels_.emplace_back();
+    levels_[level].push_back(block);
     const BtreeItemKind &kind = tree_kind(tree, data);
     const int count = bpage::item_count(data);
-    if (bpage::is_leaf(data)) {
-      EXPECT_TRUE(depth_ == 0 || depth_ == level + 1) << "leaves at different depths";
+    const bool leaf = bpage::is_leaf(data);
+    if (leaf) {
+      EXPECT_TRUE(depth_ == 0 || depth_ == static_cast<int>(level) + 1) << "leaves at different depths";
       EXPECT_TRUE(count > 0 || level == 0) << "empty leaf " << block;
-      depth_ = level + 1;
+      depth_ = static_cast<int>(level) + 1;
       leaf_counts_.push_back(count);
     }
     for (int i = 0; i < count; ++i) {
-      if (!bpage::is_leaf(data)) subtree(tree, bpage::child(data, kind, i), level + 1, visit);
-      key_follows(tree, bpage::key(data, kind, i), !bpage::is_leaf(data));
-      if (bpage::is_leaf(data)) visit(bpage::item(data, kind, i));
+      if (!leaf) subtree(tree, bpage::child(data, kind, i), level + 1, visit);
+      key_follows(tree, bpage::key(data, kind, i), !leaf);
+      if (leaf) visit(bpage::item(data, kind, i));
     }
-    if (!bpage::is_leaf(data)) subtree(tree, bpage::child(data, kind, count), level + 1, visit);
+    if (!leaf) subtree(tree, bpage::child(data, kind, count), level + 1, visit);
   }
 
   void allocation_chain() {

@@ -7,7 +7,7 @@
 #include "data/catalog.h"
 #include "data/database.h"
 #include "data/row_handle.h"
-#include "engine_support.h"
+#include "data_support.h"
 
 namespace tovik::test {
 
@@ -208,15 +208,5 @@ class DatabaseTest : public testing::Test {
   Engine engine;
   TestDatabase store;
 };
-
-inline std::string hex(const uint8_t *bytes, int size) {
-  std::string text;
-  for (int i = 0; i < size; ++i) {
-    char digits[3];
-    snprintf(digits, sizeof digits, "%02x", bytes[i]);
-    text += digits;
-  }
-  return text;
-}
 
 }  // namespace tovik::test

@@ -419,35 +419,5 @@ TEST_F(RowSystemTest, DamagedDescriptorsAreRefused) {
   EXPECT_EQ(first_status(), status::row_system_deleted);
 }
 
-// In a database that is full a value either fits or leaves nothing behind.
-TEST(RowSystemSpace, FailedInsertLeavesNothingBehind) {
-  StorageFixture store("BLOCK_SIZE=1024;SIZE_DAT=40K");
-  RowSystem *rows = row_system_create(*store.sm, RowKind::variable, 99, 0, 0, 0);
-  ASSERT_NE(rows, nullptr) << errors();
-  const std::string value = filled(9 * 1024, 'v'), larger = filled(20 * 1024, 'w');
-  const auto insert = [&](int size) {
-    RowNo row = 0;
-    return row_insert(*rows, value.data(), size, &row) ? row : 0;
-  };
-  RowNo kept[3];
-  for (RowNo &row : kept) ASSERT_NE(row = insert(9 * 1024), 0u) << errors();
-  const RowCounters before = rows->counters[0];
-  const int used = store.used_blocks();
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(insert(9 * 1024), 0u);
-    RowNo row = kept[1];
-    EXPECT_FALSE(row_update(*rows, &row, larger.data(), 20 * 1024));
-    EXPECT_EQ(memcmp(&before, &rows->counters[0], sizeof before), 0);
-    EXPECT_EQ(store.used_blocks(), used);
-  }
-  for (const RowNo row : kept) {
-    std::string copy(value.size(), '?');
-    EXPECT_TRUE(row_read_variable(*rows, row, copy.data(), 9 * 1024));
-    EXPECT_EQ(copy, value);
-  }
-  err_clear();
-  EXPECT_NE(insert(500), 0u) << errors();
-}
-
 }  // namespace
 }  // namespace tovik::test
