@@ -13,8 +13,8 @@ namespace tovik::test {
 
 class StorageFixture {
  public:
-  explicit StorageFixture(const std::string &options = "BLOCK_SIZE=1024") {
-    params_ = param_create(("NAME=store;PATH=" + dir_.path() + ";" + options).c_str());
+  explicit StorageFixture(const std::string &options = "BLOCK_SIZE=1024")
+      : params_(param_create(("NAME=store;PATH=" + dir_.path() + ";" + options).c_str())) {
     EXPECT_TRUE(params_ != nullptr && param_check(*params_, true)) << errors();
     sm = sm_create(*params_);
     EXPECT_TRUE(sm != nullptr && sm_direct_end(*sm)) << errors();
@@ -65,7 +65,7 @@ class StorageFixture {
  private:
   Engine engine_;
   TempDir dir_;
-  Params *params_ = nullptr;
+  Params *params_;
 };
 
 inline std::string hex(const uint8_t *bytes, int size) {
@@ -79,12 +79,9 @@ inline std::string hex(const uint8_t *bytes, int size) {
 }
 // Little-endian bytes of unsigned 32-bit values, and count equal bytes.
 inline std::string u32s(std::initializer_list<uint32_t> values) {
-  std::string text;
-  for (const uint32_t value : values) {
-    char bytes[4];
-    store_u32(bytes, value);
-    text.append(bytes, 4);
-  }
+  std::string text(4 * values.size(), '\0');
+  char *at = text.data();
+  for (const uint32_t value : values) store_u32(std::exchange(at, at + 4), value);
   return text;
 }
 inline std::string filled(size_t count, char byte = '\0') {
@@ -179,13 +176,12 @@ class Walker {
   // Keys ascend strictly over the whole tree; a separator lies between its child's keys and the keys after.
   void key_follows(const Tree &tree, const uint8_t *key, bool separator) {
     const size_t size = static_cast<size_t>(tree.leaf->key_size);
-    if (!previous_.empty()) {
-      const uint8_t *before = reinterpret_cast<const uint8_t *>(previous_.data());
-      const int sign = tree.leaf == &index_.master_leaf
-                           ? btree_key_compare(index_, before, key, index_.definition.part_count)
-                           : memcmp(before, key, size);
-      EXPECT_TRUE(sign < 0 || (sign == 0 && separator)) << "keys ascend";
-    }
+    const uint8_t *before = reinterpret_cast<const uint8_t *>(previous_.data());
+    const int sign = previous_.empty() ? -1
+                     : tree.leaf == &index_.master_leaf
+                         ? btree_key_compare(index_, before, key, index_.definition.part_count)
+                         : memcmp(before, key, size);
+    EXPECT_TRUE(sign < 0 || (sign == 0 && separator)) << "keys ascend";
     previous_.assign(reinterpret_cast<const char *>(key), size);
   }
 

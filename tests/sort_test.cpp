@@ -186,19 +186,5 @@ TEST_F(SortTest, RandomRowsSortAndBecomeDistinct) {
   }
 }
 
-TEST_F(SortTest, RawBytesAndBlobsAreComparedWhole) {
-  Store store({{type::byte, 2}, {type::blob, 0}});
-  const uint8_t raw[][2] = {{0, 2}, {0, 1}, {0, 2}};
-  const uint8_t blob[][6] = {{1, 0, 0, 0, 9}, {2, 0, 0, 0, 0, 1}, {1, 0, 0, 0, 9}};
-  for (int i = 0; i < 3; ++i) {
-    const void *values[] = {raw[i], blob[i]};
-    ASSERT_TRUE(sort_store_row(*store, values, nullptr));
-  }
-  ASSERT_TRUE(sort_remove_duplicates(*store));
-  ASSERT_EQ(store->rows.size(), 2);
-  ASSERT_TRUE(sort_execute(*store, &up, 1));
-  EXPECT_EQ(static_cast<const uint8_t *>(store->rows[0]->values[0])[1], 1);
-}
-
 }  // namespace
 }  // namespace tovik::test
