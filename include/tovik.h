@@ -310,10 +310,11 @@ TOVIK_API int tovik_sort(tovik_order *order, int count, ...);
 
 /* Opens a cursor over count tables: over every combination of their rows, the first table outermost, that
  * meets cond (null: all), in the order of order (null: as the rows lie). Result: a cursor, to be closed with
- * tovik_closecur; null with 202115 (database handle), 202125 (tables null, a name null or empty), 202126
- * (count below 1), 140003 (database busy), 202102, 202160 (an operand of cond missing), 202161 (a cond that
- * no builder filled), 141004 (no such table), 150008 (no such column), 150006 (column and value cannot be
- * compared), 143101 (the area of the sort, HVI_TMP_BUF_SIZE, is too small), 301. */
+ * tovik_closecur; null with 202115 (database handle), 140003 (database busy), 202125 (tables null, a name
+ * null or empty), 202126 (count below 1), 172002 (more than 16 tables), 202102, 141004 (no such table),
+ * 202160 (an operand of cond missing), 202161 (a cond that no builder filled), 150008 (no such column),
+ * 150003 (column and value cannot be compared), 202138 (an order that tovik_sort did not fill), 143101 (the
+ * area of the sort, HVI_TMP_BUF_SIZE, is too small), 301. */
 TOVIK_API tovik_cur *tovik_opencur(tovik_db *db, const char *const *tables, int count, const tovik_cond *cond,
                                    const tovik_order *order);
 

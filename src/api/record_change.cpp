@@ -94,7 +94,9 @@ bool change_rows(Database &db, WorkArea &area, const char *name, const tovik_con
   const bool opened = tables_open(db, *area.pool, &name, 1, &first);
   const AccessHold access(first);
   if (!opened) return false;
-  const CursorHold rows(rows_open(area, access.get(), condition, {}));
+  CursorRequest request{};
+  if (!request_rows(area, access.get(), condition, request)) return false;
+  const CursorHold rows(cursor_open(request));
   return rows.get() != nullptr &&
          each_row([&] { return cursor_fetch(*rows); }, [&] { return change(*access->handle); });
 }

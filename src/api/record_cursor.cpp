@@ -26,13 +26,11 @@ bool tables_open(Database &db, MemoryPool &pool, const char *const *names, int c
   return true;
 }
 
-Cursor *rows_open(WorkArea &area, TableAccess *tables, const tovik_cond *condition, CursorRequest request) {
+bool request_rows(WorkArea &area, TableAccess *tables, const tovik_cond *condition, CursorRequest &request) {
   request.context = {&area.stack, area.pool, tables};
-  if (condition != nullptr) {
-    request.condition = condition_tree(*area.pool, *condition);
-    if (request.condition == nullptr || !condition_check(request.context, request.condition)) return nullptr;
-  }
-  return cursor_open(request);
+  if (condition == nullptr) return true;
+  request.condition = condition_tree(*area.pool, *condition);
+  return request.condition != nullptr && condition_check(request.context, request.condition);
 }
 
 // ---- opening ----
@@ -102,7 +100,8 @@ void cursor_free(RecordCursor *cursor) {
   if (reader != no_thread) db_read_end(*database.db, reader);
 }
 
-bool distinct_columns(RecordCursor &cursor, const Wanted &wanted, CursorRequest &request) {
+bool request_distinct(RecordCursor &cursor, const Wanted &wanted, CursorRequest &request) {
+  if (wanted.distinct == nullptr || wanted.distinct_count < 1) return true;
   cursor.columns = memory_pool_new<ResultColumn>(*cursor.area->pool, wanted.distinct_count);
   if (cursor.columns == nullptr) return false;
   cursor.column_count = wanted.distinct_count;
@@ -122,23 +121,26 @@ bool distinct_columns(RecordCursor &cursor, const Wanted &wanted, CursorRequest 
   return true;
 }
 
+bool request_order(RecordCursor &cursor, const Wanted &wanted, CursorRequest &request) {
+  if (wanted.order == nullptr) return true;
+  OrderKey *keys = memory_pool_new<OrderKey>(*cursor.area->pool, record_order_limit);
+  request.order = keys;
+  return keys != nullptr && order_keys(cursor.tables, *wanted.order, keys, &request.order_count);
+}
+
 bool open_rows(RecordCursor &cursor, const Wanted &wanted) {
   Database &db = *cursor.database->db;
   const ThreadId thread = current_thread();
   if (!db_read_begin(db, thread)) return false;
   cursor.reader = thread;
-  MemoryPool &pool = *cursor.area->pool;
-  if (!tables_open(db, pool, wanted.tables, wanted.table_count, &cursor.tables)) return false;
+  if (wanted.tables == nullptr) return fail(status::record_api_cursor_tables);
+  if (wanted.table_count < 1) return fail(status::record_api_cursor_table_count);
   CursorRequest request{};
-  if (wanted.order != nullptr) {
-    OrderKey *keys = memory_pool_new<OrderKey>(pool, record_order_limit);
-    if (keys == nullptr || !order_keys(cursor.tables, *wanted.order, keys, &request.order_count))
-      return false;
-    request.order = keys;
-  }
-  if (wanted.distinct != nullptr && wanted.distinct_count > 0 && !distinct_columns(cursor, wanted, request))
+  if (!tables_open(db, *cursor.area->pool, wanted.tables, wanted.table_count, &cursor.tables) ||
+      !request_rows(*cursor.area, cursor.tables, wanted.condition, request) ||
+      !request_order(cursor, wanted, request) || !request_distinct(cursor, wanted, request))
     return false;
-  cursor.rows = rows_open(*cursor.area, cursor.tables, wanted.condition, request);
+  cursor.rows = cursor_open(request);
   return cursor.rows != nullptr;
 }
 
@@ -149,8 +151,6 @@ tovik_cur *handle_of(RecordCursor *cursor) {
 tovik_cur *open(const tovik_db *db, const Wanted &wanted) {
   RecordDatabase *database = database_of(db);
   if (database == nullptr) return fail_null(status::record_api_database_handle);
-  if (wanted.tables == nullptr) return fail_null(status::record_api_cursor_tables);
-  if (wanted.table_count < 1) return fail_null(status::record_api_cursor_table_count);
   RecordCursor *cursor = cursor_new(*database, CursorState::table);
   if (cursor == nullptr) return nullptr;
   if (open_rows(*cursor, wanted)) return handle_of(cursor);

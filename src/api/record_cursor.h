@@ -41,8 +41,9 @@ void *text_buffer(RecordCursor &cursor, int64_t size);
 [[nodiscard]] bool tables_open(Database &db, MemoryPool &pool, const char *const *names, int count,
                                TableAccess **first);
 
-// The rows of the tables that meet condition (null: all): a cursor in the area's pool. Statuses of
-// condition_tree, of the check pass and of cursor_open.
-Cursor *rows_open(WorkArea &area, TableAccess *tables, const tovik_cond *condition, CursorRequest request);
+// Makes request, which is empty, one for the rows of the tables that meet condition (null: all), with what a
+// cursor needs from the area's pool. Statuses of condition_tree and of the check pass.
+[[nodiscard]] bool request_rows(WorkArea &area, TableAccess *tables, const tovik_cond *condition,
+                                CursorRequest &request);
 
 }  // namespace tovik
