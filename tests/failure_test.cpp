@@ -36,6 +36,7 @@ struct Victim {
   std::string statement;
 };
 
+const Statements begun = {"BEGIN TRANSACTION"};
 const Statements changes = {"BEGIN TRANSACTION", "UPDATE person SET name = 'other'",
                             "DROP INDEX person_name"};
 const Victim victims[] = {
@@ -54,6 +55,8 @@ const Victim victims[] = {
     {{}, "RENAME TABLE person TO people"},
     {{}, "EMPTY TABLE person"},
     {{}, "DROP TABLE person"},
+    {begun, "EMPTY TABLE person"},
+    {begun, "DROP TABLE person"},
     {{}, "BEGIN TRANSACTION"},
     {changes, "COMMIT TRANSACTION"},
     {changes, "ROLLBACK TRANSACTION"},
@@ -179,6 +182,9 @@ TEST_P(FailureTest, EveryFailureOfAStatement) {
         if (status == 0) expected.before = expected.after;
         if (status == 0 && victim.statement == "BEGIN TRANSACTION") {
           ASSERT_EQ(session.run("ROLLBACK TRANSACTION"), 0);
+        }
+        if (victim.before == begun) {
+          ASSERT_EQ(session.run("COMMIT TRANSACTION"), 0);
         }
         log = fault_driver::log();
         Expected(expected).look(session);

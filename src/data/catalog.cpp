@@ -1,6 +1,7 @@
 // Tables: creation, removal, emptying, renaming.
 //
-// What needs room in the storage is done before what destroys, so that a failure for want of room leaves the
+// Inside a transaction every change is made as a whole (db_as_a_whole). Outside one nothing takes a failure
+// back, so what needs room in the storage is done before what destroys: a failure for want of room leaves the
 // catalog as it was.
 #include "data/catalog.h"
 
@@ -133,11 +134,8 @@ bool auto_index_create(Table &table) {
   return index_attach(table, definition);
 }
 
-}  // namespace
-
-Table *table_create(Database &db, const char *name, const ColumnDefinition *columns, int column_count,
-                    const AutoIncrementOptions &options) {
-  if (!table_validate(db, name, columns, column_count, options)) return nullptr;
+Table *create(Database &db, const char *name, const ColumnDefinition *columns, int column_count,
+              const AutoIncrementOptions &options) {
   Table *table = definition_new(db, next_table_id(db), name, column_count);
   if (table == nullptr) return nullptr;
   for (int i = 0; i < column_count; ++i) {
@@ -152,6 +150,19 @@ Table *table_create(Database &db, const char *name, const ColumnDefinition *colu
   }
   tables_replace(db, nullptr, table);
   return table;
+}
+
+}  // namespace
+
+Table *table_create(Database &db, const char *name, const ColumnDefinition *columns, int column_count,
+                    const AutoIncrementOptions &options) {
+  if (!table_validate(db, name, columns, column_count, options)) return nullptr;
+  TableHold table;
+  const bool created = db_as_a_whole(db, [&] {
+    table = TableHold(create(db, name, columns, column_count, options));
+    return table != nullptr;
+  });
+  return created ? table.release() : nullptr;
 }
 
 // ---- dropping and emptying ----
@@ -175,17 +186,11 @@ bool storage_drop(const Table &table) {
   return table_name_delete(db, table.name, table.id);
 }
 
-}  // namespace
-
-bool table_drop(Database &db, const char *name) {
-  const TableHold table(table_open(db, name));
-  if (table.get() == nullptr) return false;
-  const bool dropped = storage_drop(*table);
-  tables_replace(db, table.get(), nullptr);  // in any case: what is left of it must not be used
+bool drop(Database &db, Table &table) {
+  const bool dropped = storage_drop(table);
+  tables_replace(db, &table, nullptr);  // in any case: what is left of it must not be used
   return dropped;
 }
-
-namespace {
 
 // A table of the same columns and auto-increment state under a new id, without name and indices.
 Table *table_twin(const Table &table) {
@@ -224,21 +229,29 @@ bool names_insert(const Table &table) {
   return table_name_insert(db, table.name, table.id);
 }
 
-}  // namespace
-
-bool table_empty(Database &db, const char *name) {
-  const TableHold table(table_open(db, name));
-  if (table.get() == nullptr) return false;
-  Table *twin = table_twin(*table);
+bool empty(Database &db, Table &table) {
+  Table *twin = table_twin(table);
   if (twin == nullptr) return false;
-  if (!index_trees_copy(*table, *twin)) {
+  if (!index_trees_copy(table, *twin)) {
     table_discard(twin, true);
     return false;
   }
-  const bool replaced = storage_drop(*table) && names_insert(*twin);
-  tables_replace(db, table.get(), twin);
+  const bool replaced = storage_drop(table) && names_insert(*twin);
+  tables_replace(db, &table, twin);
   table_close(twin);
   return replaced;
+}
+
+}  // namespace
+
+bool table_drop(Database &db, const char *name) {
+  const TableHold table(table_open(db, name));
+  return table != nullptr && db_as_a_whole(db, [&] { return drop(db, *table); });
+}
+
+bool table_empty(Database &db, const char *name) {
+  const TableHold table(table_open(db, name));
+  return table != nullptr && db_as_a_whole(db, [&] { return empty(db, *table); });
 }
 
 // ---- renaming ----
@@ -257,6 +270,33 @@ bool table_rename_copy(Table &copy, const char *old_name) {
          table_record_write(copy, status::table_record_update) && index_table_names_write(copy);
 }
 
+bool rename(Database &db, Table &old, const char *new_name) {
+  Table *made = definition_copy(old);
+  if (made == nullptr) return false;
+  name_encode(new_name, made->name);
+  if (!table_rename_copy(*made, old.name)) {
+    definition_free(made);
+    return false;
+  }
+  tables_replace(db, &old, made);
+  table_close(made);
+  return true;
+}
+
+bool rename_column(Database &db, Table &old, int number, const char *new_name) {
+  Table *made = definition_copy(old);
+  if (made == nullptr) return false;
+  name_encode(new_name, made->columns[number - 1].name);
+  if (!columns_write(*made, ColumnsWrite::update) ||
+      !table_record_write(*made, status::table_record_update)) {
+    definition_free(made);
+    return fail(status::table_record_update);
+  }
+  tables_replace(db, &old, made);
+  table_close(made);
+  return true;
+}
+
 }  // namespace
 
 bool table_rename(Database &db, const char *name, const char *new_name) {
@@ -267,16 +307,7 @@ bool table_rename(Database &db, const char *name, const char *new_name) {
   RowNo id;
   if (!name_absent(table_name_find(db, new_name, &id), status::table_name_search, status::table_exists))
     return false;
-  Table *made = definition_copy(*old);
-  if (made == nullptr) return false;
-  name_encode(new_name, made->name);
-  if (!table_rename_copy(*made, old->name)) {
-    definition_free(made);
-    return false;
-  }
-  tables_replace(db, old.get(), made);
-  table_close(made);
-  return true;
+  return db_as_a_whole(db, [&] { return rename(db, *old, new_name); });
 }
 
 bool column_rename(Database &db, const char *table, const char *name, const char *new_name) {
@@ -286,17 +317,7 @@ bool column_rename(Database &db, const char *table, const char *name, const char
   if (column == nullptr || column_is_rowid(*column)) return fail(status::column_missing);
   if (table_find_column(*old, new_name) != nullptr) return fail(status::column_name_twice);
   if (!column_name_validate(new_name)) return false;
-  Table *made = definition_copy(*old);
-  if (made == nullptr) return false;
-  name_encode(new_name, made->columns[column->number - 1].name);
-  if (!columns_write(*made, ColumnsWrite::update) ||
-      !table_record_write(*made, status::table_record_update)) {
-    definition_free(made);
-    return fail(status::table_record_update);
-  }
-  tables_replace(db, old.get(), made);
-  table_close(made);
-  return true;
+  return db_as_a_whole(db, [&] { return rename_column(db, *old, column->number, new_name); });
 }
 
 }  // namespace tovik

@@ -58,6 +58,19 @@ DbStart db_start(Database &db, ThreadId thread, bool allow_nested);
 [[nodiscard]] bool db_commit_or_roll_back(Database &db, ThreadId thread);
 bool db_in_transaction(const Database &db, ThreadId thread);
 
+// Inside the calling thread's transaction: changes of several steps that take effect as a whole or not at
+// all. begin opens a level of their own, and end merges it into the transaction or, unless done, rolls it
+// back; level is 0 where there is none, outside a transaction and inside the innermost level. end gives done,
+// or false when the level could not be merged. 22003, 22006, 22021.
+[[nodiscard]] bool db_whole_begin(Database &db, int *level);
+[[nodiscard]] bool db_whole_end(Database &db, int level, bool done);
+
+template <class Change>
+[[nodiscard]] bool db_as_a_whole(Database &db, Change change) {
+  int level;
+  return db_whole_begin(db, &level) && db_whole_end(db, level, change());
+}
+
 // Changes outside a transaction (automatic commit off): the exclusive level is held from begin to end, and
 // end writes and flushes everything with a new update counter, so that other processes follow. nested when
 // the thread's own transaction is open: then there is nothing to end. 140003.

@@ -126,18 +126,25 @@ bool index_tree_add(Table &table, const BtreeDefinition &tree) {
   return false;
 }
 
-bool index_create(Database &db, const char *name, const IndexDefinition &definition) {
-  const TableHold old(table_open(db, name));
-  if (old.get() == nullptr) return false;
-  Table *made = definition_copy(*old);
+namespace {
+
+bool create(Database &db, Table &old, const IndexDefinition &definition) {
+  Table *made = definition_copy(old);
   if (made == nullptr) return false;
   if (!index_attach(*made, definition)) {
     definition_free(made);
     return false;
   }
-  tables_replace(db, old.get(), made);
+  tables_replace(db, &old, made);
   table_close(made);
   return true;
+}
+
+}  // namespace
+
+bool index_create(Database &db, const char *table, const IndexDefinition &definition) {
+  const TableHold old(table_open(db, table));
+  return old != nullptr && db_as_a_whole(db, [&] { return create(db, *old, definition); });
 }
 
 namespace {
@@ -180,14 +187,8 @@ bool index_detach(Table &table, Btree &index, int place) {
   return btree_drop_shared(index) || fail(status::index_btree_drop);
 }
 
-}  // namespace
-
-bool index_drop(Database &db, const char *name) {
-  const TableHold old(index_table(db, name));
-  if (old.get() == nullptr) return false;
-  const int place = index_place(*old, name);
-  if (place < 0) return fail(status::index_no_table);
-  Table *made = definition_copy(*old);
+bool drop(Database &db, Table &old, int place) {
+  Table *made = definition_copy(old);
   if (made == nullptr) return false;
   Btree *index = made->indices[place];
   const bool dropped = index_detach(*made, *index, place);
@@ -196,9 +197,19 @@ bool index_drop(Database &db, const char *name) {
     definition_free(made);
     return false;
   }
-  tables_replace(db, old.get(), made);
+  tables_replace(db, &old, made);
   table_close(made);
   return true;
+}
+
+}  // namespace
+
+bool index_drop(Database &db, const char *name) {
+  const TableHold old(index_table(db, name));
+  if (old == nullptr) return false;
+  const int place = index_place(*old, name);
+  if (place < 0) return fail(status::index_no_table);
+  return db_as_a_whole(db, [&] { return drop(db, *old, place); });
 }
 
 IndexDefinition index_definition(const Table &table, const Btree &index) {
