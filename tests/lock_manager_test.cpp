@@ -125,6 +125,14 @@ TEST_F(LockManagerTest, RefusesWhatCannotBe) {
   EXPECT_EQ(granted, lm_lock(*a_, 17, LockLevel::shared, false));
 }
 
+TEST_F(LockManagerTest, DisabledLocksNobody) {
+  env_set("HVI_LOCK_DISABLE", "TRUE");
+  EXPECT_EQ(granted, lm_lock(*a_, 1, LockLevel::exclusive, false));
+  EXPECT_EQ(granted, lm_lock(*b_, 1, LockLevel::exclusive, false));
+  EXPECT_FALSE(lm_holds_write(*a_, 1));
+  EXPECT_TRUE(lm_unlock(*a_, 1, Unlock::all));
+}
+
 // The byte-range calls on the way of one thread, as "+S4098:510" (locked shared) or "-4096:1" (unlocked).
 std::string ranges;
 int range_calls, failing_range_call;

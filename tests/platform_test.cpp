@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -389,14 +390,17 @@ TEST_F(Pool, RandomUseKeepsBlocksApart) {
 }
 
 TEST_F(Pool, ThreadsShareIt) {
-  const auto work = [] {
-    for (int i = 0; i < 20000; ++i) mem_free(mem_realloc(mem_alloc(static_cast<size_t>(i % 100)), 500));
+  std::atomic<int> ready{0};
+  const auto work = [&ready] {
+    ++ready;
+    while (ready < 2) std::this_thread::yield();
+    for (int i = 0; i < 300000; ++i) mem_free(mem_realloc(mem_alloc(static_cast<size_t>(i % 100)), 500));
   };
   std::thread other(work);
   work();
   other.join();
   EXPECT_EQ(0, stats().bytes_in_use);
-  EXPECT_EQ(40000, stats().alloc_calls);
+  EXPECT_EQ(600000, stats().alloc_calls);
 }
 
 TEST(MemoryTableTest, AFailedStartLeavesNoPoolInTheWay) {

@@ -364,6 +364,42 @@ TEST_F(TransactionTest, RollbackAfterTheRecordIsFinal) {
   EXPECT_EQ(8, call);  // all six were reached
 }
 
+TEST_F(TransactionTest, AnotherProcessCompletesTheCopy) {
+  Database other(text(dir_.path()), Database::Start::open);
+  EXPECT_EQ(3, other.fill_of(3));
+  EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
+  ASSERT_TRUE(db_->begin() && change({3}, 60) && db_->record());
+  const Bytes trn = read_file(path("orders.trn"));
+  ASSERT_TRUE(db_->rollback());
+  write_file(path("orders.trn"), trn);  // as if the owner had died with its record written
+
+  EXPECT_EQ(RecordCheck::pending, tm_check_record(*other->tm));
+  bool changed = true;
+  ASSERT_TRUE(sm_refresh(*other, &changed));
+  EXPECT_FALSE(changed);
+  ASSERT_TRUE(tm_recover(*other->tm));
+  ASSERT_TRUE(sm_refresh(*other, &changed));
+  EXPECT_TRUE(changed);
+  EXPECT_EQ(60, other.fill_of(3));
+  EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
+  ASSERT_TRUE(sm_refresh(**db_, &changed));
+  EXPECT_TRUE(changed);
+  EXPECT_EQ(60, db_->fill_of(3));
+}
+
+// Looking for a record reads the header; a commit that it finds there still counts as a change.
+TEST_F(TransactionTest, CheckForARecordHidesNoCommit) {
+  Database other(text(dir_.path()), Database::Start::open);
+  EXPECT_EQ(3, other.fill_of(3));
+  ASSERT_TRUE(commit_change({3}, 60) && db_->begin() && change({4}, 61));
+  ASSERT_TRUE(cm_flush(*(*db_)->trn, (*db_)->tm));
+  EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
+  bool changed;
+  ASSERT_TRUE(sm_refresh(*other, &changed));
+  EXPECT_TRUE(changed);
+  EXPECT_EQ(60, other.fill_of(3));
+}
+
 // Changes outside a transaction whose pages cannot be written stay in memory, but never win over another
 // process's commit.
 TEST_F(TransactionTest, UnwrittenChangesGiveWayToACommit) {
