@@ -5,6 +5,7 @@
 #include <cassert>
 
 #include "data/btree_tree.h"
+#include "data/data_layer.h"
 
 namespace tovik {
 
@@ -38,10 +39,7 @@ bool parent_get(const Tree &tree, const TreeStep &step, Page &page) {
   return fail(status::btree_page_fetch);
 }
 
-}  // namespace
-
-bool tree_remove(const Tree &tree, const TreePath &path, Page &leaf) {
-  Page page = std::move(leaf);
+bool remove_upwards(const Tree &tree, const TreePath &path, Page &page) {
   item_remove(page.data(), *tree.leaf, path.position());
   for (int level = path.depth - 1; level > 0 && emptied(page.data()); --level) {
     if (!btree_page_free(*tree.index, page)) return false;
@@ -50,6 +48,15 @@ bool tree_remove(const Tree &tree, const TreePath &path, Page &leaf) {
     child_remove(page.data(), *tree.node, parent.position);
   }
   return btree_page_write(page);
+}
+
+}  // namespace
+
+bool tree_remove(const Tree &tree, const TreePath &path, Page &leaf) {
+  Page page = std::move(leaf);
+  if (remove_upwards(tree, path, page)) return true;
+  data_torn(*tree.index->sm);
+  return false;
 }
 
 bool btree_delete(Btree &index, const uint8_t *key, const void *value) {

@@ -14,6 +14,7 @@
 #include <cassert>
 
 #include "data/btree_tree.h"
+#include "data/data_layer.h"
 
 namespace tovik {
 
@@ -180,14 +181,8 @@ bool parent_get(const Tree &tree, const TreeStep &step, Page &page) {
   return fail(status::btree_page_fetch);
 }
 
-}  // namespace
-
-bool tree_insert(const Tree &tree, const TreePath &path, Page &leaf, const uint8_t *value,
-                 const uint8_t *key) {
-  Page page = std::move(leaf);
-  Reserve reserve;
-  if (!reserve_pages(tree, path, reserve)) return false;
-  Item item = {value, key};
+// Inserts and splits upwards, with the pages that this takes at hand.
+bool insert_upwards(const Tree &tree, const TreePath &path, Page &page, Item item, Reserve &reserve) {
   Separator separator;
   for (int level = path.depth - 1;; --level) {
     const TreeStep &step = path.steps[level];
@@ -201,6 +196,18 @@ bool tree_insert(const Tree &tree, const TreePath &path, Page &leaf, const uint8
     item = separator.item();
     if (!parent_get(tree, path.steps[level - 1], page)) return fail(status::btree_split);
   }
+}
+
+}  // namespace
+
+bool tree_insert(const Tree &tree, const TreePath &path, Page &leaf, const uint8_t *value,
+                 const uint8_t *key) {
+  Page page = std::move(leaf);
+  Reserve reserve;
+  if (!reserve_pages(tree, path, reserve)) return false;
+  if (insert_upwards(tree, path, page, {value, key}, reserve)) return true;
+  data_torn(*tree.index->sm);
+  return false;
 }
 
 BtreeInsert btree_insert(Btree &index, const uint8_t *key, const void *value) {

@@ -3,6 +3,7 @@
 //
 // What can fail comes before the item changes; the caller writes the item's page.
 #include "data/btree_tree.h"
+#include "data/data_layer.h"
 
 namespace tovik {
 
@@ -172,7 +173,10 @@ ValueRemove values_remove(Btree &index, uint8_t *item, const uint8_t *value) {
   }
   --values.total;
   if (values.total == 0 && values.root != 0) {
-    if (!overflow_free(index, values.root)) return ValueRemove::failed;
+    if (!overflow_free(index, values.root)) {
+      data_torn(*index.sm);
+      return ValueRemove::failed;
+    }
     values.root = 0;
   }
   values_write(item, values);

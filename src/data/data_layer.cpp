@@ -29,9 +29,12 @@ void systems_close(StorageManager &sm) {
   sm.data = nullptr;
 }
 
+// Called before a level is committed and before one is opened: a torn level refuses both.
+//
 // Page counters of B-trees are rows, so they come before the counters of row systems.
 bool write_counters(StorageManager &sm) {
   if (sm.data == nullptr || data_systems(sm).system_rows == nullptr) return true;
+  if (data_systems(sm).torn_level != 0 && sm_level(sm) > 0) return fail(status::tran_bad_state);
   return btrees_write_counters(sm) && row_systems_write_counters(sm);
 }
 
@@ -55,6 +58,7 @@ void level_dropped(StorageManager &sm, int level) {
   if (sm.data == nullptr) return;
   const LockGuard guard(sm.lock);
   data_systems(sm).open_levels = level - 1;
+  if (data_systems(sm).torn_level >= level) data_systems(sm).torn_level = 0;
   btrees_level_dropped(sm, level);
   row_systems_level_dropped(sm, level);
 }
@@ -70,6 +74,12 @@ constexpr DataLayerOps operations = {.row_create = rows_create,
                                      .level_dropped = level_dropped};
 
 }  // namespace
+
+void data_torn(const StorageManager &sm) {
+  const LockGuard guard(sm.lock);
+  DataSystems &systems = data_systems(sm);
+  if (systems.torn_level == 0) systems.torn_level = sm_level(sm);
+}
 
 void data_layer_register() {
   sm_register_data_layer(operations);

@@ -19,11 +19,16 @@ struct DataSystems {
   RowSystem *index_descriptors;  // of the B-trees; held from btree_*_system to the close
   RowSystem *index_counters;
   int open_levels;  // transaction levels open now, whoever owns them
+  int torn_level;   // the level that a change left half made, 0 for none
 };
 
 inline DataSystems &data_systems(const StorageManager &sm) {
   return *static_cast<DataSystems *>(sm.data);
 }
+
+// A change failed after its first page and could not be taken back: the calling thread's level cannot be
+// committed any more, only rolled back. Outside a transaction nothing can help.
+void data_torn(const StorageManager &sm);
 
 // Registers the operations of the data layer; once per process, before the first database is created or
 // opened.

@@ -8,6 +8,7 @@
 // first byte is written (flags, links, room in the chain, the whole of a variable value's chain).
 #include <algorithm>
 
+#include "data/data_layer.h"
 #include "data/row_slots.h"
 #include "frame/error.h"
 
@@ -80,8 +81,7 @@ bool chain_count(RowSystem &rows, int level, RowNo row, uint32_t *count) {
   return true;
 }
 
-// Deletes the pieces in the order of the chain.
-bool chain_delete(RowSystem &rows, int level, RowNo row) {
+bool pieces_delete(RowSystem &rows, int level, RowNo row) {
   while (row != 0) {
     SlotCursor at;
     RowNo next = 0;
@@ -92,6 +92,13 @@ bool chain_delete(RowSystem &rows, int level, RowNo row) {
     row = next;
   }
   return true;
+}
+
+// Deletes the pieces of a chain that was found right, in its order.
+bool chain_delete(RowSystem &rows, int level, RowNo row) {
+  if (pieces_delete(rows, level, row)) return true;
+  data_torn(*rows.sm);
+  return false;
 }
 
 int64_t piece_count(const RowSystem &rows, int length) {
@@ -136,8 +143,9 @@ bool update_variable(RowSystem &rows, int level, RowNo *row, const void *data, i
   if (!chain_count(rows, level, *row, &count)) return fail(status::row_delete);
   if (!chain_reserve(rows, level, length, count)) return fail(status::row_variable_insert);
   if (!chain_delete(rows, level, *row)) return fail(status::row_delete);
-  return chain_insert(rows, level, static_cast<const uint8_t *>(data), length, row) ||
-         fail(status::row_variable_insert);
+  if (chain_insert(rows, level, static_cast<const uint8_t *>(data), length, row)) return true;
+  data_torn(*rows.sm);
+  return fail(status::row_variable_insert);
 }
 
 bool update_fixed(RowSystem &rows, RowNo row, const void *data, int length) {

@@ -6,6 +6,8 @@
 //
 // Cost of an insert: per unique index one search, per index one descent, one row write; no allocation.
 #include "data/catalog.h"
+#include "data/data_layer.h"
+#include "data/database.h"
 #include "data/large_value.h"
 #include "frame/error.h"
 
@@ -150,10 +152,12 @@ bool anything_set(const RowHandle &handle) {
 void insert_undo(RowHandle &handle, int entries) {
   const ErrorScope keep;  // the failure is told already
   Table &table = *handle.table;
-  for (int i = 0; i < entries; ++i) (void)entry_delete(handle, *table.indices[i], handle.record);
-  if (handle.row != 0) (void)row_delete(*table.rows, handle.row);
+  bool undone = true;
+  for (int i = 0; i < entries; ++i) undone = entry_delete(handle, *table.indices[i], handle.record) && undone;
+  if (handle.row != 0) undone = row_delete(*table.rows, handle.row) == RowRead::active && undone;
   handle.row = 0;
-  (void)large_values_free(handle, handle.record, LargeScope::set, table.column_count);
+  undone = large_values_free(handle, handle.record, LargeScope::set, table.column_count) && undone;
+  if (!undone) data_torn(*table.db->storage);
 }
 
 bool insert_write(RowHandle &handle) {
@@ -206,13 +210,16 @@ struct UpdateProgress {
 void update_undo(RowHandle &handle, const UpdateProgress &progress) {
   const ErrorScope keep;  // the failure is told already
   Table &table = *handle.table;
+  bool undone = true;
   for (int i = 0; i < progress.entries_deleted; ++i)
-    if (progress.changed[i]) (void)entry_insert(handle, *table.indices[i], handle.old_record);
+    if (progress.changed[i]) undone = entry_insert(handle, *table.indices[i], handle.old_record) && undone;
   RowNo row = handle.row;
-  if (progress.row_written) (void)row_update(*table.rows, &row, handle.old_record, table.record_size);
+  if (progress.row_written)
+    undone = row_update(*table.rows, &row, handle.old_record, table.record_size) && undone;
   for (int i = 0; i < progress.entries_inserted; ++i)
-    if (progress.changed[i]) (void)entry_delete(handle, *table.indices[i], handle.record);
-  (void)large_values_free(handle, handle.record, LargeScope::set, table.column_count);
+    if (progress.changed[i]) undone = entry_delete(handle, *table.indices[i], handle.record) && undone;
+  undone = large_values_free(handle, handle.record, LargeScope::set, table.column_count) && undone;
+  if (!undone) data_torn(*table.db->storage);
 }
 
 bool update_entries(RowHandle &handle, UpdateProgress &progress) {
@@ -258,7 +265,10 @@ namespace {
 
 void delete_undo(RowHandle &handle, int entries) {
   const ErrorScope keep;  // the failure is told already
-  for (int i = 0; i < entries; ++i) (void)entry_insert(handle, *handle.table->indices[i], handle.record);
+  bool undone = true;
+  for (int i = 0; i < entries; ++i)
+    undone = entry_insert(handle, *handle.table->indices[i], handle.record) && undone;
+  if (!undone) data_torn(*handle.table->db->storage);
 }
 
 }  // namespace
