@@ -318,7 +318,7 @@ TEST_F(Sql, RowsDeletedBehindACursorsBackAreSkipped) {
     ASSERT_EQ(kld_api_fetch_stmt(cursor), 1);
     EXPECT_EQ(db.run(std::string("DELETE FROM t WHERE b = ") + deleted), 0) << error_code();
     std::string rows;
-    EXPECT_TRUE(other.fetch_all(rows));
+    EXPECT_EQ(other.fetch_all(&rows), 0);
     EXPECT_EQ(rows, rest) << sql;
     kld_api_clear_stmt(cursor);
   }

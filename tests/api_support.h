@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "kld_api.h"
 #include "support.h"
@@ -38,7 +39,7 @@ std::string printed_by(Action action) {
 // The library, started for the length of the scope.
 class Library {
  public:
-  explicit Library(const char *settings = "") { EXPECT_EQ(kld_api_init(settings), 0); }
+  explicit Library(const char *settings = "") { EXPECT_EQ(kld_api_init(settings), 0) << error_code(); }
   ~Library() { kld_api_end(); }
   Library(const Library &) = delete;
   Library &operator=(const Library &) = delete;
@@ -47,53 +48,79 @@ class Library {
 // A statement on a database, and short ways to use it.
 class Session {
  public:
-  explicit Session(kld_db *db) : statement_(kld_api_create_stmt(db)) {}
-  ~Session() { kld_api_destroy_stmt(statement_); }
+  explicit Session(kld_db *db) : db_(db) { start(); }
+  // A database that is closed with it.
+  explicit Session(const std::string &params) : db_(kld_api_open_db(params.c_str())), owns_db_(true) {
+    start();
+  }
+  ~Session() {
+    kld_api_destroy_stmt(statement_);
+    if (owns_db_) kld_api_close_db(db_);
+  }
   Session(const Session &) = delete;
   Session &operator=(const Session &) = delete;
 
+  bool open() const { return statement_ != nullptr; }
+  int open_status() const { return open_status_; }
+  kld_db *database() { return db_; }
   kld_stmt *statement() { return statement_; }
 
-  // 0 or the code of the failure.
-  int run(const std::string &sql) {
-    return kld_api_exec_sql_char(statement_, sql.c_str()) < 0 ? error_code() : 0;
-  }
+  // 0 or the code of the failure; -1: failed without one.
+  int run(const std::string &sql) { return outcome(kld_api_exec_sql_char(statement_, sql.c_str())); }
 
   std::string printed(const std::string &sql) {
     return printed_by([&] { kld_api_exec_sql_char(statement_, sql.c_str()); });
   }
 
-  // The rows as text, "1,a;2,b" with NULL as "-", or "error CODE".
+  // Like run; appends the rows as text, "1,a;2,b" with NULL as "-".
+  int query(const std::string &sql, std::string *text) {
+    int code = outcome(kld_api_pre_stmt_char(statement_, sql.c_str()));
+    if (code == 0) code = outcome(kld_api_exec_stmt(statement_));
+    if (code == 0) code = fetch_all(text);
+    kld_api_clear_stmt(statement_);
+    return code;
+  }
+
+  // The rows, or "error CODE".
   std::string rows(const std::string &sql) {
     std::string text;
-    const bool read = kld_api_pre_stmt_char(statement_, sql.c_str()) == 0 &&
-                      kld_api_exec_stmt(statement_) == 0 && fetch_all(text);
-    const int code = error_code();
-    kld_api_clear_stmt(statement_);
-    return read ? text : "error " + std::to_string(code);
+    const int code = query(sql, &text);
+    return code == 0 ? text : "error " + std::to_string(code);
   }
 
   // Appends the rows that are left of an executed query.
-  bool fetch_all(std::string &text) {
-    int32_t columns = 0;
-    if (kld_api_get_cols_count(statement_, &columns) != 0) return false;
-    int more;
+  int fetch_all(std::string *text) {
+    std::vector<char> value(65536);
+    const int size = static_cast<int>(value.size());
+    int32_t columns = 0, more = -1;
+    if (kld_api_get_cols_count(statement_, &columns) != 0) return outcome(-1);
     while ((more = kld_api_fetch_stmt(statement_)) == 1) {
-      if (!text.empty()) text += ';';
+      if (!text->empty()) *text += ';';
       for (int column = 1; column <= columns; ++column) {
-        char value[4096];
         int32_t not_null = 0;
-        if (kld_api_get_data(statement_, column, TOVIK_CHAR, value, sizeof value, nullptr, &not_null) != 0)
-          return false;
-        if (column > 1) text += ',';
-        text += not_null != 0 ? value : "-";
+        if (kld_api_get_data(statement_, column, TOVIK_CHAR, value.data(), size, nullptr, &not_null) != 0)
+          return outcome(-1);
+        *text += (column > 1 ? "," : "") + std::string(not_null != 0 ? value.data() : "-");
       }
     }
-    return more == 0;
+    return outcome(more);
   }
 
  private:
-  kld_stmt *statement_;
+  void start() {
+    if (db_ != nullptr) statement_ = kld_api_create_stmt(db_);
+    if (statement_ == nullptr) open_status_ = error_code();
+  }
+  static int outcome(int result) {
+    if (result >= 0) return 0;
+    const int code = error_code();
+    return code == 0 ? -1 : code;
+  }
+
+  kld_db *db_;
+  bool owns_db_ = false;
+  kld_stmt *statement_ = nullptr;
+  int open_status_ = 0;
 };
 
 // A fresh database in a directory of its own (or in memory), open, with one session.

@@ -245,7 +245,7 @@ TEST_P(CrashTest, EveryCallOfCreation) {
       const bool usable = session.open() && database_text(session).empty() && database_fault(session).empty();
       EXPECT_TRUE(usable || !complete) << session.open_status();
     }
-    EXPECT_EQ(kld_api_create_db((params_ + ";OVERWRITE=true").c_str()), 0) << first_status();
+    EXPECT_EQ(kld_api_create_db((params_ + ";OVERWRITE=true").c_str()), 0) << error_code();
     Session session(params_);
     EXPECT_TRUE(session.open()) << session.open_status();
     EXPECT_EQ(database_fault(session), "");

@@ -17,7 +17,7 @@ namespace {
 constexpr int text_limit = 65536;  // bytes of one value as text
 
 std::string failed(const std::string &what) {
-  return what + ": error " + std::to_string(first_status()) + "\n";
+  return what + ": error " + std::to_string(error_code()) + "\n";
 }
 
 struct ReadHoldScope {
@@ -191,20 +191,22 @@ std::string blocks_fault(StorageManager &sm) {
 
 // The rows as lines that start with the table's name; long runs of one character by their length.
 std::string row_lines(const std::string &name, const std::string &rows) {
-  std::string result;
+  std::string result = rows.empty() ? "" : name + ": ";
   for (size_t begin = 0; begin < rows.size();) {
-    if (begin == 0 || rows[begin - 1] == '\n') result += name + ": ";
-    const size_t end = std::min(rows.find_first_not_of(rows[begin], begin), rows.size());
-    const size_t run = rows[begin] == '\n' ? 1 : end - begin;
-    result += rows[begin];
+    const size_t run = std::min(rows.find_first_not_of(rows[begin], begin), rows.size()) - begin;
+    result += rows[begin] == ';' ? "\n" + name + ": " : std::string(1, rows[begin]);
     if (run >= 6) result += "{" + std::to_string(run) + "}";
     begin += run < 6 ? 1 : run;
   }
-  return result;
+  return result + "\n";
+}
+
+Database &database_of(Session &session) {
+  return *handle_object<Database>(session.database(), HandleKind::statement_database);
 }
 
 std::string table_text(Session &session, const std::string &name) {
-  Table *table = table_open(session.database(), name.c_str());
+  Table *table = table_open(database_of(session), name.c_str());
   if (table == nullptr) return failed("table " + name);
   std::string text = name + "(";
   for (int i = 0; i < table->column_count; ++i) text += std::string(" ") + table->columns[i].name;
@@ -216,9 +218,7 @@ std::string table_text(Session &session, const std::string &name) {
       text += " " + std::to_string(index.parts[part].column);
   }
   table_close(table);
-  std::string rows;
-  const StatusCode status = session.query("SELECT * FROM " + name, &rows);
-  return text + "\n" + (status == 0 ? row_lines(name, rows) : "rows: error " + std::to_string(status) + "\n");
+  return text + "\n" + row_lines(name, session.rows("SELECT * FROM " + name));
 }
 
 }  // namespace
@@ -232,76 +232,12 @@ int scale() {
   return text == nullptr ? 1 : std::max(atoi(text), 1);
 }
 
-Engine::Engine(const std::string &settings) {
-  fault_driver::install();
-  if (kld_api_init(settings.c_str()) != 0) ADD_FAILURE() << "the library does not start: " << first_status();
-}
-
-StatusCode first_status() {
-  int32_t code = 0;
-  return kld_api_get_error(nullptr, &code, nullptr, nullptr) == 1 ? code : 0;
-}
-
-Session::Session(const std::string &params) : db_(kld_api_open_db(params.c_str())) {
-  if (db_ != nullptr) statement_ = kld_api_create_stmt(db_);
-  if (statement_ == nullptr) open_status_ = first_status();
-}
-
-Session::Session(Session *other) : db_(other->db_), owns_db_(false), statement_(kld_api_create_stmt(db_)) {
-  if (statement_ == nullptr) open_status_ = first_status();
-}
-
-Session::~Session() {
-  kld_api_destroy_stmt(statement_);
-  if (owns_db_) kld_api_close_db(db_);
-}
-
-static StatusCode outcome(int result) {
-  if (result >= 0) return 0;
-  const StatusCode status = first_status();
-  return status == 0 ? -1 : status;
-}
-
-StatusCode Session::run(const std::string &sql) {
-  return outcome(kld_api_exec_sql_char(statement_, sql.c_str()));
-}
-
-StatusCode Session::query(const std::string &sql, std::string *rows) {
-  StatusCode status = outcome(kld_api_pre_stmt_char(statement_, sql.c_str()));
-  if (status == 0) status = outcome(kld_api_exec_stmt(statement_));
-  if (status == 0) status = fetch_all(rows);
-  kld_api_clear_stmt(statement_);
-  return status;
-}
-
-StatusCode Session::fetch_all(std::string *rows) {
-  std::vector<char> buffer(text_limit);
-  int32_t columns = 0;
-  if (kld_api_get_cols_count(statement_, &columns) != 0) return outcome(-1);
-  int fetched;
-  while ((fetched = kld_api_fetch_stmt(statement_)) == 1) {
-    for (int column = 1; column <= columns; ++column) {
-      int32_t not_null = 0;
-      if (kld_api_get_data(statement_, column, TOVIK_CHAR, buffer.data(), text_limit, nullptr, &not_null) !=
-          0)
-        return outcome(-1);
-      *rows += not_null == 0 ? "~" : buffer.data();
-      *rows += column < columns ? "|" : "\n";
-    }
-  }
-  return outcome(fetched);
-}
-
-Database &Session::database() const {
-  return *handle_object<Database>(db_, HandleKind::statement_database);
-}
-
 std::string database_text(Session &session) {
   err_clear();
   std::vector<std::string> names;
   {
-    const ReadHoldScope hold(session.database());
-    if (!hold.held || !table_names(session.database(), &names)) return failed("the tables");
+    const ReadHoldScope hold(database_of(session));
+    if (!hold.held || !table_names(database_of(session), &names)) return failed("the tables");
   }
   std::string text;
   for (const std::string &name : names) text += table_text(session, name);
@@ -310,7 +246,7 @@ std::string database_text(Session &session) {
 
 std::string database_fault(Session &session) {
   err_clear();
-  Database &db = session.database();
+  Database &db = database_of(session);
   const ReadHoldScope hold(db);
   if (!hold.held) return failed("reading");
   const std::string fault = tables_fault(db);
@@ -323,7 +259,7 @@ Statements operator+(Statements a, const Statements &b) {
 }
 
 void create_database(const std::string &params, const Statements &statements) {
-  ASSERT_EQ(kld_api_create_db(params.c_str()), 0) << first_status();
+  ASSERT_EQ(kld_api_create_db(params.c_str()), 0) << error_code();
   Session session(params);
   ASSERT_TRUE(session.open()) << session.open_status();
   for (const std::string &sql : statements) ASSERT_EQ(session.run(sql), 0) << sql;

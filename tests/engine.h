@@ -1,19 +1,14 @@
-// The engine as the fault tests use it: the library started for a scope, a database open for a scope, SQL in
-// and status codes out, the whole content of a database as one text, and the agreement of everything inside
-// it.
+// The engine as the fault tests use it: the library on the fault driver, the whole content of a database as
+// one text, and the agreement of everything inside it.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "api_support.h"
 #include "fault_driver.h"
 #include "frame/status.h"
-#include "kld_api.h"
 #include "platform/platform.h"
-
-namespace tovik {
-struct Database;
-}
 
 namespace tovik::test {
 
@@ -24,10 +19,10 @@ int scale();
 // scope.
 class Engine {
  public:
-  explicit Engine(const std::string &settings);
-  ~Engine() { kld_api_end(); }
-  Engine(const Engine &) = delete;
-  Engine &operator=(const Engine &) = delete;
+  explicit Engine(const std::string &settings) : library_((fault_driver::install(), settings.c_str())) {}
+
+ private:
+  const Library library_;
 };
 
 // Nothing is printed for the length of the scope.
@@ -39,36 +34,6 @@ class Silence {
  private:
   static int print_nothing(const char *, ...) { return 0; }
   decltype(system_driver.print) print_;
-};
-
-// The first status that the calling thread's last call recorded, 0 for none.
-StatusCode first_status();
-
-// An open database with one statement, both closed at the end of the scope.
-class Session {
- public:
-  explicit Session(const std::string &params);
-  explicit Session(Session *other);  // a further statement on the database that other has open and keeps open
-  ~Session();
-  Session(const Session &) = delete;
-  Session &operator=(const Session &) = delete;
-
-  bool open() const { return statement_ != nullptr; }
-  StatusCode open_status() const { return open_status_; }
-
-  StatusCode run(const std::string &sql);  // 0, or the first status of the failure; -1: failed without one
-  // Appends a line "v1|v2|..." for each row; NULL is "~".
-  StatusCode query(const std::string &sql, std::string *rows);
-
-  Database &database() const;
-
- private:
-  StatusCode fetch_all(std::string *rows);
-
-  kld_db *db_ = nullptr;
-  bool owns_db_ = true;
-  kld_stmt *statement_ = nullptr;
-  StatusCode open_status_ = 0;
 };
 
 // Every table with its columns, its indices and its rows in their order, as the calling thread sees them,

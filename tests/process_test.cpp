@@ -150,7 +150,7 @@ TEST_F(ProcessTest, OthersSeeTheCommittedStateAndASecondWriterGivesUp) {
   const auto thread = [&](const std::string &sql) {
     std::string answer;
     std::thread([&] {
-      Session session(&writer);
+      Session session(writer.database());
       answer = Process::answer(session, sql);
     }).join();
     return answer;
@@ -164,18 +164,18 @@ TEST_F(ProcessTest, OthersSeeTheCommittedStateAndASecondWriterGivesUp) {
   for (const char *sql : {"BEGIN TRANSACTION", "UPDATE t SET v = v + 1", "INSERT INTO t VALUES 3, 30",
                           "CREATE TABLE fresh (a int)"})
     ASSERT_EQ(writer.run(sql), 0) << sql;
-  expect_of_others(all, "0 1|10\n2|20\n");
-  expect_of_others("SELECT v FROM t WHERE id = 2", "0 20\n");
+  expect_of_others(all, "0 1,10;2,20");
+  expect_of_others("SELECT v FROM t WHERE id = 2", "0 20");
   expect_of_others("SELECT * FROM fresh", "141004 ");
   expect_of_others("UPDATE t SET v = 0", std::to_string(database_busy));
-  EXPECT_EQ(Process::answer(writer, all), "0 1|11\n2|21\n3|30\n");
+  EXPECT_EQ(Process::answer(writer, all), "0 1,11;2,21;3,30");
 
   ASSERT_EQ(writer.run("COMMIT TRANSACTION"), 0);
-  expect_of_others(all, "0 1|11\n2|21\n3|30\n");
-  expect_of_others("SELECT v FROM t WHERE id = 3", "0 30\n");
+  expect_of_others(all, "0 1,11;2,21;3,30");
+  expect_of_others("SELECT v FROM t WHERE id = 3", "0 30");
   expect_of_others("SELECT * FROM fresh", "0 ");
   EXPECT_EQ(process.ask("UPDATE t SET v = 0 WHERE id = 1"), "0");
-  EXPECT_EQ(thread(all), "0 1|0\n2|21\n3|30\n");
+  EXPECT_EQ(thread(all), "0 1,0;2,21;3,30");
 }
 
 TEST_F(ProcessTest, AWaitingWriterGetsItsTurn) {
@@ -187,7 +187,7 @@ TEST_F(ProcessTest, AWaitingWriterGetsItsTurn) {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_EQ(first.ask("COMMIT TRANSACTION"), "0");
   waiting.join();
-  EXPECT_EQ(first.ask("SELECT v FROM t"), "0 20\n");
+  EXPECT_EQ(first.ask("SELECT v FROM t"), "0 20");
 }
 
 // A process dies at each call of a commit that changes a file. Another that has had the database open all the
@@ -288,7 +288,7 @@ class Bank {
   void read(Session &session) {
     std::string row;
     const StatusCode status = session.query("SELECT SUM(balance), COUNT(*) FROM account", &row);
-    const std::string expected = std::to_string(total) + "|" + std::to_string(accounts) + "\n";
+    const std::string expected = std::to_string(total) + "," + std::to_string(accounts);
     if (status == 0 && row != expected) note(-2, row.c_str());
     if (check(status, "SELECT SUM")) ++shared_->reads;
   }
@@ -335,7 +335,7 @@ TEST_F(ProcessTest, RandomTransfersOfThreads) {
   std::vector<std::thread> threads;
   for (int worker = 0; worker < Bank::writers + 2; ++worker)
     threads.emplace_back([&, worker, seed = random.next()] {
-      Session session(&database);
+      Session session(database.database());
       bank.work(session, worker, seed, (worker < Bank::writers ? 40 : 200) * scale());
     });
   for (std::thread &thread : threads) thread.join();
@@ -383,7 +383,7 @@ TEST_F(ProcessTest, RandomTransfersSurviveRandomKills) {
 
   Process checker(params());
   EXPECT_EQ(checker.ask("fault"), "");
-  EXPECT_EQ(checker.ask("SELECT SUM(balance) FROM account"), "0 " + std::to_string(Bank::total) + "\n");
+  EXPECT_EQ(checker.ask("SELECT SUM(balance) FROM account"), "0 " + std::to_string(Bank::total));
   int64_t transfers = 0;
   for (int writer = 0; writer < Bank::writers; ++writer) {
     const int64_t acknowledged = bank.shared().acknowledged[writer];
