@@ -1,0 +1,158 @@
+// The console at a terminal: what it asks, what it answers, and what does not end it.
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+
+#include <fstream>
+
+#include "api_support.h"
+
+using namespace tovik::test;
+
+namespace {
+
+// The console on a fresh database behind a pseudo-terminal that neither echoes nor changes line ends.
+class Terminal : public testing::Test {
+ protected:
+  void SetUp() override {
+    const std::string database = directory / "shop";
+    {
+      const Library library;
+      ASSERT_EQ(kld_cmd_exec(nullptr, 0, ("NAME=" + database).c_str(), nullptr), 0);
+    }
+    termios settings{};
+    cfmakeraw(&settings);
+    cfsetspeed(&settings, B38400);
+    settings.c_lflag |= ICANON;
+    settings.c_cc[VEOF] = 4;
+    child = forkpty(&terminal, nullptr, &settings, nullptr);
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      execl(TOVIK_CONSOLE, "tovik", "--set", "HVI_SQL_SEL_HDR=OFF;HVI_SQL_SEL_SEP=','", database.c_str(),
+            nullptr);
+      _exit(127);
+    }
+    EXPECT_EQ(type("", "1* "), "");
+  }
+  void TearDown() override {
+    close(terminal);
+    if (child > 0) waitpid(child, nullptr, 0);
+  }
+
+  // Types input; what is printed until the prompt, which must be the last thing.
+  std::string type(const std::string &input, const std::string &prompt) {
+    EXPECT_EQ(write(terminal, input.data(), input.size()), static_cast<ssize_t>(input.size()));
+    std::string printed;
+    while (!ends_with(printed, prompt) && read_more(printed)) {
+    }
+    EXPECT_TRUE(ends_with(printed, prompt)) << input << " gave " << printed;
+    return printed.substr(0, printed.size() - prompt.size());
+  }
+  // Types input that ends the console: what is printed, and its exit status.
+  std::string leave(const std::string &input, int *status) {
+    std::string printed = type(input, "");
+    while (read_more(printed)) {
+    }
+    waitpid(child, status, 0);
+    child = -1;
+    return printed;
+  }
+  // The script's path.
+  std::string script(const char *name, const std::string &text) {
+    const std::string path = directory / name;
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+
+  TempDir directory;
+
+ private:
+  static bool ends_with(const std::string &text, const std::string &end) {
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+  }
+  bool read_more(std::string &text) {
+    pollfd readable{terminal, POLLIN, 0};
+    char buffer[4096];
+    if (poll(&readable, 1, 20000) != 1) return false;
+    const ssize_t count = read(terminal, buffer, sizeof buffer);
+    if (count > 0) text.append(buffer, static_cast<size_t>(count));
+    return count > 0;
+  }
+
+  int terminal = -1;
+  pid_t child = -1;
+};
+
+TEST_F(Terminal, AsksForEachStatementByNumberAndForMoreOfItWithADot) {
+  EXPECT_EQ(type("ECHO 'a\n", ". "), "");
+  EXPECT_EQ(type("; b\n", ". "), "");
+  EXPECT_EQ(type("';\n", "2* "), "a ; b \n");
+  EXPECT_EQ(type("  \n", "2* "), "") << "nothing to run";
+  EXPECT_EQ(type("/* of\n", ". "), "");
+  EXPECT_EQ(type("two lines */ ECHO 'c'\r\n", ". "), "");
+  EXPECT_EQ(type(";\r\n", "3* "), "c\n");
+  EXPECT_EQ(type("!\n", ". "), "");
+  EXPECT_EQ(type("echo d\n", "4* "), "d\n");
+  EXPECT_EQ(type("run 3;\n", "5* "), "   3  echo d\nd\n");
+  EXPECT_EQ(type("rc;\n", "5* "), "   4  echo d\n");
+  int status = -1;
+  EXPECT_EQ(leave("\4", &status), "") << "the end of the input";
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Terminal, KeepsTheLastThirtyTwoAcrossScripts) {
+  std::string text;
+  for (int i = 1; i <= 34; ++i) text += "ECHO '" + std::to_string(i) + "';\r\n";
+  type("run '" + script("many", text) + "';\n", "35* ");
+  EXPECT_EQ(type("run 2;\n", "35* "), "*** Error: invalid command\n");
+  EXPECT_EQ(type("run 3;\n", "36* "), "   3 ECHO '3';\n3\n");
+  EXPECT_EQ(type("rc 3;\n", "36* "), "*** Error: no command\n") << "the re-run took its place";
+  const std::string all = type("rc all;\n", "36* ");
+  EXPECT_EQ(all.rfind("   4 ECHO '4';\n", 0), 0u) << all;
+  EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 32);
+}
+
+TEST_F(Terminal, RunsScriptsInScriptsWithoutPrompts) {
+  const std::string inner = script(
+      "inner", "ECHO 'in';\r\nnonsense;\r\n! echo system\r\nECHO\r\n 'on'\r\n;\r\nEXIT\r\nECHO 'never';\r\n");
+  const std::string outer = script(
+      "outer", "ECHO 'out';\nrun '" + inner + "'\n;\nrun \"none\";\nrc;\nECHO 'no line end, not run';");
+  const std::string printed = type("run '" + outer + "';\n", "6* ");
+  EXPECT_EQ(printed.rfind("out\nin\n[1]:171001(0) ", 0), 0u) << printed;
+  EXPECT_EQ(printed.substr(printed.find("system")), "system\non\nfopen error.'none'\n   5 ECHO\r  'on'\r ;\n");
+  int status = -1;
+  EXPECT_EQ(leave("quit\n", &status), "");
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Terminal, TakesALongStatementAndGoesOnAfterFailures) {
+  EXPECT_EQ(type("CREATE TABLE t (id int NOT NULL, s char(40));\nCREATE UNIQUE INDEX ti ON t (id);\n", "3* "),
+            "2* ");
+  std::string insert = "INSERT INTO t VALUES 0, 'the first'", dots;
+  for (int i = 1; i <= 300; ++i) {
+    insert += ",\n  " + std::to_string(i) + ", 'row number " + std::to_string(i) + "'";
+    dots += ". ";
+  }
+  EXPECT_EQ(type(insert + ";\n", "4* "), dots);
+  EXPECT_EQ(type("SELECT COUNT(*), MAX(id) FROM t;\n", "5* "), "                 301,                 300\n");
+  struct Failure {
+    const char *statement;
+    int code;
+  };
+  int number = 5;
+  for (const Failure &failure : {Failure{"SELECT nothing FROM t", 150008},
+                                 {"SELECT * FROM none", 141004},
+                                 {"INSERT INTO t VALUES 7, 'again'", 143001},
+                                 {"nonsense", 171001}}) {
+    const std::string prompt = std::to_string(++number) + "* ";
+    const std::string printed = type(std::string(failure.statement) + ";\n", prompt);
+    EXPECT_EQ(printed.rfind("[1]:" + std::to_string(failure.code) + "(0) ", 0), 0u) << printed;
+  }
+  EXPECT_EQ(type("SELECT s FROM t WHERE id = 7;\n", std::to_string(number + 1) + "* "), "row number 7\n");
+  int status = -1;
+  EXPECT_EQ(leave(std::string(255, ' ') + "\n", &status), "") << "too long a line is the end";
+  EXPECT_EQ(status, 0);
+}
+
+}  // namespace
