@@ -221,7 +221,7 @@ TOVIK_API int tovik_rollback(tovik_db *db);
 TOVIK_API int tovik_createtbl(tovik_db *db, const char *table, const tovik_coldef *columns, int count);
 
 /* The same; autoinc (may be null) names an integer column that counts by itself: left unset by an insert, it
- * gets the next number. 142xxx: not an integer column, init or step out of range. */
+ * gets the next number, and has a unique index. 141006 (no integer column), 141007 to 141009 (init, step). */
 TOVIK_API int tovik_createtbl_ex(tovik_db *db, const char *table, const tovik_coldef *columns, int count,
                                  const tovik_autoinc *autoinc);
 
@@ -231,7 +231,7 @@ TOVIK_API int tovik_droptbl(tovik_db *db, const char *table);
 /* Creates an index over count (1 or 2) columns. unique: not 0 for an index without equal keys. master_count
  * (not unique): how many rows of equal keys lie in the tree itself before the others move to a list of their
  * own, 2 when below 2. 202110 (index name), 202121 (columns null, a column's name), 202122 (count), 202112
- * (table name), 143001 (the rows have equal keys), 145xxx. */
+ * (table name), 143001 (the rows have equal keys, as two NULLs are), 145xxx. */
 TOVIK_API int tovik_createidx(tovik_db *db, const char *index, const char *const *columns, int count,
                               const char *table, char unique, int master_count);
 
@@ -318,7 +318,8 @@ TOVIK_API int tovik_sort(tovik_order *order, int count, ...);
 TOVIK_API tovik_cur *tovik_opencur(tovik_db *db, const char *const *tables, int count, const tovik_cond *cond,
                                    const tovik_order *order);
 
-/* The same; with distinct columns only these can be read, and each combination of their values comes once. */
+/* The same; with distinct columns only these can be read, and each combination of their values comes once.
+ * 202113 (a distinct column's name). */
 TOVIK_API tovik_cur *tovik_opencur_dist(tovik_db *db, const char *const *tables, int count,
                                         const tovik_cond *cond, const tovik_order *order,
                                         const char *const *distinct, int distinct_count);
@@ -395,8 +396,10 @@ TOVIK_API int tovik_setcolnull(tovik_colval *record, const char *name);
 /* ---- row changes ----
  * table: at most 20 bytes. All: 202115 (database handle), 202110 (table name), 202118 (values null), 202120
  * (count not 1 to 200), 202150 (the table has no such column), 140003 (database busy), 141004 (no such
- * table), 143001 (equal keys), 143002 (NULL in a NOT NULL column), 113xxx (a value that its column cannot
- * hold). Numbers go into number and text columns, texts into any column (hex digits into a blob), dates into
+ * table), 143001 (equal keys), 143002 (NULL in a NOT NULL column or in a unique key), 113xxx (a value that
+ * its column cannot hold), 144001 (an empty text for a text or blob column), 142010 (rowid), 172007 (a column
+ * named twice), 150001 (a number or date for a column of another kind), 202154 (bytes for a column that is no
+ * blob). Numbers go into number and text columns, texts into any column (hex digits into a blob), dates into
  * date columns, bytes into blobs. */
 
 /* Inserts one row; columns not named are NULL, or the next number of one that counts by itself. */

@@ -1,4 +1,6 @@
 // The record interface: arguments, reads, texts, schema and transactions.
+#include <algorithm>
+#include <functional>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -289,24 +291,17 @@ TEST_F(Arguments, AreCheckedInTheirOrder) {
   schema();
   cursors();
   reads();
-  for (int code :
-       {202103, 202110, 202111, 202112, 202113, 202114, 202115, 202116, 202117, 202118, 202119, 202120,
-        202121, 202122, 202123, 202124, 202125, 202126, 202127, 202128, 202129, 202130, 202131, 202132,
-        202133, 202134, 202135, 202136, 202137, 202138, 202139, 202140, 202141, 202142, 202143, 202144,
-        202145, 202146, 202147, 202150, 202151, 202152, 202153, 202154, 202160, 202161})
-    EXPECT_TRUE(codes_met.count(code)) << code;
+  // All of 202101 to 202161 but "library not started", which follows, and "no memory".
+  const auto own = [](int code) { return code > 202100; };
+  EXPECT_EQ(std::count_if(codes_met.begin(), codes_met.end(), own), 46);
 }
 
 TEST(RecordLibrary, MustBeStarted) {
   tovik_end();
-  EXPECT_EQ(tovik_create("r", nullptr), -1);
-  EXPECT_EQ(tovik_geterr(), 202101);
-  EXPECT_EQ(tovik_create(nullptr, nullptr), -1);
-  EXPECT_EQ(tovik_geterr(), 202114);
-  EXPECT_EQ(tovik_drop("r"), -1);
-  EXPECT_EQ(tovik_geterr(), 202101);
-  EXPECT_EQ(tovik_open("r", nullptr), nullptr);
-  EXPECT_EQ(tovik_geterr(), 202101);
+  GIVES(202101) << tovik_create("r", nullptr) << tovik_drop("r")
+                << (tovik_open("r", nullptr) == nullptr ? -1 : 0);
+  GIVES(202114) << tovik_create(nullptr, nullptr) << tovik_drop("")
+                << (tovik_open("", nullptr) == nullptr ? -1 : 0);
 }
 
 // Closed, foreign and null handles give their code or are ignored.
@@ -375,13 +370,6 @@ TEST(RecordHandles, AreChecked) {
 
 // ---- reads ----
 
-std::string digits_of(const DateTimeRec &d) {
-  char text[64];
-  snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02d%06d", d.year, d.month, d.day, d.hour, d.minute,
-           d.second, d.microseconds);
-  return text;
-}
-
 std::string narrow(const void *wide_text) {
   std::string text;
   for (const uint16_t *unit = static_cast<const uint16_t *>(wide_text); *unit != 0; ++unit)
@@ -389,92 +377,70 @@ std::string narrow(const void *wide_text) {
   return text;
 }
 
-// One column of the current row.
-struct Field {
-  tovik_cur *cursor;
-  const char *column;
-};
-
-// Reads by the general form and by typed, an int(), which agree; give makes a text of what they read. The
-// text, "null", or "-" for 202154.
-template <class Typed, class Give>
-std::string read_both(const Field &field, int type, char (&output)[64], Typed typed, Give give) {
-  tovik_value value;
-  memset(&value, 0x5a, sizeof value);
-  memset(output, 0x5a, sizeof output);
-  const int result = tovik_getcol(field.cursor, field.column, type, &value);
-  const int code = record_code(result);
-  EXPECT_EQ(typed(), result) << field.column << " as " << type;
-  EXPECT_EQ(record_code(result), code) << field.column << " as " << type;
-  if (result == 1) return give(value);
-  EXPECT_EQ(std::string(output, sizeof output), std::string(sizeof output, 0x5a)) << "outputs untouched";
-  EXPECT_EQ(value.whole[0], 0x5a5a5a5a5a5a5a5a);
-  return result == 0 ? "null" : code == 202154 ? "-" : std::to_string(code);
+std::string text_of(int type, const tovik_value &value) {
+  const double numbers[] = {double(value.i8),  double(value.i16), double(value.i32),
+                            double(value.i64), value.f,           value.d};
+  const DateTimeRec &date = value.datetime;
+  char text[64];
+  if (type <= TOVIK_DOUBLE) snprintf(text, sizeof text, "%.9g", numbers[type - 1]);
+  if (type == TOVIK_DATETIME)
+    snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02d%06d", date.year, date.month, date.day, date.hour,
+             date.minute, date.second, date.microseconds);
+  if (type == TOVIK_CHAR) return static_cast<const char *>(value.read.text);
+  if (type == TOVIK_WCHAR) return narrow(value.read.text);
+  if (type == TOVIK_BINARY)
+    return std::string(static_cast<const char *>(value.bytes.data), static_cast<size_t>(value.bytes.length));
+  return text;
 }
 
-template <class T>
-std::string read_number(const Field &field, int type, int (*form)(tovik_cur *, const char *, T *),
-                        T tovik_value::*member) {
-  alignas(8) char output[64];
-  T *number = reinterpret_cast<T *>(output);
-  return read_both(
-      field, type, output, [&] { return form(field.cursor, field.column, number); },
-      [&](const tovik_value &value) {
-        EXPECT_EQ(*number, value.*member);
-        char text[64];
-        snprintf(text, sizeof text, "%.9g", static_cast<double>(*number));
-        return std::string(text);
-      });
+// Reads through the typed form, into the same kind of value; copied texts and bytes go to buffer.
+int read_typed(tovik_cur *cursor, const char *column, int type, tovik_value &value, char (&buffer)[64]) {
+  const std::function<int()> forms[] = {
+      [&] { return tovik_getcol_i8(cursor, column, &value.i8); },
+      [&] { return tovik_getcol_i16(cursor, column, &value.i16); },
+      [&] { return tovik_getcol_i32(cursor, column, &value.i32); },
+      [&] { return tovik_getcol_i64(cursor, column, &value.i64); },
+      [&] { return tovik_getcol_float(cursor, column, &value.f); },
+      [&] { return tovik_getcol_double(cursor, column, &value.d); },
+      [&] { return tovik_getcol_char(cursor, column, buffer, sizeof buffer); },
+      [&] { return tovik_getcol_wchar(cursor, column, reinterpret_cast<uint16_t *>(buffer), sizeof buffer); },
+      [&] { return tovik_getcol_ctime(cursor, column, &value.datetime); },
+      [&] { return tovik_getcol_binary(cursor, column, buffer, sizeof buffer, &value.bytes.length); }};
+  const int result = forms[type - 1]();
+  if (result == 1 && type >= TOVIK_CHAR && type != TOVIK_DATETIME) value.read.text = buffer;
+  return result;
 }
 
-std::string read_date(const Field &field) {
-  alignas(8) char output[64];
-  DateTimeRec *date = reinterpret_cast<DateTimeRec *>(output);
-  return read_both(
-      field, TOVIK_DATETIME, output, [&] { return tovik_getcol_ctime(field.cursor, field.column, date); },
-      [&](const tovik_value &value) {
-        EXPECT_EQ(digits_of(*date), digits_of(value.datetime));
-        return digits_of(*date);
-      });
+// The column read as each API data type, through both forms: values, "null", or "-" for 202154.
+std::string read_all(tovik_cur *cursor, const char *column) {
+  std::string all;
+  for (int type = TOVIK_INT8; type <= TOVIK_BINARY; ++type) {
+    tovik_value general, typed;
+    alignas(8) char buffer[64];
+    memset(&general, 0x5a, sizeof general);
+    typed = general;
+    memset(buffer, 0x5a, sizeof buffer);
+    const int result = tovik_getcol(cursor, column, type, &general), code = record_code(result);
+    EXPECT_EQ(read_typed(cursor, column, type, typed, buffer), result) << column << " as " << type;
+    EXPECT_EQ(record_code(result), code) << column << " as " << type;
+    const std::string text = result == 1      ? text_of(type, general)
+                             : result == 0    ? "null"
+                             : code == 202154 ? "-"
+                                              : std::to_string(code);
+    all += (all.empty() ? "" : " ") + text;
+    if (result == 1) {
+      EXPECT_EQ(text_of(type, typed), text);
+    } else {
+      EXPECT_EQ(general.whole[0] & general.whole[1] & typed.whole[0] & typed.whole[1], 0x5a5a5a5a5a5a5a5a)
+          << "untouched";
+      EXPECT_EQ(std::string(buffer, sizeof buffer), std::string(sizeof buffer, 0x5a)) << "untouched";
+    }
+  }
+  return all;
 }
 
-std::string read_bytes(const Field &field, int type) {
-  alignas(8) char output[64];
-  int32_t length = 0x5a5a5a5a;
-  const auto typed = [&] {
-    if (type == TOVIK_CHAR) return tovik_getcol_char(field.cursor, field.column, output, sizeof output);
-    if (type == TOVIK_BINARY)
-      return tovik_getcol_binary(field.cursor, field.column, output, sizeof output, &length);
-    return tovik_getcol_wchar(field.cursor, field.column, reinterpret_cast<uint16_t *>(output),
-                              sizeof output);
-  };
-  return read_both(field, type, output, typed, [&](const tovik_value &value) {
-    const auto text = [&](const void *read, int32_t bytes) {
-      if (type == TOVIK_WCHAR) return narrow(read);
-      return std::string(static_cast<const char *>(read), static_cast<size_t>(bytes));
-    };
-    const bool binary = type == TOVIK_BINARY;
-    const std::string copied =
-        text(output, binary ? length : static_cast<int32_t>(strnlen(output, sizeof output)));
-    EXPECT_EQ(copied,
-              text(value.read.text, binary ? value.bytes.length : static_cast<int32_t>(copied.size())));
-    return copied;
-  });
-}
-
-// The column as the API data types 1 to 10.
-std::string read_all(const Field &field) {
-  std::string text = read_number(field, TOVIK_INT8, tovik_getcol_i8, &tovik_value::i8);
-  text += " " + read_number(field, TOVIK_INT16, tovik_getcol_i16, &tovik_value::i16);
-  text += " " + read_number(field, TOVIK_INT32, tovik_getcol_i32, &tovik_value::i32);
-  text += " " + read_number(field, TOVIK_INT64, tovik_getcol_i64, &tovik_value::i64);
-  text += " " + read_number(field, TOVIK_FLOAT, tovik_getcol_float, &tovik_value::f);
-  text += " " + read_number(field, TOVIK_DOUBLE, tovik_getcol_double, &tovik_value::d);
-  text += " " + read_bytes(field, TOVIK_CHAR) + " " + read_bytes(field, TOVIK_WCHAR);
-  return text + " " + read_date(field) + " " + read_bytes(field, TOVIK_BINARY);
-}
-
-// What a column gives for the API data types 1 to 10, by a cursor over tables and by one over results.
+// What a column gives for the API data types 1 to 10, by a cursor over tables and, where that differs, over
+// results.
 struct ColumnReads {
   const char *column, *sql_type, *literal, *in_tables, *in_results;
 };
@@ -495,21 +461,17 @@ const ColumnReads column_reads[] = {
      "-2 -2 -2 -2 -2.75 -2.75 -2.750000e+00 -2.750000e+00 - -"},
     {"d", "double", "300.5", "- - - - 300.5 300.5 3.00500000000000e+02 3.00500000000000e+02 - -",
      "44 300 300 300 300.5 300.5 3.00500000000000e+02 3.00500000000000e+02 - -"},
-    {"n", "decimal(10,2)", "'1.5'", "- - - - - - 1.5 1.5 - -", "- - - - - - 1.5 1.5 - -"},
-    {"s", "char(5)", "'full5'", "- - - - - - full5 full5 - -", "- - - - - - full5 full5 - -"},
-    {"v", "varchar(9)", "'some'", "- - - - - - some some - -", "- - - - - - some some - -"},
+    {"n", "decimal(10,2)", "'1.5'", "- - - - - - 1.5 1.5 - -", nullptr},
+    {"s", "char(5)", "'full5'", "- - - - - - full5 full5 - -", nullptr},
+    {"v", "varchar(9)", "'some'", "- - - - - - some some - -", nullptr},
     {"x", "text(20,4,20)", "'more-than-four-bytes'",
-     "- - - - - - more-than-four-bytes more-than-four-bytes - -",
-     "- - - - - - more-than-four-bytes more-than-four-bytes - -"},
-    {"l", "blob(20,4,20)", "'7a7B4F6162'", "- - - - - - 7a7b4f6162 7a7b4f6162 - z{Oab",
-     "- - - - - - 7a7b4f6162 7a7b4f6162 - z{Oab"},
-    {"da", "date", "'20240229'", "- - - - - - 20240229 20240229 20240229000000000000 -",
-     "- - - - - - 20240229 20240229 20240229000000000000 -"},
+     "- - - - - - more-than-four-bytes more-than-four-bytes - -", nullptr},
+    {"l", "blob(20,4,20)", "'7a7B4F6162'", "- - - - - - 7a7b4f6162 7a7b4f6162 - z{Oab", nullptr},
+    {"da", "date", "'20240229'", "- - - - - - 20240229 20240229 20240229000000000000 -", nullptr},
     {"ti", "time", "'20240229123456'", "- - - - - - 20240229123456 20240229123456 20240229123456000000 -",
-     "- - - - - - 20240229123456 20240229123456 20240229123456000000 -"},
+     nullptr},
     {"mi", "microtimestamp", "'20240229123456000789'",
-     "- - - - - - 20240229123456000789 20240229123456000789 20240229123456000789 -",
-     "- - - - - - 20240229123456000789 20240229123456000789 20240229123456000789 -"},
+     "- - - - - - 20240229123456000789 20240229123456000789 20240229123456000789 -", nullptr},
 };
 
 // What is read of NULL where a value reads as reads.
@@ -547,9 +509,10 @@ TEST(RecordReads, EveryColumnAsEveryType) {
     for (tovik_cur *cursor : cursors) {
       ASSERT_EQ(tovik_fetchcur(cursor), 1) << tovik_geterr();
       for (const ColumnReads &reads : column_reads) {
-        std::string expected = cursor == cursors[0] ? reads.in_tables : reads.in_results;
+        std::string expected =
+            cursor == cursors[0] || reads.in_results == nullptr ? reads.in_tables : reads.in_results;
         if (nr[0] == '2') expected = nulls(expected.c_str());
-        EXPECT_EQ(read_all({cursor, reads.column}), expected)
+        EXPECT_EQ(read_all(cursor, reads.column), expected)
             << reads.column << " of cursor " << (cursor == cursors[0]) << " row " << nr;
       }
       EXPECT_EQ(tovik_fetchcur(cursor), 0);
@@ -600,6 +563,230 @@ TEST(RecordReads, TextsStayUntilTheNextFetch) {
     EXPECT_EQ(length, 5) << "NULL leaves outputs as they are";
     tovik_closecur(cursor);
   }
+}
+
+TEST(RecordTexts, WideTextsAndTheirSurrogates) {
+  RecordDatabase db;
+  db.run({"CREATE TABLE t (s char(20), x text(20, 4, 20), l blob(20, 4, 20), n int)"});
+  const char16_t pair[] = u"a\U0001F600\u00fc", lone[] = u"a\xD83D";
+  const uint16_t *const text = wide(pair), *const bad = wide(lone);
+  tovik_colval values[4];
+  GIVES(0) << tovik_setcol_wchar(&values[0], "s", text) << tovik_setcol_wchar(&values[1], "x", text)
+           << tovik_setcol_wchar(&values[2], "l", wide(u"0aFF"))
+           << tovik_setcol_wchar(&values[3], "n", wide(u"-12")) << tovik_insert(db, "t", values, 4)
+           << tovik_execsql_wchar(db, wide(u"UPDATE t SET x = '\U0001F600' WHERE s LIKE 'a_\u00fc'"));
+  EXPECT_EQ(db.rows("t", {"s", "x", "l", "n"}), "a\xF0\x9F\x98\x80\xC3\xBC,\xF0\x9F\x98\x80,0aff,-12");
+  tovik_cond conds[4], invalid[2];
+  tovik_comp_wchar(&conds[0], "s", TOVIK_EQ, text);
+  tovik_comp_wchar(&conds[1], "s", TOVIK_LIKE, wide(u"_\U0001F600_"));
+  tovik_comp_wchar(&conds[2], "s", TOVIK_MATCH, wide(u"A?\u00fc"));
+  tovik_range_wchar(&conds[3], "s", text, 1, text, 1);
+  tovik_comp_wchar(&invalid[0], "s", TOVIK_EQ, bad);
+  tovik_range_wchar(&invalid[1], "s", text, 1, bad, 1);
+  for (const tovik_cond &cond : conds) EXPECT_EQ(db.rows("t", {"n"}, &cond), "-12");
+  GIVES(0) << tovik_setcol_wchar(&values[0], "s", bad);
+  GIVES(301) << tovik_insert(db, "t", values, 2) << tovik_update(db, "t", values, 1, nullptr)
+             << db.open_cursor("t", &invalid[0]) << tovik_update(db, "t", &values[3], 1, &invalid[1])
+             << tovik_delete(db, "t", &invalid[0]);
+  for (tovik_cur *cursor :
+       {db.open_cursor("t"),
+        tovik_selectsql_wchar(db, wide(u"SELECT s FROM t WHERE s = 'a\U0001F600\u00fc'"))}) {
+    uint16_t buffer[5];
+    GIVES(0) << tovik_fetchcur(cursor);
+    GIVES(190016) << tovik_getcol_wchar(cursor, "s", buffer, 9);
+    GIVES(0) << tovik_getcol_wchar(cursor, "s", buffer, 10);
+    EXPECT_EQ(memcmp(buffer, pair, sizeof pair), 0);
+    tovik_value value;
+    GIVES(0) << tovik_getcol(cursor, "s", TOVIK_WCHAR, &value);
+    EXPECT_EQ(memcmp(value.read.text, pair, sizeof pair), 0);
+    tovik_closecur(cursor);
+  }
+}
+
+// ---- values and rows ----
+
+TEST(RecordRows, ValuesOfEveryTypeIntoColumns) {
+  RecordDatabase db;
+  db.run(
+      {"CREATE TABLE t (i int, f float, d double, s char(9), x text(20, 4, 20), l blob(20, 4, 20), da date)",
+       "INSERT INTO t (i) VALUES 0"});
+  const DateTimeRec date = {2024, 2, 29, 0, 0, 0, 0, 0}, no_date = {2023, 2, 29, 0, 0, 0, 0, 0};
+  const struct {
+    const char *column;
+    int type;
+    tovik_value value;
+    int code;
+    const char *text;
+  } cases[] = {
+      {"i", TOVIK_INT64, {.i64 = 1 - (int64_t{1} << 31)}, 0, "-2147483647"},
+      {"i", TOVIK_INT64, {.i64 = -(int64_t{1} << 31)}, 113002, nullptr},
+      {"i", TOVIK_DOUBLE, {.d = -7.9}, 0, "-7"},
+      {"i", TOVIK_CHAR, {.text = "12x"}, 113001, nullptr},
+      {"i", TOVIK_CHAR, {.text = ""}, 113015, nullptr},
+      {"i", TOVIK_DATETIME, {.datetime = date}, 150001, nullptr},
+      {"f", TOVIK_FLOAT, {.f = 0.1f}, 0, "1.000000e-01"},
+      {"d", TOVIK_FLOAT, {.f = 0.1f}, 0, "1.00000000000000e-01"},
+      {"d", TOVIK_INT8, {.i8 = -128}, 0, "-1.28000000000000e+02"},
+      {"s", TOVIK_CHAR, {.text = ""}, 0, ""},
+      {"s", TOVIK_INT32, {.i32 = 77}, 0, "77"},
+      {"s", TOVIK_CHAR, {.text = "ten bytes."}, 113003, nullptr},
+      {"x", TOVIK_CHAR, {.text = "any length is good for a text"}, 0, "any length is good for a text"},
+      {"x", TOVIK_CHAR, {.text = ""}, 144001, nullptr},
+      {"l", TOVIK_BINARY, {.bytes = {"\0\1\xFE", 3}}, 0, "0001fe"},
+      {"l", TOVIK_CHAR, {.text = "abc"}, 0, "ab0c"},
+      {"l", TOVIK_CHAR, {.text = "no hex"}, 113013, nullptr},
+      {"l", TOVIK_INT16, {.i16 = 1}, 150001, nullptr},
+      {"da", TOVIK_DATETIME, {.datetime = date}, 0, "20240229"},
+      {"da", TOVIK_DATETIME, {.datetime = no_date}, 113006, nullptr},
+      {"da", TOVIK_CHAR, {.text = "20240301"}, 0, "20240301"},
+      {"da", 0, {}, 0, "-"},
+  };
+  for (const auto &c : cases) {
+    tovik_colval value;
+    EXPECT_EQ(tovik_setcol(&value, c.column, c.type, &c.value), 0);
+    EXPECT_EQ(record_code(tovik_update(db, "t", &value, 1, nullptr)), c.code) << c.column;
+    if (c.code != 0) continue;
+    EXPECT_EQ(db.rows("t", {c.column}), c.text) << c.column;
+  }
+  EXPECT_EQ(db.rows("t", {"i", "s"}), "-7,77") << "what failed changed nothing";
+}
+
+TEST(RecordRows, AutomaticTransactions) {
+  RecordDatabase db;
+  db.run({"CREATE TABLE t (a int, b int)", "CREATE UNIQUE INDEX ta ON t (a)",
+          "INSERT INTO t VALUES 1, 10, 2, 20, 3, 30"});
+  tovik_colval a, b;
+  tovik_setcol_i32(&a, "a", 5);
+  tovik_setcol_i32(&b, "b", 5);
+  const tovik_coldef column = coldef("c", TOVIK_INT);
+  GIVES(143001) << tovik_update(db, "t", &a, 1, nullptr);
+  EXPECT_EQ(db.rows("t", {"a", "b"}), "1,10;2,20;3,30") << "the first row too";
+  GIVES(0) << tovik_begin(db);
+  GIVES(140004) << tovik_begin(db);
+  GIVES(0) << tovik_createtbl(db, "n", &column, 1) << tovik_insert(db, "t", &a, 1)
+           << tovik_update(db, "t", &b, 1, nullptr);
+  EXPECT_EQ(db.rows("t", {"a", "b"}), "1,5;2,5;3,5;5,5") << "a unique key takes no NULL, b does";
+  GIVES(0) << tovik_rollback(db);
+  GIVES(140002) << tovik_rollback(db) << tovik_commit(db);
+  GIVES(141004) << tovik_droptbl(db, "n");
+  EXPECT_EQ(db.rows("t", {"a", "b"}), "1,10;2,20;3,30");
+  GIVES(0) << tovik_createtbl(db, "n", &column, 1) << tovik_insert(db, "t", &a, 1);
+  db.reopen();
+  EXPECT_EQ(db.rows("t", {"a", "b"}), "1,10;2,20;3,30;5,-");
+  EXPECT_EQ(db.rows("n", {"c"}), "");
+  db.run({"SET HVI_AUTO_COMMIT 'OFF'"});
+  GIVES(0) << tovik_delete(db, "t", nullptr) << tovik_begin(db) << tovik_insert(db, "t", &a, 1)
+           << tovik_rollback(db) << tovik_droptbl(db, "n");
+  db.reopen();
+  EXPECT_EQ(db.rows("t", {"a"}), "");
+  GIVES(141004) << tovik_droptbl(db, "n");
+  db.expect_sound("t");
+}
+
+// A read hold of another thread makes a commit fail until its last cursor is closed; one's own does not.
+TEST(RecordRows, OpenCursorsAndCommits) {
+  RecordDatabase db("", "LOCK_RETRY=2;LOCK_SLEEP=1;BEGIN_RETRY=2;BEGIN_SLEEP=1");
+  tovik_colval value;
+  tovik_setcol_i32(&value, "a", 2);
+  const char *tables[] = {"t"}, *columns[] = {"a"};
+  const std::function<tovik_cur *()> openers[] = {
+      [&] { return db.open_cursor("t"); },
+      [&] { return tovik_opencur_dist(db, tables, 1, nullptr, nullptr, columns, 1); },
+      [&] { return tovik_selectsql_char(db, "SELECT a FROM t"); }};
+  const auto insert_elsewhere = [&](int code) {
+    std::thread([&] {
+      GIVES(0) << tovik_begin(db) << tovik_insert(db, "t", &value, 1);
+      GIVES(code) << tovik_commit(db);
+      GIVES(140002) << tovik_rollback(db);
+    }).join();
+  };
+  for (const auto &open : openers) {
+    db.run({"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1"});
+    tovik_cur *first = open(), *second = open();
+    insert_elsewhere(140003);
+    tovik_closecur(second);
+    insert_elsewhere(140003);
+    GIVES(0) << tovik_begin(db) << tovik_update(db, "t", &value, 1, nullptr) << tovik_commit(db)
+             << tovik_fetchcur(first);
+    insert_elsewhere(140003);
+    tovik_closecur(first);
+    insert_elsewhere(0);
+    EXPECT_EQ(db.rows("t", {"a"}), "2;2");
+    first = open();
+    GIVES(0) << tovik_fetchcur(first) << tovik_droptbl(db, "t");
+    int32_t number;
+    (void)tovik_getcol_i32(first, "a", &number);
+    (void)tovik_fetchcur(first);
+    tovik_closecur(first);
+  }
+}
+
+// ---- schema ----
+
+TEST(RecordSchema, TablesAndTheirColumns) {
+  RecordDatabase db;
+  const tovik_coldef made[] = {
+      coldef("i1", 0x41, 5, 6), coldef("c8", 0x48),          coldef("f", 0x89),
+      coldef("da", 0x810, 1),   coldef("s", 0x20c, 0, 7, 1), coldef("s7", 0x20c, 7),
+      coldef("x", 0x120e),      coldef("l", 0x1412, 100, 8), coldef(" a_19_byte_name_ab\t", 0x43)};
+  const char *const expected[] = {"i1 41 0 0 0 0",     "c8 48 0 0 0 0",     "f 89 0 0 0 0",
+                                  "da 810 0 0 0 0",    "s 20c 1 20 1 0",    "s7 20c 0 7 1 0",
+                                  "x 120e 0 20 20 20", "l 1412 0 100 8 20", "a_19_byte_name_ab 43 0 0 0 0"};
+  const int count = static_cast<int>(std::size(made));
+  char buffer[8];
+  GIVES(0) << tovik_gettbllst(db, buffer, 1) << tovik_createtbl(db, "\r a\n", made, count);
+  GIVES(141003) << tovik_createtbl(db, "a", made, count);
+  tovik_coldef listed[std::size(made) + 1];
+  EXPECT_EQ(tovik_getcolilst(db, "a", listed, 2), 2);
+  ASSERT_EQ(tovik_getcolilst(db, "a", listed, count + 1), count);
+  for (int i = 0; i < count; ++i) {
+    char text[64];
+    snprintf(text, sizeof text, "%s %x %d %d %d %d", listed[i].name, static_cast<unsigned>(listed[i].type),
+             listed[i].not_null, listed[i].p1, listed[i].p2, listed[i].p3);
+    EXPECT_STREQ(text, expected[i]);
+  }
+  GIVES(0) << tovik_createtbl(db, "bc", listed, count);  // what was listed can be made
+  GIVES(146001) << tovik_gettbllst(db, buffer, 5) << tovik_gettbllst(db, buffer, 2);
+  memset(buffer, '#', sizeof buffer);
+  EXPECT_EQ(tovik_gettbllst(db, buffer, 6), 2);
+  EXPECT_EQ(std::string(buffer, sizeof buffer), std::string("a\0bc\0###", sizeof buffer));
+}
+
+TEST(RecordSchema, CountingColumnsAndIndices) {
+  RecordDatabase db;
+  const tovik_coldef columns[] = {coldef("a", TOVIK_INT), coldef("b", TOVIK_COL_CHAR)};
+  const tovik_autoinc counts = {1, 100, 5}, none = {3, 100, 5}, no_integer = {2, 1, 1}, no_start = {1, 0, 1},
+                      large_step = {1, 1, 65536};
+  GIVES(0) << tovik_createtbl_ex(db, "t", columns, 2, &counts)
+           << tovik_createtbl_ex(db, "u", columns, 2, &none);
+  GIVES(141006) << tovik_createtbl_ex(db, "n", columns, 2, &no_integer);
+  GIVES(141008) << tovik_createtbl_ex(db, "n", columns, 2, &no_start);
+  GIVES(141009) << tovik_createtbl_ex(db, "n", columns, 2, &large_step);
+  tovik_colval b, a_and_b[2];
+  tovik_setcol_char(&b, "b", "x");
+  tovik_setcol_i32(&a_and_b[0], "a", 7);
+  a_and_b[1] = b;
+  for (const char *table : {"t", "u"})
+    GIVES(0) << tovik_insert(db, table, &b, 1) << tovik_insert(db, table, a_and_b, 2)
+             << tovik_insert(db, table, &b, 1);
+  EXPECT_EQ(db.rows("t", {"a"}), "100;7;105");
+  EXPECT_EQ(db.rows("u", {"a"}), "-;7;-");
+  const char *const both[] = {"a", "b"};
+  GIVES(143001) << tovik_insert(db, "t", a_and_b, 2);  // a counting column is unique
+  GIVES(145005) << tovik_createidx(db, "ta", both, 1, "t", 0, 0);
+  GIVES(0) << tovik_createidx(db, "tb", both + 1, 1, " t ", 0, 7)
+           << tovik_createidx(db, "uab", both, 2, "u", 0, 0);
+  GIVES(145003) << tovik_createidx(db, "uab", both, 1, "t", 0, 0);
+  GIVES(145008) << tovik_createidx(db, "ub", both + 1, 1, "u", 0, 17);
+  GIVES(143001) << tovik_createidx(db, "ua", both, 1, "u", 1, 17);  // NULL equals NULL
+  tovik_cond unset;
+  GIVES(0) << tovik_isnull(&unset, "a") << tovik_delete(db, "u", &unset)
+           << tovik_createidx(db, "ua", both, 1, "u", 1, 17);
+  GIVES(143001) << tovik_insert(db, "u", a_and_b, 2);
+  GIVES(0) << tovik_dropidx(db, "ua") << tovik_insert(db, "u", a_and_b, 2);
+  GIVES(143001) << tovik_createidx(db, "ua", both, 1, "u", 1, 0);
+  db.expect_sound("t");
+  db.expect_sound("u");
 }
 
 }  // namespace
