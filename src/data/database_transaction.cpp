@@ -8,7 +8,9 @@
 //   3. What is cached from the DAT part is read again before the first grant after another process's commit
 //      is used; a reading that fails half way is repeated at the next grant (reload_pending).
 //   4. Nobody sleeps inside db.lock.
-//   5. A thread in owed holds a level that it has given back: whoever asks for a lock next repeats the
+//   5. Pages changed outside a transaction reach the file under the exclusive level only, also those that a
+//      failed change left in the cache: a transaction starts when they are written.
+//   6. A thread in owed holds a level that it has given back: whoever asks for a lock next repeats the
 //      release, and the thread itself gets nothing before that succeeds.
 #include "data/database.h"
 #include "frame/env.h"
@@ -201,11 +203,6 @@ DbStart start_again(const Database &db, ThreadId thread, bool allow_nested) {
   return DbStart::failed;
 }
 
-DbStart start_first(Database &db, ThreadId thread) {
-  if (tm_start(*db.storage->tm, thread)) return DbStart::started;
-  (void)db_unlock(db, thread, DbLock::write);
-  return DbStart::failed;
-}
 
 // The thread's open transaction, or null with 140002 or 40022.
 TransactionManager *own_transaction(const Database &db, ThreadId thread) {
@@ -220,6 +217,26 @@ bool take_exclusive(Database &db, ThreadId thread) {
   const LockResult result = lm_lock(*db.storage->lm, thread, LockLevel::exclusive, true);
   if (result == LockResult::busy) return fail(status::database_busy);
   return result == LockResult::granted;
+}
+
+// Invariant 5; the thread holds reserved before and after.
+bool finish_direct(Database &db, ThreadId thread) {
+  if (!db.storage->direct_changed) return true;
+  if (!take_exclusive(db, thread) || !sm_direct_end(*db.storage)) return false;
+  if (lock_disabled(db)) return true;
+  {
+    const LockGuard guard(db.lock);
+    if (!release(db, thread, Unlock::to_shared)) return false;
+  }
+  const LockResult result = try_lock(db, thread, DbLock::write);
+  if (result == LockResult::busy) return fail(status::database_busy);
+  return result == LockResult::granted;
+}
+
+DbStart start_first(Database &db, ThreadId thread) {
+  if (finish_direct(db, thread) && tm_start(*db.storage->tm, thread)) return DbStart::started;
+  (void)db_unlock(db, thread, DbLock::write);
+  return DbStart::failed;
 }
 
 void copy_failed(Database &db, int level) {
