@@ -35,6 +35,12 @@ bool entry_delete(const RowHandle &handle, Btree &index, const uint8_t *record) 
 
 // ---- checks ----
 
+// A column must have a value: 143002 with its number as detail.
+bool value_missing(int16_t column_number) {
+  err_set_full(status::not_null_violation, nullptr, nullptr, 0, false, column_number, 0);
+  return false;
+}
+
 // Columns that were not set take their bytes from rest.
 bool columns_finish(RowHandle &handle, const uint8_t *rest, bool unset_is_null) {
   const Table &table = *handle.table;
@@ -42,7 +48,7 @@ bool columns_finish(RowHandle &handle, const uint8_t *rest, bool unset_is_null) 
     const uint8_t state = handle.states[i];
     if (state == column_set) continue;
     const Column &column = table.columns[i];
-    if (column.not_null && (state == column_null || unset_is_null)) return fail(status::not_null_violation);
+    if (column.not_null && (state == column_null || unset_is_null)) return value_missing(column.number);
     if (state == column_unset)
       memcpy(handle.record + column.offset, rest + column.offset, static_cast<size_t>(column.stored_size));
   }
@@ -52,9 +58,9 @@ bool columns_finish(RowHandle &handle, const uint8_t *rest, bool unset_is_null) 
 // The key of record is complete and not yet in the index.
 bool unique_check(const RowHandle &handle, Btree &index, bool unset_is_null) {
   for (int i = 0; i < index.definition.part_count; ++i) {
-    const uint8_t state = handle.states[index.definition.parts[i].column - 1];
-    if (state == column_null || (unset_is_null && state == column_unset))
-      return fail(status::not_null_violation);
+    const int16_t number = index.definition.parts[i].column;
+    const uint8_t state = handle.states[number - 1];
+    if (state == column_null || (unset_is_null && state == column_unset)) return value_missing(number);
   }
   Key key;
   index_key(*handle.table, index, handle.record, key);
