@@ -5,10 +5,12 @@
 
 #include <cstdio>
 #include <memory>
+#include <thread>
 
 #include "engine.h"
 #include "fault_memory.h"
 #include "frame/error.h"
+#include "tovik.h"
 
 namespace tovik::test {
 namespace {
@@ -29,6 +31,33 @@ const Setting settings[] = {
     {"CallsWithReusedStorage", false, "HVI_TRAN_HISTORY=0"},
     {"CallsWithFreshStorage", false, "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF"},
 };
+
+// The record interface on a connection of its own: a row, and rows read back.
+const std::string by_records = "one insertion and reads by records";
+int perform_by_records() {
+  tovik_colval values[2];
+  tovik_cond cond;
+  tovik_order order;
+  tovik_setcol_i32(&values[0], "id", 100);
+  tovik_setcol_wchar(&values[1], "name", reinterpret_cast<const uint16_t *>(u"new"));
+  tovik_range_i32(&cond, "id", 5, 1, 15, 1);
+  tovik_sort(&order, 1, "name", 1);
+  tovik_db *db = tovik_open("t", small_database.c_str());
+  int code = db == nullptr ? tovik_geterr() : 0;
+  if (code == 0 && tovik_insert(db, "person", values, 2) != 0) code = tovik_geterr();
+  const char *tables[] = {"person"}, *distinct[] = {"name"};
+  for (int columns = 0; columns <= 1 && code == 0; ++columns) {
+    tovik_cur *cursor = tovik_opencur_dist(db, tables, 1, &cond, &order, distinct, columns);
+    tovik_value value;
+    int fetched = -1;
+    while (cursor != nullptr && (fetched = tovik_fetchcur(cursor)) == 1)
+      if (tovik_getcol(cursor, "name", TOVIK_WCHAR, &value) < 0) break;
+    if (fetched != 0) code = tovik_geterr();
+    tovik_closecur(cursor);
+  }
+  tovik_close(db);
+  return code;
+}
 
 // What is done before the failure, and the statement that meets it. A query is fetched to its end.
 struct Victim {
@@ -62,9 +91,11 @@ const Victim victims[] = {
     {changes, "ROLLBACK TRANSACTION"},
     {{}, "DESCRIBE person ALL"},
     {{}, "INFO CHECK person"},
+    {{}, by_records},
 };
 
 StatusCode perform(Session &session, const std::string &statement) {
+  if (statement == by_records) return perform_by_records();
   if (!statement.starts_with("SELECT")) return session.run(statement);
   std::string rows;
   return session.query(statement, &rows);
@@ -131,10 +162,12 @@ class FailureTest : public testing::TestWithParam<Setting> {
   }
 
   // A failure has a status; that of an allocation tells of it. A lock object is an allocation too, and has a
-  // status of its own.
+  // status of its own, and so has the memory of the record interface.
   void expect_told(StatusCode first) {
     EXPECT_NE(first, -1) << "failed without a status";
-    if (first == 0 || !GetParam().of_memory || first == status::lock_create) return;
+    if (first == 0 || !GetParam().of_memory || first == status::lock_create ||
+        first == status::record_api_memory)
+      return;
     bool told = first == status::out_of_memory;
     const ErrorRecord &record = error_record();
     for (int i = 0; i < std::min(record.count, error_entry_limit); ++i)
@@ -257,6 +290,39 @@ TEST_P(FailureTest, EveryFailureOfClosing) {
     heal();
     expected.look_after_opening();
   });
+}
+
+// What a change outside a transaction could not write is not written while somebody else reads.
+TEST(DirectChange, IsFinishedUnderTheExclusiveLevel) {
+  const Silence silence;
+  const Engine engine("HVI_AUTO_COMMIT=OFF");
+  const DiskImage base = made_database(small_database, schema() + person_rows(0, 30));
+  int refused = 0;
+  for (int call = 1;; ++call) {
+    SCOPED_TRACE(call);
+    fault_driver::load(base);
+    Session session(small_database), reader(session.database());
+    fault_driver::fail_call(call, Failure::once);
+    (void)session.run("UPDATE person SET name = 'other' WHERE id < 20");
+    if (fault_driver::failed_call().empty()) break;
+    fault_driver::heal();
+    std::thread([&] {
+      ASSERT_EQ(kld_api_pre_stmt_char(reader.statement(), "SELECT * FROM person"), 0) << error_code();
+    }).join();
+    const size_t operations = fault_driver::log().operations.size();
+    const int begun = session.run("BEGIN TRANSACTION");
+    if (begun == status::database_busy) {
+      EXPECT_EQ(fault_driver::log().operations.size(), operations) << "the file changed under a reader";
+      ++refused;
+    } else {
+      EXPECT_EQ(begun, 0);
+      EXPECT_EQ(session.run("ROLLBACK TRANSACTION"), 0);
+    }
+    kld_api_clear_stmt(reader.statement());
+    EXPECT_EQ(session.run("BEGIN TRANSACTION"), 0);
+    EXPECT_EQ(session.run("ROLLBACK TRANSACTION"), 0);
+  }
+  EXPECT_GT(refused, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Settings, FailureTest, testing::ValuesIn(settings),
