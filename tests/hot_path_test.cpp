@@ -4,7 +4,6 @@
 #include "data/database.h"
 #include "sql/statement.h"
 #include "support.h"
-#include "tovik.h"
 
 namespace tovik::test {
 namespace {
@@ -96,27 +95,6 @@ TEST_F(HotPath, AStatementOfManyRowsTakesThePoolOfOne) {
   run("UPDATE t SET s = s || 'x', d = d + LENGTH(s || x) WHERE LENGTH(s || s) > 0");
   run("DELETE FROM t WHERE LENGTH(s || x || s) > 0 AND id < 999");
   fetch_all("SELECT s FROM t", 1);
-}
-
-TEST_F(HotPath, ARecordReadByKeyTakesNothingFromTheHeapOnceThereHasBeenOne) {
-  tovik_db *records = tovik_open("h", ("PATH=" + directory.path() + ";CACHE_SIZE_DAT=256").c_str());
-  const char *tables[] = {"t"};
-  const auto read = [&](int id) {
-    char text[64] = "";
-    tovik_cond by_key;
-    tovik_comp_i32(&by_key, "id", TOVIK_EQ, id);
-    tovik_cur *cursor = tovik_opencur(records, tables, 1, &by_key, nullptr);
-    EXPECT_EQ(tovik_fetchcur(cursor), 1);
-    EXPECT_EQ(tovik_getcol_char(cursor, "s", text, sizeof text), 1);
-    EXPECT_EQ(tovik_getcol_char(cursor, "x", text, sizeof text), 1);
-    tovik_closecur(cursor);
-    return std::string(text);
-  };
-  for (int id = 0; id < 1000; ++id) read(id);
-  heap_calls = 0;
-  for (int id = 0; id < 1000; id += 7) EXPECT_EQ(read(id), "a text of more than four bytes");
-  EXPECT_EQ(heap_calls, 0);
-  tovik_close(records);
 }
 
 }  // namespace
