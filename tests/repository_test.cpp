@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -46,13 +45,14 @@ struct Include {
 };
 
 std::vector<Include> includes_of(const fs::path &file) {
-  static const std::regex form(R"(\s*#\s*include\s*(["<])([^">]+)[">].*)");
   std::vector<Include> found;
   std::ifstream in(root / file);
   std::string text;
-  std::smatch parts;
-  for (int line = 1; std::getline(in, text); ++line)
-    if (std::regex_match(text, parts, form)) found.push_back({file, line, parts[1] == "\"", parts[2]});
+  for (int line = 1; std::getline(in, text); ++line) {
+    char mark = 0, name[256] = "";
+    if (sscanf(text.c_str(), " # include %c%255[^\">]", &mark, name) == 2)
+      found.push_back({file, line, mark == '"', name});
+  }
   return found;
 }
 
@@ -131,15 +131,16 @@ Names exported_symbols() {
   return names;
 }
 
-// Function names that the public headers declare with the export macro.
+// Function names that the public headers declare with the export macro: the word before the first "(".
 Names declared_functions() {
-  static const std::regex form(R"(\nTOVIK_API [^(]*\b(\w+)\()");
   Names names;
   for (const std::string &header : interface_headers) {
     std::ifstream in(root / "include" / header);
-    const std::string text((std::istreambuf_iterator<char>(in)), {});
-    for (std::sregex_iterator at(text.begin(), text.end(), form), end; at != end; ++at)
-      names.insert((*at)[1]);
+    for (std::string line; std::getline(in, line);) {
+      if (!line.starts_with("TOVIK_API ")) continue;
+      const std::string before = line.substr(0, line.find('('));
+      names.insert(before.substr(before.find_last_of(" *") + 1));
+    }
   }
   return names;
 }
