@@ -378,7 +378,7 @@ std::string text_of(int type, const tovik_value &value) {
   const double numbers[] = {double(value.i8),  double(value.i16), double(value.i32),
                             double(value.i64), value.f,           value.d};
   const DateTimeRec &date = value.datetime;
-  char text[64];
+  char text[100];
   if (type <= TOVIK_DOUBLE) snprintf(text, sizeof text, "%.9g", numbers[type - 1]);
   if (type == TOVIK_DATETIME)
     snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02d%06d", date.year, date.month, date.day, date.hour,
@@ -756,8 +756,8 @@ TEST(RecordSchema, TablesAndTheirColumns) {
   EXPECT_EQ(tovik_getcolilst(db, "a", listed, 2), 2);
   ASSERT_EQ(tovik_getcolilst(db, "a", listed, count + 1), count);
   for (int i = 0; i < count; ++i) {
-    char text[64];
-    snprintf(text, sizeof text, "%s %x %d %d %d %d", listed[i].name, static_cast<unsigned>(listed[i].type),
+    char text[100];
+    snprintf(text, sizeof text, "%.19s %x %d %d %d %d", listed[i].name, static_cast<unsigned>(listed[i].type),
              listed[i].not_null, listed[i].p1, listed[i].p2, listed[i].p3);
     EXPECT_STREQ(text, expected[i]);
   }

@@ -1,6 +1,7 @@
 // A database used through the record interface, and short ways to read what it holds.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 #include <vector>
@@ -31,7 +32,7 @@ inline int record_code(tovik_cur *cursor) {
 inline tovik_coldef coldef(const char *name, int32_t type, int32_t p1 = 0, int32_t p2 = 0,
                            int32_t not_null = 0) {
   tovik_coldef definition = {};
-  strncpy(definition.name, name, sizeof definition.name);
+  memcpy(definition.name, name, std::min(strlen(name) + 1, sizeof definition.name));
   definition.type = type;
   definition.p1 = p1;
   definition.p2 = p2;
