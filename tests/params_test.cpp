@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -156,42 +155,6 @@ TEST_F(Parameters, SizesInBlocks) {
     EXPECT_EQ(params->size_dat, test.blocks) << test.text;
     EXPECT_EQ(params->manage_type, ManageType::separate);
   }
-}
-
-TEST_F(Parameters, TextsThatGiveNoBlock) {
-  EXPECT_EQ(param_create(nullptr), nullptr);
-  EXPECT_EQ(param_create(""), nullptr);
-  io_term();
-  EXPECT_EQ(param_create(""), nullptr);
-  EXPECT_EQ(recorded(),
-            (Codes{status::params_missing_text, status::key_values_argument, status::not_initialised}));
-}
-
-// The first lines of each group; a line for each value.
-TEST_F(Parameters, Listing) {
-  Block params(param_create("NAME=D:\\db\\x;SIZE_DAT=10M;SECTOR_SIZE=512;START_SECTOR=64;ENCRYPT_KEY=k"));
-  ASSERT_TRUE(params != nullptr && param_check(*params, true));
-  testing::internal::CaptureStdout();
-  param_dump(*params);
-  const std::string listing = testing::internal::GetCapturedStdout();
-  for (const char *piece :
-       {"*** Paramater Information ***\n -- io paramater -- \n  use type        : 0\n"
-        "  storage type    : 0\n  manage type     : 3\n  path            : D:\\db\n"
-        "  mode            : 0644\n  option          : 2\n  hd no           : 0\n"
-        "  sector size     : 512\n  start sector    : 64\n  block size      : 4096\n"
-        "  blsz / scsz     : 8\n  driver no       : 0\n -- block manager paramater --\n"
-        "  name            : x\n  overwrite       : 0\n  size dat        : 2560\n"
-        "  size trn        : 0\n  size dat (text) : 10M\n  size trn (text) : \n  suffix dat      : .dat\n",
-        " -- cache manager paramater -- \n  immediately write: 0\n  cache retry     : 100\n",
-        " -- btree paramater --\n  btree split ratio: 80\n  btree split ovfl: 65\n",
-        " -- transaction manager paramater --\n  transaction hash: 128\n  warm            : 1\n",
-        " -- database manager paramater --\n  lock retry      : 100\n  lock sleep      : 10\n"
-        "  language        : UTF-8\n -- overflow chunk data paramater --\n",
-        " -- begin wait paramater -- \n  begin retry     : 100\n  begin sleep     : 10\n"
-        " -- information paramater -- \n  application version word: 0\n  encryption key  : k\n"
-        "  endian          : 0\n  format          : 2\n"})
-    EXPECT_NE(listing.find(piece), std::string::npos) << piece << "in\n" << listing;
-  EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), 60);
 }
 
 }  // namespace

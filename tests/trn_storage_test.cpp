@@ -25,14 +25,6 @@ TEST_F(Blocks, PruningAtOpen) {
   ASSERT_TRUE(open("", true));
   EXPECT_EQ(files(), (Names{"orders.dat", "orders.12.trn_", "orders.13.trn_", "orders.trn", "orders.12x.trn_",
                             "orders.11.log_", "orders.11.trn", "orders2.11.trn_"}));
-
-  // A DAT storage that looks like a saved one, and saved storages of a name with a dot, stay.
-  const std::string dotted = "NAME=a.b;FILE_SFX_DAT=.trn_";
-  ASSERT_TRUE(create(dotted));
-  touch({"a.b.0.trn_"});
-  ASSERT_TRUE(open(dotted, true));
-  EXPECT_TRUE(files().contains("a.b.trn_") && files().contains("a.b.0.trn_"));
-  EXPECT_EQ(recorded(), Codes{});
 }
 
 TEST_F(Blocks, TransactionEndLeavesWhatTheSettingsSay) {
@@ -68,13 +60,6 @@ TEST_F(Blocks, TransactionEndLeavesWhatTheSettingsSay) {
     EXPECT_EQ(files(), test.left);
     EXPECT_EQ(database->header.commit.tstat, 0u);
     EXPECT_EQ(bm_counters(*database, part_trn).bcnt, 0);
-
-    // A transaction that wrote no record leaves nothing to fear: its storage just goes.
-    ASSERT_TRUE(bm_trn_reset(*database));
-    ASSERT_TRUE(bm_write_block(*database, part_trn, 1, block_of('u').data()));
-    EXPECT_TRUE(bm_trn_release(*database, false));
-    EXPECT_EQ(files(), test.left);
-    EXPECT_EQ(recorded(), Codes{});
   }
 }
 
@@ -88,13 +73,6 @@ TEST_F(Blocks, HistoryKeepsTheLastCommit) {
     ASSERT_TRUE(bm_trn_release(*database, true));
     EXPECT_EQ(files(), (Names{"orders.dat", "orders." + std::to_string(number) + ".trn_"}));
   }
-  EXPECT_FALSE(bm_saved_open(*database, 2));
-  EXPECT_EQ(recorded(), Codes{}) << "a missing one is no failure";
-  ASSERT_TRUE(bm_saved_open(*database, 3));
-  ASSERT_TRUE(bm_read_header(*database, part_trn));
-  EXPECT_EQ(database->header.commit.before.ucnt, 2u);
-  bm_trn_abandon(*database);
-
   // A commit without changes takes the number over.
   ASSERT_TRUE(bm_trn_reset(*database));
   database->header.commit = {};
@@ -143,9 +121,6 @@ TEST_F(Blocks, ARecordThatWaitsIsNeverDestroyed) {
     put("orders.trn", record);
     EXPECT_TRUE(bm_saved_drop_stale(*database));
     EXPECT_FALSE(files().contains("orders.trn"));
-    put("orders.trn", record.substr(0, 100));
-    EXPECT_TRUE(bm_trn_reset(*database)) << "shorter than a header";
-    EXPECT_TRUE(bm_trn_destroy(*database));
     EXPECT_EQ(files(), Names{"orders.dat"});
     EXPECT_EQ(recorded(), Codes{});
   }
