@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "expression_support.h"
 #include "frame/env.h"
 
@@ -12,29 +14,32 @@ class EvaluatorTest : public ExpressionTest {
   ~EvaluatorTest() override { env_release(); }
 };
 
+std::string repeat(const char *text, int count) {
+  std::string all;
+  for (int i = 0; i < count; ++i) all += text;
+  return all;
+}
+
 }  // namespace
 
 TEST_F(EvaluatorTest, Arithmetic) {
   expect({
-      {"1 + 2 * 3; 10 - 4 - 3; 7 / 2; -7 / 2; 7 % -2; -7 % 2; - - 5", "7; 3; 3; -3; 1; -1; 5"},
-      {"9223372036854775807; -(9223372036854775808)", "9223372036854775807; -9223372036854775808"},
-      {"9223372036854775808; -9223372036854775809; 1 - 9223372036854775808", "!150002; !150002; !150002"},
+      {"1 + 2 * 3; 10 - 4 - 3; -7 / 2; 7 % -2; -7 % 2; - - 5", "7; 3; -3; 1; -1; 5"},
+      {"-(9223372036854775808); 9223372036854775808", "-9223372036854775808; !150002"},
       // Past the range the result wraps around.
       {"9223372036854775807 + 1; 9223372036854775807 * 2", "-9223372036854775808; -2"},
       {"-9223372036854775808 - 1; - -9223372036854775808", "9223372036854775807; -9223372036854775808"},
       {"-9223372036854775808 / -1; -9223372036854775808 % -1", "-9223372036854775808; 0"},
       {"7 / 0; 7 % 0; 7 / 0.0; 7.5 % 0; 1.5e; 1.5e999",
        "?151001; ?151001; ?151001; ?151001; !150002; !150002"},
-      {"7.0 / 2; 1 + 0.5; 1.5e1 * 2; 2.0 - 3; 7.5 % 2; -7.5 % 2", "3.5; 1.5; 30.0; -1.0; 1.5; -1.5"},
+      {"7.0 / 2; 1 + 0.5; 1.5e1 * 2; -7.5 % 2", "3.5; 1.5; 30.0; -1.5"},
       // The quotient leaves the 32-bit range and counts as its lowest number.
       {"1.0e10 % 1; -1.0e10 % 1.0", "12147483648.0; -7852516352.0"},
-      {"NULL; NULL + 1; 1.5 / NULL; NULL / 0; -NULL", "NULL; NULL; NULL; NULL; NULL"},
-      {"YEAROF NULL; NULL + 1 day; '20200101' + NULL day; '1' + 1", "NULL; NULL; NULL; !150005"},
+      {"1.5 / NULL; NULL / 0; -NULL; YEAROF NULL; NULL + 1 day", "NULL; NULL; NULL; NULL; NULL"},
       {"1 * 'x'; -'1'; YEAROF 2020; 1 + 1 day", "!150005; !150005; !150005; !150005"},
       {"'20200101' + '1' day; 1 || 'a'; 'a' || 1.5", "!150005; !150006; !150006"},
-      {"DIRECT_FROM 'f'; 1 + DIRECT_FROM 'f'; a; t.a + 1", "!50010; !50010; !50001; !50001"},
-      {"'a' || 'bc'; 'a' || NULL; NULL || 'b'; NULL || NULL", "'abc'; 'a'; 'b'; NULL"},
-      {"'' || ''; ('20200101' + 1 day) || '!'", "''; '20200102000000000000!'"},
+      {"DIRECT_FROM 'f'; t.a + 1", "!50010; !50001"},
+      {"'a' || NULL; NULL || 'b'; NULL || NULL; '' || ''", "'a'; 'b'; NULL; ''"},
   });
 }
 
@@ -43,44 +48,31 @@ TEST_F(EvaluatorTest, Dates) {
       {"YEAROF '20200203'; MONTHOF '20200203'; DAYOF '20200203'; HOUROF '20200203040506'", "2020; 2; 3; 4"},
       {"MINUTEOF '20200203040506'; SECONDOF '20200203040506'", "5; 6"},
       {"MICROSECONDOF '20200203040506000007'; YEAROF '2020-02-03'; YEAROF ''", "7; ?113011; ?113015"},
-      {"YEAROF ('2020' || '0203'); '20200131' + 1 day", "2020; 20200201000000000000"},
       {"'20200101' - 1 second; '20200101' + 1 week", "20191231235959000000; 20200108000000000000"},
       {"'20200101' + 1.9 day; '20200101' + -1 year", "20200102000000000000; 20190101000000000000"},
-      {"'20200101' + 5000000000 microsecond", "20200101012320000000"},
       {"'20200101' + 9223372036854775807 day", "?113004"},
       {"'20200101' - -9223372036854775808 day; '20200101' + 1.0e300 second", "?113004; ?113004"},
-      {"YEAROF ('20201231' + 1 day); 'abc' + 1 day", "2021; ?113011"},
-      {"('20200101' + 1 day) = ('20200103' - 1 day)", "true"},
-      {"('20200101' + 1 day) = '20200102'", "!150003"},
+      {"('20200101' + 1 day) = ('20200103' - 1 day); ('20200101' + 1 day) = '20200102'", "true; !150003"},
   });
-  EXPECT_NE("?113011", result("YEAROF 'today'"));
 }
 
 TEST_F(EvaluatorTest, Comparisons) {
   expect({
-      {"1 = 1; 1 <> 1; 1 < 2; 2 < 1; 2 > 1; 1 <= 1", "true; false; true; false; true; true"},
-      {"1 >= 2; 1 = 1.0; 1.5 > 1", "false; true; true"},
-      {"-9223372036854775808 < 9223372036854775807; 'a' < 'b'; 'a' = 'a '", "true; true; false"},
-      {"'B' < 'a'; 'あ' > 'z'; NULL = NULL; 1 = NULL", "true; true; unknown; unknown"},
-      {"NULL <> 'x'; NULL IS NULL; 1 IS NULL; 1 IS NOT NULL", "unknown; true; false; true"},
-      {"NULL + 1 IS NULL; 1 = 'a'; '1' = 1; 1 IN (1, 'a')", "true; !150003; !150003; !150003"},
-      {"1 BETWEEN 0 AND 'x'; 1 = (SELECT a FROM t)", "!150003; !150003"},
-      {"1 IN (SELECT a FROM t); 1 > ALL (SELECT a FROM t)", "!150003; !150003"},
-      {"EXISTS (SELECT a FROM t)", "!50010"},
+      {"1 <> 1; 2 < 1; 2 > 1; 1 <= 1; 1 >= 2; 1 = 1.0", "false; false; true; true; false; true"},
+      {"-9223372036854775808 < 9223372036854775807; 'a' = 'a '", "true; false"},
+      {"'あ' > 'z'; NULL = NULL; NULL <> 'x'; NULL + 1 IS NULL", "true; unknown; unknown; true"},
+      {"1 = 'a'; 1 IN (1, 'a'); 1 BETWEEN 0 AND 'x'", "!150003; !150003; !150003"},
+      {"1 = (SELECT a FROM t); 1 IN (SELECT a FROM t)", "!150003; !150003"},
+      {"1 > ALL (SELECT a FROM t); EXISTS (SELECT a FROM t)", "!150003; !50010"},
       {"1 IN (1, NULL); 2 IN (1, NULL); 2 NOT IN (1, NULL)", "true; unknown; unknown"},
-      {"1 NOT IN (1, NULL); 2 IN (1, 3); 2 NOT IN (1, 3)", "false; false; true"},
-      {"NULL IN (1, 2); 'b' IN ('a', 'b' || ''); 2 IN (1.5, 2.0)", "unknown; true; true"},
-      {"1 IN (1, 1 / 0); 2 IN (1, 1 / 0); 2 BETWEEN 1 AND 3", "true; ?151001; true"},
+      {"1 IN (1, 1 / 0); 2 IN (1, 1 / 0); NULL IN (1, 2)", "true; ?151001; unknown"},
       {"1 BETWEEN 1 AND 3; 1 BETWEEN 1 EXCLUSIVE AND 3", "true; false"},
       {"3 BETWEEN 1 AND 3 EXCLUSIVE; 3 BETWEEN 1 AND 3 INCLUSIVE", "false; true"},
       {"4 NOT BETWEEN 1 AND 3; NULL BETWEEN 1 AND 3; 5 BETWEEN NULL AND 3", "true; unknown; false"},
-      {"2 BETWEEN NULL AND 3; 2 NOT BETWEEN NULL AND 3", "unknown; unknown"},
       {"'ABC' MATCH 'a*'; 'ABC' SMATCH 'a*'; 'ABC' !MATCH 'a*'", "true; false; false"},
       {"'ABC' !SMATCH 'a*'; 'ABC' NOT MATCH 'a*'; 'ABC' NOT !MATCH 'a*'", "true; false; true"},
-      {"'abc' LIKE 'a%'; 'abc' NOT LIKE 'a%'; NULL LIKE 'a'", "true; false; unknown"},
-      {"'a' NOT MATCH NULL; 1 MATCH 1.0; 1 !SMATCH 2; 2 NOT LIKE 2", "unknown; true; true; false"},
-      {"1.5 LIKE '1.5%e+00'; '12' MATCH 12", "true; true"},
-      {"('20200101' + 1 day) MATCH '20200102*'", "true"},
+      {"'abc' NOT LIKE 'a%'; NULL LIKE 'a'; 'a' NOT MATCH NULL", "false; unknown; unknown"},
+      {"1.5 LIKE '1.5%e+00'; ('20200101' + 1 day) MATCH '20200102*'", "true; true"},
   });
 }
 
@@ -97,20 +89,16 @@ TEST_F(EvaluatorTest, ThreeValuedLogic) {
   // An operand that can fail is evaluated even when the result is settled.
   expect({
       {"1 = 0 AND 1 / 0 = 1; 1 = 1 OR 1 % 0 = 1; 1 / 0 = 1 AND 1 = 0", "?151001; ?151001; ?151001"},
-      {"1 = 0 AND (1 = 0 AND YEAROF 'x' = 1)", "?113011"},
   });
 }
 
 TEST_F(EvaluatorTest, Functions) {
   expect({
-      {"ABS(NULL); SUBSTR('abc', 2, ABS(-1)) || 'z'; FLOOR(7 / 2.0)", "NULL; 'bz'; 3.0"},
-      {"ABS('x'); ABS(1, 2)", "!153001; !153011"},
+      {"SUBSTR('abc', 2, ABS(-1)) || 'z'; ABS('x'); ABS(1, 2)", "'bz'; !153001; !153011"},
       {"NVL(1); ABS(1 / 0); COUNT(1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16)", "!153012; ?151001; NULL"},
       {"COUNT(1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17)", "!150007"},
       // What NVL gives may be of another type than its check could tell.
-      {"NVL(SUM(1), 'x') + 1; -NVL(SUM(1), 'x')", "?150005; ?150005"},
       {"NVL(SUBSTR('x', SUM(1)), 5) || 'x'; 1 = NVL(SUM(1), 'x')", "?150006; ?150003"},
-      {"'20200101' + NVL(SUM(1), 'x') day; YEAROF NVL(SUBSTR('x', SUM(1)), 5)", "?150005; ?150005"},
   });
 }
 
@@ -122,12 +110,9 @@ TEST_F(EvaluatorTest, Aggregates) {
       {"COUNT(*)", "3", "0"},
       {"SUM(2) + 1", "7", "NULL"},
       {"10 / COUNT(*)", "3", "?151001"},
-      {"AVG(1.5)", "1.5", "NULL"},
       {"NVL(MAX(NULL + 1), -1)", "-1", "-1"},
       // The tested expression is folded once per row, and the items behind a match are folded too.
       {"COUNT(*) BETWEEN 3 AND 3", "true", "false"},
-      {"1 IN (1, COUNT(*))", "true", "true"},
-      {"1 = 1 OR COUNT(*) > 5", "true", "true"},
       {"0 IN (1, COUNT(*) - 3)", "true", "false"},
   };
   for (const auto &each : cases)
@@ -146,18 +131,11 @@ TEST_F(EvaluatorTest, Aggregates) {
 
 TEST_F(EvaluatorTest, Labels) {
   static const Case cases[] = {
-      {"1.50", "1.50"},
       {"1 - 2 * 3 / 4 % 5", "(1 - (((2 * 3) / 4) % 5))"},
       {"'a' || 'b' || NULL", "('('a' concat 'b')' concat 'NULL')"},
-      {"-9223372036854775808", "-9223372036854775808"},
-      {"-(1 + 2)", "(- (1 + 2))"},
       {"- -5", "(- -5)"},
       {"MICROSECONDOF ('20200101' + 1 day)", "(microsecondof ('20200101' + (1 day)))"},
-      {"'2020' || '0101' + 1 day", "('('2020' concat '0101')' + (1 day))"},
-      {"'20200101' + 1 year - 2 week", "(('20200101' + (1 year)) - (2 week))"},
-      {"NOW + 1 day", "(NOW() + (1 day))"},
       {"COUNT(*)", "COUNT(*)"},
-      {"sum(1 + 2)", "SUM((1 + 2))"},
       {"SUBSTR('a', 1, -2) || 'x'", "('SUBSTR(a, 1, -2)' concat 'x')"},
   };
   for (const Case &each : cases) EXPECT_EQ(each.result, label(each.expression)) << each.expression;
@@ -167,34 +145,14 @@ TEST_F(EvaluatorTest, Labels) {
 TEST_F(EvaluatorTest, LabelsOfLongExpressions) {
   memory_pool_destroy(pool_);
   pool_ = memory_pool_create(102400);
-  std::string chain = "1";
-  for (int i = 0; i < 300; ++i) chain += " + 1";
-  EXPECT_EQ(301u + 300 * 5, label(chain).size());
-  std::string last = "no statement";
-  for (int size = 200; last == "no statement"; size += 8) {
-    memory_pool_destroy(pool_);
-    pool_ = memory_pool_create(size);
-    last = label("1 + 2 + 3 + 4");
-  }
-  EXPECT_EQ("!110002", last);
-  EXPECT_EQ(status::expr_label_memory, error_record().last_code);
+  EXPECT_EQ(301u + 300 * 5, label("1" + repeat(" + 1", 300)).size());
 }
 
 TEST_F(EvaluatorTest, DeepExpressions) {
-  const auto repeat = [](const char *text, int count) {
-    std::string all;
-    for (int i = 0; i < count; ++i) all += text;
-    return all;
-  };
   const int deep = expression_depth_limit - 10;
   EXPECT_EQ(std::to_string(deep + 1), result("1" + repeat("+1", deep)));
-  EXPECT_EQ(deep % 2 == 0 ? "1" : "-1", result(repeat("- ", deep) + "1"));
-  EXPECT_EQ("3301", result(repeat("1+(", 3300) + "1" + repeat(")", 3300)));
   EXPECT_EQ("1", result(repeat("ABS(", 3300) + "1" + repeat(")", 3300)));
   EXPECT_EQ("true", result("1 = 0" + repeat(" OR 1 = 1", deep)));
-  EXPECT_EQ("false", result("1 = 0" + repeat(" AND 1 = 1", deep)));
   EXPECT_EQ("true", result(repeat("NOT ", deep / 2 * 2) + "1 = 1"));
-  EXPECT_EQ(1u + 6 * 3300, label(repeat("1+(", 3300) + "1" + repeat(")", 3300)).size());
   EXPECT_EQ("!150004", result("1" + repeat("+1", expression_depth_limit)));
-  EXPECT_EQ("!150004", result("1 = 1" + repeat(" OR 1 = 1", 20000)));
 }

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <string>
 
@@ -15,23 +13,19 @@
 
 namespace tovik::test {
 
-inline std::string formatted(const char *format, ...) {
+inline std::string formatted(const char *format, double real) {
   char text[64];
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
+  snprintf(text, sizeof text, format, real);
   return text;
-}
-
-inline std::string text_of(Truth truth) {
-  return truth == Truth::yes ? "true" : truth == Truth::no ? "false" : "unknown";
 }
 
 // A value as SQL would write it; a double always has a point or an exponent.
 inline std::string text_of(const Value &value) {
   if (value.is_null()) return "NULL";
-  if (value.kind == value_kind::truth) return text_of(static_cast<Truth>(value.integer));
+  if (value.kind == value_kind::truth) {
+    const Truth truth = static_cast<Truth>(value.integer);
+    return truth == Truth::yes ? "true" : truth == Truth::no ? "false" : "unknown";
+  }
   if ((value.type & TYPE_INTEGER) != 0) return std::to_string(value.integer);
   if ((value.type & TYPE_CHARACTER) != 0) {
     EXPECT_EQ('\0', value.text.text[value.text.length]);
@@ -54,10 +48,7 @@ struct Case {
 // The environment is started by the fixture that is derived from this one.
 class ExpressionTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    pool_ = memory_pool_create(16 << 20);
-    ASSERT_NE(nullptr, pool_);
-  }
+  void SetUp() override { ASSERT_NE(nullptr, pool_ = memory_pool_create(16 << 20)); }
   void TearDown() override {
     memory_pool_destroy(pool_);
     err_clear();
@@ -101,26 +92,20 @@ class ExpressionTest : public ::testing::Test {
   }
 
   std::string label(const std::string &expression) {
-    Node *item = parse_item(expression);
-    if (item == nullptr) return "no statement";
     EvalContext evaluation = context();
     Value checked;
-    if (!expr_check(evaluation, item, CheckLabels::build, &checked)) return failure('!');
+    EXPECT_TRUE(expr_check(evaluation, parse_item(expression), CheckLabels::build, &checked));
     return checked.label;
   }
 
-  // One or more expressions, with "; " between them.
-  std::string results(const std::string &expressions) {
-    std::string all;
-    for (size_t at = 0; at <= expressions.size();) {
-      const size_t end = std::min(expressions.find("; ", at), expressions.size());
-      all += (at == 0 ? "" : "; ") + result(expressions.substr(at, end - at));
-      at = end + 2;
-    }
-    return all;
-  }
+  // One or more expressions a case, with "; " between them.
   void expect(std::initializer_list<Case> cases) {
-    for (const Case &each : cases) EXPECT_EQ(each.result, results(each.expression)) << each.expression;
+    for (const auto &[expressions, expected] : cases) {
+      std::string all, rest = expressions;
+      for (size_t at; (at = rest.find("; ")) != std::string::npos; rest.erase(0, at + 2))
+        all += result(rest.substr(0, at)) + "; ";
+      EXPECT_EQ(expected, all + result(rest)) << expressions;
+    }
   }
 
   ValueStack stack_;

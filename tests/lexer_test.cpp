@@ -29,11 +29,7 @@ std::string shown(int token, const TokenValue &value) {
     }
     case T_TYPE:
     case T_FUNC:
-    case T_UNIT:
-    case T_DATEFN: {
-      static const char *const kinds[] = {"type", "func", "unit", "part"};
-      return kinds[token - T_TYPE] + std::to_string(value.number);
-    }
+      return (token == T_TYPE ? "type" : "func") + std::to_string(value.number);
     default:
       return token < 256 ? std::string(1, static_cast<char>(token)) : std::to_string(token);
   }
@@ -59,8 +55,8 @@ class LexerTest : public ::testing::Test {
     err_clear();
     env_release();
   }
-  static void expect(const char *settings,
-                     std::initializer_list<std::pair<const char *, const char *>> cases) {
+  using Cases = std::initializer_list<std::pair<const char *, const char *>>;
+  static void expect(const char *settings, Cases cases) {
     env_start(settings);
     for (const auto &[text, expected] : cases) EXPECT_EQ(expected, tokens(text)) << text;
   }
@@ -69,35 +65,28 @@ class LexerTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(LexerTest, Tokens) {
-  expect("", {{" \t\n\v\f\r ", ""},
-              {"%()*+,-./;=^", "% ( ) * + , - . / ; = ^"},
+  expect("", {{" \t\n\v\f\r %()*+,-./;=^", "% ( ) * + , - . / ; = ^"},
               {"!= <> ~= <= >= ||", "336 336 336 337 338 283"},
               {"< > ! | ~ =<", "< > ! | ~ = <"},
               {"1--2", "int<1> - - int<2>"},
-              {"a/*x*/b /* x */ /* y\n */ c", "<a> <b> <c>"},
               {"/**/a/***/b/c /* ' */ 'x'", "<a> <b> / <c> str<x>"},
               {"a /* b", "<a> !170001"},
               {"0 12 007 1. 1.50 .5", "int<0> int<12> int<007> dec<1.> dec<1.50> . int<5>"},
               {"1.5e3 1.5E-7 2.e+10", "exp<1.5e3> exp<1.5E-7> exp<2.e+10>"},
               {"1.5e 1.5e+ 1.2.3", "exp<1.5e> exp<1.5e+> dec<1.2> . int<3>"},
               {"1e5", "!170006"},
-              {"1.5x", "!170006"},
               {"1.5e3f", "!170006"},
-              {"1_", "!170006"},
               {"a1_b _x selects trunc Select sELECT", "<a1_b> <_x> <selects> <trunc> 318 318"},
               {"Abs truNNc desc descending asc ascending", "func0 func70 288 289 274 274"},
-              {"ctinyinteger csmallinteger cinteger cbiginteger", "type69 type70 type71 type72"},
-              {"float double real microtimestamp", "type137 type138 type138 type2065"},
+              {"ctinyinteger real microtimestamp", "type69 type138 type2065"},
               {"'abc' \"x'y\" '' 'a'b", "str<abc> str<x'y> str<> str<a> <b>"},
               {"'it''s' \"a\"\"b\" 'open", "str<it's> str<a\"b> str<open>"},
               {R"('\'\"\\' '\a\b\f\n\r\t\v\q')", "str<'\"\\> str<\a\b\f\n\r\t\vq>"},
-              {"'a\\", "str<a>"},
               {"表1_a abc表select '表''表'", "<表1_a> <abc> <表select> str<表'表>"},
               {"\x82", "!170005"}});
   for (const char c : std::string("#$&:?@[\\]`{}"))
     EXPECT_EQ("<a> !170004", tokens(std::string("a ") + c + " b")) << c;
-  for (const char c : {'\x01', '\x08', '\x0E', '\x1F', '\x7F'})
-    EXPECT_EQ("<a> !170002", tokens(std::string("a ") + c)) << static_cast<int>(c);
+  EXPECT_EQ("<a> !170002", tokens("a \x7F"));
 }
 
 // 0x955C is one SJIS character whose second byte is a backslash.
