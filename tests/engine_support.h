@@ -57,8 +57,6 @@ class Engine {
     io_term();
     env_release();
   }
-  Engine(const Engine &) = delete;
-  Engine &operator=(const Engine &) = delete;
 };
 
 template <class Work>
@@ -100,111 +98,81 @@ class SlotGuard {
   Slot saved_;
 };
 
-// The file driver as added driver 101, behind a log of its calls ("write a.dat 0", "sync a.dat") and a count
-// after which a call fails. Made before the engine.
+// The file driver as added driver 101, behind a log of its calls ("truncate a.dat 0", "sync a.dat") and a
+// count after which a call fails. Made before the engine.
 class FaultDriver {
  public:
   static constexpr int driver_no = 101;
 
   FaultDriver() {
-    state() = {};
-    driver() = file_driver;
-    driver().name = "fault driver";
-    driver().file_open = [](const char *name, int flags, int mode, int number, int size) -> DriverHandle {
+    log_ = {};
+    countdown_ = 0;
+    driver_ = file_driver;
+    driver_.name = "fault driver";
+    driver_.file_open = [](const char *name, int flags, int mode, int number, int size) -> DriverHandle {
       if (fails((flags & open_create) != 0 ? "create" : "open", name)) return no_handle;
       const DriverHandle handle = file_driver.file_open(name, flags, mode, number, size);
-      if (handle != no_handle) state().names[handle] = last_part(name);
+      if (handle != no_handle) names_[handle] = name;
       return handle;
     };
-    driver().file_close = [](DriverHandle handle) {
-      const bool failed = fails("close", state().names[handle]);
+    driver_.file_close = [](DriverHandle handle) {
+      const bool failed = fails("close", names_[handle]);
       return file_driver.file_close(handle) < 0 || failed ? -1 : 0;
     };
-    driver().file_remove = [](const char *name) {
+    driver_.file_remove = [](const char *name) {
       return fails("remove", name) ? -1 : file_driver.file_remove(name);
     };
-    driver().file_rename = [](const char *name, const char *target) {
+    driver_.file_rename = [](const char *name, const char *target) {
       return fails("rename", name, " " + last_part(target)) ? -1 : file_driver.file_rename(name, target);
     };
     wrap<&IoDriver::file_read>("read", file_driver.file_read);
     wrap<&IoDriver::file_write>("write", file_driver.file_write);
-    wrap<&IoDriver::file_size>("size", file_driver.file_size);
     wrap<&IoDriver::file_sync>("sync", file_driver.file_sync);
     wrap<&IoDriver::file_truncate>("truncate", file_driver.file_truncate);
-    added_drivers[driver_no - added_driver_base] = &driver();
+    added_drivers[driver_no - added_driver_base] = &driver_;
   }
   ~FaultDriver() { added_drivers[driver_no - added_driver_base] = nullptr; }
-  FaultDriver(const FaultDriver &) = delete;
-  FaultDriver &operator=(const FaultDriver &) = delete;
 
   // The call with that number from now on fails, and no other; 0 fails none.
-  void fail_call(int number) { state().countdown = number; }
-  std::vector<std::string> take_log() { return std::exchange(state().log, {}); }
+  void fail_call(int number) { countdown_ = number; }
+  std::vector<std::string> take_log() { return std::exchange(log_, {}); }
 
  private:
-  struct State {
-    std::vector<std::string> log;
-    std::map<DriverHandle, std::string> names;
-    int countdown = 0;
-  };
-  static State &state() {
-    static State state;
-    return state;
-  }
-  static IoDriver &driver() {
-    static IoDriver driver;
-    return driver;
-  }
-  static std::string last_part(const char *name) {
-    const char *separator = path_last_separator(name);
-    return separator == nullptr ? name : separator + 1;
-  }
+  static std::string last_part(const std::string &name) { return name.substr(name.find_last_of("/\\") + 1); }
   template <auto slot, class Result, class... Arguments>
   static void wrap(const char *call, Result (*)(DriverHandle, Arguments...)) {
     static const char *name;
     name = call;
-    driver().*slot = [](DriverHandle handle, Arguments... arguments) -> Result {
-      if (fails(name, state().names[handle], more(arguments...))) return -1;
-      return (file_driver.*slot)(handle, arguments...);
+    driver_.*slot = [](DriverHandle handle, Arguments... arguments) -> Result {
+      return fails(name, names_[handle], more(arguments...)) ? -1 : (file_driver.*slot)(handle, arguments...);
     };
   }
-  static std::string more() { return ""; }
+  static std::string more(...) { return ""; }
   static std::string more(int64_t length) { return " " + std::to_string(length); }
-  // " <block>" for a transfer of whole blocks.
-  static std::string more(const void *, int64_t length, int64_t offset) { return more(offset / length); }
   static bool fails(const char *call, const std::string &name, const std::string &more = "") {
-    state().log.push_back(std::string(call) + " " + last_part(name.c_str()) + more);
-    return state().countdown > 0 && --state().countdown == 0;
+    log_.push_back(std::string(call) + " " + last_part(name) + more);
+    return countdown_ > 0 && --countdown_ == 0;
   }
+
+  inline static IoDriver driver_;
+  inline static std::vector<std::string> log_;
+  inline static std::map<DriverHandle, std::string> names_;
+  inline static int countdown_;
 };
 
 // The allocation with a chosen number fails, and no other.
 class AllocationFault {
  public:
   explicit AllocationFault(int number) {
-    countdown() = number;
-    real() = memory_table;
-    memory_table.mem_alloc = [](size_t size) { return fails() ? nullptr : real().mem_alloc(size); };
-    memory_table.mem_realloc = [](void *block, size_t size) {
-      return fails() ? nullptr : real().mem_realloc(block, size);
-    };
+    countdown_ = number;
+    real_ = memory_table;
+    memory_table.mem_alloc = [](size_t size) { return --countdown_ == 0 ? nullptr : real_.mem_alloc(size); };
   }
-  ~AllocationFault() { memory_table = real(); }
-  AllocationFault(const AllocationFault &) = delete;
-  AllocationFault &operator=(const AllocationFault &) = delete;
-
-  static bool happened() { return countdown() <= 0; }
+  ~AllocationFault() { memory_table = real_; }
 
  private:
-  static int &countdown() {
-    static int countdown;
-    return countdown;
-  }
-  static MemoryTable &real() {
-    static MemoryTable real;
-    return real;
-  }
-  static bool fails() { return --countdown() == 0; }
+  inline static int countdown_;
+  inline static MemoryTable real_;
 };
 
 }  // namespace tovik::test
