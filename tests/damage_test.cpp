@@ -18,23 +18,18 @@ constexpr unsigned seconds_per_database = 20;
 char current_damage[256];
 
 void time_is_up(int) {
-  const char *text = "no end in sight: ";
-  (void)!write(STDERR_FILENO, text, strlen(text));
   (void)!write(STDERR_FILENO, current_damage, strlen(current_damage));
-  (void)!write(STDERR_FILENO, "\n", 1);
   abort();
 }
 
 const Statements battery = {
     "DESCRIBE person ALL",
     "INFO CHECK person",
-    "INFO CHECK purse",
     "INSERT INTO person VALUES 1000, 'new', 'a text that needs chunks of its own in the overflow row system'",
     "INSERT INTO purse (balance) VALUES 7",
     "UPDATE person SET name = 'other', note = note || ' and more' WHERE id > 20",
     "DELETE FROM person WHERE name = 'name 3'",
     "CREATE TABLE later (a int, b text)",
-    "CREATE INDEX later_a ON later (a)",
     "CREATE INDEX person_note ON person (name)",
     "BEGIN TRANSACTION",
     "UPDATE purse SET balance = balance + 1",
@@ -50,10 +45,8 @@ int use(const DiskImage &image) {
   int succeeded = 0;
   for (const bool change : {false, true}) {
     Session session(small_database);
-    if (!session.open()) {
-      EXPECT_NE(session.open_status(), 0);
-      continue;
-    }
+    EXPECT_TRUE(session.open() || session.open_status() != 0);
+    if (!session.open()) continue;
     (void)database_text(session);
     (void)database_fault(session);
     std::string row;
@@ -70,10 +63,10 @@ int use(const DiskImage &image) {
 // A database with all kinds of pages: chains of several pages, free blocks, free slots, chunks, overflow
 // trees.
 DiskImage rich_database() {
-  Statements statements = schema() + person_rows(0, 60);
-  statements =
-      statements + Statements{"CREATE TABLE purse (number int AUTO_INCREMENT, balance bigint, kind int)",
-                              "CREATE INDEX purse_kind ON purse (kind)"};
+  Statements statements =
+      schema() + person_rows(0, 60) +
+      Statements{"CREATE TABLE purse (number int AUTO_INCREMENT, balance bigint, kind int)",
+                 "CREATE INDEX purse_kind ON purse (kind)"};
   for (int i = 0; i < 40; ++i)
     statements.push_back("INSERT INTO purse (balance, kind) VALUES " + std::to_string(i) + ", 1");
   return made_database(
@@ -90,7 +83,7 @@ class DamageTest : public testing::Test {
 
   // Uses a damaged database within a time.
   static int use_damaged(const DiskImage &image, int round, const std::string &what) {
-    snprintf(current_damage, sizeof current_damage, "round %d: %s", round, what.c_str());
+    snprintf(current_damage, sizeof current_damage, "round %d: %s\n", round, what.c_str());
     SCOPED_TRACE(current_damage);
     alarm(seconds_per_database);
     return use(image);
@@ -113,26 +106,23 @@ std::string damage(Bytes &bytes, Random &random) {
   // Headers of pages and the first slots matter most.
   const size_t position = std::min(block + below(random.one_in(2) ? 64 : block_size), bytes.size() - 1);
   const std::string where = " at " + std::to_string(position);
-  switch (random.below(6)) {
+  switch (random.below(5)) {
     case 0:
       bytes[position] ^= static_cast<uint8_t>(1 << random.below(8));
       return "bit" + where;
-    case 1:
-      bytes[position] = static_cast<uint8_t>(random.next());
-      return "byte" + where;
-    case 2: {  // a word that is a plausible number, or an extreme one
+    case 1: {  // a word that is a plausible number, or an extreme one
       constexpr uint32_t extremes[] = {0, 1, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0x10000};
       const uint32_t word = random.one_in(2) ? extremes[random.below(6)] : static_cast<uint32_t>(below(200));
       const size_t aligned = position & ~size_t{3};
       memcpy(&bytes[aligned], &word, std::min(sizeof word, bytes.size() - aligned));
       return "word " + std::to_string(word) + where;
     }
-    case 3: {
-      const size_t length = std::min(bytes.size() - position, 1 + below(300));
+    case 2: {
+      const size_t length = std::min(bytes.size() - position, 1 + below(random.one_in(2) ? 300 : 1));
       for (size_t i = 0; i < length; ++i) bytes[position + i] = static_cast<uint8_t>(random.next());
       return std::to_string(length) + " random bytes" + where;
     }
-    case 4: {  // one block over another
+    case 3: {  // one block over another
       const size_t source = below(blocks) * block_size;
       memmove(&bytes[block], &bytes[source],
               std::min({block_size, bytes.size() - source, bytes.size() - block}));

@@ -14,8 +14,6 @@ namespace tovik::test {
 
 namespace {
 
-constexpr int text_limit = 65536;  // bytes of one value as text
-
 std::string failed(const std::string &what) {
   return what + ": error " + std::to_string(error_code()) + "\n";
 }
@@ -189,15 +187,10 @@ std::string blocks_fault(StorageManager &sm) {
   return std::to_string(owners.size()) + " of " + std::to_string(count) + " blocks have an owner\n";
 }
 
-// The rows as lines that start with the table's name; long runs of one character by their length.
+// The rows as lines that start with the table's name.
 std::string row_lines(const std::string &name, const std::string &rows) {
-  std::string result = rows.empty() ? "" : name + ": ";
-  for (size_t begin = 0; begin < rows.size();) {
-    const size_t run = std::min(rows.find_first_not_of(rows[begin], begin), rows.size()) - begin;
-    result += rows[begin] == ';' ? "\n" + name + ": " : std::string(1, rows[begin]);
-    if (run >= 6) result += "{" + std::to_string(run) + "}";
-    begin += run < 6 ? 1 : run;
-  }
+  std::string result = name + ": ";
+  for (const char c : rows) result += c == ';' ? "\n" + name + ": " : std::string(1, c);
   return result + "\n";
 }
 
@@ -286,71 +279,42 @@ Statements person_rows(int from, int count) {
   return statements;
 }
 
-namespace {
-
-std::string filled(const char *pattern, Random &random);
-
-std::string placeholder(char kind, Random &random) {
-  static constexpr const char *conditions[] = {"id = %d", "id > %d AND id < %d", "name = %n",
-                                               "name IS NULL OR id < %d"};
-  switch (kind) {
-    case 't':
-      return "p" + std::to_string(random.below(3));
-    case 'i':
-      return "i" + std::to_string(random.below(4));
-    case 'd':
-      return std::to_string(random.below(60));
-    case 'n':
-      return random.one_in(6) ? "NULL" : "'name " + std::to_string(random.below(5)) + "'";
-    case 's':
-      return "'" + std::string(static_cast<size_t>(random.below(random.one_in(4) ? 2000 : 60)), 'n') + "'";
-    case 'r':
-      return filled("%d, %n, %s", random);
-    default:
-      return filled(conditions[random.below(4)], random);
-  }
-}
-
-std::string filled(const char *pattern, Random &random) {
-  std::string text;
-  for (; *pattern != '\0'; ++pattern)
-    if (*pattern == '%')
-      text += placeholder(*++pattern, random);
-    else
-      text += *pattern;
-  return text;
-}
-
-}  // namespace
-
 std::string random_statement(Random &random) {
-  static constexpr const char *patterns[] = {
-      "CREATE TABLE %t (id int NOT NULL, name varchar(12), note text)",
-      "CREATE TABLE %t (id int NOT NULL, name varchar(12), note text)",
-      "CREATE UNIQUE INDEX %i ON %t (id)",
-      "CREATE INDEX %i ON %t (name, id)",
-      "CREATE INDEX %i ON %t (name)",
-      "DROP INDEX %i",
-      "DROP TABLE %t",
-      "EMPTY TABLE %t",
-      "RENAME TABLE %t TO %t",
-      "DELETE FROM %t WHERE %c",
-      "DELETE FROM %t WHERE %c",
-      "UPDATE %t SET name = %n, note = %s WHERE %c",
-      "UPDATE %t SET name = %n, note = %s WHERE %c",
-      "UPDATE %t SET note = %s WHERE %c",
-      "UPDATE %t SET id = id + %d WHERE %c",
-      "INSERT INTO %t VALUES %r",
-      "INSERT INTO %t VALUES %r",
-      "INSERT INTO %t VALUES %r",
-      "INSERT INTO %t VALUES %r",
-      "INSERT INTO %t VALUES %r, %r",
-      "INSERT INTO %t VALUES %r, %r",
-      "INSERT INTO %t VALUES %r, %r",
-      "INSERT INTO %t VALUES %r, %r, %r, %r, %r",
-      "INSERT INTO %t VALUES %r, %r, %r, %r, %r, %r, %r, %r, %r, %r, %r",
+  const auto number = [&random](int limit) { return std::to_string(random.below(limit)); };
+  const std::string table = "p" + number(3), index = "i" + number(4), id = number(60);
+  const auto name = [&] { return random.one_in(6) ? "NULL" : "'name " + number(5) + "'"; };
+  const auto note = [&] {
+    return "'" + std::string(static_cast<size_t>(random.below(random.one_in(4) ? 2000 : 60)), 'n') + "'";
   };
-  return filled(patterns[random.below(static_cast<int>(std::size(patterns)))], random);
+  if (random.one_in(3)) {
+    const std::string schema_changes[] = {
+        "CREATE TABLE " + table + " (id int NOT NULL, name varchar(12), note text)",
+        "CREATE TABLE " + table + " (id int NOT NULL, name varchar(12), note text)",
+        "CREATE UNIQUE INDEX " + index + " ON " + table + " (id)",
+        "CREATE INDEX " + index + " ON " + table + " (name, id)",
+        "CREATE INDEX " + index + " ON " + table + " (name)",
+        "DROP INDEX " + index,
+        "DROP TABLE " + table,
+        "EMPTY TABLE " + table,
+        "RENAME TABLE " + table + " TO p" + number(3),
+    };
+    return schema_changes[random.below(static_cast<int>(std::size(schema_changes)))];
+  }
+  if (random.one_in(2)) {
+    std::string rows = "INSERT INTO " + table + " VALUES " + id + ", " + name() + ", " + note();
+    for (int more = random.below(random.one_in(4) ? 10 : 2); more > 0; --more)
+      rows += ", " + number(60) + ", " + name() + ", " + note();
+    return rows;
+  }
+  const std::string conditions[] = {"id = " + id, "id > " + number(60) + " AND id < " + id,
+                                    "name = " + name(), "name IS NULL OR id < " + id};
+  const std::string changes[] = {
+      "DELETE FROM " + table,
+      "UPDATE " + table + " SET name = " + name() + ", note = " + note(),
+      "UPDATE " + table + " SET note = " + note(),
+      "UPDATE " + table + " SET id = id + " + number(60),
+  };
+  return changes[random.below(4)] + " WHERE " + conditions[random.below(4)];
 }
 
 }  // namespace tovik::test

@@ -36,8 +36,8 @@ class Silence {
   decltype(system_driver.print) print_;
 };
 
-// Every table with its columns, its indices and its rows in their order, as the calling thread sees them,
-// long runs of one character by their length; "error N" in place of what cannot be read.
+// Every table with its columns, its indices and its rows in their order, as the calling thread sees them;
+// "error N" in place of what cannot be read.
 std::string database_text(Session &session);
 
 // Whether everything inside agrees: each index holds exactly the keys of the table's rows and finds each of

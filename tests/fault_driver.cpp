@@ -94,21 +94,16 @@ void perform(DiskOperation operation) {
   disk.log.operations.push_back(std::move(operation));
 }
 
-// The open handle of a call, failed or not; null, and the test fails, when it is not open.
-Handle *enter(const char *call, DriverHandle handle, bool *failed) {
+// The open handle of a call; null when the call fails, unless failed is there to tell that. The test fails
+// when the handle is not open.
+Handle *enter(const char *call, DriverHandle handle, bool *failed = nullptr) {
   const size_t index = static_cast<size_t>(handle);
   Handle *found =
       index < disk.handles.size() && disk.handles[index].file >= 0 ? &disk.handles[index] : nullptr;
   EXPECT_NE(found, nullptr) << call << " of a handle that is not open";
-  *failed = found == nullptr || fails(call, found->name);
-  return found;
-}
-
-// The same for calls that do nothing when they fail.
-Handle *enter(const char *call, DriverHandle handle) {
-  bool failed;
-  Handle *found = enter(call, handle, &failed);
-  return failed ? nullptr : found;
+  const bool fail = found == nullptr || fails(call, found->name);
+  if (failed != nullptr) *failed = fail;
+  return fail && failed == nullptr ? nullptr : found;
 }
 
 int remove_file(const char *name) {
@@ -182,16 +177,9 @@ int truncate_file(DriverHandle handle, int64_t length) {
   return 0;
 }
 
-int lock_file(DriverHandle handle, int, int64_t, int64_t) {
-  return enter("file_lock", handle) == nullptr ? -1 : 0;
-}
-
-int unlock_file(DriverHandle handle, int64_t, int64_t) {
-  return enter("file_unlock", handle) == nullptr ? -1 : 0;
-}
-
-int test_lock(DriverHandle handle, int, int64_t, int64_t) {
-  return enter("file_lock_test", handle) == nullptr ? -1 : 0;
+template <class... Arguments>
+int lock_file(DriverHandle handle, Arguments...) {
+  return enter("a lock", handle) == nullptr ? -1 : 0;
 }
 
 int rename_file(const char *old_name, const char *new_name) {
@@ -228,8 +216,8 @@ int info_of_file(const char *name, FileInfo *info) {
 
 const IoDriver driver = {"fault driver",    0,           nullptr,       nullptr,        remove_file,
                          open_file,         close_file,  read_file,     write_file,     file_is_there,
-                         size_of_file,      sync_file,   truncate_file, lock_file,      unlock_file,
-                         test_lock,         nullptr,     rename_file,   open_directory, close_directory,
+                         size_of_file,      sync_file,   truncate_file, lock_file,      lock_file,
+                         lock_file,         nullptr,     rename_file,   open_directory, close_directory,
                          next_of_directory, info_of_file};
 
 }  // namespace
@@ -337,7 +325,7 @@ void StoppedDisk::each_image(Random &random, int single_limit, int random_count,
   const std::vector<Fate> all_kept(count, Fate::kept);
   const std::vector<Fate> all_lost(count, Fate::lost);
   for (size_t kept = 0; kept <= names; ++kept) {
-    const std::string suffix = ", " + std::to_string(kept) + " of " + std::to_string(names) + " name changes";
+    const std::string suffix = ", with name changes: " + std::to_string(kept);
     visit("all lost" + suffix, image(all_lost, kept, random));
     visit("all kept" + suffix, image(all_kept, kept, random));
   }
