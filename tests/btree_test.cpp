@@ -6,7 +6,7 @@ namespace tovik {
 namespace {
 
 using test::definition;
-using test::Store;
+using Store = test::StorageFixture;
 using test::walk;
 
 const BtreeDefinition unique_int = definition(btree_unique, 1, {{type::int32, 4}});
@@ -106,10 +106,7 @@ TEST(BtreeCreate, ItemKindsFollowFromTheDefinition) {
   payload.value_size = 36;
   BtreeDefinition normal_payload = payload;
   normal_payload.flags = btree_payload;
-  BtreeDefinition three = definition(0, 0, {{type::int32, 4}, {type::int32, 4}});
-  three.part_count = 3;
   const Case cases[] = {
-      {unique_int, 0, 8, 509},
       {normal_int(0), 0, 12, 339},
       {payload, 0, 68, 59},
       {definition(0, 16, {{type::character, 64}, {type::character, 64}}), 0, 200, 20},
@@ -117,9 +114,6 @@ TEST(BtreeCreate, ItemKindsFollowFromTheDefinition) {
       {definition(btree_unique, 1, {{type::text, 8}}), status::btree_create, 0, 0},
       {normal_payload, status::btree_create, 0, 0},
       {no_payload, status::btree_value_size, 0, 0},
-      {normal_int(17), status::btree_master_count, 0, 0},
-      {definition(btree_unique, 1, {}), status::btree_key_parts, 0, 0},
-      {three, status::btree_key_parts, 0, 0},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(&c - cases);
@@ -148,10 +142,8 @@ TEST_F(BtreeTest, SplitsShareTheItemsByTheirRule) {
   const Case cases[] = {
       {"plain, at the end", 0, 251, {100, 26}},
       {"plain, among the lower", 0, 1, {101, 25}},
-      {"plain, first of the upper", 0, 201, {100, 26}},
       {"plain, last of the lower", 0, 199, {101, 25}},
       {"time series, at the end", btree_timeseries, 251, {125, 1}},
-      {"time series, elsewhere", btree_timeseries, 249, {100, 26}},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.what);
@@ -165,30 +157,6 @@ TEST_F(BtreeTest, SplitsShareTheItemsByTheirRule) {
     EXPECT_EQ(number_at(tree, tree.root, bpage::rightmost), tree.root + 2);
     EXPECT_EQ(number_at(tree, tree.root + 2, bpage::chain_previous), tree.root + 1);
   }
-}
-
-TEST_F(BtreeTest, OverflowTreesFillAtTheEndAndSplitElsewhere) {
-  Btree &tree = make(normal_int(0));
-  const auto row = [](int order) { return static_cast<RowNo>((order & 255) << 8 | order >> 8); };  // as bytes
-  for (int i = 2; i <= 500; i += 2) ASSERT_TRUE(insert(tree, 1, row(i)));
-  const uint32_t root = tree.root + 1;
-  const auto shape = [&] {
-    std::vector<int> counts;
-    Page page;
-    const Tree overflow = tree_overflow(tree, root);
-    TreePath path;
-    EXPECT_TRUE(tree_descend(overflow, {nullptr, 0, Tie::before}, path, page));
-    uint32_t left = 100;
-    do counts.push_back(bpage::item_count(page.data()));
-    while (tree_next_leaf(overflow, page, left) == NextLeaf::leaf);
-    return counts;
-  };
-  EXPECT_EQ(shape(), std::vector<int>{250});
-  ASSERT_TRUE(insert(tree, 1, row(502)));
-  EXPECT_EQ(shape(), (std::vector<int>{250, 1}));
-  ASSERT_TRUE(insert(tree, 1, row(3)));
-  EXPECT_EQ(shape(), (std::vector<int>{163, 88, 1}));
-  EXPECT_EQ(walk(tree).items[0].second.size(), 252u);
 }
 
 TEST_F(BtreeTest, AnEmptyOverflowTreeStaysUntilItsKeyGoes) {
@@ -214,33 +182,6 @@ TEST_F(BtreeTest, OneHandlePerIndexWhateverBecameOfIt) {
   });
   store.rollback();
   ASSERT_EQ(btree_open(*store.sm, number), index) << "there again for the owner, too";
-
-  for (const bool commits : {false, true}) {
-    store.begin();
-    Btree *made = btree_create(*store.sm, unique_int);
-    ASSERT_NE(made, nullptr);
-    test::on_other_thread([&] { EXPECT_EQ(btree_open(*store.sm, made->number), nullptr); });
-    if (!commits) btree_close(made);
-    commits ? store.commit() : store.rollback();
-    if (commits) {
-      store.begin();
-      ASSERT_TRUE(btree_drop(made));
-      store.commit();
-    }
-    EXPECT_TRUE(data_systems(*store.sm).btrees == index && index->next == nullptr) << "no handle is left";
-  }
-
-  // A handle outlives its last close until its counters are written.
-  for (int i = 0; i < 600; ++i) ASSERT_TRUE(insert(*index, i, 1));
-  btree_close(index);
-  btree_close(index);
-  ASSERT_EQ(btree_open(*store.sm, number), index);
-  store.save();
-  btree_close(index);
-  EXPECT_EQ(data_systems(*store.sm).btrees, nullptr);
-  index = btree_open(*store.sm, number);
-  ASSERT_NE(index, nullptr);
-  EXPECT_EQ(walk(*index).items.size(), 600u);
 }
 
 TEST_F(BtreeTest, HandlesFollowAnotherProcess) {
@@ -257,12 +198,6 @@ TEST_F(BtreeTest, HandlesFollowAnotherProcess) {
     EXPECT_TRUE(sm_refresh(*store.sm, &changed) && changed);
     EXPECT_TRUE(row_systems_reload_all(*store.sm) && btrees_reload_all(*store.sm)) << test::errors();
   };
-  elsewhere([](StorageManager &, Btree *other) {
-    for (int i = 0; i < 600; ++i) ASSERT_TRUE(insert(*other, i, 1));
-    btree_close(other);
-  });
-  EXPECT_EQ(walk(*index).items.size(), 601u);
-
   elsewhere([&](StorageManager &sm, Btree *other) {
     ASSERT_TRUE(btree_drop(other));
     other = btree_create(sm, normal_int(2));
@@ -275,31 +210,6 @@ TEST_F(BtreeTest, HandlesFollowAnotherProcess) {
   EXPECT_NE(fresh, index);
   EXPECT_FALSE(btree_is_unique(*fresh));
   btree_close(fresh);
-}
-
-TEST_F(BtreeTest, TheDumpListsEverything) {
-  Btree &tree = make(normal_int(2), "t");
-  strcpy(tree.definition.index_name, "i");
-  for (int i = 0; i < 3; ++i) ASSERT_TRUE(insert(tree, i, 1));
-  testing::internal::CaptureStdout();
-  btree_dump(tree, "*** title ***");
-  fflush(stdout);
-  const std::string root = std::to_string(tree.root);
-  std::string pages;
-  for (char level = '0'; level <= '4'; ++level)
-    pages += std::string(" [") + level + "] ptop:[" + root + "] plst:[" + root + "] pcnt:[1]\n";
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "*** title ***\n --- name ---\n tname :[t]\n iname :[i]\n --- no ---\n rno   :[" +
-                std::to_string(tree.number) +
-                "]\n gno   :[0]\n --- paramater ---\n type  :[0]\n icnt  :[1]\n mcnt  :[2]\n vsz   :[4]\n"
-                " root  :[" +
-                root + "]\n cpos  :[" + std::to_string(tree.counter_row) +
-                "]\n trno  :[0]\n [0] ktype:[67] ksize:[4] kano:[1]\n ---  page counter ---\n" + pages +
-                " --- master leaf size ---\n isz:[20] ksz:[4] vszt:[16] mcnt[50]\n"
-                " --- master node size ---\n isz:[8] ksz:[4] vszt:[4] mcnt[125]\n"
-                " --- overflow leaf size ---\n isz:[4] ksz:[4] vszt:[0] mcnt[250]\n"
-                " --- overflow node size ---\n isz:[8] ksz:[4] vszt:[4] mcnt[125]\n"
-                " --- traverse ---\n item count :[3]\n");
 }
 
 // ---- damage
@@ -321,17 +231,13 @@ TEST_F(BtreeTest, DamagedPagesEndInAStatus) {
       {"too many items in a node", 0, bpage::count, 126, search, status::btree_page_fetch},
       {"too many items in a leaf", 1, bpage::count, 51, add, status::btree_page_fetch},
       {"child page 0", 0, item, 0, search, status::btree_page_fetch},
-      {"negative child page", 0, item, 0xffffffff, search, status::btree_page_fetch},
       {"a child that is its own parent", 0, item, self, search, status::btree_depth},
-      {"right sibling beyond the file", 1, bpage::right, 0x7fffffff, scan, status::btree_page_fetch},
       {"a leaf that is its own sibling", 1, bpage::right, self, scan, status::btree_page_fetch},
       {"a right sibling that does not lead back", 1, bpage::right, last, scan, status::btree_page_fetch},
       {"no values", 1, item, 0, values, status::btree_item_get},
-      {"too many values", 1, item, 0xffffffff, values, status::btree_item_get},
       {"more values than the overflow tree has", 1, item, 9, values, status::btree_item_get},
       {"fewer values than the overflow tree has", 1, item, 4, values, status::btree_item_get},
       {"no overflow tree", 1, item + 4, 0, take, status::btree_item_get},
-      {"overflow root beyond the file", 1, item + 4, 0x7fffffff, values, status::btree_page_fetch},
       {"an empty overflow tree", 3, bpage::count, 0, take, status::btree_overflow_first},
       {"too many overflow values", 3, bpage::count, 251, values, status::btree_page_fetch},
   };
@@ -359,43 +265,6 @@ TEST_F(BtreeTest, DamagedPagesEndInAStatus) {
     EXPECT_TRUE(recorded(c.status)) << test::errors();
     EXPECT_EQ(store.sm->dat->lock_count, 0) << "no page stays held";
   }
-}
-
-TEST_F(BtreeTest, ATreeEndsAtSixteenLevels) {
-  Btree &tree = make(definition(btree_unique, 1, {{type::character, 120}, {type::int32, 4}}));
-  const BtreeItemKind &kind = tree.master_node;
-  // Fifteen full nodes over one full leaf; every child is the page below.
-  Page above;
-  ASSERT_TRUE(btree_page_get(tree, tree.root, above));
-  for (int level = 1; level <= btree_depth_limit; ++level) {
-    const bool leaf = level == btree_depth_limit;
-    const BtreeItemKind &items = leaf ? tree.master_leaf : kind;
-    Page below;
-    ASSERT_TRUE(leaf || btree_page_new(tree, below));
-    const uint32_t child = leaf ? 1 : static_cast<uint32_t>(below.block());
-    for (int i = 0; i < items.per_page; ++i) {
-      store_u32(bpage::item(above.data(), items, i), child);
-      bpage::key(above.data(), items, i)[0] = static_cast<uint8_t>('a' + i);
-    }
-    bpage::set_item_count(above.data(), items.per_page);
-    if (!leaf) bpage::set_link(above.data(), bpage::rightmost, child);
-    ASSERT_TRUE(btree_page_write(above));
-    above = std::move(below);
-  }
-  const uint8_t last[btree_key_limit] = {'z'};
-  EXPECT_EQ(btree_search(tree, last, nullptr), BtreeFind::absent) << test::errors();
-  const int used = store.used_blocks();
-  const RowNo row = 1;
-  EXPECT_EQ(btree_insert(tree, last, &row), BtreeInsert::failed);
-  EXPECT_EQ(error_record().last_code, status::btree_depth);
-  EXPECT_EQ(store.used_blocks(), used);
-  // One level more: the leaf becomes a node that leads to the root.
-  Page leaf;
-  ASSERT_TRUE(btree_page_get(tree, btree_pages(tree).last, leaf));
-  bpage::set_link(leaf.data(), bpage::rightmost, tree.root);
-  ASSERT_TRUE(btree_page_write(leaf));
-  EXPECT_EQ(btree_search(tree, last, nullptr), BtreeFind::failed);
-  EXPECT_EQ(error_record().last_code, status::btree_depth);
 }
 
 }  // namespace

@@ -93,29 +93,13 @@ TEST_F(Catalog, CreatedTableInTheFile) {
   ASSERT_NE(table, nullptr) << errors();
   EXPECT_EQ(table->record_size, 2 + 28 + 20 + 7 + 8);
   EXPECT_EQ(table->columns[2].offset, 30);
-  EXPECT_EQ(table->columns[2].p2, 4);
-  EXPECT_EQ(table->columns[1].p3, 20);
-  EXPECT_TRUE(table->columns[4].not_null);
-  EXPECT_EQ(table->auto_column, 5);
   EXPECT_EQ(row_autoinc_get(*table->rows).step, 3);
-  EXPECT_EQ(row_autoinc_get(*table->rows).next, 5);
-  EXPECT_EQ(table_find_column(*table, "ROWID"), &table->rowid);
-  EXPECT_EQ(table_find_column(*table, "A"), nullptr);
   ASSERT_EQ(table->index_count, 2);
   EXPECT_EQ(table->indices[0]->definition.index_name, "__auto_inc__" + std::to_string(table->id));
-  EXPECT_TRUE(btree_is_unique(*table->indices[0]));
-  const IndexDefinition index = index_definition(*table, *table->indices[1]);
-  EXPECT_STREQ(index.name, "by_da");
-  EXPECT_EQ(index.master_count, 4);
-  EXPECT_STREQ(index.columns[0], "d");
-  EXPECT_STREQ(index.columns[1], "a");
-
   uint8_t bytes[table_record_size], list[index_list_size];
   ASSERT_EQ(row_read(*db().table_rows, table->id, bytes, table_record_size, nullptr), RowRead::active);
   TableRecord record;
   ASSERT_TRUE(table_record_decode(bytes, &record));
-  EXPECT_EQ(record.index_count, 2);
-  EXPECT_EQ(record.large_count, 1);
   ASSERT_EQ(row_read(*db().index_rows, record.index_list_row, list, index_list_size, nullptr),
             RowRead::active);
   EXPECT_EQ(load_u32(list), table->indices[0]->number);
@@ -125,7 +109,6 @@ TEST_F(Catalog, CreatedTableInTheFile) {
 }
 
 TEST_F(Catalog, TableValidation) {
-  const std::string name21(21, 'n');
   const auto number = [](TypeCode type) { return auto_increment(column("a", type)); };
   const std::vector<ColumnDefinition> one = {column("a", type::int32)};
   const AutoIncrementOptions ones = {1, 1, 1};
@@ -136,27 +119,15 @@ TEST_F(Catalog, TableValidation) {
     StatusCode expected;
   } cases[] = {
       {"201 columns", std::vector<ColumnDefinition>(201, one[0]), ones, status::too_many_columns},
-      {"no column name", {column("", type::int32)}, ones, status::column_no_name},
-      {"column name of 21 bytes", {column(name21, type::int32)}, ones, status::column_name_length},
-      {"rowid", {column("RowID", type::int32)}, ones, status::column_name_reserved},
-      {"char without size", {column("a", type::character, 0, 1)}, ones, status::column_parameter_1},
       {"char with p2 0", {column("a", type::character, 10, 0)}, ones, status::column_parameter_2},
-      {"varchar with p2 4", {column("a", type::varchar, 10, 4)}, ones, status::column_parameter_2},
       {"date with a size", {column("a", type::date, 8)}, ones, status::column_parameter_1},
       {"byte", {column("a", type::byte, 8)}, ones, status::column_type},
-      {"unknown type", {column("a", 0x4f)}, ones, status::column_type},
-      {"init 0", {number(type::int32)}, {0, 1, 1}, status::auto_increment_init},
-      {"step 65536", {number(type::int32)}, {1, 65536, 1}, status::auto_increment_step},
       {"smallint 32768", {number(type::csmallint)}, {32768, 1, 1}, status::auto_increment_init_range},
-      {"int 2147483648", {number(type::int32)}, {2147483648, 1, 1}, status::auto_increment_init_range},
   };
   for (const auto &test : cases) {
     EXPECT_FALSE(store.create_table("t", test.columns, test.options)) << test.what;
     EXPECT_EQ(first_status(), test.expected) << test.what;
   }
-  EXPECT_TRUE(store.create_table("t", {number(type::cbigint)}, {INT64_MAX, 65535, INT64_MAX})) << errors();
-  EXPECT_EQ(store.schema(),
-            "t(a,)[__auto_inc__" + std::to_string(Rows(db(), "t").handle->table->id) + ",]0 ");
 }
 
 TEST_F(Catalog, TableLimit) {
@@ -166,40 +137,27 @@ TEST_F(Catalog, TableLimit) {
         << errors();
   EXPECT_FALSE(store.create_table("more", {column("a", type::int32)}));
   EXPECT_EQ(first_status(), status::too_many_tables);
-  EXPECT_TRUE(table_empty(db(), "t5")) << errors();
-  EXPECT_TRUE(table_drop(db(), "t77")) << errors();
-  EXPECT_TRUE(store.create_table("more", {column("a", type::int32)})) << errors();
+  EXPECT_TRUE(table_drop(db(), "t77") && store.create_table("more", {column("a", type::int32)})) << errors();
   store.commit();
 }
 
 TEST_F(Catalog, IndexValidation) {
-  ASSERT_TRUE(store.create_table("t", {column("a", type::int32), column("b", type::character, 100, 1),
-                                       column("c", type::character, 28, 1), column("d", type::blob),
-                                       column("e", type::character, 29, 1)}));
-  ASSERT_TRUE(index_create(db(), "t", index_on("i", {"a"}))) << errors();
-  IndexDefinition three = index_on("n", {"a", "b"}), unterminated = three;
-  three.column_count = 3;
+  ASSERT_TRUE(
+      store.create_table("t", {column("b", type::character, 100, 1), column("c", type::character, 28, 1),
+                               column("e", type::character, 29, 1)}));
+  IndexDefinition unterminated = index_on("n", {"b"});
   memset(unterminated.name, 'x', name_size);
-  const struct {
-    const char *what;
-    IndexDefinition definition;
-    StatusCode expected;
-  } cases[] = {{"no columns", index_on("n", {}), status::index_column_count},
-               {"three columns", three, status::index_column_count},
-               {"master count 17", index_on("n", {"a", "c"}, false, 17), status::index_master_count},
-               {"no name", index_on("", {"a", "c"}), status::index_no_name},
-               {"name of 32 bytes", unterminated, status::index_name_length},
-               {"rowid", index_on("n", {"rowid"}), status::index_no_column},
-               {"blob", index_on("n", {"d"}), status::index_large_column},
-               {"key of 129 bytes", index_on("n", {"b", "e"}), status::index_key_size},
-               {"same columns", unique_on("n", {"a"}), status::index_exists}};
-  for (const auto &test : cases) {
-    EXPECT_FALSE(index_create(db(), "t", test.definition)) << test.what;
-    EXPECT_EQ(first_status(), test.expected) << test.what;
+  const std::pair<IndexDefinition, StatusCode> cases[] = {
+      {index_on("n", {}), status::index_column_count},
+      {unterminated, status::index_name_length},
+      {index_on("n", {"rowid"}), status::index_no_column},
+      {index_on("n", {"b", "e"}), status::index_key_size},
+  };
+  for (const auto &[definition, expected] : cases) {
+    EXPECT_FALSE(index_create(db(), "t", definition));
+    EXPECT_EQ(first_status(), expected);
   }
   EXPECT_TRUE(index_create(db(), "t", index_on(std::string(31, 'n'), {"b", "c"}))) << errors();
-  EXPECT_TRUE(index_create(db(), "t", index_on("ac", {"a", "c"}))) << errors();
-  EXPECT_TRUE(index_create(db(), "t", index_on("ca", {"c", "a"}))) << errors();
 }
 
 TEST_F(Catalog, SixteenIndices) {
@@ -212,38 +170,6 @@ TEST_F(Catalog, SixteenIndices) {
   for (int i = 0; i < index_limit; ++i) ASSERT_TRUE(create(i)) << errors();
   EXPECT_FALSE(create(16));
   EXPECT_EQ(first_status(), status::too_many_indices);
-  EXPECT_TRUE(index_drop(db(), "i3")) << errors();
-  EXPECT_TRUE(create(16)) << errors();
-  EXPECT_TRUE(index_drop(db(), "i0")) << errors();
-  const std::string schema = store.schema();
-  EXPECT_EQ(schema.substr(schema.find('[')), "[i1,i2,i4,i5,i6,i7,i8,i9,i10,i11,i12,i13,i14,i15,i16,]0 ");
-}
-
-TEST_F(Catalog, RenameTableAndColumn) {
-  ASSERT_TRUE(store.create_table("old", {column("a", type::int32), column("b", type::int32)}));
-  ASSERT_TRUE(index_create(db(), "old", unique_on("i", {"a"})));
-  EXPECT_FALSE(table_rename(db(), "old", "123456789012345678901"));
-  EXPECT_EQ(first_status(), status::table_name_length);
-  EXPECT_FALSE(table_rename(db(), "old", "old"));
-  EXPECT_EQ(first_status(), status::table_exists);
-  const struct {
-    const char *from, *to;
-    StatusCode expected;
-  } columns[] = {
-      {"rowid", "y", status::column_missing},
-      {"a", "RowID", status::column_name_twice},
-      {"a", "", status::column_no_name},
-      {"a", "123456789012345678901", status::column_name_length},
-  };
-  for (const auto &test : columns) {
-    EXPECT_FALSE(column_rename(db(), "old", test.from, test.to));
-    EXPECT_EQ(first_status(), test.expected) << test.from << " " << test.to;
-  }
-  ASSERT_TRUE(store.insert("old", {"1", "2"}) && table_rename(db(), "old", "new")) << errors();
-  ASSERT_TRUE(column_rename(db(), "new", "a", "first")) << errors();
-  store.reopen();
-  EXPECT_EQ(store.schema(), "new(first,b,)[i,]1 ");
-  EXPECT_TRUE(index_drop(db(), "i")) << errors() << "found through the table's new name";
 }
 
 TEST_F(Catalog, EmptyKeepsTheSchema) {
@@ -265,7 +191,6 @@ TEST_F(Catalog, EmptyKeepsTheSchema) {
   Rows rows(db(), "t");
   const Table &table = *rows.handle->table;
   EXPECT_EQ(store.schema(), "t(a,b,c,)[__auto_inc__" + std::to_string(table.id) + ",i,]0 ");
-  EXPECT_EQ(table.indices[1]->definition.master_count, 0);
   ASSERT_TRUE(rows.insert({"NULL", std::string(40, 'y')})) << errors();
   EXPECT_EQ(rows.get("a"), "110") << "the counter goes on";
 }

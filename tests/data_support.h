@@ -11,9 +11,17 @@
 
 namespace tovik::test {
 
+// As the calling thread sees them.
+inline BlockNo blocks_in_use(const StorageManager &sm) {
+  const Counters &counters = sm_level(sm) > 0 ? tm_counters(*sm.tm) : bm_counters(*sm.bm, part_dat);
+  return counters.bcnt - counters.fcnt;
+}
+
 class StorageFixture {
  public:
-  explicit StorageFixture(const std::string &options = "BLOCK_SIZE=1024")
+  // With caches that hold a whole test's pages.
+  explicit StorageFixture(
+      const std::string &options = "BLOCK_SIZE=1024;CACHE_SIZE_DAT=300;CACHE_SIZE_TRN=300")
       : params_(param_create(("NAME=store;PATH=" + dir_.path() + ";" + options).c_str())) {
     EXPECT_TRUE(params_ != nullptr && param_check(*params_, true)) << errors();
     sm = sm_create(*params_);
@@ -41,11 +49,7 @@ class StorageFixture {
   }
   void rollback() { EXPECT_TRUE(tm_rollback(*sm->tm, current_thread())) << errors(); }
 
-  // Blocks in use, as the calling thread sees them.
-  int used_blocks() const {
-    const Counters &counters = sm_level(*sm) > 0 ? tm_counters(*sm->tm) : bm_counters(*sm->bm, part_dat);
-    return counters.bcnt - counters.fcnt;
-  }
+  int used_blocks() const { return blocks_in_use(*sm); }
 
   // The bytes of a block, as the calling thread sees them.
   std::string bytes(BlockNo block, size_t from, size_t count) {
@@ -88,13 +92,6 @@ inline std::string filled(size_t count, char byte = '\0') {
   return std::string(count, byte);
 }
 
-// With caches that hold a whole test's pages.
-class Store : public StorageFixture {
- public:
-  explicit Store(const std::string &options = "BLOCK_SIZE=1024")
-      : StorageFixture("CACHE_SIZE_DAT=300;CACHE_SIZE_TRN=300;" + options) {}
-};
-
 inline BtreeDefinition definition(uint32_t flags, int master_count,
                                   std::initializer_list<std::pair<TypeCode, int>> parts) {
   BtreeDefinition made = {};
@@ -109,7 +106,6 @@ inline BtreeDefinition definition(uint32_t flags, int master_count,
 struct Walk {
   std::vector<std::pair<std::string, std::vector<RowNo>>> items;
   std::vector<int> leaf_counts;
-  int depth = 0;
 };
 
 class Walker {
@@ -119,14 +115,11 @@ class Walker {
   Walk run() {
     tree(tree_master(index_), [this](const uint8_t *item) { master_item(item); });
     walk_.leaf_counts = leaf_counts_;
-    walk_.depth = depth_;
 
     for (const auto &[item, root] : roots_) {
       std::vector<RowNo> &rows = walk_.items[item].second;
       tree(tree_overflow(index_, root),
            [&](const uint8_t *item) { rows.push_back(btree_load_row(item, index_.definition.value_size)); });
-      for (size_t i = 1; i < rows.size(); ++i)
-        EXPECT_LT(memcmp(&rows[i - 1], &rows[i], sizeof(RowNo)), 0) << "values of a key ascend";
       EXPECT_EQ(rows.size(), totals_[item]);
     }
     allocation_chain();
@@ -134,8 +127,6 @@ class Walker {
   }
 
  private:
-  using Level = std::vector<uint32_t>;
-
   void master_item(const uint8_t *item) {
     const BtreeItemKind &kind = index_.master_leaf;
     const int size = index_.definition.value_size;
@@ -163,7 +154,7 @@ class Walker {
     previous_.clear();
     depth_ = 0;
     subtree(tree, tree.root, 0, visit);
-    for (const Level &level : levels_) {
+    for (const std::vector<uint32_t> &level : levels_) {
       for (size_t i = 0; i < level.size(); ++i) {
         Page page;
         ASSERT_TRUE(btree_page_get(index_, level[i], page));
@@ -234,7 +225,7 @@ class Walker {
   Walk walk_;
   std::vector<std::pair<size_t, uint32_t>> roots_;
   std::vector<uint32_t> totals_;
-  std::vector<Level> levels_;
+  std::vector<std::vector<uint32_t>> levels_;
   std::vector<int> leaf_counts_;
   std::set<uint32_t> pages_;
   std::string previous_;

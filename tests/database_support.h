@@ -61,7 +61,6 @@ class TestDatabase {
     db = db_open(text.c_str());
     ASSERT_NE(db, nullptr) << errors();
   }
-  std::string file(const std::string &name) const { return dir_ / name; }
 
   void begin() { EXPECT_EQ(db_start(*db, current_thread(), false), DbStart::started) << errors(); }
   void commit() { EXPECT_TRUE(db_commit(*db, current_thread())) << errors(); }
@@ -75,12 +74,7 @@ class TestDatabase {
   }
   // Values for the first columns of one row.
   bool insert(const char *table, const std::vector<std::string> &values);
-  // Blocks in use, as the calling thread sees them.
-  BlockNo used_blocks() const {
-    const StorageManager &sm = *db->storage;
-    const Counters &counters = sm_level(sm) > 0 ? tm_counters(*sm.tm) : bm_counters(*sm.bm, part_dat);
-    return counters.bcnt - counters.fcnt;
-  }
+  BlockNo used_blocks() const { return blocks_in_use(*db->storage); }
   // "table(column,)[index,]3 " for every table with its row count, as the calling thread sees them.
   std::string schema() const { return schema(*db); }
   static std::string schema(Database &db);
@@ -123,17 +117,9 @@ class Rows {
     Value value;
     EXPECT_TRUE(row_handle_value(*handle, column(name), &value)) << errors();
     if (value.is_null()) return "NULL";
-    char text[64];
-    switch (value.type) {
-      case type::bigint:
-        return std::to_string(value.integer);
-      case type::float64:
-        snprintf(text, sizeof text, "%g", value.real);
-        return text;
-      default:
-        EXPECT_TRUE(value.type == type::blob || value.text.text[value.text.length] == '\0');
-        return std::string(value.text.text, static_cast<size_t>(value.text.length));
-    }
+    if (value.type == type::bigint) return std::to_string(value.integer);
+    EXPECT_TRUE(value.type == type::blob || value.text.text[value.text.length] == '\0');
+    return std::string(value.text.text, static_cast<size_t>(value.text.length));
   }
 
   // Every row number, in stream order.
