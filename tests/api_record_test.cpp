@@ -1,6 +1,5 @@
 // The record interface: arguments, reads, texts, schema and transactions.
 #include <algorithm>
-#include <functional>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -16,22 +15,19 @@ std::set<int> codes_met;
 
 // GIVES(code) << call << call ...: every call, made after those before it, fails with code, or succeeds for
 // 0.
-class Gives {
- public:
-  Gives(int line, int expected) : line_(line), expected_(expected) {}
+struct Gives {
   template <class Result>
   Gives &operator<<(Result result) {
     const int code = record_code(result);
-    if (code != expected_) ADD_FAILURE_AT(__FILE__, line_) << "call " << call_ << " gives " << code;
+    if (code != expected) ADD_FAILURE_AT(__FILE__, line) << "call " << call << " gives " << code;
     codes_met.insert(code);
-    ++call_;
+    ++call;
     return *this;
   }
 
- private:
-  int line_, expected_, call_ = 1;
+  int line, expected, call = 1;
 };
-#define GIVES(expected) Gives(__LINE__, expected)
+#define GIVES(expected) (Gives{__LINE__, expected})
 
 const std::string too_long_name(21, 'n'), too_long_column(42, 'c'), longest_column(41, 'c');
 const char *const bad_columns[] = {nullptr, "", too_long_column.c_str()};
@@ -61,40 +57,39 @@ class Arguments : public testing::Test {
   int32_t length;
 };
 
+// The typed forms give what the general forms do.
+template <class T>
+void expect_typed(int type, int (*comp)(tovik_cond *, const char *, int, T),
+                  int (*range)(tovik_cond *, const char *, T, char, T, char),
+                  int (*set)(tovik_colval *, const char *, T)) {
+  const T low = T(-1.5), high = T(100);
+  tovik_cond conds[4] = {};
+  tovik_colval values[2] = {};
+  GIVES(0) << comp(&conds[0], "a", TOVIK_GE, low) << tovik_comp(&conds[1], "a", TOVIK_GE, type, &low)
+           << range(&conds[2], "a", low, 1, high, 0) << tovik_range(&conds[3], "a", type, &low, 1, &high, 0)
+           << set(&values[0], "a", low) << tovik_setcol(&values[1], "a", type, &low);
+  for (int i : {0, 2}) EXPECT_EQ(memcmp(&conds[i], &conds[i + 1], sizeof conds[i]), 0) << type;
+  EXPECT_EQ(memcmp(&values[0], &values[1], sizeof values[0]), 0) << type;
+}
+
 void Arguments::conditions() {
   const int32_t number = 1;
-  const DateTimeRec date = {2020, 1, 1, 0, 0, 0, 0, 0};
-  const char *no_text = nullptr, *text = "x";
-  const uint16_t *no_wide = nullptr, *xs = wide(u"x");
-  GIVES(202129) << tovik_comp(nullptr, nullptr, 0, 0, nullptr) << tovik_comp_i8(nullptr, "a", TOVIK_EQ, 1)
-                << tovik_isnull(nullptr, "a") << tovik_range_wchar(nullptr, "a", xs, 1, xs, 1)
-                << tovik_compcol(nullptr, "a", TOVIK_EQ, "b") << tovik_and(nullptr, nullptr, nullptr)
-                << tovik_or(nullptr, nullptr, nullptr) << tovik_not(nullptr, nullptr);
-  GIVES(202131) << tovik_comp(&cond, "a", 100, 3, nullptr) << tovik_comp(&cond, "a", 108, 3, &number)
-                << tovik_comp(&cond, "a", TOVIK_RANGE, 3, &number)
-                << tovik_comp(&cond, "a", TOVIK_AND, 3, &number)
+  const char *no_text = nullptr;
+  const uint16_t *xs = wide(u"x");
+  GIVES(202129) << tovik_comp(nullptr, nullptr, 0, 0, nullptr) << tovik_isnull(nullptr, "a")
+                << tovik_range_wchar(nullptr, "a", xs, 1, xs, 1) << tovik_compcol(nullptr, "a", 0, "b")
+                << tovik_and(nullptr, nullptr, nullptr) << tovik_not(nullptr, nullptr);
+  GIVES(202131) << tovik_comp(&cond, "a", 100, 3, nullptr) << tovik_comp(&cond, "a", TOVIK_AND, 3, &number)
                 << tovik_compcol(&cond, "a", TOVIK_LIKE, "b");
   GIVES(202132) << tovik_comp(&cond, "a", TOVIK_EQ, -1, &number)
-                << tovik_comp(&cond, "a", TOVIK_EQ, 10, nullptr)
-                << tovik_comp(&cond, "a", TOVIK_LT, 0, nullptr)
                 << tovik_comp(&cond, "a", TOVIK_GE, 10, &number)
                 << tovik_comp(&cond, "a", TOVIK_LIKE, 3, &number)
-                << tovik_comp(&cond, "a", TOVIK_MATCH, 9, &date) << tovik_comp_i32(&cond, "a", TOVIK_LIKE, 1)
-                << tovik_comp_double(&cond, "a", TOVIK_MATCH, 1)
-                << tovik_range(&cond, "a", 0, &number, 1, &number, 1)
                 << tovik_range(&cond, "a", 10, nullptr, 1, &number, 1);
   GIVES(0) << tovik_comp(&cond, "a", TOVIK_NE, 0, nullptr) << tovik_comp(&cond, "a", TOVIK_LIKE, 8, &xs);
   GIVES(202133) << tovik_comp(&cond, "a", TOVIK_GE, 9, nullptr)
                 << tovik_comp(&cond, "a", TOVIK_LIKE, 7, &no_text)
-                << tovik_comp_char(&cond, "a", TOVIK_EQ, nullptr)
-                << tovik_comp_wchar(&cond, "a", TOVIK_MATCH, nullptr)
-                << tovik_comp_ctime(&cond, "a", TOVIK_EQ, nullptr)
-                << tovik_range(&cond, "a", 3, nullptr, 1, &number, 1)
                 << tovik_range(&cond, "a", 3, &number, 1, nullptr, 1)
-                << tovik_range(&cond, "a", 7, &text, 1, &no_text, 1)
-                << tovik_range(&cond, "a", 8, &no_wide, 1, &xs, 1)
-                << tovik_range_wchar(&cond, "a", xs, 1, nullptr, 1)
-                << tovik_range_ctime(&cond, "a", nullptr, 1, &date, 1);
+                << tovik_range_wchar(&cond, "a", xs, 1, nullptr, 1);
   GIVES(202113) << tovik_compcol(&cond, "a", TOVIK_LIKE, "");
   GIVES(0) << tovik_comp_i32(&one, "a", TOVIK_EQ, 1);
   GIVES(202134) << tovik_and(&cond, nullptr, nullptr) << tovik_or(&cond, nullptr, &one);
@@ -104,88 +99,76 @@ void Arguments::conditions() {
   GIVES(202138) << tovik_sort(&order, 0) << tovik_sort(&order, 5, "a", 0, "a", 0, "a", 0, "a", 0, "a", 0);
   GIVES(0) << tovik_sort(&order, 2, "a", 0, longest_column.c_str(), 1);
   for (const char *bad : bad_columns)
-    GIVES(202113) << tovik_comp(&cond, bad, 0, 99, nullptr) << tovik_comp_float(&cond, bad, TOVIK_EQ, 1)
-                  << tovik_isnull(&cond, bad) << tovik_range_i64(&cond, bad, 1, 1, 2, 1)
-                  << tovik_compcol(&cond, "a", TOVIK_EQ, bad) << tovik_compcol(&cond, bad, TOVIK_EQ, "a")
-                  << tovik_sort(&order, 2, "a", 0, bad, 0);
+    GIVES(202113) << tovik_comp(&cond, bad, 0, 99, nullptr) << tovik_isnull(&cond, bad)
+                  << tovik_range_i64(&cond, bad, 1, 1, 2, 1) << tovik_compcol(&cond, "a", TOVIK_EQ, bad)
+                  << tovik_compcol(&cond, bad, TOVIK_EQ, "a") << tovik_sort(&order, 2, "a", 0, bad, 0);
+  expect_typed<int8_t>(TOVIK_INT8, tovik_comp_i8, tovik_range_i8, tovik_setcol_i8);
+  expect_typed<int16_t>(TOVIK_INT16, tovik_comp_i16, tovik_range_i16, tovik_setcol_i16);
+  expect_typed<int32_t>(TOVIK_INT32, tovik_comp_i32, tovik_range_i32, tovik_setcol_i32);
+  expect_typed<int64_t>(TOVIK_INT64, tovik_comp_i64, tovik_range_i64, tovik_setcol_i64);
+  expect_typed<float>(TOVIK_FLOAT, tovik_comp_float, tovik_range_float, tovik_setcol_float);
+  expect_typed<double>(TOVIK_DOUBLE, tovik_comp_double, tovik_range_double, tovik_setcol_double);
 }
 
 void Arguments::values() {
   const int32_t number = 7;
   const char *text = "x", *no_text = nullptr;
   const tovik_bytes no_bytes = {nullptr, 1}, empty = {"x", 0};
-  GIVES(202118) << tovik_setcol(nullptr, nullptr, 99, nullptr) << tovik_setcol_i64(nullptr, "a", 1);
+  GIVES(202118) << tovik_setcol(nullptr, nullptr, 99, nullptr);
   GIVES(202111) << tovik_setcol(&value, nullptr, 99, nullptr) << tovik_setcol_double(&value, "", 1)
                 << tovik_setcolnull(&value, too_long_name.c_str());
   GIVES(202151) << tovik_setcol(&value, "a", 11, &number) << tovik_setcol(&value, "a", -1, nullptr);
   GIVES(202103) << tovik_setcol(&value, "a", 3, nullptr) << tovik_setcol_ctime(&value, "a", nullptr);
-  GIVES(202123) << tovik_setcol(&value, "a", 7, &no_text) << tovik_setcol_char(&value, "a", nullptr)
-                << tovik_setcol_wchar(&value, "a", nullptr);
+  GIVES(202123) << tovik_setcol(&value, "a", 7, &no_text) << tovik_setcol_wchar(&value, "a", nullptr);
   GIVES(202124) << tovik_setcol(&value, "a", 10, &no_bytes) << tovik_setcol(&value, "a", 10, &empty)
-                << tovik_setcol_binary(&value, "a", nullptr, 1) << tovik_setcol_binary(&value, "a", "x", -1);
+                << tovik_setcol_binary(&value, "a", "x", -1);
   GIVES(0) << tovik_setcol(&value, "a", 7, &text)
            << tovik_setcol(&value, too_long_name.c_str() + 1, 0, nullptr);
-  GIVES(202110) << tovik_insert(db, nullptr, nullptr, 0) << tovik_insert(db, too_long_name.c_str(), &value, 1)
-                << tovik_update(db, "", nullptr, 0, nullptr) << tovik_delete(db, nullptr, nullptr);
+  GIVES(202110) << tovik_insert(db, nullptr, nullptr, 0) << tovik_update(db, "", nullptr, 0, nullptr)
+                << tovik_delete(db, nullptr, nullptr);
   GIVES(202118) << tovik_insert(db, "nosuch", nullptr, 0) << tovik_update(db, "t", nullptr, 0, nullptr);
-  GIVES(202120) << tovik_insert(db, "nosuch", &value, 0) << tovik_insert(db, "nosuch", &value, 201)
-                << tovik_update(db, "t", &value, 201, nullptr);
-  GIVES(141004) << tovik_insert(db, "nosuch", &value, 1) << tovik_update(db, "nosuch", &value, 1, nullptr)
-                << tovik_delete(db, "nosuch", nullptr);
+  GIVES(202120) << tovik_insert(db, "nosuch", &value, 0) << tovik_update(db, "t", &value, 201, nullptr);
+  GIVES(141004) << tovik_insert(db, "nosuch", &value, 1) << tovik_delete(db, "nosuch", nullptr);
   GIVES(202150) << tovik_insert(db, "t", &value, 1) << tovik_update(db, "t", &value, 1, nullptr);
   GIVES(0) << tovik_setcol_binary(&value, "a", "x", 1);
   GIVES(202154) << tovik_insert(db, "t", &value, 1);
   GIVES(0) << tovik_setcol_i32(&value, "rowid", 1);
   GIVES(142010) << tovik_insert(db, "t", &value, 1);
-  tovik_colval twice[2];
-  GIVES(0) << tovik_setcol_i32(&twice[0], "a", 1) << tovik_setcol_i32(&twice[1], "a", 2);
-  GIVES(172007) << tovik_insert(db, "t", twice, 2) << tovik_update(db, "t", twice, 2, nullptr);
   EXPECT_EQ(db.rows("t", {"a", "b"}), "1,one");
 }
 
 void Arguments::schema() {
-  const char *columns[] = {"a", "b", "a"}, *null_column[] = {"a", nullptr},
-             *long_column[] = {too_long_name.c_str()};
+  const char *columns[] = {"a", "b", "a"}, *null_column[] = {"a", nullptr};
   const tovik_coldef good = coldef("c", TOVIK_INT), with_digit = coldef("1c", TOVIK_INT),
                      keyword = coldef("Select", TOVIK_INT),
                      unended = coldef(too_long_name.c_str(), TOVIK_INT), varchar = coldef("c", 0x20d, 5),
-                     decimal = coldef("c", 0x20b), byte = coldef("c", 0x13), huge_code = coldef("c", 0x10043);
+                     byte = coldef("c", 0x13);
   tovik_coldef list[2];
-  GIVES(202114) << tovik_create(nullptr, nullptr) << tovik_create("", nullptr) << tovik_drop(nullptr)
-                << tovik_drop("");
+  GIVES(202114) << tovik_create(nullptr, nullptr) << tovik_drop("");
   GIVES(120101) << tovik_create("r", db.params());
-  GIVES(112012) << tovik_create(std::string(500, 'x').c_str(), "12345;");
-  GIVES(202110) << tovik_createtbl(db, nullptr, nullptr, 0) << tovik_droptbl(db, nullptr)
-                << tovik_droptbl(db, "") << tovik_createidx(db, nullptr, nullptr, 0, nullptr, 0, 0)
+  GIVES(202110) << tovik_createtbl(db, nullptr, nullptr, 0) << tovik_droptbl(db, "")
                 << tovik_createidx(db, too_long_name.c_str(), columns, 1, "t", 0, 0);
   GIVES(202117) << tovik_createtbl(db, "n", nullptr, 0) << tovik_getcolilst(db, "t", nullptr, 0);
   GIVES(202120) << tovik_createtbl(db, "n", &with_digit, 0) << tovik_createtbl(db, "n", &good, 201)
                 << tovik_getcolilst(db, "t", list, 0);
   GIVES(202111) << tovik_createtbl(db, "n", &with_digit, 1) << tovik_createtbl(db, "n", &keyword, 1)
                 << tovik_createtbl(db, "n", &unended, 1);
-  GIVES(202152) << tovik_createtbl(db, "n", &varchar, 1) << tovik_createtbl_ex(db, "n", &decimal, 1, nullptr);
-  GIVES(202153) << tovik_createtbl_ex(db, "n", &byte, 1, nullptr) << tovik_createtbl(db, "n", &huge_code, 1);
-  GIVES(141004) << tovik_droptbl(db, "nosuch") << tovik_createidx(db, "i", columns, 1, "nosuch", 0, 0)
-                << tovik_getcolilst(db, "nosuch", list, 2);
+  GIVES(202152) << tovik_createtbl(db, "n", &varchar, 1);
+  GIVES(202153) << tovik_createtbl_ex(db, "n", &byte, 1, nullptr);
   GIVES(202121) << tovik_createidx(db, "i", nullptr, 0, nullptr, 0, 0)
-                << tovik_createidx(db, "i", null_column, 2, "t", 0, 0)
-                << tovik_createidx(db, "i", long_column, 1, "t", 0, 0);
+                << tovik_createidx(db, "i", null_column, 2, "t", 0, 0);
   GIVES(202122) << tovik_createidx(db, "i", columns, 0, "t", 0, 0)
                 << tovik_createidx(db, "i", columns, 3, nullptr, 0, 0);
-  GIVES(202112) << tovik_createidx(db, "i", null_column, 2, "1t", 0, 0);
-  GIVES(145006) << tovik_dropidx(db, "nosuch");
   GIVES(202144) << tovik_gettbllst(db, nullptr, 0);
   GIVES(202127) << tovik_gettbllst(db, buffer, 0);
-  for (const char *bad :
-       {"", " ", too_long_name.c_str(), "  1t", "a b", "a.b", "select", " SELECT\t", "a\nb"}) {
+  for (const char *bad : {" ", too_long_name.c_str(), "  1t", "a b", " SELECT\t"}) {
     GIVES(202110) << tovik_createtbl(db, bad, &varchar, 0);
     GIVES(202112) << tovik_createidx(db, "i", columns, 1, bad, 0, 0);
   }
 }
 
 void Arguments::cursors() {
-  const char *no_name[] = {"t", nullptr}, *empty[] = {""}, *unknown[] = {"nosuch"},
-             *bad_distinct[] = {"a", ""};
+  const char *no_name[] = {"t", nullptr}, *unknown[] = {"nosuch"}, *bad_distinct[] = {"a", ""};
   tovik_cond half = one, nothing = {}, too_deep, ring;
   half.op = TOVIK_AND;
   half.left = &one;
@@ -194,40 +177,26 @@ void Arguments::cursors() {
   tovik_not(&ring, &ring);
   tovik_order unsorted = {}, wrong;
   tovik_sort(&wrong, 1, "nosuch", 0);
-  GIVES(202115) << tovik_begin(nullptr);
-  GIVES(202116) << tovik_fetchcur(nullptr);
   GIVES(202125) << tovik_opencur(db, nullptr, 0, nullptr, nullptr)
-                << tovik_opencur(db, no_name, 2, nullptr, nullptr)
-                << tovik_opencur(db, empty, 1, nullptr, nullptr);
-  GIVES(202126) << tovik_opencur(db, tables, 0, nullptr, nullptr)
-                << tovik_opencur(db, tables, -1, nullptr, nullptr);
-  GIVES(141004) << tovik_opencur(db, unknown, 1, &nothing, nullptr);
+                << tovik_opencur(db, no_name, 2, nullptr, nullptr);
+  GIVES(202126) << tovik_opencur(db, tables, 0, nullptr, nullptr);
   GIVES(172002) << tovik_opencur(db, unknown, 17, nullptr, nullptr);
-  GIVES(202160) << tovik_opencur(db, tables, 1, &half, nullptr)
-                << tovik_opencur(db, tables, 1, &too_deep, nullptr);
-  GIVES(202161) << tovik_opencur(db, tables, 1, &nothing, &wrong);
+  GIVES(202160) << tovik_opencur(db, tables, 1, &too_deep, nullptr);
+  GIVES(202161) << tovik_opencur(db, tables, 1, &nothing, &wrong)
+                << tovik_update(db, "t", &value, 1, &nothing);
   GIVES(150004) << tovik_opencur(db, tables, 1, &ring, nullptr);
   GIVES(202138) << tovik_opencur(db, tables, 1, &one, &unsorted);
   GIVES(150008) << tovik_opencur(db, tables, 1, &one, &wrong)
                 << tovik_opencur_dist(db, tables, 1, &one, nullptr, unknown, 1);
   GIVES(202113) << tovik_opencur_dist(db, tables, 1, &one, nullptr, bad_distinct, 2);
-  GIVES(0) << tovik_comp_i32(&cond, "nosuch", TOVIK_EQ, 1);
-  GIVES(150008) << tovik_opencur(db, tables, 1, &cond, nullptr) << tovik_delete(db, "t", &cond);
   GIVES(0) << tovik_comp_char(&cond, "t.a", TOVIK_EQ, "x");
   GIVES(150003) << tovik_opencur(db, tables, 1, &cond, nullptr);
-  GIVES(202161) << tovik_update(db, "t", &value, 1, &nothing);
-  GIVES(202136) << tovik_execsql_char(db, nullptr) << tovik_execsql_char(db, "")
-                << tovik_execsql_char(db, " \t\r\n") << tovik_execsql_wchar(db, nullptr)
-                << tovik_execsql_wchar(db, wide(u" ")) << tovik_selectsql_char(db, nullptr)
-                << tovik_selectsql_char(db, " ") << tovik_selectsql_wchar(db, nullptr);
-  GIVES(202142) << tovik_execsql_char(db, " sElEcT * FROM t")
-                << tovik_execsql_wchar(db, wide(u"select a FROM t"));
-  GIVES(171001) << tovik_execsql_char(db, "nonsense");
+  GIVES(202136) << tovik_execsql_char(db, " \t\r\n") << tovik_execsql_wchar(db, nullptr)
+                << tovik_selectsql_char(db, nullptr) << tovik_selectsql_wchar(db, wide(u" "));
+  GIVES(202142) << tovik_execsql_char(db, " sElEcT * FROM t");
   GIVES(301) << tovik_execsql_wchar(db, wide(u"DELETE FROM t WHERE b = '\xD800'"))
              << tovik_selectsql_wchar(db, wide(u"SELECT '\xDC00' FROM t"));
-  GIVES(202143) << tovik_selectsql_char(db, "INSERT INTO t VALUES 1, 'x', NULL")
-                << tovik_selectsql_wchar(db, wide(u"DELETE FROM t"));
-  GIVES(150008) << tovik_selectsql_char(db, "SELECT nosuch FROM t");
+  GIVES(202143) << tovik_selectsql_char(db, "INSERT INTO t VALUES 1, 'x', NULL");
 }
 
 void Arguments::reads() {
@@ -237,39 +206,30 @@ void Arguments::reads() {
   int32_t number = 5;
   const char *text = "untouched";
   const void *bytes = nullptr;
+  uint16_t *const wide_buffer = reinterpret_cast<uint16_t *>(buffer);
   for (const char *bad : bad_columns)
     GIVES(202113) << tovik_getcol(cursor, bad, 99, nullptr) << tovik_getcol_i32(sql, bad, nullptr)
                   << tovik_getcol_char(distinct, bad, buffer, 1)
                   << tovik_getcol_ibuf_binary(cursor, bad, &bytes, &length);
-  GIVES(202141) << tovik_getcol_i32(sql, "a", &number);
   GIVES(43010) << tovik_getcol_char(distinct, "b", buffer, 9);
   GIVES(0) << tovik_fetchcur(sql) << tovik_fetchcur(distinct);
   GIVES(202154) << tovik_getcol(cursor, "a", 0, nullptr) << tovik_getcol(cursor, "a", 11, nullptr)
-                << tovik_getcol_binary(cursor, "b", buffer, 1, &length)
                 << tovik_getcol_ibuf_char(cursor, "a", &text, &length)
                 << tovik_getcol_ibuf_binary(cursor, "b", &bytes, &length);
-  GIVES(150008) << tovik_getcol(cursor, "nosuch", 3, nullptr)
-                << tovik_getcol_i32(distinct, "nosuch", &number);
-  GIVES(202119) << tovik_getcol_i8(cursor, "a", nullptr) << tovik_getcol_i64(sql, "a", nullptr)
-                << tovik_getcol_double(distinct, "b", nullptr)
-                << tovik_getcol_ctime(cursor, "nosuch", nullptr) << tovik_getcol_char(cursor, "b", nullptr, 1)
-                << tovik_getcol_wchar(cursor, "b", nullptr, 1)
+  GIVES(150008) << tovik_getcol(cursor, "nosuch", 3, nullptr);
+  GIVES(202119) << tovik_getcol_i8(cursor, "a", nullptr) << tovik_getcol_double(distinct, "b", nullptr)
+                << tovik_getcol_char(cursor, "b", nullptr, 1)
                 << tovik_getcol_binary(nullptr, "l", nullptr, 1, &length);
   GIVES(202127) << tovik_getcol_char(nullptr, nullptr, nullptr, 0)
-                << tovik_getcol_wchar(nullptr, nullptr, nullptr, -1)
                 << tovik_getcol_binary(nullptr, "l", nullptr, 0, nullptr);
-  GIVES(202128) << tovik_getcol_char(cursor, "b", buffer, 3) << tovik_getcol_char(cursor, "a", buffer, 1)
-                << tovik_getcol_char(cursor, "l", buffer, 2);
+  GIVES(202128) << tovik_getcol_char(cursor, "b", buffer, 3) << tovik_getcol_char(cursor, "l", buffer, 2);
+  GIVES(190016) << tovik_getcol_wchar(cursor, "b", wide_buffer, 7);
   GIVES(0) << tovik_getcol_char(cursor, "b", buffer, 4) << tovik_getcol_char(cursor, "l", buffer, 3)
-           << tovik_getcol_wchar(cursor, "b", reinterpret_cast<uint16_t *>(buffer), 8)
-           << tovik_getcol_binary(cursor, "l", buffer, 1, &length)
-           << tovik_getcol_char(sql, "name", buffer, 9) << tovik_getcol_i32(sql, "EXPRESSION_1", &number);
-  GIVES(190016) << tovik_getcol_wchar(cursor, "b", reinterpret_cast<uint16_t *>(buffer), 7);
+           << tovik_getcol_wchar(cursor, "b", wide_buffer, 8) << tovik_getcol_char(sql, "name", buffer, 9)
+           << tovik_getcol_i32(sql, "EXPRESSION_1", &number);
   GIVES(202139) << tovik_getcol_binary(nullptr, "l", nullptr, 1, nullptr);
-  GIVES(202145) << tovik_getcol_ibuf_char(nullptr, "b", nullptr, nullptr)
-                << tovik_getcol_ibuf_binary(nullptr, "b", nullptr, &length);
-  GIVES(202146) << tovik_getcol_ibuf_char(nullptr, "b", &text, nullptr)
-                << tovik_getcol_ibuf_binary(nullptr, "b", &bytes, nullptr);
+  GIVES(202145) << tovik_getcol_ibuf_char(nullptr, "b", nullptr, nullptr);
+  GIVES(202146) << tovik_getcol_ibuf_binary(nullptr, "b", &bytes, nullptr);
   GIVES(202147) << tovik_getcol_ibuf_char(cursor, "l", &text, &length);
   GIVES(202140) << tovik_getcol_char(sql, "B", buffer, 9) << tovik_getcol_i32(distinct, "a", &number);
   GIVES(202141) << tovik_getcol_i32(sql, "EXPRESSION_2", &number);
@@ -288,17 +248,15 @@ TEST_F(Arguments, AreCheckedInTheirOrder) {
   schema();
   cursors();
   reads();
-  // All of 202101 to 202161 but "library not started", which follows, and "no memory".
+  // All of 202101 to 202161 but those of the library and of handles, which follow, and "no memory".
   const auto own = [](int code) { return code > 202100; };
-  EXPECT_EQ(std::count_if(codes_met.begin(), codes_met.end(), own), 46);
+  EXPECT_EQ(std::count_if(codes_met.begin(), codes_met.end(), own), 44);
 }
 
 TEST(RecordLibrary, MustBeStarted) {
-  tovik_end();
   GIVES(202101) << tovik_create("r", nullptr) << tovik_drop("r")
                 << (tovik_open("r", nullptr) == nullptr ? -1 : 0);
-  GIVES(202114) << tovik_create(nullptr, nullptr) << tovik_drop("")
-                << (tovik_open("", nullptr) == nullptr ? -1 : 0);
+  GIVES(202114) << tovik_drop("") << (tovik_open("", nullptr) == nullptr ? -1 : 0);
 }
 
 // Closed, foreign and null handles give their code or are ignored.
@@ -317,9 +275,7 @@ TEST(RecordHandles, AreChecked) {
   tovik_colval value;
   tovik_setcol_i32(&value, "a", 2);
   const tovik_coldef definition = coldef("a", TOVIK_INT);
-  tovik_coldef listed;
   char buffer[64];
-  const uint16_t *const wide_text = wide(u"SELECT 1");
   void *const not_databases[] = {nullptr, open, foreign, second};
   for (void *handle : not_databases) {
     tovik_db *bad = static_cast<tovik_db *>(handle);
@@ -327,13 +283,12 @@ TEST(RecordHandles, AreChecked) {
                   << tovik_createtbl(bad, nullptr, nullptr, 0)
                   << tovik_createtbl_ex(bad, "n", &definition, 1, nullptr) << tovik_droptbl(bad, nullptr)
                   << tovik_createidx(bad, nullptr, columns, 1, "t", 0, 0) << tovik_dropidx(bad, "i")
-                  << tovik_gettbllst(bad, nullptr, 0) << tovik_getcolilst(bad, "t", &listed, 0)
+                  << tovik_gettbllst(bad, nullptr, 0) << tovik_getcolilst(bad, "t", nullptr, 0)
                   << tovik_opencur(bad, nullptr, 0, nullptr, nullptr)
                   << tovik_opencur_dist(bad, tables, 1, nullptr, nullptr, columns, 1)
                   << tovik_insert(bad, nullptr, &value, 1) << tovik_update(bad, "t", nullptr, 1, nullptr)
                   << tovik_delete(bad, nullptr, nullptr) << tovik_execsql_char(bad, nullptr)
-                  << tovik_execsql_wchar(bad, wide_text) << tovik_selectsql_char(bad, nullptr)
-                  << tovik_selectsql_wchar(bad, wide_text);
+                  << tovik_execsql_wchar(bad, wide(u"SELECT 1")) << tovik_selectsql_char(bad, nullptr);
     EXPECT_EQ(tovik_begin(bad), -1);
     tovik_close(bad);
     EXPECT_EQ(tovik_geterr(), 202115) << "a close leaves the record alone";
@@ -342,22 +297,17 @@ TEST(RecordHandles, AreChecked) {
   for (void *handle : not_cursors) {
     tovik_cur *bad = static_cast<tovik_cur *>(handle);
     const char *text;
-    const void *bytes;
     int32_t length;
-    GIVES(202116) << tovik_fetchcur(bad) << tovik_getcol(bad, nullptr, 99, nullptr)
-                  << tovik_getcol_i8(bad, "a", nullptr) << tovik_getcol_double(bad, nullptr, nullptr)
-                  << tovik_getcol_ctime(bad, "a", nullptr) << tovik_getcol_char(bad, nullptr, buffer, 1)
-                  << tovik_getcol_wchar(bad, "a", reinterpret_cast<uint16_t *>(buffer), 1)
+    GIVES(202116) << tovik_getcol(bad, nullptr, 99, nullptr) << tovik_getcol_double(bad, nullptr, nullptr)
+                  << tovik_getcol_char(bad, nullptr, buffer, 1)
                   << tovik_getcol_binary(bad, "a", buffer, 1, &length)
-                  << tovik_getcol_ibuf_char(bad, nullptr, &text, &length)
-                  << tovik_getcol_ibuf_binary(bad, "a", &bytes, &length);
+                  << tovik_getcol_ibuf_char(bad, nullptr, &text, &length) << tovik_fetchcur(bad);
     tovik_closecur(bad);
     EXPECT_EQ(tovik_geterr(), 202116) << "a close leaves the record alone";
   }
   EXPECT_EQ(rows_of(open, {"a"}), "1") << "the calls above closed nothing";
   kld_api_close_db(foreign);
-  EXPECT_EQ(tovik_begin(db), 0);
-  EXPECT_EQ(tovik_insert(db, "t", &value, 1), 0);
+  GIVES(0) << tovik_begin(db) << tovik_insert(db, "t", &value, 1);
   tovik_close(db);  // with a cursor and a transaction
   GIVES(202116) << tovik_fetchcur(at_close);
   GIVES(202115) << tovik_commit(db);
@@ -374,66 +324,44 @@ std::string narrow(const void *wide_text) {
   return text;
 }
 
-std::string text_of(int type, const tovik_value &value) {
-  const double numbers[] = {double(value.i8),  double(value.i16), double(value.i32),
-                            double(value.i64), value.f,           value.d};
-  const DateTimeRec &date = value.datetime;
-  char text[100];
-  if (type <= TOVIK_DOUBLE) snprintf(text, sizeof text, "%.9g", numbers[type - 1]);
-  if (type == TOVIK_DATETIME)
-    snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02d%06d", date.year, date.month, date.day, date.hour,
-             date.minute, date.second, date.microseconds);
-  if (type == TOVIK_CHAR) return static_cast<const char *>(value.read.text);
-  if (type == TOVIK_WCHAR) return narrow(value.read.text);
-  if (type == TOVIK_BINARY)
-    return std::string(static_cast<const char *>(value.bytes.data), static_cast<size_t>(value.bytes.length));
-  return text;
+// A read that gave result: its text, "null", or "-" for 202154.
+template <class Text>
+std::string outcome(int result, Text text) {
+  const int code = record_code(result);
+  return result == 1 ? text() : result == 0 ? "null" : code == 202154 ? "-" : std::to_string(code);
 }
 
-// Reads through the typed form, into the same kind of value; copied texts and bytes go to buffer.
-int read_typed(tovik_cur *cursor, const char *column, int type, tovik_value &value, char (&buffer)[64]) {
-  const std::function<int()> forms[] = {
-      [&] { return tovik_getcol_i8(cursor, column, &value.i8); },
-      [&] { return tovik_getcol_i16(cursor, column, &value.i16); },
-      [&] { return tovik_getcol_i32(cursor, column, &value.i32); },
-      [&] { return tovik_getcol_i64(cursor, column, &value.i64); },
-      [&] { return tovik_getcol_float(cursor, column, &value.f); },
-      [&] { return tovik_getcol_double(cursor, column, &value.d); },
-      [&] { return tovik_getcol_char(cursor, column, buffer, sizeof buffer); },
-      [&] { return tovik_getcol_wchar(cursor, column, reinterpret_cast<uint16_t *>(buffer), sizeof buffer); },
-      [&] { return tovik_getcol_ctime(cursor, column, &value.datetime); },
-      [&] { return tovik_getcol_binary(cursor, column, buffer, sizeof buffer, &value.bytes.length); }};
-  const int result = forms[type - 1]();
-  if (result == 1 && type >= TOVIK_CHAR && type != TOVIK_DATETIME) value.read.text = buffer;
-  return result;
+template <class T>
+std::string read_number(tovik_cur *cursor, const char *column, int (*get)(tovik_cur *, const char *, T *)) {
+  T value = 77;
+  const int result = get(cursor, column, &value);
+  EXPECT_TRUE(result == 1 || value == 77) << "untouched";
+  char text[32];
+  snprintf(text, sizeof text, "%.9g", static_cast<double>(value));
+  return outcome(result, [&] { return std::string(text); }) + " ";
 }
 
-// The column read as each API data type, through both forms: values, "null", or "-" for 202154.
+// The column read as each API data type.
 std::string read_all(tovik_cur *cursor, const char *column) {
-  std::string all;
-  for (int type = TOVIK_INT8; type <= TOVIK_BINARY; ++type) {
-    tovik_value general, typed;
-    alignas(8) char buffer[64];
-    memset(&general, 0x5a, sizeof general);
-    typed = general;
-    memset(buffer, 0x5a, sizeof buffer);
-    const int result = tovik_getcol(cursor, column, type, &general), code = record_code(result);
-    EXPECT_EQ(read_typed(cursor, column, type, typed, buffer), result) << column << " as " << type;
-    EXPECT_EQ(record_code(result), code) << column << " as " << type;
-    const std::string text = result == 1      ? text_of(type, general)
-                             : result == 0    ? "null"
-                             : code == 202154 ? "-"
-                                              : std::to_string(code);
-    all += (all.empty() ? "" : " ") + text;
-    if (result == 1) {
-      EXPECT_EQ(text_of(type, typed), text);
-    } else {
-      EXPECT_EQ(general.whole[0] & general.whole[1] & typed.whole[0] & typed.whole[1], 0x5a5a5a5a5a5a5a5a)
-          << "untouched";
-      EXPECT_EQ(std::string(buffer, sizeof buffer), std::string(sizeof buffer, 0x5a)) << "untouched";
-    }
-  }
-  return all;
+  char text[64];
+  uint16_t wide_text[64];
+  DateTimeRec date;
+  int32_t length;
+  std::string all = read_number(cursor, column, tovik_getcol_i8);
+  all += read_number(cursor, column, tovik_getcol_i16) + read_number(cursor, column, tovik_getcol_i32);
+  all += read_number(cursor, column, tovik_getcol_i64) + read_number(cursor, column, tovik_getcol_float);
+  all += read_number(cursor, column, tovik_getcol_double);
+  all += outcome(tovik_getcol_char(cursor, column, text, sizeof text), [&] { return std::string(text); });
+  all += " " + outcome(tovik_getcol_wchar(cursor, column, wide_text, sizeof wide_text),
+                       [&] { return narrow(wide_text); });
+  all += " " + outcome(tovik_getcol_ctime(cursor, column, &date), [&] {
+           snprintf(text, sizeof text, "%d-%d-%d-%d-%d-%d-%d", date.year, date.month, date.day, date.hour,
+                    date.minute, date.second, date.microseconds);
+           return std::string(text);
+         });
+  return all + " " + outcome(tovik_getcol_binary(cursor, column, text, sizeof text, &length), [&] {
+           return std::string(text, static_cast<size_t>(length));
+         });
 }
 
 // What a column gives for the API data types 1 to 10, by a cursor over tables and, where that differs, over
@@ -447,12 +375,8 @@ const ColumnReads column_reads[] = {
     {"i4", "int", "70000", "- - 70000 70000 - - 70000 70000 - -",
      "112 4464 70000 70000 70000 70000 70000 70000 - -"},
     {"i8", "bigint", "-1", "- - - -1 - - -1 -1 - -", "-1 -1 -1 -1 -1 -1 -1 -1 - -"},
-    {"c1", "ctinyint", "-128", "-128 -128 -128 -128 - - -128 -128 - -",
-     "-128 -128 -128 -128 -128 -128 -128 -128 - -"},
     {"c2", "csmallint", "-32768", "- -32768 -32768 -32768 - - -32768 -32768 - -",
      "0 -32768 -32768 -32768 -32768 -32768 -32768 -32768 - -"},
-    {"c4", "cint", "65537", "- - 65537 65537 - - 65537 65537 - -",
-     "1 1 65537 65537 65537 65537 65537 65537 - -"},
     {"c8", "cbigint", "9", "- - - 9 - - 9 9 - -", "9 9 9 9 9 9 9 9 - -"},
     {"f", "float", "-2.75", "- - - - -2.75 -2.75 -2.750000e+00 -2.750000e+00 - -",
      "-2 -2 -2 -2 -2.75 -2.75 -2.750000e+00 -2.750000e+00 - -"},
@@ -460,19 +384,18 @@ const ColumnReads column_reads[] = {
      "44 300 300 300 300.5 300.5 3.00500000000000e+02 3.00500000000000e+02 - -"},
     {"n", "decimal(10,2)", "'1.5'", "- - - - - - 1.5 1.5 - -", nullptr},
     {"s", "char(5)", "'full5'", "- - - - - - full5 full5 - -", nullptr},
-    {"v", "varchar(9)", "'some'", "- - - - - - some some - -", nullptr},
     {"x", "text(20,4,20)", "'more-than-four-bytes'",
      "- - - - - - more-than-four-bytes more-than-four-bytes - -", nullptr},
     {"l", "blob(20,4,20)", "'7a7B4F6162'", "- - - - - - 7a7b4f6162 7a7b4f6162 - z{Oab", nullptr},
-    {"da", "date", "'20240229'", "- - - - - - 20240229 20240229 20240229000000000000 -", nullptr},
-    {"ti", "time", "'20240229123456'", "- - - - - - 20240229123456 20240229123456 20240229123456000000 -",
+    {"da", "date", "'20240229'", "- - - - - - 20240229 20240229 2024-2-29-0-0-0-0 -", nullptr},
+    {"ti", "time", "'20240229123456'", "- - - - - - 20240229123456 20240229123456 2024-2-29-12-34-56-0 -",
      nullptr},
     {"mi", "microtimestamp", "'20240229123456000789'",
-     "- - - - - - 20240229123456000789 20240229123456000789 20240229123456000789 -", nullptr},
+     "- - - - - - 20240229123456000789 20240229123456000789 2024-2-29-12-34-56-789 -", nullptr},
 };
 
 // What is read of NULL where a value reads as reads.
-std::string nulls(const char *reads) {
+std::string nulls(const std::string &reads) {
   std::istringstream words(reads);
   std::string text;
   for (std::string word; words >> word;) text += (text.empty() ? "" : " ") + (word == "-" ? word : "null");
@@ -490,31 +413,26 @@ TEST(RecordReads, EveryColumnAsEveryType) {
     literals += comma + reads.literal;
     columns.push_back(reads.column);
   }
-  ASSERT_EQ(db.sql("CREATE TABLE t (nr int, " + definitions + ")"), 0);
-  ASSERT_EQ(db.sql("INSERT INTO t (nr, " + names + ") VALUES 1, " + literals), 0);
+  ASSERT_EQ(db.sql("CREATE TABLE t (" + definitions + ", nr int)"), 0);
+  ASSERT_EQ(db.sql("INSERT INTO t VALUES " + literals + ", 1"), 0);
   ASSERT_EQ(db.sql("INSERT INTO t (nr) VALUES 2"), 0);
   const char *tables[] = {"t"};
-  tovik_cond value_row, null_row;
-  tovik_comp_i32(&value_row, "nr", TOVIK_EQ, 1);
-  tovik_comp_i32(&null_row, "t.nr", TOVIK_EQ, 2);
-  const int count = static_cast<int>(columns.size());
-  for (const char *nr : {"1", "2"}) {
-    const tovik_cond *cond = nr[0] == '1' ? &value_row : &null_row;
-    tovik_cur *cursors[] = {
-        db.open_cursor("t", cond), tovik_opencur_dist(db, tables, 1, cond, nullptr, columns.data(), count),
-        tovik_selectsql_char(db, ("SELECT " + names + " FROM t WHERE nr = " + nr).c_str())};
-    for (tovik_cur *cursor : cursors) {
-      ASSERT_EQ(tovik_fetchcur(cursor), 1) << tovik_geterr();
-      for (const ColumnReads &reads : column_reads) {
-        std::string expected =
-            cursor == cursors[0] || reads.in_results == nullptr ? reads.in_tables : reads.in_results;
-        if (nr[0] == '2') expected = nulls(expected.c_str());
-        EXPECT_EQ(read_all(cursor, reads.column), expected)
-            << reads.column << " of cursor " << (cursor == cursors[0]) << " row " << nr;
-      }
-      EXPECT_EQ(tovik_fetchcur(cursor), 0);
-      tovik_closecur(cursor);
-    }
+  tovik_cur *cursors[] = {
+      db.open_cursor("t"),
+      tovik_opencur_dist(db, tables, 1, nullptr, nullptr, columns.data(), static_cast<int>(columns.size())),
+      tovik_selectsql_char(db, ("SELECT " + names + " FROM t").c_str())};
+  for (tovik_cur *cursor : cursors) {
+    const auto expected = [&](const ColumnReads &reads) {
+      return std::string(cursor == cursors[0] || !reads.in_results ? reads.in_tables : reads.in_results);
+    };
+    ASSERT_EQ(tovik_fetchcur(cursor), 1) << tovik_geterr();
+    for (const ColumnReads &reads : column_reads)
+      EXPECT_EQ(read_all(cursor, reads.column), expected(reads)) << reads.column;
+    ASSERT_EQ(tovik_fetchcur(cursor), 1) << tovik_geterr();
+    for (const ColumnReads &reads : column_reads)
+      EXPECT_EQ(read_all(cursor, reads.column), nulls(expected(reads))) << reads.column;
+    EXPECT_EQ(tovik_fetchcur(cursor), 0);
+    tovik_closecur(cursor);
   }
 }
 
@@ -522,38 +440,60 @@ TEST(RecordReads, EveryColumnAsEveryType) {
 TEST(RecordReads, TextsStayUntilTheNextFetch) {
   RecordDatabase db;
   db.run({"CREATE TABLE t (a int, s char(4), x text(20, 2, 20), l blob(20, 2, 20))",
-          "INSERT INTO t VALUES 1, 'abcd', 'first text', '0102030405'",
-          "INSERT INTO t VALUES 2, '', 'second', NULL"});
-  const char *tables[] = {"t"}, *names[] = {"a", "s", "x", "l"};
-  for (tovik_cur *cursor :
-       {db.open_cursor("t"), tovik_opencur_dist(db, tables, 1, nullptr, nullptr, names, 4),
-        tovik_selectsql_char(db, "SELECT a, s, x, l, s || x AS sx FROM t")}) {
+          "INSERT INTO t VALUES 1, 'abcd', 'first text', '0102030405', 2, '', 'second', NULL"});
+  const char *const names[] = {"a", "s", "x", "l"};
+  const char *const expected[] = {"1", "abcd", "first text", "0102030405"};
+  for (tovik_cur *cursor : {db.open_cursor("t"), tovik_selectsql_char(db, "SELECT a, s, x, l FROM t")}) {
     ASSERT_EQ(tovik_fetchcur(cursor), 1);
-    const char *const expected[] = {"1", "abcd", "first text", "0102030405"};
-    const int32_t types[] = {TOVIK_INT, TOVIK_COL_CHAR, TOVIK_COL_CHAR, TOVIK_BLOB};
-    tovik_value narrows[4], wides[4];
+    tovik_value narrows[4], wides[4], later;
     const char *text;
     const void *bytes;
     int32_t text_length, length;
     EXPECT_EQ(tovik_getcol_ibuf_char(cursor, "x", &text, &text_length), 1);
     EXPECT_EQ(tovik_getcol_ibuf_binary(cursor, "l", &bytes, &length), 1);
     for (int i = 0; i < 40; ++i) {
-      const auto [name, first] = std::pair(names[i % 4], i < 4);
-      tovik_value later;
-      EXPECT_EQ(tovik_getcol(cursor, name, TOVIK_CHAR, first ? &narrows[i] : &later), 1) << name;
-      EXPECT_EQ(tovik_getcol(cursor, name, TOVIK_WCHAR, first ? &wides[i] : &later), 1) << name;
+      EXPECT_EQ(tovik_getcol(cursor, names[i % 4], TOVIK_CHAR, i < 4 ? &narrows[i] : &later), 1) << i;
+      EXPECT_EQ(tovik_getcol(cursor, names[i % 4], TOVIK_WCHAR, i < 4 ? &wides[i] : &later), 1) << i;
     }
     for (int i = 0; i < 4; ++i) {
       EXPECT_STREQ(static_cast<const char *>(narrows[i].read.text), expected[i]);
       EXPECT_EQ(narrow(wides[i].read.text), expected[i]);
-      EXPECT_TRUE(narrows[i].read.column_type == types[i] && wides[i].read.column_type == types[i]) << i;
     }
     EXPECT_EQ(std::string(text, static_cast<size_t>(text_length)), "first text");
     EXPECT_EQ(std::string(static_cast<const char *>(bytes), static_cast<size_t>(length)), "\1\2\3\4\5");
+    EXPECT_EQ(narrows[3].read.column_type, TOVIK_BLOB);
     EXPECT_EQ(tovik_fetchcur(cursor), 1);
     EXPECT_EQ(tovik_getcol_ibuf_binary(cursor, "l", &bytes, &length), 0);
     EXPECT_EQ(length, 5) << "NULL leaves outputs as they are";
     tovik_closecur(cursor);
+  }
+}
+
+// As the printed plan tells.
+TEST(RecordReads, AConditionOnAnIndexedColumnLooksAtNoOtherRows) {
+  RecordDatabase db;
+  db.run({"CREATE TABLE t (id int, s char(20), x char(20))", "CREATE UNIQUE INDEX ti ON t (id)",
+          "CREATE INDEX ts ON t (s)", "BEGIN WORK"});
+  for (int id = 0; id < 40; ++id) {
+    const std::string number = std::to_string(id), name = std::to_string(id / 4);
+    EXPECT_EQ(db.sql("INSERT INTO t VALUES " + number + ", 'name " + name + "', 'x" + number + "'"), 0);
+  }
+  db.run({"COMMIT WORK", "SET HVI_QUERY_PLAN 'ON'"});
+  tovik_cond conds[6];
+  tovik_comp_i64(&conds[0], "id", TOVIK_EQ, 7);
+  tovik_comp_char(&conds[1], "t.s", TOVIK_EQ, "name 1");
+  tovik_range_i32(&conds[2], "id", 5, 1, 9, 0);
+  tovik_comp_char(&conds[3], "x", TOVIK_LIKE, "_7");
+  tovik_and(&conds[4], &conds[3], &conds[1]);
+  tovik_and(&conds[5], &conds[1], &conds[2]);
+  tovik_order by_id;
+  tovik_sort(&by_id, 1, "id", 0);
+  const char *const expected[] = {"7", "4;5;6;7", "5;6;7;8", "7", "7", "5;6;7"};
+  for (int i = 0; i < 6; ++i) {
+    std::string rows;
+    const std::string plan = printed_by([&] { rows = db.rows("t", {"id"}, &conds[i], &by_id); });
+    EXPECT_EQ(rows, expected[i]);
+    EXPECT_EQ(plan.find("Use records from indices") != std::string::npos, i != 3) << i << plan;
   }
 }
 
@@ -580,17 +520,13 @@ TEST(RecordTexts, WideTextsAndTheirSurrogates) {
   GIVES(301) << tovik_insert(db, "t", values, 2) << tovik_update(db, "t", values, 1, nullptr)
              << db.open_cursor("t", &invalid[0]) << tovik_update(db, "t", &values[3], 1, &invalid[1])
              << tovik_delete(db, "t", &invalid[0]);
-  for (tovik_cur *cursor :
-       {db.open_cursor("t"),
-        tovik_selectsql_wchar(db, wide(u"SELECT s FROM t WHERE s = 'a\U0001F600\u00fc'"))}) {
+  const uint16_t *const select = wide(u"SELECT s FROM t WHERE s = 'a\U0001F600\u00fc'");
+  for (tovik_cur *cursor : {db.open_cursor("t"), tovik_selectsql_wchar(db, select)}) {
     uint16_t buffer[5];
     GIVES(0) << tovik_fetchcur(cursor);
     GIVES(190016) << tovik_getcol_wchar(cursor, "s", buffer, 9);
     GIVES(0) << tovik_getcol_wchar(cursor, "s", buffer, 10);
     EXPECT_EQ(memcmp(buffer, pair, sizeof pair), 0);
-    tovik_value value;
-    GIVES(0) << tovik_getcol(cursor, "s", TOVIK_WCHAR, &value);
-    EXPECT_EQ(memcmp(value.read.text, pair, sizeof pair), 0);
     tovik_closecur(cursor);
   }
 }
@@ -600,71 +536,37 @@ TEST(RecordReads, RowsOfSeveralTables) {
   db.run({"CREATE TABLE p (id int, name char(9))", "CREATE TABLE o (id int, p int, price double)",
           "CREATE INDEX op ON o (p)", "INSERT INTO p VALUES 1, 'ann', 2, 'bob', 3, NULL",
           "INSERT INTO o VALUES 7, 2, 1.5, 8, 1, 2.5, 9, 2, 2.5, 10, NULL, 1"});
-  const char *tables[] = {"p", "o", "p"}, *names[] = {"name", "o.price"};
-  tovik_cond joined, cheap, both, ambiguous;
+  const char *tables[] = {"p", "o"}, *names[] = {"name"};
+  tovik_cond joined, cheap, ambiguous;
   GIVES(0) << tovik_compcol(&joined, "p.id", TOVIK_EQ, "o.p")
-           << tovik_comp_double(&cheap, "price", TOVIK_LE, 2) << tovik_and(&both, &joined, &cheap)
+           << tovik_comp_double(&cheap, "price", TOVIK_LE, 2)
            << tovik_comp_i32(&ambiguous, "id", TOVIK_EQ, 3);
   tovik_order order;
   GIVES(0) << tovik_sort(&order, 2, "price", 1, "name", 0);
   const std::vector<const char *> read = {"name", "o.id", "id"};
-  EXPECT_EQ(rows_of(tovik_opencur(db, tables, 2, &joined, nullptr), read), "ann,8,1;bob,7,2;bob,9,2")
-      << "p outermost";
+  EXPECT_EQ(rows_of(tovik_opencur(db, tables, 2, &joined, nullptr), read), "ann,8,1;bob,7,2;bob,9,2");
   EXPECT_EQ(rows_of(tovik_opencur(db, tables, 2, &joined, &order), read), "ann,8,1;bob,9,2;bob,7,2");
-  EXPECT_EQ(rows_of(tovik_opencur(db, tables, 2, &both, nullptr), read), "bob,7,2");
   EXPECT_EQ(rows_of(tovik_opencur(db, tables, 2, &ambiguous, nullptr), read), "-,7,3;-,8,3;-,9,3;-,10,3")
       << "the first table's id";
   EXPECT_EQ(rows_of(tovik_opencur_dist(db, tables, 2, &cheap, nullptr, names, 1), {"p.name"}), "ann;bob;-");
-  EXPECT_EQ(rows_of(tovik_opencur_dist(db, tables, 2, &joined, nullptr, names + 1, 1), {"price"}),
-            "2.50000000000000e+00;1.50000000000000e+00");
 }
 
 // ---- values and rows ----
 
-TEST(RecordRows, ValuesOfEveryTypeIntoColumns) {
+TEST(RecordRows, ValuesIntoColumnsOfOtherTypes) {
   RecordDatabase db;
-  db.run(
-      {"CREATE TABLE t (i int, f float, d double, s char(9), x text(20, 4, 20), l blob(20, 4, 20), da date)",
-       "INSERT INTO t (i) VALUES 0"});
+  db.run({"CREATE TABLE t (i int, s char(9), x text(20, 4, 20), l blob(20, 4, 20), da date)"});
   const DateTimeRec date = {2024, 2, 29, 0, 0, 0, 0, 0}, no_date = {2023, 2, 29, 0, 0, 0, 0, 0};
-  const struct {
-    const char *column;
-    int type;
-    tovik_value value;
-    int code;
-    const char *text;
-  } cases[] = {
-      {"i", TOVIK_INT64, {.i64 = 1 - (int64_t{1} << 31)}, 0, "-2147483647"},
-      {"i", TOVIK_INT64, {.i64 = -(int64_t{1} << 31)}, 113002, nullptr},
-      {"i", TOVIK_DOUBLE, {.d = -7.9}, 0, "-7"},
-      {"i", TOVIK_CHAR, {.text = "12x"}, 113001, nullptr},
-      {"i", TOVIK_CHAR, {.text = ""}, 113015, nullptr},
-      {"i", TOVIK_DATETIME, {.datetime = date}, 150001, nullptr},
-      {"f", TOVIK_FLOAT, {.f = 0.1f}, 0, "1.000000e-01"},
-      {"d", TOVIK_FLOAT, {.f = 0.1f}, 0, "1.00000000000000e-01"},
-      {"d", TOVIK_INT8, {.i8 = -128}, 0, "-1.28000000000000e+02"},
-      {"s", TOVIK_CHAR, {.text = ""}, 0, ""},
-      {"s", TOVIK_INT32, {.i32 = 77}, 0, "77"},
-      {"s", TOVIK_CHAR, {.text = "ten bytes."}, 113003, nullptr},
-      {"x", TOVIK_CHAR, {.text = "any length is good for a text"}, 0, "any length is good for a text"},
-      {"x", TOVIK_CHAR, {.text = ""}, 144001, nullptr},
-      {"l", TOVIK_BINARY, {.bytes = {"\0\1\xFE", 3}}, 0, "0001fe"},
-      {"l", TOVIK_CHAR, {.text = "abc"}, 0, "ab0c"},
-      {"l", TOVIK_CHAR, {.text = "no hex"}, 113013, nullptr},
-      {"l", TOVIK_INT16, {.i16 = 1}, 150001, nullptr},
-      {"da", TOVIK_DATETIME, {.datetime = date}, 0, "20240229"},
-      {"da", TOVIK_DATETIME, {.datetime = no_date}, 113006, nullptr},
-      {"da", TOVIK_CHAR, {.text = "20240301"}, 0, "20240301"},
-      {"da", 0, {}, 0, "-"},
-  };
-  for (const auto &c : cases) {
-    tovik_colval value;
-    EXPECT_EQ(tovik_setcol(&value, c.column, c.type, &c.value), 0);
-    EXPECT_EQ(record_code(tovik_update(db, "t", &value, 1, nullptr)), c.code) << c.column;
-    if (c.code != 0) continue;
-    EXPECT_EQ(db.rows("t", {c.column}), c.text) << c.column;
-  }
-  EXPECT_EQ(db.rows("t", {"i", "s"}), "-7,77") << "what failed changed nothing";
+  tovik_colval good[5], bad[5];
+  GIVES(0) << tovik_setcol_double(&good[0], "i", -7.9) << tovik_setcol_i32(&good[1], "s", 77)
+           << tovik_setcol_char(&good[2], "x", "text") << tovik_setcol_binary(&good[3], "l", "\0\1\xFE", 3)
+           << tovik_setcol_ctime(&good[4], "da", &date) << tovik_insert(db, "t", good, 5)
+           << tovik_setcol_i64(&bad[0], "i", -(int64_t{1} << 31)) << tovik_setcol_ctime(&bad[1], "i", &date)
+           << tovik_setcol_char(&bad[2], "s", "ten bytes.") << tovik_setcol_char(&bad[3], "x", "")
+           << tovik_setcol_ctime(&bad[4], "da", &no_date);
+  const int codes[] = {113002, 150001, 113003, 144001, 113006};
+  for (int i = 0; i < 5; ++i) GIVES(codes[i]) << tovik_update(db, "t", &bad[i], 1, nullptr);
+  EXPECT_EQ(db.rows("t", {"i", "s", "x", "l", "da"}), "-7,77,text,0001fe,20240229");
 }
 
 TEST(RecordRows, AutomaticTransactions) {
@@ -684,8 +586,6 @@ TEST(RecordRows, AutomaticTransactions) {
   EXPECT_EQ(db.rows("t", {"a", "b"}), "1,5;2,5;3,5;5,5") << "a unique key takes no NULL, b does";
   GIVES(0) << tovik_rollback(db);
   GIVES(140002) << tovik_rollback(db) << tovik_commit(db);
-  GIVES(141004) << tovik_droptbl(db, "n");
-  EXPECT_EQ(db.rows("t", {"a", "b"}), "1,10;2,20;3,30");
   GIVES(0) << tovik_createtbl(db, "n", &column, 1) << tovik_insert(db, "t", &a, 1);
   db.reopen();
   EXPECT_EQ(db.rows("t", {"a", "b"}), "1,10;2,20;3,30;5,-");
@@ -701,14 +601,9 @@ TEST(RecordRows, AutomaticTransactions) {
 
 // A read hold of another thread makes a commit fail until its last cursor is closed; one's own does not.
 TEST(RecordRows, OpenCursorsAndCommits) {
-  RecordDatabase db("", "LOCK_RETRY=2;LOCK_SLEEP=1;BEGIN_RETRY=2;BEGIN_SLEEP=1");
+  RecordDatabase db("LOCK_RETRY=2;LOCK_SLEEP=1;BEGIN_RETRY=2;BEGIN_SLEEP=1");
   tovik_colval value;
   tovik_setcol_i32(&value, "a", 2);
-  const char *tables[] = {"t"}, *columns[] = {"a"};
-  const std::function<tovik_cur *()> openers[] = {
-      [&] { return db.open_cursor("t"); },
-      [&] { return tovik_opencur_dist(db, tables, 1, nullptr, nullptr, columns, 1); },
-      [&] { return tovik_selectsql_char(db, "SELECT a FROM t"); }};
   const auto insert_elsewhere = [&](int code) {
     std::thread([&] {
       GIVES(0) << tovik_begin(db) << tovik_insert(db, "t", &value, 1);
@@ -716,10 +611,12 @@ TEST(RecordRows, OpenCursorsAndCommits) {
       GIVES(140002) << tovik_rollback(db);
     }).join();
   };
-  for (const auto &open : openers) {
+  for (const bool by_sql : {false, true}) {
+    const auto open = [&] {
+      return by_sql ? tovik_selectsql_char(db, "SELECT a FROM t") : db.open_cursor("t");
+    };
     db.run({"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1"});
     tovik_cur *first = open(), *second = open();
-    insert_elsewhere(140003);
     tovik_closecur(second);
     insert_elsewhere(140003);
     GIVES(0) << tovik_begin(db) << tovik_update(db, "t", &value, 1, nullptr) << tovik_commit(db)
@@ -732,7 +629,6 @@ TEST(RecordRows, OpenCursorsAndCommits) {
     GIVES(0) << tovik_fetchcur(first) << tovik_droptbl(db, "t");
     int32_t number;
     (void)tovik_getcol_i32(first, "a", &number);
-    (void)tovik_fetchcur(first);
     tovik_closecur(first);
   }
 }
@@ -741,13 +637,10 @@ TEST(RecordRows, OpenCursorsAndCommits) {
 
 TEST(RecordSchema, TablesAndTheirColumns) {
   RecordDatabase db;
-  const tovik_coldef made[] = {
-      coldef("i1", 0x41, 5, 6), coldef("c8", 0x48),          coldef("f", 0x89),
-      coldef("da", 0x810, 1),   coldef("s", 0x20c, 0, 7, 1), coldef("s7", 0x20c, 7),
-      coldef("x", 0x120e),      coldef("l", 0x1412, 100, 8), coldef(" a_19_byte_name_ab\t", 0x43)};
-  const char *const expected[] = {"i1 41 0 0 0 0",     "c8 48 0 0 0 0",     "f 89 0 0 0 0",
-                                  "da 810 0 0 0 0",    "s 20c 1 20 1 0",    "s7 20c 0 7 1 0",
-                                  "x 120e 0 20 20 20", "l 1412 0 100 8 20", "a_19_byte_name_ab 43 0 0 0 0"};
+  const tovik_coldef made[] = {coldef("i1", 0x41, 5, 6), coldef(" da\t", 0x810, 1),
+                               coldef("s", 0x20c, 0, 7, 1), coldef("x", 0x120e), coldef("l", 0x1412, 100, 8)};
+  const char *const expected[] = {"i1 41 0 0 0 0", "da 810 0 0 0 0", "s 20c 1 20 1 0", "x 120e 0 20 20 20",
+                                  "l 1412 0 100 8 20"};
   const int count = static_cast<int>(std::size(made));
   char buffer[8];
   GIVES(0) << tovik_gettbllst(db, buffer, 1) << tovik_createtbl(db, "\r a\n", made, count);
@@ -762,7 +655,7 @@ TEST(RecordSchema, TablesAndTheirColumns) {
     EXPECT_STREQ(text, expected[i]);
   }
   GIVES(0) << tovik_createtbl(db, "bc", listed, count);  // what was listed can be made
-  GIVES(146001) << tovik_gettbllst(db, buffer, 5) << tovik_gettbllst(db, buffer, 2);
+  GIVES(146001) << tovik_gettbllst(db, buffer, 5);
   memset(buffer, '#', sizeof buffer);
   EXPECT_EQ(tovik_gettbllst(db, buffer, 6), 2);
   EXPECT_EQ(std::string(buffer, sizeof buffer), std::string("a\0bc\0###", sizeof buffer));
@@ -771,38 +664,24 @@ TEST(RecordSchema, TablesAndTheirColumns) {
 TEST(RecordSchema, CountingColumnsAndIndices) {
   RecordDatabase db;
   const tovik_coldef columns[] = {coldef("a", TOVIK_INT), coldef("b", TOVIK_COL_CHAR)};
-  const tovik_autoinc counts = {1, 100, 5}, none = {3, 100, 5}, no_integer = {2, 1, 1}, no_start = {1, 0, 1},
-                      large_step = {1, 1, 65536};
-  GIVES(0) << tovik_createtbl_ex(db, "t", columns, 2, &counts)
-           << tovik_createtbl_ex(db, "u", columns, 2, &none);
+  const tovik_autoinc counts = {1, 100, 5}, no_integer = {2, 1, 1};
+  GIVES(0) << tovik_createtbl_ex(db, "t", columns, 2, &counts) << tovik_createtbl(db, "u", columns, 2);
   GIVES(141006) << tovik_createtbl_ex(db, "n", columns, 2, &no_integer);
-  GIVES(141008) << tovik_createtbl_ex(db, "n", columns, 2, &no_start);
-  GIVES(141009) << tovik_createtbl_ex(db, "n", columns, 2, &large_step);
-  tovik_colval b, a_and_b[2];
-  tovik_setcol_char(&b, "b", "x");
-  tovik_setcol_i32(&a_and_b[0], "a", 7);
-  a_and_b[1] = b;
+  tovik_colval values[2];
+  GIVES(0) << tovik_setcol_i32(&values[0], "a", 7) << tovik_setcol_char(&values[1], "b", "x");
   for (const char *table : {"t", "u"})
-    GIVES(0) << tovik_insert(db, table, &b, 1) << tovik_insert(db, table, a_and_b, 2)
-             << tovik_insert(db, table, &b, 1);
+    GIVES(0) << tovik_insert(db, table, values + 1, 1) << tovik_insert(db, table, values, 2)
+             << tovik_insert(db, table, values + 1, 1);
   EXPECT_EQ(db.rows("t", {"a"}), "100;7;105");
-  EXPECT_EQ(db.rows("u", {"a"}), "-;7;-");
   const char *const both[] = {"a", "b"};
-  GIVES(143001) << tovik_insert(db, "t", a_and_b, 2);  // a counting column is unique
-  GIVES(145005) << tovik_createidx(db, "ta", both, 1, "t", 0, 0);
-  GIVES(0) << tovik_createidx(db, "tb", both + 1, 1, " t ", 0, 7)
-           << tovik_createidx(db, "uab", both, 2, "u", 0, 0);
-  GIVES(145003) << tovik_createidx(db, "uab", both, 1, "t", 0, 0);
-  GIVES(145008) << tovik_createidx(db, "ub", both + 1, 1, "u", 0, 17);
+  GIVES(145005) << tovik_createidx(db, "ta", both, 1, "t", 0, 0);  // a counting column has one
+  GIVES(0) << tovik_createidx(db, "tba", both, 2, " t ", 0, 7);
   GIVES(143001) << tovik_createidx(db, "ua", both, 1, "u", 1, 17);  // NULL equals NULL
   tovik_cond unset;
   GIVES(0) << tovik_isnull(&unset, "a") << tovik_delete(db, "u", &unset)
            << tovik_createidx(db, "ua", both, 1, "u", 1, 17);
-  GIVES(143001) << tovik_insert(db, "u", a_and_b, 2);
-  GIVES(0) << tovik_dropidx(db, "ua") << tovik_insert(db, "u", a_and_b, 2);
-  GIVES(143001) << tovik_createidx(db, "ua", both, 1, "u", 1, 0);
-  db.expect_sound("t");
-  db.expect_sound("u");
+  GIVES(143001) << tovik_insert(db, "u", values, 2);
+  GIVES(0) << tovik_dropidx(db, "ua") << tovik_insert(db, "u", values, 2);
 }
 
 }  // namespace

@@ -49,14 +49,16 @@ class Terminal : public testing::Test {
     EXPECT_TRUE(ends_with(printed, prompt)) << input << " gave " << printed;
     return printed.substr(0, printed.size() - prompt.size());
   }
-  // Types input that ends the console: what is printed, and its exit status.
-  std::string leave(const std::string &input, int *status) {
+  // Types input that ends the console without a failure and without another word.
+  void leave(const std::string &input) {
     std::string printed = type(input, "");
     while (read_more(printed)) {
     }
-    waitpid(child, status, 0);
+    EXPECT_EQ(printed, "");
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
     child = -1;
-    return printed;
   }
   // The script's path.
   std::string script(const char *name, const std::string &text) {
@@ -90,15 +92,12 @@ TEST_F(Terminal, AsksForEachStatementByNumberAndForMoreOfItWithADot) {
   EXPECT_EQ(type("';\n", "2* "), "a ; b \n");
   EXPECT_EQ(type("  \n", "2* "), "") << "nothing to run";
   EXPECT_EQ(type("/* of\n", ". "), "");
-  EXPECT_EQ(type("two lines */ ECHO 'c'\r\n", ". "), "");
-  EXPECT_EQ(type(";\r\n", "3* "), "c\n");
+  EXPECT_EQ(type("two lines */ ECHO 'c';\r\n", "3* "), "c\n");
   EXPECT_EQ(type("!\n", ". "), "");
   EXPECT_EQ(type("echo d\n", "4* "), "d\n");
   EXPECT_EQ(type("run 3;\n", "5* "), "   3  echo d\nd\n");
   EXPECT_EQ(type("rc;\n", "5* "), "   4  echo d\n");
-  int status = -1;
-  EXPECT_EQ(leave("\4", &status), "") << "the end of the input";
-  EXPECT_EQ(status, 0);
+  leave("\4");  // the end of the input
 }
 
 TEST_F(Terminal, KeepsTheLastThirtyTwoAcrossScripts) {
@@ -120,10 +119,9 @@ TEST_F(Terminal, RunsScriptsInScriptsWithoutPrompts) {
       "outer", "ECHO 'out';\nrun '" + inner + "'\n;\nrun \"none\";\nrc;\nECHO 'no line end, not run';");
   const std::string printed = type("run '" + outer + "';\n", "6* ");
   EXPECT_EQ(printed.rfind("out\nin\n[1]:171001(0) ", 0), 0u) << printed;
-  EXPECT_EQ(printed.substr(printed.find("system")), "system\non\nfopen error.'none'\n   5 ECHO\r  'on'\r ;\n");
-  int status = -1;
-  EXPECT_EQ(leave("quit\n", &status), "");
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(printed.substr(printed.find("system")),
+            "system\non\nfopen error.'none'\n   5 ECHO\r  'on'\r ;\n");
+  leave("quit\n");
 }
 
 TEST_F(Terminal, TakesALongStatementAndGoesOnAfterFailures) {
@@ -136,23 +134,10 @@ TEST_F(Terminal, TakesALongStatementAndGoesOnAfterFailures) {
   }
   EXPECT_EQ(type(insert + ";\n", "4* "), dots);
   EXPECT_EQ(type("SELECT COUNT(*), MAX(id) FROM t;\n", "5* "), "                 301,                 300\n");
-  struct Failure {
-    const char *statement;
-    int code;
-  };
-  int number = 5;
-  for (const Failure &failure : {Failure{"SELECT nothing FROM t", 150008},
-                                 {"SELECT * FROM none", 141004},
-                                 {"INSERT INTO t VALUES 7, 'again'", 143001},
-                                 {"nonsense", 171001}}) {
-    const std::string prompt = std::to_string(++number) + "* ";
-    const std::string printed = type(std::string(failure.statement) + ";\n", prompt);
-    EXPECT_EQ(printed.rfind("[1]:" + std::to_string(failure.code) + "(0) ", 0), 0u) << printed;
-  }
-  EXPECT_EQ(type("SELECT s FROM t WHERE id = 7;\n", std::to_string(number + 1) + "* "), "row number 7\n");
-  int status = -1;
-  EXPECT_EQ(leave(std::string(255, ' ') + "\n", &status), "") << "too long a line is the end";
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(type("INSERT INTO t VALUES 7, 'again';\n", "6* ").rfind("[1]:143001(0) ", 0), 0u);
+  EXPECT_EQ(type("nonsense;\n", "7* ").rfind("[1]:171001(0) ", 0), 0u);
+  EXPECT_EQ(type("SELECT s FROM t WHERE id = 7;\n", "8* "), "row number 7\n");
+  leave(std::string(255, ' ') + "\n");  // too long a line is the end
 }
 
 }  // namespace

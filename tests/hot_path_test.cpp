@@ -4,6 +4,7 @@
 #include "data/database.h"
 #include "sql/statement.h"
 #include "support.h"
+#include "tovik.h"
 
 namespace tovik::test {
 namespace {
@@ -95,6 +96,39 @@ TEST_F(HotPath, AStatementOfManyRowsTakesThePoolOfOne) {
   run("UPDATE t SET s = s || 'x', d = d + LENGTH(s || x) WHERE LENGTH(s || s) > 0");
   run("DELETE FROM t WHERE LENGTH(s || x || s) > 0 AND id < 999");
   fetch_all("SELECT s FROM t", 1);
+}
+
+TEST_F(HotPath, ARecordReadByKeyOrInsertedTakesNothingFromTheHeapOnceWarm) {
+  tovik_db *records = tovik_open("h", ("PATH=" + directory.path() + ";CACHE_SIZE_DAT=256").c_str());
+  const char *tables[] = {"t"};
+  const auto read = [&](int id) {
+    char text[64] = "";
+    tovik_cond by_key;
+    tovik_comp_i32(&by_key, "id", TOVIK_EQ, id);
+    tovik_cur *cursor = tovik_opencur(records, tables, 1, &by_key, nullptr);
+    EXPECT_EQ(tovik_fetchcur(cursor), 1);
+    EXPECT_EQ(tovik_getcol_char(cursor, "x", text, sizeof text), 1);
+    tovik_closecur(cursor);
+    return std::string(text);
+  };
+  const auto insert = [&](int id) {
+    tovik_colval values[2];
+    tovik_setcol_i32(&values[0], "id", id);
+    tovik_setcol_char(&values[1], "x", "a text of more than four bytes");
+    EXPECT_EQ(tovik_insert(records, "t", values, 2), 0);
+  };
+  for (int id = 0; id < 1000; ++id) read(id);
+  heap_calls = 0;
+  for (int id = 0; id < 1000; id += 7) EXPECT_EQ(read(id), "a text of more than four bytes");
+  EXPECT_EQ(heap_calls, 0);
+  EXPECT_EQ(tovik_begin(records), 0);
+  for (int id = 1000; id < 1003; ++id) insert(id);
+  heap_calls = 0;
+  insert(1003);
+  EXPECT_EQ(read(1003), "a text of more than four bytes") << "inside a transaction";
+  EXPECT_EQ(heap_calls, 0);
+  EXPECT_EQ(tovik_rollback(records), 0);
+  tovik_close(records);
 }
 
 }  // namespace

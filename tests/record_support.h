@@ -62,9 +62,9 @@ inline std::string rows_of(tovik_cur *cursor, const std::vector<const char *> &c
 // A fresh database in a directory of its own, open, with the library started for the length of the scope.
 class RecordDatabase {
  public:
-  explicit RecordDatabase(const char *settings = "", const std::string &more_params = "")
+  explicit RecordDatabase(const std::string &more_params = "")
       : params_("PATH=" + directory_.path() + ";" + more_params) {
-    EXPECT_EQ(tovik_init(settings), 0);
+    EXPECT_EQ(tovik_init(""), 0);
     EXPECT_EQ(tovik_create("r", params()), 0) << tovik_geterr();
     open();
   }
@@ -72,13 +72,8 @@ class RecordDatabase {
     tovik_close(db_);
     tovik_end();
   }
-  RecordDatabase(const RecordDatabase &) = delete;
-  RecordDatabase &operator=(const RecordDatabase &) = delete;
 
-  void open() {
-    db_ = tovik_open("r", params());
-    EXPECT_NE(db_, nullptr) << tovik_geterr();
-  }
+  void open() { EXPECT_NE(db_ = tovik_open("r", params()), nullptr) << tovik_geterr(); }
   void reopen() {
     tovik_close(db_);
     open();
