@@ -128,14 +128,12 @@ bool sync_trn(TransactionManager &tm) {
   return !env_on(Env::tran_sync) || bm_sync(*tm.bm, part_trn) || fail(status::tran_sync);
 }
 
-// Writes the header of a transaction that is still open where the record will be. The flush of the shadow
-// blocks then also settles where that block lies in the file, which makes the record's own flush a plain
-// block write.
-bool write_open_header(TransactionManager &tm) {
+// Writes the header with nothing to apply where the record will be. The flush of the shadow blocks then also
+// settles where that block lies in the file, which makes the record's own flush a plain block write.
+bool write_empty_record(TransactionManager &tm) {
   CommitRecord &commit = tm.bm->header.commit;
   const CommitRecord record = commit;
   commit = CommitRecord();
-  commit.tstat = tran_open;
   const bool written = bm_write_header(*tm.bm, part_trn);
   commit = record;
   return written || fail(status::tran_record_write);
@@ -144,7 +142,7 @@ bool write_open_header(TransactionManager &tm) {
 // Without changes there is nothing to make durable: the record says so, and losing it loses nothing.
 bool write_record(TransactionManager &tm) {
   const bool committed = tm.bm->header.commit.tstat == tran_committed;
-  if (committed && !(write_open_header(tm) && sync_trn(tm))) return false;
+  if (committed && !(write_empty_record(tm) && sync_trn(tm))) return false;
   {
     LockGuard guard(tm.sm->lock);
     tm.record_written = committed;
