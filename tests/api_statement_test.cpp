@@ -188,6 +188,7 @@ TEST_F(StatementApi, ConvertsEveryTypeClassToEveryTarget) {
       {"d", TOVIK_DATETIME, bytes_of(date), 12},
       {"m", TOVIK_CHAR, text("20240229123456000789"), 20},
       {"m", TOVIK_DATETIME, bytes_of(micro), 12},
+      {"SQRT(f)", TOVIK_CHAR, text("nan"), 3},
   };
   for (const auto &[column, target, bytes, expected_length] : conversions) {
     SCOPED_TRACE(std::string(column) + " as " + std::to_string(target));

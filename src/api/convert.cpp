@@ -108,7 +108,8 @@ static bool convert_real(double real, int api_type, const TargetBuffer &target) 
     case TOVIK_CHAR:
     case TOVIK_WCHAR: {
       char digits[number_text_size];
-      return put_text(target, digits, snprintf(digits, sizeof digits, "%g", real), api_type);
+      const double shown = std::isnan(real) ? NAN : real;  // without the sign that the machine gave it
+      return put_text(target, digits, snprintf(digits, sizeof digits, "%g", shown), api_type);
     }
     default:
       return fail(status::value_target_type);

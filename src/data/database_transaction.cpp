@@ -203,7 +203,6 @@ DbStart start_again(const Database &db, ThreadId thread, bool allow_nested) {
   return DbStart::failed;
 }
 
-
 // The thread's open transaction, or null with 140002 or 40022.
 TransactionManager *own_transaction(const Database &db, ThreadId thread) {
   TransactionManager *tm = db.storage->tm;
