@@ -132,6 +132,10 @@ void Arguments::values() {
   GIVES(202150) << tovik_insert(db, "t", &value, 1) << tovik_update(db, "t", &value, 1, nullptr);
   GIVES(0) << tovik_setcol_binary(&value, "a", "x", 1);
   GIVES(202154) << tovik_insert(db, "t", &value, 1);
+  value = {};
+  strcpy(value.name, "a");
+  value.type = TOVIK_CHAR;  // by hand, without a text
+  GIVES(202123) << tovik_insert(db, "t", &value, 1);
   GIVES(0) << tovik_setcol_i32(&value, "rowid", 1);
   GIVES(142010) << tovik_insert(db, "t", &value, 1);
   EXPECT_EQ(db.rows("t", {"a", "b"}), "1,one");

@@ -6,8 +6,6 @@
 // row takes nothing from the general heap once there has been one before.
 #pragma once
 
-#include <cassert>
-
 #include "api/handle.h"
 #include "data/database.h"
 #include "frame/error.h"

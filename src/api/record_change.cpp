@@ -32,7 +32,6 @@ bool fill(tovik_colval *record, const char *name, int type, const void *value) {
 
 // The caller's values with the columns they are for.
 struct Assignments {
-  const tovik_colval *records;
   int count;
   const Column **columns;
   Value *values;
@@ -59,8 +58,7 @@ bool bind_value(MemoryPool &pool, const tovik_colval &record, const Column &colu
 }
 
 bool bind(MemoryPool &pool, const Table &table, const tovik_colval *records, int count, Assignments *bound) {
-  *bound = {records, count, memory_pool_new<const Column *>(pool, count),
-            memory_pool_new<Value>(pool, count)};
+  *bound = {count, memory_pool_new<const Column *>(pool, count), memory_pool_new<Value>(pool, count)};
   if (bound->columns == nullptr || bound->values == nullptr) return false;
   for (int i = 0; i < count; ++i) {
     bound->columns[i] = find_column(table, records[i]);

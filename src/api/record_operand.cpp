@@ -29,11 +29,16 @@ static size_t operand_size(int type) {
   }
 }
 
+// Is the text, or are the bytes, that the operand names there?
+static bool complete(int type, const tovik_value &operand) {
+  if (operand_is_text(type)) return operand.text != nullptr;
+  return type != TOVIK_BINARY || (operand.bytes.data != nullptr && operand.bytes.length >= 1);
+}
+
 bool operand_read(int type, const void *source, tovik_value *operand) {
   if (source == nullptr) return false;
   memcpy(operand, source, operand_size(type));
-  if (operand_is_text(type)) return operand->text != nullptr;
-  return type != TOVIK_BINARY || (operand->bytes.data != nullptr && operand->bytes.length >= 1);
+  return complete(type, *operand);
 }
 
 static TextRef utf8_in_pool(MemoryPool &pool, const uint16_t *wide) {
@@ -60,6 +65,9 @@ static bool set_real(Value *value, double real) {
 bool operand_value(MemoryPool &pool, int type, const tovik_value &operand, Value *value) {
   *value = {};
   value->kind = value_kind::computed;
+  if (!complete(type, operand)) {
+    return fail(operand_is_text(type) ? status::record_api_text_missing : status::record_api_bytes_missing);
+  }
   switch (type) {
     case operand_null:
       value->flags = value_null;

@@ -20,7 +20,7 @@ inline bool operand_is_text(int type) {
 
 // The engine's value: NULL, bigint, float64, character, microtimestamp or blob. A single is rounded to its
 // seven digits, as values of float columns are; wide texts become UTF-8 in pool, other texts and bytes stay
-// where they are. 110002, 301, 202151 for no data type.
+// where they are. 110002, 301; 202123, 202124, 202151 for a record that nobody filled.
 [[nodiscard]] bool operand_value(MemoryPool &pool, int type, const tovik_value &operand, Value *value);
 
 }  // namespace tovik

@@ -99,6 +99,7 @@ char *integer_to_text(int64_t value, char *text) {
 }
 
 char *double_to_text(double value, int precision, char *text) {
+  if (std::isnan(value)) value = NAN;  // without the sign that the machine gave it
   *std::to_chars(text, text + number_text_size - 1, value, std::chars_format::scientific, precision).ptr =
       '\0';
   return text;
