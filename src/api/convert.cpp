@@ -6,12 +6,11 @@
 #include <cstring>
 
 #include "data/datetime.h"
+#include "data/number_text.h"
 #include "frame/error.h"
 #include "platform/charset/charset.h"
 
 namespace tovik {
-
-static constexpr int number_text_size = 64;
 
 static bool put_bytes(const TargetBuffer &target, const void *bytes, int size, int reported_length) {
   if (target.size < size) return fail(status::value_buffer_small);
@@ -86,21 +85,13 @@ static bool convert_integer(int64_t integer, int api_type, const TargetBuffer &t
   }
 }
 
-// Toward zero; what no int64 holds becomes its nearest end, and what is no number 0.
-static int64_t integer_of(double real) {
-  if (std::isnan(real)) return 0;
-  if (real >= 9223372036854775808.0) return INT64_MAX;
-  if (real < -9223372036854775808.0) return INT64_MIN;
-  return static_cast<int64_t>(real);
-}
-
 static bool convert_real(double real, int api_type, const TargetBuffer &target) {
   switch (api_type) {
     case TOVIK_INT8:
     case TOVIK_INT16:
     case TOVIK_INT32:
     case TOVIK_INT64:
-      return put_integer(target, integer_of(real), api_type);
+      return put_integer(target, double_to_integer(real), api_type);
     case TOVIK_FLOAT:
       return put_number(target, static_cast<float>(real));
     case TOVIK_DOUBLE:

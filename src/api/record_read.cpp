@@ -7,7 +7,6 @@
 
 #include "api/convert.h"
 #include "api/record_cursor.h"
-#include "data/datetime.h"
 #include "data/number_text.h"
 #include "data/stored_form.h"
 
@@ -135,33 +134,12 @@ int read_call(tovik_cur *handle, const char *name, int type, Give give) {
 
 // ---- texts ----
 
-// The text form of a value that is no blob: its own text, or digits written into buffer.
-bool text_form(const ColumnValue &read, char (&buffer)[number_text_size], TextRef *text) {
-  const Value &value = read.value;
-  switch (datum_kind(read.code)) {
-    case DatumKind::text:
-      *text = value.text;
-      return true;
-    case DatumKind::integer:
-      integer_to_text(value.integer, buffer);
-      break;
-    case DatumKind::real:
-      double_to_text(value.real, read.code == type::float32 ? float32_precision : float64_precision, buffer);
-      break;
-    case DatumKind::datetime:
-      if (!format_datetime(read.code, value.datetime, buffer)) return false;
-      break;
-  }
-  *text = {buffer, static_cast<int32_t>(strlen(buffer))};
-  return true;
-}
-
 // The value as a text value of the type that convert_value takes: a blob gives its hexadecimal digits there.
 bool text_source(const ColumnValue &read, char (&buffer)[number_text_size], Value *source) {
   *source = read.value;
   if (read.code == type::blob) return true;
   source->type = source->declared = type::character;
-  return text_form(read, buffer, &source->text);
+  return value_text(read.value, buffer, &source->text);
 }
 
 // Bytes of a text that text_source gave, with its terminator; for a wide text at least as many.

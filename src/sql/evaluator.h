@@ -58,6 +58,10 @@ enum class EvalMode {
 // 150006, 151001, 50010, 110002 and the statuses of functions and dates.
 [[nodiscard]] bool expr_evaluate(EvalContext &context, const Node *expression, EvalMode mode, Value *result);
 
+// The text form of a value that is not NULL: a text or the bytes of a blob as they are, digits written into
+// buffer (number_text_size bytes) for any other. 13001, 13002.
+[[nodiscard]] bool value_text(const Value &value, char *buffer, TextRef *text);
+
 enum class Truth : int { unknown = -1, no = 0, yes = 1 };
 [[nodiscard]] bool condition_evaluate(EvalContext &context, const Node *condition, Truth *truth);
 

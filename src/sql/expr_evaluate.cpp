@@ -169,25 +169,6 @@ TOVIK_OWN_FRAME bool evaluate_negation(Evaluation &evaluation, const Node *node,
 
 // --- Texts
 
-// The text form of a value that is not NULL: a character value itself, any other written into buffer.
-bool text_form(const Value &value, char *buffer, TextRef *text) {
-  if ((value.type & TYPE_CHARACTER) != 0) {
-    *text = value.text;
-    return true;
-  }
-  if ((value.type & TYPE_DATETIME) != 0) {
-    const TypeCode shown = (value.declared & TYPE_DATETIME) != 0 ? value.declared : value.type;
-    if (!format_datetime(shown, value.datetime, buffer)) return false;
-  } else if ((value.type & TYPE_INTEGER) != 0) {
-    integer_to_text(value.integer, buffer);
-  } else {
-    const bool single = value.declared == type::float32;
-    double_to_text(value.real, single ? float32_precision : float64_precision, buffer);
-  }
-  *text = {buffer, static_cast<int32_t>(strlen(buffer))};
-  return true;
-}
-
 bool concatenable(const Value &value) {
   return value.is_null() || !type_numeric(value.type);
 }
@@ -195,8 +176,8 @@ bool concatenable(const Value &value) {
 TOVIK_OWN_FRAME bool join(MemoryPool &pool, const Value &left, const Value &right, Value *result) {
   char left_buffer[number_text_size], right_buffer[number_text_size];
   TextRef left_text{"", 0}, right_text{"", 0};
-  if (!left.is_null() && !text_form(left, left_buffer, &left_text)) return false;
-  if (!right.is_null() && !text_form(right, right_buffer, &right_text)) return false;
+  if (!left.is_null() && !value_text(left, left_buffer, &left_text)) return false;
+  if (!right.is_null() && !value_text(right, right_buffer, &right_text)) return false;
   const int64_t length = int64_t{left_text.length} + right_text.length;
   char *joined = static_cast<char *>(memory_pool_alloc(pool, length + 1));
   if (joined == nullptr) return false;
@@ -367,7 +348,7 @@ TOVIK_OWN_FRAME bool evaluate_comparison(Evaluation &evaluation, const Node *nod
 TOVIK_OWN_FRAME bool match_texts(uint16_t kind, const Value &left, const Value &right, bool *matches) {
   char left_buffer[number_text_size], right_buffer[number_text_size];
   TextRef text, pattern;
-  if (!text_form(left, left_buffer, &text) || !text_form(right, right_buffer, &pattern)) return false;
+  if (!value_text(left, left_buffer, &text) || !value_text(right, right_buffer, &pattern)) return false;
   if (kind == node::like) {
     *matches = pattern_like(text.text, pattern.text);
     return true;
@@ -549,6 +530,27 @@ bool evaluate(Evaluation &evaluation, const Node *node, Value *result) {
 }
 
 }  // namespace
+
+bool value_text(const Value &value, char *buffer, TextRef *text) {
+  const TypeCode code = value.declared != 0 ? value.declared : value.type;
+  switch (datum_kind(value.type)) {
+    case DatumKind::text:
+      *text = value.text;
+      return true;
+    case DatumKind::integer:
+      integer_to_text(value.integer, buffer);
+      break;
+    case DatumKind::real:
+      double_to_text(value.real, code == type::float32 ? float32_precision : float64_precision, buffer);
+      break;
+    case DatumKind::datetime:
+      if (!format_datetime((code & TYPE_DATETIME) != 0 ? code : value.type, value.datetime, buffer))
+        return false;
+      break;
+  }
+  *text = {buffer, static_cast<int32_t>(strlen(buffer))};
+  return true;
+}
 
 bool value_stack_push(ValueStack &stack, const Value &value) {
   return stack.values.push(value) || fail(status::out_of_memory);
