@@ -153,7 +153,7 @@ namespace {
 Table *index_table(Database &db, const char *name) {
   if (name == nullptr || name[0] == 0) return fail_null(status::index_argument);
   if (strlen(name) >= name_size) return fail_null(status::index_missing);
-  RowNo number;
+  RowNo number = 0;
   switch (index_name_find(db, name, &number)) {
     case BtreeFind::failed:
       return fail_null(status::index_drop_search);
