@@ -127,7 +127,8 @@ class Session {
 class TestDatabase {
  public:
   explicit TestDatabase(const std::string &more_params = "")
-      : params_("NAME=t;PATH=" + directory_.path() + ";" + more_params) {
+      : params_("NAME=t;" + more_params) {
+    if (more_params.find("TYPE=MEMORY") == std::string::npos) params_ += ";PATH=" + directory_.path();
     EXPECT_EQ(kld_api_create_db(params_.c_str()), 0) << error_code();
     open();
   }
@@ -138,7 +139,7 @@ class TestDatabase {
   void open() {
     db_ = kld_api_open_db(params_.c_str());
     EXPECT_NE(db_, nullptr) << error_code();
-    session_ = db_ == nullptr ? nullptr : new Session(db_);
+    session_ = new Session(db_);
   }
   void close() {
     delete session_;

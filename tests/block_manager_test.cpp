@@ -215,7 +215,8 @@ TEST_F(Blocks, TransfersStayInsideThePart) {
 }
 
 TEST_F(Blocks, TemporaryDatabase) {
-  Engine engine(("HVI_TMP_DIR=" + dir_.path()).c_str());
+  Engine engine;
+  env_set("HVI_TMP_DIR", dir_.path().c_str());
   const std::string name =
       "alter" + std::to_string(system_driver.process_id()) + "_" + std::to_string(current_thread()) + ".tmp";
   touch({name.c_str(), "alter.trn", "alter.1.trn_"});

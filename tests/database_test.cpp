@@ -15,11 +15,11 @@ using Databases = DatabaseTest;
 const std::vector<ColumnDefinition> one_column = {column("a", type::int32)};
 
 TEST(Database, LifecycleOfFilesAndMemory) {
-  for (const std::string type : {"FILE", "MEMORY"}) {
-    SCOPED_TRACE(type);
+  TempDir dir;
+  for (const std::string &place : {"PATH=" + dir.path(), std::string("TYPE=MEMORY")}) {
+    SCOPED_TRACE(place);
     Engine engine;
-    TempDir dir;
-    const std::string text = "NAME=life;TYPE=" + type + ";PATH=" + dir.path();
+    const std::string text = "NAME=life;" + place;
     EXPECT_FALSE(db_exists(text.c_str()));
     EXPECT_EQ(error_record().count, 0);
     EXPECT_EQ(db_open(text.c_str()), nullptr);
