@@ -1,5 +1,5 @@
 // Random inserts, deletions, searches, ranges and cursor walks, inside and outside nested transactions,
-// against a map that is kept beside the index.
+// against a map that is kept beside the index; and changes of which every call of the storage driver fails.
 #include <compare>
 #include <map>
 
@@ -60,6 +60,41 @@ class ModelRun {
     drain();
   }
 
+  // Each of steps changes meets the failure of each of its calls in turn, in a level of its own inside a
+  // transaction. What fails leaves the level as it was, or torn.
+  void run_failures(test::FaultDriver &driver, int steps) {
+    while (model_.size() < 60 && config_.domain >= 60) insert();
+    store_.begin();
+    int torn = 0, whole = 0;
+    for (step_ = 0; step_ < steps && !testing::Test::HasFailure(); ++step_) {
+      const bool adding = model_.empty() || step_ % 80 < 40;
+      const auto [key, row] = adding ? new_entry() : old_entry();
+      const std::string encoded = encode(key);
+      for (int call = 1;; ++call) {
+        store_.begin();
+        driver.fail_call(call);
+        const bool done = adding ? btree_insert(*index_, bytes(encoded), &row) == BtreeInsert::inserted
+                                 : btree_delete(*index_, bytes(encoded), &row);
+        driver.fail_call(0);
+        if (done || testing::Test::HasFailure()) break;
+        const bool tears = data_systems(*store_.sm).torn_level != 0;
+        ++(tears ? torn : whole);
+        if (!tears) check();
+        err_clear();
+        EXPECT_EQ(tm_commit(*store_.sm->tm, current_thread()), !tears) << context();
+        EXPECT_EQ(error_record().last_code, tears ? status::tran_bad_state : 0);
+        store_.rollback();
+        check();
+      }
+      store_.commit();
+      adding ? (void)model_[key].insert(row) : erase(key, row);
+    }
+    store_.commit();
+    check();
+    drain();
+    printf("%s: %d failures, %d of them tore the level\n", config_.name, torn + whole, torn);
+  }
+
  private:
   KeyValue random_key() {
     KeyValue key;
@@ -76,6 +111,27 @@ class ModelRun {
     const RowNo row = static_cast<RowNo>(random_.below(config_.rows)) * 2654435761u;  // over all bytes
     const int size = index_->definition.value_size;
     return size == 4 ? row : row >> (8 * (4 - size));
+  }
+
+  using Entry = std::pair<KeyValue, RowNo>;
+  Entry new_entry() {
+    for (;;) {
+      const Entry entry = {random_key(), random_row()};
+      const auto found = model_.find(entry.first);
+      if (found == model_.end() || (!btree_is_unique(*index_) && found->second.count(entry.second) == 0))
+        return entry;
+    }
+  }
+  Entry old_entry() {
+    const auto found = model_.find(some_key());
+    const auto &[key, rows] = found != model_.end() ? *found : *model_.begin();
+    const auto row = rows.lower_bound(random_row());
+    return {key, row != rows.end() ? *row : *rows.begin()};
+  }
+  void erase(const KeyValue &key, RowNo row) {
+    const auto found = model_.find(key);
+    found->second.erase(row);
+    if (found->second.empty()) model_.erase(found);
   }
 
   // The stored key. Texts have several lengths and the order of their numbers.
@@ -128,8 +184,7 @@ class ModelRun {
       EXPECT_EQ(error_record().last_code, status::btree_key_missing) << context();
       return;
     }
-    found->second.erase(row);
-    if (found->second.empty()) model_.erase(found);
+    erase(key, row);
   }
 
   void search() {
@@ -220,11 +275,10 @@ class ModelRun {
   int used_ = 0, step_ = 0;
 };
 
-TEST(BtreeRandomModel, AgreesWithAMap) {
-  test::Random random;
+std::vector<Config> configs() {
   BtreeDefinition short_values = definition(0, 3, {{type::cbigint, 9}});
   short_values.value_size = 3;
-  const Config configs[] = {
+  return {
       {"unique int", definition(btree_unique, 1, {{type::int32, 4}}), 4000, 1000},
       {"unique int, char", definition(btree_unique, 1, {{type::int32, 4}, {type::character, 124}}), 60, 1000},
       {"normal 3, values of 3 bytes", short_values, 10, 4000},
@@ -232,9 +286,23 @@ TEST(BtreeRandomModel, AgreesWithAMap) {
       {"normal 16, two chars", definition(0, 16, {{type::character, 50}, {type::character, 50}}), 12, 60},
       {"normal 16, one key", definition(0, 16, {{type::int32, 4}}), 1, 100000},
   };
-  for (const Config &config : configs) {
+}
+
+TEST(BtreeRandomModel, AgreesWithAMap) {
+  test::Random random;
+  for (const Config &config : configs()) {
     Store store;
     ModelRun(store, random, config).run(6000);
+    if (HasFailure()) return;
+  }
+}
+
+TEST(BtreeRandomModel, WhatFailsLeavesTheLevelAsItWasOrTorn) {
+  test::Random random;
+  for (const Config &config : configs()) {
+    test::FaultDriver driver;
+    Store store("DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=4;CACHE_SIZE_TRN=6;CACHE_RTS=0");
+    ModelRun(store, random, config).run_failures(driver, 160);
     if (HasFailure()) return;
   }
 }

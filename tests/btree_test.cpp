@@ -214,6 +214,36 @@ TEST_F(BtreeTest, HandlesFollowAnotherProcess) {
 
 // ---- damage
 
+// The overflow tree of a key has changed when the page of the key itself cannot be given back.
+TEST_F(BtreeTest, AnItemThatCannotBeRewrittenTearsTheLevel) {
+  static StorageManager *sm;
+  static BlockNo root;
+  static decltype(system_driver.lock_enter) enter;
+  sm = store.sm;
+  Btree &tree = make(normal_int(1));
+  root = static_cast<BlockNo>(tree.root);
+  for (RowNo row : {1u, 2u}) ASSERT_TRUE(insert(tree, 7, row));
+  for (const bool adding : {true, false}) {
+    store.begin();
+    {
+      const test::SlotGuard<decltype(enter)> guard(system_driver.lock_enter, [](Lock *lock) {
+        CachePage *leaf = cm_find(*sm->trn, root), *overflow = cm_find(*sm->trn, root + 1);
+        if (leaf != nullptr && overflow != nullptr && (overflow->status & page_dirty) != 0) leaf->magic = 0;
+        return enter(lock);
+      });
+      enter = guard.saved();
+      EXPECT_FALSE(adding ? insert(tree, 7, 3) : remove(tree, 7, 2));
+    }
+    EXPECT_TRUE(recorded(status::btree_item_rewrite)) << test::errors();
+    cm_find(*sm->trn, root)->magic = page_magic;
+    EXPECT_FALSE(tm_commit(*sm->tm, current_thread()));
+    EXPECT_TRUE(recorded(status::tran_bad_state)) << test::errors();
+    store.rollback();
+    err_clear();
+    EXPECT_EQ(walk(tree).items[0].second, (std::vector<RowNo>{1, 2}));
+  }
+}
+
 // One number of one page changed, and what an operation that meets it answers.
 TEST_F(BtreeTest, DamagedPagesEndInAStatus) {
   enum Operation { search, add, take, scan, values };
@@ -253,7 +283,7 @@ TEST_F(BtreeTest, DamagedPagesEndInAStatus) {
     ASSERT_TRUE(btree_page_get(tree, pages[c.page], page));
     const uint32_t value = c.value == self ? pages[c.page] : c.value == last ? pages[2] : c.value;
     store_u32(page.data() + c.offset, value);
-    ASSERT_TRUE(btree_page_write(page));
+    ASSERT_TRUE(btree_page_write(tree, page));
     err_clear();
     RowSet rows{};
     const bool done = c.operation == search   ? btree_search(tree, Key(3), nullptr) != BtreeFind::failed

@@ -127,7 +127,7 @@ bool storage_create(Btree &index) {
     (void)sm_page_delete(root);
     return fail(status::btree_create);
   }
-  return btree_page_write(root);
+  return btree_page_write(index, root);
 }
 
 // The pages, linked backwards through their first four bytes as the free list wants them.

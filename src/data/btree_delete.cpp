@@ -47,7 +47,7 @@ bool remove_upwards(const Tree &tree, const TreePath &path, Page &page) {
     if (!parent_get(tree, parent, page)) return false;
     child_remove(page.data(), *tree.node, parent.position);
   }
-  return btree_page_write(page);
+  return btree_page_write(*tree.index, page);
 }
 
 }  // namespace
@@ -76,7 +76,7 @@ bool btree_delete(Btree &index, const uint8_t *key, const void *value) {
   }
   switch (values_remove(index, item, bytes)) {
     case ValueRemove::removed:
-      return btree_page_write(leaf);
+      return item_rewrite(index, leaf);
     case ValueRemove::emptied:
       return tree_remove(tree, path, leaf);
     case ValueRemove::failed:

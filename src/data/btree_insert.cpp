@@ -121,7 +121,7 @@ bool reserve_pages(const Tree &tree, const TreePath &path, Reserve &reserve) {
     Page page;
     const bool made = btree_page_new(*tree.index, page);
     if (made) reserve.blocks[reserve.count++] = static_cast<uint32_t>(page.block());
-    if (made && btree_page_write(page)) continue;
+    if (made && btree_page_write(*tree.index, page)) continue;
     while (reserve.count > 0 && btree_page_free(*tree.index, reserve.blocks[reserve.count - 1]))
       --reserve.count;
     return false;
@@ -142,7 +142,7 @@ bool link_left(const Tree &tree, Page &old, Page &lower) {
   if (!btree_page_get(*tree.index, left, sibling)) return false;
   if (bpage::link(sibling.data(), bpage::right) != old_block) return fail(status::btree_page_fetch);
   bpage::set_link(sibling.data(), bpage::right, lower_block);
-  return btree_page_write(sibling);
+  return btree_page_write(*tree.index, sibling);
 }
 
 bool split_inner(const Tree &tree, Page &old, int position, const Item &item, Reserve &reserve,
@@ -151,7 +151,7 @@ bool split_inner(const Tree &tree, Page &old, int position, const Item &item, Re
   if (!tree_page_get(tree, reserve.take(), lower)) return false;
   if (!link_left(tree, old, lower)) return false;
   split_page(tree, old, lower, position, item, separator);
-  return btree_page_write(lower) && btree_page_write(old);
+  return btree_page_write(*tree.index, lower) && btree_page_write(*tree.index, old);
 }
 
 bool split_root(const Tree &tree, Page &root, int position, const Item &item, Reserve &reserve) {
@@ -169,7 +169,8 @@ bool split_root(const Tree &tree, Page &root, int position, const Item &item, Re
   bpage::set_item_count(root.data(), 0);
   bpage::set_link(root.data(), bpage::rightmost, upper_block);
   item_insert(root.data(), *tree.node, 0, separator.item());
-  return btree_page_write(lower) && btree_page_write(upper) && btree_page_write(root);
+  return btree_page_write(*tree.index, lower) && btree_page_write(*tree.index, upper) &&
+         btree_page_write(*tree.index, root);
 }
 
 // The parent as the descent left it.
@@ -188,7 +189,7 @@ bool insert_upwards(const Tree &tree, const TreePath &path, Page &page, Item ite
     const TreeStep &step = path.steps[level];
     if (!step.full) {
       item_insert(page.data(), tree_kind(tree, page.data()), step.position, item);
-      return btree_page_write(page);
+      return btree_page_write(*tree.index, page);
     }
     if (level == 0)
       return split_root(tree, page, step.position, item, reserve) || fail(status::btree_root_split);
@@ -222,7 +223,7 @@ BtreeInsert btree_insert(Btree &index, const uint8_t *key, const void *value) {
   if (path.hit) {
     if (btree_is_unique(index)) return btree_page_release(leaf) ? BtreeInsert::exists : BtreeInsert::failed;
     done = values_add(index, bpage::item(leaf.data(), *tree.leaf, path.position()), bytes) &&
-           btree_page_write(leaf);
+           item_rewrite(index, leaf);
   } else if (btree_is_unique(index)) {
     done = tree_insert(tree, path, leaf, bytes, key);
   } else {

@@ -1,5 +1,6 @@
 // The pages of an index: fetching, releasing, and the allocation chain with its counters.
 #include "data/btree_tree.h"
+#include "data/data_layer.h"
 
 namespace tovik {
 
@@ -12,7 +13,7 @@ bool redirect(Btree &index, uint32_t neighbour, int field, uint32_t block, uint3
   if (!btree_page_get(index, neighbour, page)) return false;
   if (bpage::link(page.data(), field) != block) return fail(status::btree_page_fetch);
   bpage::set_link(page.data(), field, target);
-  return btree_page_write(page);
+  return btree_page_write(index, page);
 }
 
 // Takes block out from between two neighbours.
@@ -32,8 +33,10 @@ bool btree_page_release(Page &page) {
   return sm_page_release(page) || fail(status::btree_page_release);
 }
 
-bool btree_page_write(Page &page) {
-  return sm_page_release_write(page) || fail(status::btree_page_write);
+bool btree_page_write(Btree &index, Page &page) {
+  if (sm_page_release_write(page)) return true;
+  data_torn(*index.sm);
+  return fail(status::btree_page_write);
 }
 
 bool btree_page_new(Btree &index, Page &page) {
@@ -52,7 +55,9 @@ bool btree_page_new(Btree &index, Page &page) {
   return true;
 }
 
-bool btree_page_free(Btree &index, Page &page) {
+namespace {
+
+bool page_free(Btree &index, Page &page) {
   const int level = sm_level(*index.sm);
   BtreePages &pages = index.pages[level];
   const uint32_t block = static_cast<uint32_t>(page.block());
@@ -72,9 +77,19 @@ bool btree_page_free(Btree &index, Page &page) {
   return true;
 }
 
+}  // namespace
+
+bool btree_page_free(Btree &index, Page &page) {
+  if (page_free(index, page)) return true;
+  data_torn(*index.sm);
+  return false;
+}
+
 bool btree_page_free(Btree &index, uint32_t block) {
   Page page;
-  return btree_page_get(index, block, page) && btree_page_free(index, page);
+  if (btree_page_get(index, block, page)) return btree_page_free(index, page);
+  data_torn(*index.sm);
+  return false;
 }
 
 }  // namespace tovik

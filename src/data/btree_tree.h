@@ -23,10 +23,12 @@ namespace tovik {
 
 // A page of any kind; 32002.
 [[nodiscard]] bool btree_page_get(Btree &index, uint32_t block, Page &page);
-[[nodiscard]] bool btree_page_release(Page &page);             // 32003
-[[nodiscard]] bool btree_page_write(Page &page);               // releases as changed; 32004
-[[nodiscard]] bool btree_page_new(Btree &index, Page &page);   // an empty leaf at the end of the chain; 32007
-[[nodiscard]] bool btree_page_free(Btree &index, Page &page);  // out of both chains, then back to the file
+[[nodiscard]] bool btree_page_release(Page &page);  // 32003
+// Releases a changed page; a failure tears the level. 32004.
+[[nodiscard]] bool btree_page_write(Btree &index, Page &page);
+[[nodiscard]] bool btree_page_new(Btree &index, Page &page);  // an empty leaf at the end of the chain; 32007
+// Out of both chains, then back to the file. A failure tears the level.
+[[nodiscard]] bool btree_page_free(Btree &index, Page &page);
 [[nodiscard]] bool btree_page_free(Btree &index, uint32_t block);
 
 inline BtreePages &btree_pages(Btree &index) {
@@ -79,7 +81,8 @@ struct TreePath {
 // Leaves the leaf held. 32002, 32009.
 [[nodiscard]] bool tree_descend(const Tree &tree, const TreeSeek &seek, TreePath &path, Page &leaf);
 
-// Inserts at the path's position, splitting upwards. The leaf is released, also on failure. 32006 to 32017.
+// Inserts at the path's position, splitting upwards. The leaf is released, also on failure. A failure leaves
+// the tree as it was or tears the level. 32006 to 32017.
 [[nodiscard]] bool tree_insert(const Tree &tree, const TreePath &path, Page &leaf, const uint8_t *value,
                                const uint8_t *key);
 // Removes the item at the path's position and the pages that this empties. Releases the leaf likewise.
@@ -107,6 +110,11 @@ BtreePosition btree_value_position(const Btree &index, const uint8_t *values, in
 // emptied: the last value went, and the overflow root with it; the item is the caller's to remove.
 enum class ValueRemove { removed, emptied, failed };
 ValueRemove values_remove(Btree &index, uint8_t *item, const uint8_t *value);  // 132001, 32022, 32023
+
+// Writes the page of an item whose value part was changed. 32021.
+[[nodiscard]] inline bool item_rewrite(Btree &index, Page &leaf) {
+  return btree_page_write(index, leaf) || fail(status::btree_item_rewrite);
+}
 
 // Appends the row numbers of a master leaf item of any index; a payload gives none. 32028.
 [[nodiscard]] bool item_collect(Btree &index, uint8_t *item, RowSet &rows);

@@ -62,7 +62,7 @@ bool overflow_create(Btree &index, const uint8_t *value, uint32_t *root) {
   bpage::set_item_count(page.data(), 1);
   memcpy(bpage::key(page.data(), index.overflow_leaf, 0), value,
          static_cast<size_t>(index.overflow_leaf.key_size));
-  return btree_page_write(page);
+  return btree_page_write(index, page);
 }
 
 bool overflow_insert(Btree &index, uint32_t *root, const uint8_t *value) {

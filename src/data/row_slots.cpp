@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include "data/data_layer.h"
 #include "frame/error.h"
 
 namespace tovik {
@@ -60,15 +61,16 @@ void copy_image(const SlotImage &image, int from, int count, uint8_t *target) {
   if (count > 0) memset(target, 0, static_cast<size_t>(count));
 }
 
-bool release_changed(Page &page) {
-  return sm_page_release_write(page) || fail(status::row_page_write);
+// A changed page that cannot be written tears the level.
+bool release_changed(RowSystem &rows, Page &page) {
+  if (sm_page_release_write(page)) return true;
+  data_torn(*rows.sm);
+  return fail(status::row_page_write);
 }
 
-// The bytes of a slot from done on, which lie in the pages behind second.
-bool store_behind(RowSystem &rows, const Page &second, const SlotImage &image, int done, RowNo *next) {
+// The bytes of a slot from done on, which lie in page and those behind it.
+bool store_behind(RowSystem &rows, Page page, const SlotImage &image, int done, RowNo *next) {
   const int per_page = static_cast<int>(row_stream_per_page(rows));
-  Page page;
-  if (!fetch_next_page(rows, second, page)) return false;
   for (;;) {
     const int n = std::min(rows.row_size - done, per_page);
     copy_image(image, done, n, stream_of(page));
@@ -80,7 +82,7 @@ bool store_behind(RowSystem &rows, const Page &second, const SlotImage &image, i
                !position_at(rows, page, row_page_stream + static_cast<uint32_t>(n), next)) {
       return false;
     }
-    if (!release_changed(page)) return false;
+    if (!release_changed(rows, page)) return false;
     if (done == rows.row_size) return true;
     page = std::move(following);
   }
@@ -91,18 +93,22 @@ bool store_across(RowSystem &rows, SlotCursor &at, const SlotImage &image, RowNo
   const int in_first = static_cast<int>(rows.block_size - at.offset);
   const int in_second = std::min(rows.row_size - in_first, per_page);
   const int done = in_first + in_second;
-  Page second;
+  Page second, third;
   if (!fetch_next_page(rows, at.page, second)) return false;
   if (done < rows.row_size) {
-    if (!store_behind(rows, second, image, done, next)) return false;
+    if (!fetch_next_page(rows, second, third)) return false;
+    if (!store_behind(rows, std::move(third), image, done, next)) {
+      if (slot_flag(at) == slot_active) data_torn(*rows.sm);  // the row that it held is half gone
+      return false;
+    }
   } else if (next != nullptr &&
              !position_at(rows, second, row_page_stream + static_cast<uint32_t>(in_second), next)) {
     return false;
   }
   copy_image(image, in_first, in_second, stream_of(second));
-  if (!release_changed(second)) return false;
+  if (!release_changed(rows, second)) return false;
   copy_image(image, 0, in_first, at.page.data() + at.offset);
-  return release_changed(at.page);
+  return release_changed(rows, at.page);
 }
 
 // Deletes a page that was never linked; the failure that led here is recorded already.
@@ -130,9 +136,9 @@ bool append_page(RowSystem &rows, int level) {
     return give_back(page);
   }
   store_u32(page.data() + row_page_previous, counters.page_last);
-  if (!release_changed(page)) return false;
+  if (!release_changed(rows, page)) return false;
   store_u32(last.data() + row_page_next, block);
-  if (!release_changed(last)) return false;
+  if (!release_changed(rows, last)) return false;
   counters.page_last = block;
   ++counters.page_count;
   rows.counters_changed[level] = true;
@@ -148,7 +154,7 @@ bool remove_last_page(RowSystem &rows, int level) {
   if (!row_block_addressable(rows.block_size, link)) return false;
   if (!sm_page_get(*rows.sm, static_cast<BlockNo>(link), row_page_group, previous)) return false;
   store_u32(previous.data() + row_page_next, 0);
-  if (!sm_page_release_write(previous)) return false;
+  if (!release_changed(rows, previous)) return false;
   counters.page_last = link;
   --counters.page_count;
   return sm_page_delete(last);
@@ -211,7 +217,7 @@ bool slot_store(RowSystem &rows, SlotCursor &at, const SlotImage &image, RowNo *
   if (end > rows.block_size) return store_across(rows, at, image, next);
   if (next != nullptr && !position_at(rows, at.page, end, next)) return false;
   copy_image(image, 0, rows.row_size, at.page.data() + at.offset);
-  return release_changed(at.page);
+  return release_changed(rows, at.page);
 }
 
 bool row_reserve(RowSystem &rows, int level, int64_t count) {

@@ -86,7 +86,8 @@ SlotImage slot_image_linked(uint8_t flag, RowNo link, const void *data, int leng
 
 // Writes the whole slot on whose flag the cursor stands and lets its pages go. next (optional): the position
 // behind the slot. The first two pages of a slot are changed only when every page was reached, the flag last,
-// so that a slot is never half written unless it spans more than two pages. 30004, 30007, 30009.
+// so that only a slot of more than two pages can be left half written; if it held a row, that tears the
+// level. 30004, 30007, 30009.
 [[nodiscard]] bool slot_store(RowSystem &rows, SlotCursor &at, const SlotImage &image, RowNo *next);
 
 // Makes the chain long enough for count more slots at the new offset and the position behind them. A failure

@@ -7,8 +7,8 @@
 //   3. A shadow block is never overwritten while a record that describes it may be on disk:
 //      tm_withdraw_record replaces the record first.
 //   4. An inner level has shadow blocks of its own: when it opens every page is clean and forgets its outer
-//      shadow block, and when it is rolled back every page that shows its changes (dirty, or in its map)
-//      leaves the cache.
+//      shadow block, and when it is rolled back every page leaves the cache: also a clean one may show a
+//      change, of a step that failed before it gave the page back.
 //   5. record_pending is set only while no level is open, and no level opens while it is set.
 //
 // Cost of a transaction with n changed blocks: n shadow writes (more when the cache overflows), a map write
@@ -221,9 +221,7 @@ bool rollback_outermost(TransactionManager &tm) {
 }
 
 void rollback_inner(TransactionManager &tm) {
-  cm_drop(*tm.trn, DropWhat::dirty);
-  for (const MapEntry &entry : tm.levels[tm.level - 1]->entries)
-    cm_drop_block(*tm.trn, static_cast<BlockNo>(entry.dno));
+  cm_drop(*tm.trn, DropWhat::all);
   sm_data_layer().level_dropped(*tm.sm, tm.level);
   pop_level(tm);
 }
