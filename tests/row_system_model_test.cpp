@@ -1,5 +1,6 @@
 // Random work on row systems of every kind beside a plain map: rows come, change and go, row systems are
-// created and dropped, levels open, merge and are given up, and the database is opened anew.
+// created and dropped, levels open, merge and are given up, and the database is opened anew. And changes of
+// which every call of the storage driver fails.
 #include <map>
 #include <set>
 #include <vector>
@@ -42,6 +43,53 @@ class RowSystemModel {
     while (states_.size() > 1) end(true);
     reopen();
     check_all();
+  }
+
+  // Each of steps changes meets the failure of each of its calls in turn, in a level of its own inside a
+  // transaction. What fails leaves the level as it was, or torn.
+  void run_failures(FaultDriver &driver, int steps) {
+    for (int i = 0; i < 8; ++i) create();
+    store_.begin();
+    int torn = 0, whole = 0;
+    for (int step = 0; step < steps && !testing::Test::HasFailure(); ++step) {
+      SCOPED_TRACE("step " + std::to_string(step));
+      auto chosen = now().begin();
+      std::advance(chosen, random_.below(8));
+      auto &[number, system] = *chosen;
+      const OpenRows rows(row_system_open(number, *store_.sm));
+      const int kind = system.rows.empty() ? 0 : random_.below(3);  // insert, update, delete
+      const RowNo old =
+          kind == 0
+              ? 0
+              : std::next(system.rows.begin(), random_.below(static_cast<int>(system.rows.size())))->first;
+      const std::string value = new_value(system);
+      const int size = static_cast<int>(value.size());
+      RowNo row = old;
+      for (int call = 1;; ++call) {
+        row = old;
+        store_.begin();
+        driver.fail_call(call);
+        const bool done = kind == 0   ? row_insert(*rows, value.data(), size, &row)
+                          : kind == 1 ? row_update(*rows, &row, value.data(), size)
+                                      : row_delete(*rows, row) == RowRead::active;
+        driver.fail_call(0);
+        if (done || testing::Test::HasFailure()) break;
+        const bool tears = data_systems(*store_.sm).torn_level != 0;
+        ++(tears ? torn : whole);
+        // First the row, before other pages drive those out that the failed step changed.
+        if (!tears && old != 0) check_row(*rows, old, system.rows[old]);
+        if (!tears) row_kind_variable(system.kind) ? check_values(*rows, system) : check_scan(*rows, system);
+        EXPECT_EQ(tm_commit(*store_.sm->tm, current_thread()), !tears) << errors();
+        store_.rollback();
+        check(now());
+      }
+      store_.commit();
+      system.rows.erase(old);
+      if (kind != 2) system.rows[row] = value;
+    }
+    store_.commit();
+    check_all();
+    printf("%d failures, %d of them tore the level\n", torn + whole, torn);
   }
 
  private:
@@ -153,12 +201,19 @@ class RowSystemModel {
     }
     err_clear();
   }
+  void check_row(RowSystem &rows, RowNo row, const std::string &value) {
+    std::string copy(value.size(), '\0');
+    const int size = static_cast<int>(copy.size());
+    EXPECT_TRUE(row_kind_variable(rows.kind)
+                    ? row_read_variable(rows, row, copy.data(), size)
+                    : row_read(rows, row, copy.data(), size, nullptr) == RowRead::active)
+        << errors();
+    EXPECT_TRUE(copy == value) << "row " << row;
+  }
   void check_values(RowSystem &rows, const ModelSystem &system) {
     uint32_t pieces = 0;
     for (const auto &[row, value] : system.rows) {
-      std::string copy(value.size(), '\0');
-      EXPECT_TRUE(row_read_variable(rows, row, copy.data(), static_cast<int>(copy.size()))) << errors();
-      EXPECT_TRUE(copy == value) << "row " << row;
+      check_row(rows, row, value);
       const size_t piece = static_cast<size_t>(system.data_size - 4);
       pieces += static_cast<uint32_t>((value.size() + piece - 1) / piece);
     }
@@ -192,6 +247,12 @@ TEST(RowSystemModelTest, RandomWorkAgreesWithAMap) {
     model.run(600);
     if (testing::Test::HasFailure()) return;
   }
+}
+
+TEST(RowSystemModelTest, WhatFailsLeavesTheLevelAsItWasOrTorn) {
+  FaultDriver driver;
+  RowSystemModel("DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=4;CACHE_SIZE_TRN=6;CACHE_RTS=0")
+      .run_failures(driver, 600);
 }
 
 }  // namespace
