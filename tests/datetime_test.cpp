@@ -35,6 +35,8 @@ TEST(DatetimeTest, ParsingChecksEveryField) {
       {type::date, "15821004", 0},
       {type::date, "15821005", 113019},
       {type::date, "15821015", 0},
+      {type::date, "15000229", 0},  // the Julian calendar has it
+      {type::date, "15010229", 113006},
       {type::date, "2020-01-01", 113011},
       {type::date, "2020010112345", 113012},
       {type::time, "20200101240000", 113007},
@@ -80,6 +82,11 @@ TEST(DatetimeTest, Arithmetic) {
       {"20211231", -1, unit_month, "20211201000000000000"},
       {"15821004", 1, unit_day, "15821015000000000000"},
       {"15821015", -1, unit_day, "15821004000000000000"},
+      {"15811010123456", 1, unit_year, "15821015123456000000"},
+      {"15821114", -1, unit_month, "15821015000000000000"},
+      {"15000301", -1, unit_second, "15000229235959000000"},
+      {"15000131", 1, unit_month, "15000302000000000000"},
+      {"15040229", -4, unit_year, "15000229000000000000"},
       {"20200228230000", 25, unit_hour, "20200301000000000000"},
       {"20200101", -1, unit_microsecond, "20191231235959999999"},
       {"00010101", 315537897599999999, unit_microsecond, "99991229235959999999"},
@@ -117,6 +124,8 @@ TEST(DatetimeTest, DayNumbersCountEveryDayOfTheCalendar) {
       for (int day = 1; day <= days; ++day) {
         if (year == 1582 && month == 10 && day == 5) day = 15;
         ++number;
+        ASSERT_TRUE(check_datetime(type::date, {static_cast<int16_t>(year), static_cast<int8_t>(month),
+                                                static_cast<int8_t>(day), 0, 0, 0, 0, 0}));
         int64_t back_year;
         int back_month, back_day;
         date_from_day_number(number, &back_year, &back_month, &back_day);

@@ -127,6 +127,33 @@ TEST_F(TypesTest, TimesAreStoredInUtc) {
   }
   EXPECT_EQ(store_text(type::time, "20200101100000", &stored), "value");
   EXPECT_EQ(stored[4], 1);
+
+  // Stored in one zone and read in another; what is read can be stored again.
+  const struct {
+    const char *stored_in, *text, *read_in, *expected;
+  } moved[] = {
+      {"UTC", "99991231235959", "JST-9", "99991231235959"},
+      {"JST-9", "00010101020000", "UTC", "00010101000000"},
+      {"JST-9", "00010101020000", "EST5", "00010101000000"},
+      {"JST-9", "15821015010000", "UTC", "15821004160000"},
+      {"JST-9", "15000301010000", "UTC", "15000229160000"},
+  };
+  for (const auto &c : moved)
+    for (const TypeCode code : {type::time, type::microtimestamp}) {
+      SCOPED_TRACE(c.text);
+      const auto use = [](const char *zone) {
+        setenv("TZ", zone, 1);
+        ASSERT_EQ(system_driver.sys_start(), 0);
+      };
+      use(c.stored_in);
+      EXPECT_EQ(store_text(code, c.text, &stored), "value");
+      use(c.read_in);
+      DateTimeRec record;
+      ASSERT_EQ(fetch_value(code, ValueMode::binary, stored.data(), &record, 0, 0), Stored::value);
+      EXPECT_EQ(fetch_text(code, stored).substr(0, 14), c.expected);
+      EXPECT_TRUE(check_datetime(type::microtimestamp, record));
+      EXPECT_TRUE(code == type::microtimestamp || record.microseconds == 0);
+    }
   unsetenv("TZ");
 }
 

@@ -1,5 +1,3 @@
-// Day numbers count days from noon of the astronomers' epoch in 4713 BC (algorithm of Meeus), here in whole
-// numbers: the fractions 365.25, 30.6001 and 36524.25 are written as 1461/4, 306001/10000 and 146097/4.
 #include "data/datetime.h"
 
 #include "frame/env.h"
@@ -10,7 +8,7 @@ namespace tovik {
 
 namespace {
 
-constexpr int64_t gregorian_start = 2299161;  // day number of 1582-10-15
+constexpr int reform_year = 1582;
 constexpr int year_limit = 9999;
 constexpr int64_t span_days = 3652500;  // more days than the years 1 to 9999 have
 constexpr int64_t microseconds_per_second = 1000000;
@@ -39,7 +37,7 @@ bool is_type(TypeCode code, TypeCode type) {
 
 // The days that the calendar reform left out.
 bool skipped_day(int year, int month, int day) {
-  return year == 1582 && month == 10 && day > 4 && day < 15;
+  return year == reform_year && month == 10 && day > 4 && day < 15;
 }
 
 bool check_date(const DateTimeRec &record, bool report) {
@@ -91,9 +89,11 @@ bool parse_digits(TypeCode code, const char *text, bool report, DateTimeRec *rec
   return true;  // six digits are always in range
 }
 
-// Moves the date and keeps the time. False when it leaves the calendar.
+// Moves the date and keeps the time; a day that was left out becomes the first that was not. False when the
+// date leaves the calendar.
 [[nodiscard]] bool set_date(DateTimeRec *record, int64_t year, int64_t month, int64_t day) {
   if (year < 1 || year > year_limit) return fail(status::input_year);
+  if (skipped_day(static_cast<int>(year), static_cast<int>(month), static_cast<int>(day))) day = 15;
   record->year = static_cast<int16_t>(year);
   record->month = static_cast<int8_t>(month);
   record->day = static_cast<int8_t>(day);
@@ -245,38 +245,12 @@ bool datetime_add(const DateTimeRec &record, int64_t amount, int unit, DateTimeR
   }
 }
 
-int64_t day_number(int year, int month, int day) {
-  const bool gregorian = year > 1582 || (year == 1582 && (month > 10 || (month == 10 && day >= 15)));
-  int64_t y = year, m = month;
-  if (m <= 2) {
-    y -= 1;
-    m += 12;
-  }
-  const int64_t century = y / 100;
-  const int64_t reform = gregorian ? 2 - century + century / 4 : 0;
-  return 1461 * (y + 4716) / 4 + 306001 * (m + 1) / 10000 + day + reform - 1524;
-}
-
-void date_from_day_number(int64_t number, int64_t *year, int *month, int *day) {
-  int64_t shifted = number;
-  if (number >= gregorian_start) {
-    const int64_t a = (4 * number - 7468865) / 146097;
-    shifted = number + 1 + a - a / 4;
-  }
-  const int64_t g = shifted + 1524;
-  const int64_t h = (20 * g - 2442) / 7305;
-  const int64_t d = 1461 * h / 4;
-  const int64_t e = (g - d) * 10000 / 306001;
-  *day = static_cast<int>(g - d - 306001 * e / 10000);
-  *month = static_cast<int>(e < 14 ? e - 1 : e - 13);
-  *year = *month > 2 ? h - 4716 : h - 4715;
-}
-
 int weekday_of(int64_t day_number) {
   return static_cast<int>((day_number + 1) % 7);
 }
 
 bool leap_year(int year) {
+  if (year < reform_year) return year % 4 == 0;
   return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
 }
 
@@ -290,7 +264,10 @@ bool datetime_to_utc(DateTimeRec *record) {
 }
 
 bool datetime_to_local(DateTimeRec *record) {
-  return convert_zone(system_driver.utc_to_local, record);
+  if (!convert_zone(system_driver.utc_to_local, record)) return false;
+  if (record->year < 1) *record = {1, 1, 1, 0, 0, 0, 0, 0};
+  if (record->year > year_limit) *record = {year_limit, 12, 31, 23, 59, 59, 0, 999999};
+  return true;
 }
 
 }  // namespace tovik

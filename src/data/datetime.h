@@ -1,9 +1,9 @@
 // Dates and times in their exchange form DateTimeRec: reading and checking them, calendar arithmetic, and
-// their text form. The calendar is Julian before 1582-10-05 and Gregorian from 1582-10-15; the ten dates
-// between do not exist.
+// their text form. Every date that the arithmetic gives is one that the check takes.
 #pragma once
 
 #include "data/types.h"
+#include "platform/calendar.h"
 
 namespace tovik {
 
@@ -32,14 +32,14 @@ inline constexpr int unit_year = 507, unit_month = 508, unit_week = 509, unit_da
 // 9999; no intermediate step overflows, whatever the amount.
 [[nodiscard]] bool datetime_add(const DateTimeRec &record, int64_t amount, int unit, DateTimeRec *result);
 
-int64_t day_number(int year, int month, int day);
-void date_from_day_number(int64_t number, int64_t *year, int *month, int *day);
 int weekday_of(int64_t day_number);  // 0 Sunday to 6
 bool leap_year(int year);
 int days_in_month(int year, int month);
 
-// Local time to UTC and back through the platform's zone slots, unless HVI_GMT_TIME or a slot is missing.
-// 113001 when the platform cannot convert.
+// Local time to UTC and back through the platform's zone slots, unless HVI_GMT_TIME or a slot is missing. UTC
+// may lie in the years 0 and 10000, so that every local time comes back; what is no local time of the years 1
+// to 9999, because it was stored in another zone, becomes the calendar's first or last moment. 113001 when
+// the platform cannot convert.
 [[nodiscard]] bool datetime_to_utc(DateTimeRec *record);
 [[nodiscard]] bool datetime_to_local(DateTimeRec *record);
 

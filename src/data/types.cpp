@@ -178,6 +178,10 @@ bool keeps_time(TypeCode code) {
   return type_index(code) != type_index(type::date);
 }
 
+void clear_unkept(TypeCode code, DateTimeRec *record) {
+  if (type_index(code) != type_index(type::microtimestamp)) record->microseconds = 0;
+}
+
 Stored store_datetime(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int, int) {
   if (mode == ValueMode::null) {
     store_datetime_null(code, target);
@@ -191,7 +195,7 @@ Stored store_datetime(TypeCode code, ValueMode mode, const void *source, uint8_t
     record = load_exchange<DateTimeRec>(source);
     if (!check_datetime(code, record)) return Stored::failed;
   }
-  if (type_index(code) == type_index(type::time)) record.microseconds = 0;
+  clear_unkept(code, &record);
   if (keeps_time(code) && !datetime_to_utc(&record)) return Stored::failed;
   store_datetime_form(code, record, target);
   return Stored::value;
@@ -212,6 +216,7 @@ Stored fetch_datetime(TypeCode code, ValueMode mode, const uint8_t *stored, void
   }
   if (!datetime_fields_valid(record)) return failed(status::data_argument);
   if (keeps_time(code) && !datetime_to_local(&record)) return Stored::failed;
+  clear_unkept(code, &record);
   if (mode == ValueMode::binary) {
     store_exchange(target, record);
   } else if (!format_datetime(code, record, static_cast<char *>(target))) {

@@ -15,13 +15,14 @@
 #include <cerrno>
 #include <ctime>
 
+#include "platform/calendar.h"
+
 namespace tovik {
 
 namespace {
 
 constexpr int64_t day_seconds = 86400;
-constexpr int64_t era_days = 146097;           // 400 years
-constexpr int64_t days_0000_to_1970 = 719468;  // from 0000-03-01
+constexpr int64_t day_number_1970 = 2440588;
 
 constexpr int64_t span_days = 16;
 constexpr int span_margin = 2;  // days
@@ -32,7 +33,7 @@ constexpr int zone_shift = 40;
 constexpr uint32_t field_mask = 0xFFFFF;
 constexpr uint32_t zone_mask = 0xFFFFFF;
 
-constexpr int span_limit = 1024;  // kept spans, a power of two: 44 years without a collision
+constexpr int span_limit = 16384;  // kept spans, a power of two: 717 years without a collision
 std::atomic<uint64_t> kept_spans[span_limit];
 std::atomic<uint32_t> current_zone{1};
 
@@ -40,40 +41,21 @@ int64_t floor_divide(int64_t value, int64_t divisor) {
   return value >= 0 ? value / divisor : -((-value + divisor - 1) / divisor);
 }
 
-// Days since 1970-01-01 of a date of the Gregorian calendar, and back; years counted from March.
-int64_t days_from_date(int64_t year, int month, int day) {
-  if (month <= 2) --year;
-  const int64_t era = (year >= 0 ? year : year - 399) / 400;
-  const int64_t year_of_era = year - era * 400;
-  const int64_t day_of_year = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
-  const int64_t day_of_era = year_of_era * 365 + year_of_era / 4 - year_of_era / 100 + day_of_year;
-  return era * era_days + day_of_era - days_0000_to_1970;
-}
-
-void date_from_days(int64_t days, DateTimeRec *date) {
-  days += days_0000_to_1970;
-  const int64_t era = (days >= 0 ? days : days - era_days + 1) / era_days;
-  const int64_t day_of_era = days - era * era_days;
-  const int64_t year_of_era =
-      (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / (era_days - 1)) / 365;
-  const int64_t day_of_year = day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
-  const int64_t month_from_march = (5 * day_of_year + 2) / 153;
-  const int64_t month = month_from_march < 10 ? month_from_march + 3 : month_from_march - 9;
-  date->day = static_cast<int8_t>(day_of_year - (153 * month_from_march + 2) / 5 + 1);
-  date->month = static_cast<int8_t>(month);
-  date->year = static_cast<int16_t>(year_of_era + era * 400 + (month <= 2 ? 1 : 0));
-}
-
 int64_t plain_seconds(const DateTimeRec &time) {
-  return days_from_date(time.year, time.month, time.day) * day_seconds + time.hour * 3600 + time.minute * 60 +
-         time.second;
+  return (day_number(time.year, time.month, time.day) - day_number_1970) * day_seconds + time.hour * 3600 +
+         time.minute * 60 + time.second;
 }
 
 DateTimeRec from_plain_seconds(int64_t seconds, int32_t microseconds) {
   DateTimeRec time = {};
   const int64_t day = floor_divide(seconds, day_seconds);
   const int second_of_day = static_cast<int>(seconds - day * day_seconds);
-  date_from_days(day, &time);
+  int64_t year;
+  int month, day_of_month;
+  date_from_day_number(day + day_number_1970, &year, &month, &day_of_month);
+  time.year = static_cast<int16_t>(year);
+  time.month = static_cast<int8_t>(month);
+  time.day = static_cast<int8_t>(day_of_month);
   time.hour = static_cast<int8_t>(second_of_day / 3600);
   time.minute = static_cast<int8_t>(second_of_day / 60 % 60);
   time.second = static_cast<int8_t>(second_of_day % 60);
