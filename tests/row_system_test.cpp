@@ -144,6 +144,21 @@ TEST_F(RowSystemTest, AutoIncrementRecordLiesBehindTheDescriptor) {
   EXPECT_EQ(first_status(), status::row_no_auto_increment);
 }
 
+// Descriptor and auto-increment record need two slots side by side, of which the free list has none.
+TEST_F(RowSystemTest, PairsAreFoundBehindIsolatedFreeSlots) {
+  std::vector<RowSystem *> made;
+  for (int i = 0; i < 540; ++i) made.push_back(create(RowKind::fixed, 8));
+  for (size_t i = 0; i < made.size(); i += 2) ASSERT_TRUE(row_system_drop(made[i])) << errors();
+  RowSystem &system = *data_systems(*sm).system_rows;
+  const uint32_t active = row_active_count(system);
+  for (uint32_t i = 1; i <= 30; ++i) {
+    RowSystem *rows = create(RowKind::fixed_auto, 8, 5);
+    ASSERT_NE(rows, nullptr);
+    EXPECT_EQ(rows->autoinc_number, rows->number + 41);
+    EXPECT_EQ(row_active_count(system), active + 2 * i) << "what was tried is free again";
+  }
+}
+
 // Row numbers that come from a caller or a damaged link.
 TEST_F(RowSystemTest, NumbersOfNoRowAreRefused) {
   RowSystem *rows = create(RowKind::fixed, 8);

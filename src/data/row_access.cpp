@@ -179,6 +179,12 @@ bool row_insert(RowSystem &rows, const void *data, int length, RowNo *row) {
   return insert_slot(rows, level, slot_image(slot_active, data, length), row);
 }
 
+bool row_insert_new(RowSystem &rows, const void *data, int length, RowNo *row) {
+  if (data == nullptr) return fail(status::row_argument);
+  if (length != rows.row_size - slot_link) return fail(status::row_length);
+  return insert_new(rows, sm_level(*rows.sm), slot_image(slot_active, data, length), row);
+}
+
 bool row_update(RowSystem &rows, RowNo *row, const void *data, int length) {
   if (data == nullptr) return fail(status::row_argument);
   if (*row == 0) return fail(status::row_number_null);

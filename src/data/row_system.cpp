@@ -7,6 +7,9 @@
 //   3. The records of an auto-increment row system lie 41 apart: descriptor, then auto-increment record.
 #include "data/row_system.h"
 
+#include <cassert>
+#include <iterator>
+
 #include "data/data_layer.h"
 #include "data/row_records.h"
 #include "data/row_slots.h"
@@ -17,6 +20,7 @@ namespace tovik {
 namespace {
 
 constexpr int pair_attempts = 256;  // further inserts until two descriptor slots are neighbours
+constexpr int pair_fresh = 3;       // slots never used among which two are neighbours: a page may end between
 
 RowSystem *handle_new(StorageManager &sm, RowNo number) {
   RowSystem *rows = mem_new<RowSystem>();
@@ -67,16 +71,17 @@ bool first_page(RowSystem &rows) {
 
 // The slots tried for the records of a new row system.
 struct RecordSlots {
-  RowNo rows[pair_attempts + 1];
+  RowNo rows[pair_attempts + 1 + pair_fresh];
   int count;
 };
 
 // Inserts one more slot and looks for its neighbour: *lower is the index of the lower of the two, -1 for
-// none.
+// none. When the attempts are used up the free slots lie apart from each other, and new ones are taken.
 bool record_slot_add(RowSystem &system, RecordSlots &slots, const uint8_t *record, int *lower) {
   *lower = -1;
   RowNo row = 0;
-  if (!row_insert(system, record, row_record_size, &row)) return false;
+  const auto insert = slots.count <= pair_attempts ? row_insert : row_insert_new;
+  if (!insert(system, record, row_record_size, &row)) return false;
   const int newest = slots.count++;
   slots.rows[newest] = row;
   for (int index = 0; index < newest; ++index) {
@@ -103,7 +108,7 @@ bool place_records(RowSystem &rows, RecordSlots &slots) {
   row_descriptor_encode(rows, 0, record);
   int lower = -1;
   do {
-    if (slots.count > pair_attempts) return false;
+    assert(slots.count < static_cast<int>(std::size(slots.rows)));
     if (!record_slot_add(system, slots, record, &lower)) return false;
   } while (pair && lower < 0);
   rows.number = slots.rows[pair ? lower : 0];

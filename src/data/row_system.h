@@ -98,6 +98,8 @@ void row_system_close(RowSystem *rows);  // null is ignored
 // length: exactly row size - 1 for fixed kinds, 1 and up for variable ones. A failure leaves nothing behind.
 // 30010, 30015, 30028, 121001.
 [[nodiscard]] bool row_insert(RowSystem &rows, const void *data, int length, RowNo *row);
+// The same for fixed kinds, into a slot that was never used, whatever is on the free list.
+[[nodiscard]] bool row_insert_new(RowSystem &rows, const void *data, int length, RowNo *row);
 // Fixed kinds rewrite in place; variable kinds replace the chain, and *row becomes the new number. 30010,
 // 30015, 30020, 30031.
 [[nodiscard]] bool row_update(RowSystem &rows, RowNo *row, const void *data, int length);
