@@ -281,6 +281,39 @@ TEST_F(TransactionTest, CheckForARecordHidesNoCommit) {
   EXPECT_EQ(60, other.fill_of(3));
 }
 
+// The other process ends its transaction while we look: its storage is gone, or empty, at the next call.
+std::string moving;
+
+TEST_F(TransactionTest, AStorageThatVanishesWhileLookedAtIsAbsent) {
+  more_ = ";DRV_NO=0";
+  open(Database::Start::open);
+  Database other(text(dir_.path()), Database::Start::open);
+  static const IoDriver real = file_driver;
+  moving = path("orders.trn");
+  const auto look_while = [&](auto &slot, auto moved) {
+    ASSERT_TRUE(db_->begin() && change({3}, 70) && db_->record());
+    {
+      const SlotGuard guard(slot, +moved);
+      EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
+    }
+    EXPECT_EQ(Codes{}, take_recorded());
+    EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
+    ASSERT_TRUE(db_->rollback());
+  };
+  look_while(file_driver.file_info, [](const char *name, FileInfo *info) {
+    fs::remove(moving);
+    return real.file_info(name, info);
+  });
+  look_while(file_driver.file_open, [](const char *name, int flags, int mode, int number, int size) {
+    fs::remove(moving);
+    return real.file_open(name, flags, mode, number, size);
+  });
+  look_while(file_driver.file_read, [](DriverHandle handle, void *buffer, int64_t length, int64_t offset) {
+    fs::resize_file(moving, 0);
+    return real.file_read(handle, buffer, length, offset);
+  });
+}
+
 // Changes outside a transaction whose pages cannot be written stay in memory, but never win over another
 // process's commit.
 TEST_F(TransactionTest, UnwrittenChangesGiveWayToACommit) {

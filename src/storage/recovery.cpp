@@ -74,6 +74,21 @@ Verdict judge_record(TransactionManager &tm, const char *saved_name) {
                                                                       : Verdict::conflict;
 }
 
+// The same beside a writer elsewhere, who may empty or remove the storage while it is read: a second look
+// then finds no header.
+Verdict judge_moving_record(TransactionManager &tm) {
+  if (!bm_read_header(*tm.bm, part_dat)) return Verdict::unreadable;
+  const TrnPresence presence = bm_trn_open(*tm.bm);
+  if (presence != TrnPresence::present)
+    return presence == TrnPresence::absent ? Verdict::none : Verdict::unreadable;
+  {
+    ErrorScope may_be_gone;
+    const Verdict verdict = judge_record(tm, nullptr);
+    if (verdict != Verdict::unreadable) return verdict;
+  }
+  return judge_record(tm, nullptr);
+}
+
 // Applies the applicable record of the open TRN part. *started: the DAT part may be half copied.
 Restart apply_record(TransactionManager &tm, CopyMode mode, const char *problem, bool *started) {
   *started = false;
@@ -199,8 +214,7 @@ RecordCheck tm_check_record(TransactionManager &tm) {
     return presence == TrnPresence::absent ? RecordCheck::none : RecordCheck::failed;
   const HeaderRecord kept = bm.header;  // sm_refresh compares it with the disk
   bm_trn_abandon(bm);
-  Verdict verdict = Verdict::unreadable;
-  if (bm_read_header(bm, part_dat) && bm_trn_reopen(bm)) verdict = judge_record(tm, nullptr);
+  const Verdict verdict = judge_moving_record(tm);
   bm_trn_abandon(bm);
   bm.header = kept;
   if (verdict == Verdict::unreadable) return RecordCheck::failed;

@@ -26,12 +26,29 @@ bool flush(IoObject *io) {
   return !env_on(Env::tran_sync) || io_sync(io) || fail(status::tran_sync);
 }
 
-// Single storage: the part stays where it is and only its header tells that it is gone. The header is
-// flushed: otherwise the next transaction's shadow blocks could reach the disk below a record that still
-// describes the blocks they replace.
+// Single storage: the part stays where it is and only its header tells that it is gone. A header that takes
+// the place of a record is flushed: otherwise the next transaction's shadow blocks could reach the disk below
+// a record that still describes the blocks they replace.
 bool mark_deleted(BlockManager &bm) {
   bm.header.parts[part_trn].pstat |= pstat_deleted;
   return bm_write_header(bm, part_trn) && flush(bm.io[part_dat]);
+}
+
+bool open_storage(BlockManager &bm, const char *name) {
+  bm.io[part_trn] = io_open(bm_driver(bm), bm.params->io, name, part_trn);
+  return bm.io[part_trn] != nullptr;
+}
+
+// A writer elsewhere makes and removes its storage while we look: an open that fails because the name is gone
+// says that there is none.
+TrnPresence open_existing(BlockManager &bm, const char *name) {
+  constexpr int race_limit = 4;
+  for (int tries = 1; io_exists(bm_driver(bm), name); ++tries) {
+    if (tries == race_limit) return open_storage(bm, name) ? TrnPresence::present : TrnPresence::failed;
+    ErrorScope may_be_gone;
+    if (open_storage(bm, name)) return TrnPresence::present;
+  }
+  return TrnPresence::absent;
 }
 
 // Cuts an open TRN storage to nothing.
@@ -69,8 +86,7 @@ bool remove_trn(BlockManager &bm, const char *name) {
 
 // The storage becomes the saved storage of ucnt, that of ucnt - 1 goes. Neither the rename nor the removal is
 // flushed: the record was applied, and applying it again changes nothing; a number below ucnt is not looked
-// at. A storage already saved under this number (its transaction was followed by one without changes) could
-// be applied, so it goes for good.
+// at. A storage found under this number could be applied, so it goes for good.
 bool save_storage(BlockManager &bm, const char *name) {
   const uint32_t ucnt = bm_counters(bm, part_dat).ucnt;
   StorageName saved, previous;
@@ -78,17 +94,18 @@ bool save_storage(BlockManager &bm, const char *name) {
   return bm_saved_remove(bm, ucnt) && io_rename(bm_driver(bm), name, saved) && remove_trn(bm, previous);
 }
 
+// Without a record on disk there is nothing that could come back to life, so nothing is flushed.
 bool release_storage(BlockManager &bm, bool committed, bool recorded) {
   StorageName name;
   if (!trn_name(bm, name)) return false;
   const bool history = keeps_history(bm);
   if (!history && env_on(Env::tran_file_reuse)) {
-    const bool emptied = bm_trn_reopen(bm) && empty_storage(bm);
+    const bool emptied =
+        bm_trn_reopen(bm) && empty_storage(bm);
     return bm_close_storage(bm, part_trn) && emptied;
   }
   if (!bm_close_storage(bm, part_trn)) return false;
   if (committed && history) return save_storage(bm, name);
-  // Without a record on disk there is nothing that could come back to life.
   return recorded ? trn_destroy_storage(bm, name) : remove_trn(bm, name);
 }
 
@@ -141,7 +158,8 @@ TrnPresence closed_exists(BlockManager &bm) {
   if (!trn_name(bm, name)) return TrnPresence::failed;
   if (!io_exists(bm_driver(bm), name)) return TrnPresence::absent;
   if (io_stat(bm_driver(bm), name, &info)) return presence_of(info.size);
-  if (!bm_trn_reopen(bm)) return TrnPresence::failed;
+  const TrnPresence found = open_existing(bm, name);
+  if (found != TrnPresence::present) return found;
   const TrnPresence result = presence_of(io_size(bm.io[part_trn]));
   return bm_close_storage(bm, part_trn) ? result : TrnPresence::failed;
 }
@@ -158,7 +176,14 @@ TrnRecord trn_record(BlockManager &bm) {
       break;
   }
   const bool was_open = bm.io[part_trn] != nullptr;
-  if (!bm_trn_reopen(bm)) return TrnRecord::failed;
+  switch (bm_trn_open(bm)) {
+    case TrnPresence::absent:
+      return TrnRecord::none;
+    case TrnPresence::failed:
+      return TrnRecord::failed;
+    case TrnPresence::present:
+      break;
+  }
   const TrnRecord result = read_record(bm);
   return was_open || bm_close_storage(bm, part_trn) ? result : TrnRecord::failed;
 }
@@ -217,9 +242,13 @@ TrnPresence bm_trn_exists(BlockManager &bm) {
 bool bm_trn_reopen(BlockManager &bm) {
   if (bm_single(bm) || bm.io[part_trn] != nullptr) return true;
   StorageName name;
-  if (!trn_name(bm, name)) return false;
-  bm.io[part_trn] = io_open(bm_driver(bm), bm.params->io, name, part_trn);
-  return bm.io[part_trn] != nullptr;
+  return trn_name(bm, name) && open_storage(bm, name);
+}
+
+TrnPresence bm_trn_open(BlockManager &bm) {
+  if (bm_single(bm) || bm.io[part_trn] != nullptr) return TrnPresence::present;
+  StorageName name;
+  return trn_name(bm, name) ? open_existing(bm, name) : TrnPresence::failed;
 }
 
 }  // namespace tovik

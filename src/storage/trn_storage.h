@@ -37,6 +37,9 @@ enum class TrnPresence { absent, present, failed };
 TrnPresence bm_trn_exists(BlockManager &bm);         // present: exists and is not empty
 [[nodiscard]] bool bm_trn_reopen(BlockManager &bm);  // opens the storage if it is not open
 
+// The same beside a writer elsewhere, who may remove the storage at any moment: absent when it did.
+TrnPresence bm_trn_open(BlockManager &bm);
+
 // Opens the saved storage numbered number as the TRN storage; false when there is none (records nothing when
 // it does not exist). bm_trn_abandon or bm_saved_remove closes it.
 [[nodiscard]] bool bm_saved_open(BlockManager &bm, uint32_t number);
