@@ -74,6 +74,7 @@ class TestDatabase {
   }
   // Values for the first columns of one row.
   bool insert(const char *table, const std::vector<std::string> &values);
+  std::vector<std::string> files() const { return file_names(dir_.path()); }
   BlockNo used_blocks() const { return blocks_in_use(*db->storage); }
   // "table(column,)[index,]3 " for every table with its row count, as the calling thread sees them.
   std::string schema() const { return schema(*db); }

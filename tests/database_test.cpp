@@ -171,6 +171,35 @@ TEST(Database, LockingDisabledNestsLevels) {
   db_read_end(db, current_thread());
 }
 
+// What changes nothing flushes and renames nothing, does not wait for readers and leaves the last saved
+// storage alone.
+TEST(Database, TransactionsWithoutChangesLeaveNoTrace) {
+  for (const char *settings : {"", "HVI_TRAN_HISTORY=0", "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF"}) {
+    SCOPED_TRACE(settings);
+    FaultDriver driver;
+    Engine engine(settings);
+    TestDatabase store("DRV_NO=101");
+    const ThreadId me = current_thread();
+    ASSERT_TRUE(store.create_table("t", one_column) && sm_direct_end(*store.db->storage));
+    store.begin();
+    ASSERT_TRUE(store.insert("t", {"1"}));
+    store.commit();
+    Database *reader = db_open(store.text.c_str());
+    ASSERT_TRUE(reader != nullptr && db_read_begin(*reader, me)) << errors();
+    const auto files = store.files();
+    driver.take_log();
+    for (const bool commits : {true, false, true}) {
+      store.begin();
+      commits ? store.commit() : store.rollback();
+    }
+    for (const std::string &call : driver.take_log())
+      EXPECT_TRUE(!call.starts_with("sync") && !call.starts_with("rename")) << call;
+    EXPECT_EQ(store.files(), files);
+    db_read_end(*reader, me);
+    db_close(reader);
+  }
+}
+
 // ---- failures and threads ----
 
 int writes_left;

@@ -73,14 +73,6 @@ TEST_F(Blocks, HistoryKeepsTheLastCommit) {
     ASSERT_TRUE(bm_trn_release(*database, true));
     EXPECT_EQ(files(), (Names{"orders.dat", "orders." + std::to_string(number) + ".trn_"}));
   }
-  // A commit without changes takes the number over.
-  ASSERT_TRUE(bm_trn_reset(*database));
-  database->header.commit = {};
-  ASSERT_TRUE(bm_write_header(*database, part_trn));
-  ASSERT_TRUE(bm_trn_release(*database, true));
-  EXPECT_EQ(files(), (Names{"orders.dat", "orders.3.trn_"}));
-  EXPECT_EQ(content("orders.3.trn_").substr(0xE8, 8), std::string(8, '\0'));
-
   touch({"orders.2.trn_", "orders.4.trn_", "orders.5.trn_"});
   EXPECT_TRUE(bm_saved_drop_stale(*database));
   EXPECT_EQ(files(), (Names{"orders.dat", "orders.2.trn_", "orders.5.trn_"}));

@@ -274,7 +274,7 @@ bool db_commit(Database &db, ThreadId thread) {
   if (tm == nullptr) return false;
   const int level = tm->level;
   if (!tm_commit(*tm, thread)) return false;
-  if (level == 1 && !take_exclusive(db, thread)) return false;
+  if (tm->record_durable && !take_exclusive(db, thread)) return false;
   const bool applied = tm_apply(*tm, thread);
   if (applied) {
     tables_level_merged(db, level);

@@ -176,7 +176,8 @@ void leave_record_pending(TransactionManager &tm) {
 }
 
 bool apply_outermost(TransactionManager &tm) {
-  if (!apply_record(tm)) {
+  const bool changed = tm.record_durable;
+  if (changed && !apply_record(tm)) {
     leave_record_pending(tm);
     return false;
   }
@@ -186,7 +187,7 @@ bool apply_outermost(TransactionManager &tm) {
   ErrorScope applied_already;
   cm_adopt(*tm.dat, *tm.trn);
   end_outermost(tm);
-  (void)bm_trn_release(*tm.bm, true);
+  (void)bm_trn_release(*tm.bm, changed);  // without changes the last saved storage stays the last
   return true;
 }
 

@@ -71,7 +71,8 @@ void tm_destroy(TransactionManager *tm);
 // Statuses 22001, 22002, 122002, 22003, 22009, 22011, 22012, 22014.
 [[nodiscard]] bool tm_commit(TransactionManager &tm, ThreadId thread);
 
-// Outermost level: the copy and the end of the level, under the exclusive level. On failure (22010, 22015,
+// Outermost level: the copy and the end of the level, under the exclusive level; without changes
+// (record_durable not set) there is nothing to copy and no level is needed. On failure (22010, 22015,
 // 22016) the level has ended too, the record is still on disk and record_pending is set. Inner levels: merges
 // into the level below; on failure (22021) nothing has changed.
 [[nodiscard]] bool tm_apply(TransactionManager &tm, ThreadId thread);

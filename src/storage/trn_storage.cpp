@@ -29,9 +29,9 @@ bool flush(IoObject *io) {
 // Single storage: the part stays where it is and only its header tells that it is gone. A header that takes
 // the place of a record is flushed: otherwise the next transaction's shadow blocks could reach the disk below
 // a record that still describes the blocks they replace.
-bool mark_deleted(BlockManager &bm) {
+bool mark_deleted(BlockManager &bm, bool recorded) {
   bm.header.parts[part_trn].pstat |= pstat_deleted;
-  return bm_write_header(bm, part_trn) && flush(bm.io[part_dat]);
+  return bm_write_header(bm, part_trn) && (!recorded || flush(bm.io[part_dat]));
 }
 
 bool open_storage(BlockManager &bm, const char *name) {
@@ -101,7 +101,7 @@ bool release_storage(BlockManager &bm, bool committed, bool recorded) {
   const bool history = keeps_history(bm);
   if (!history && env_on(Env::tran_file_reuse)) {
     const bool emptied =
-        bm_trn_reopen(bm) && empty_storage(bm);
+        bm_trn_reopen(bm) && (recorded ? empty_storage(bm) : io_truncate(bm.io[part_trn], 0));
     return bm_close_storage(bm, part_trn) && emptied;
   }
   if (!bm_close_storage(bm, part_trn)) return false;
@@ -219,7 +219,7 @@ bool bm_trn_reset(BlockManager &bm) {
 bool bm_trn_release(BlockManager &bm, bool committed) {
   const bool recorded = bm.header.commit.tstat == tran_committed;
   clear_state(bm);
-  return bm_single(bm) ? mark_deleted(bm) : release_storage(bm, committed, recorded);
+  return bm_single(bm) ? mark_deleted(bm, recorded) : release_storage(bm, committed, recorded);
 }
 
 void bm_trn_abandon(BlockManager &bm) {
@@ -229,7 +229,7 @@ void bm_trn_abandon(BlockManager &bm) {
 
 bool bm_trn_destroy(BlockManager &bm) {
   clear_state(bm);
-  if (bm_single(bm)) return mark_deleted(bm);
+  if (bm_single(bm)) return mark_deleted(bm, true);
   StorageName name;
   return trn_name(bm, name) && bm_close_storage(bm, part_trn) && trn_destroy_storage(bm, name);
 }
