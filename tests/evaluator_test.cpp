@@ -32,7 +32,7 @@ TEST_F(EvaluatorTest, Arithmetic) {
       {"-9223372036854775808 / -1; -9223372036854775808 % -1", "-9223372036854775808; 0"},
       {"7 / 0; 7 % 0; 7 / 0.0; 7.5 % 0; 1.5e; 1.5e999",
        "?151001; ?151001; ?151001; ?151001; !150002; !150002"},
-      {"7.0 / 2; 1 + 0.5; 1.5e1 * 2; -7.5 % 2", "3.5; 1.5; 30.0; -1.5"},
+      {"7.0 / 2; 1 + 0.5; 1 - 0.75; 1.5e1 * 2; -7.5 % 2", "3.5; 1.5; 0.25; 30.0; -1.5"},
       // The quotient leaves the 32-bit range and counts as its lowest number.
       {"1.0e10 % 1; -1.0e10 % 1.0", "12147483648.0; -7852516352.0"},
       {"1.5 / NULL; NULL / 0; -NULL; YEAROF NULL; NULL + 1 day", "NULL; NULL; NULL; NULL; NULL"},
@@ -73,6 +73,8 @@ TEST_F(EvaluatorTest, Comparisons) {
       {"'ABC' !SMATCH 'a*'; 'ABC' NOT MATCH 'a*'; 'ABC' NOT !MATCH 'a*'", "true; false; true"},
       {"'abc' NOT LIKE 'a%'; NULL LIKE 'a'; 'a' NOT MATCH NULL", "false; unknown; unknown"},
       {"1.5 LIKE '1.5%e+00'; ('20200101' + 1 day) MATCH '20200102*'", "true; true"},
+      {"1 MATCH 1.0; 2 SMATCH 1; 2 !MATCH 1; 1 NOT LIKE 1; 1 MATCH NULL",
+       "true; false; true; false; unknown"},
   });
 }
 

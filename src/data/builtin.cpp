@@ -149,7 +149,9 @@ bool check_classes(const BuiltinRow &row, const Value *arguments, int count) {
   return true;
 }
 
-bool null_gives_null(const BuiltinRow &row) {
+// Of the functions that give NULL for a NULL argument; conversions and aggregates look at their arguments
+// themselves.
+bool arguments_checked(const BuiltinRow &row) {
   return row.category <= Category::datetime;
 }
 
@@ -201,7 +203,7 @@ bool builtin_prepare(int number, const Value *arguments, int count, Value &resul
   const BuiltinRow *row = builtin_row(number);
   if (row == nullptr) return fail(status::function_argument);
   if (!check_count(*row, count)) return false;
-  if (null_gives_null(*row)) {
+  if (arguments_checked(*row)) {
     if (!check_classes(*row, arguments, count)) return false;
     if (any_null(arguments, count)) {
       set_null(*row, arguments, result);
@@ -218,12 +220,20 @@ bool builtin_prepare(int number, const Value *arguments, int count, Value &resul
   return true;
 }
 
+char *builtin_allocate(MemoryPool &pool, int64_t size) {
+  if (!memory_pool_fits(pool, size)) err_set(status::function_memory);
+  return static_cast<char *>(memory_pool_alloc(pool, size));
+}
+
 bool builtin_evaluate(int number, const Value *arguments, int count, MemoryPool &pool, Value &result) {
   const BuiltinRow *row = builtin_row(number);
   if (row == nullptr || row->category == Category::aggregate) return fail(status::function_argument);
-  if (null_gives_null(*row) && any_null(arguments, count)) {
-    set_null(*row, arguments, result);
-    return true;
+  if (arguments_checked(*row)) {
+    if (!check_classes(*row, arguments, count)) return false;
+    if (any_null(arguments, count)) {
+      set_null(*row, arguments, result);
+      return true;
+    }
   }
   set_result(*row, arguments, result);
   switch (row->category) {

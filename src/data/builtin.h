@@ -64,8 +64,10 @@ struct Accumulator {
 // value_aggregate. 53001, 153001 to 153004, 153011, 153012.
 [[nodiscard]] bool builtin_prepare(int number, const Value *arguments, int count, Value &result);
 
-// Computes the result of a function that is no aggregate; texts come from pool. 53001 to 53003, 153002,
-// 153007, 113004 where a date leaves the calendar, 113004 to 113019 where TODATE reads an impossible one.
+// Computes the result of a function that is no aggregate; texts come from pool. An argument may be of another
+// class than it was prepared with (what NVL chooses is known per row): it is checked again. 53001 to 53003,
+// 153001 to 153004, 153007, 113004 where a date leaves the calendar, 113004 to 113019 where TODATE reads an
+// impossible one.
 [[nodiscard]] bool builtin_evaluate(int number, const Value *arguments, int count, MemoryPool &pool,
                                     Value &result);
 
@@ -75,6 +77,9 @@ struct Accumulator {
 [[nodiscard]] bool builtin_accumulate(int number, const Value *arguments, int count,
                                       Accumulator &accumulator);  // 53001
 void builtin_finish(int number, const Accumulator &accumulator, Value &result);
+
+// size bytes for a function's text. Null with 53002, which the pool's own status follows.
+char *builtin_allocate(MemoryPool &pool, int64_t size);
 
 // The evaluators of one category each (builtin_evaluate dispatches to them). The arguments are checked and
 // not NULL, save those of builtin_conversion.

@@ -26,12 +26,6 @@ bool mismatch() {
   return fail(status::argument_2_value);
 }
 
-char *allocate(MemoryPool &pool, int64_t size) {
-  void *block = memory_pool_alloc(pool, size);
-  if (block == nullptr) return fail_null(status::function_memory);
-  return static_cast<char *>(block);
-}
-
 void give_text(Value &result, char *text, char *end) {
   *end = '\0';
   result.text = TextRef{text, static_cast<int32_t>(end - text)};
@@ -77,7 +71,7 @@ void put_digits(char *target, int value, int digits) {
 
 bool date_to_text(const DateTimeRec &date, const char *format, MemoryPool &pool, Value &result) {
   constexpr int64_t widest = 3;  // FF: six digits from two characters
-  char *text = allocate(pool, widest * static_cast<int64_t>(strlen(format)) + 1);
+  char *text = builtin_allocate(pool, widest * static_cast<int64_t>(strlen(format)) + 1);
   if (text == nullptr) return false;
   const Charset &charset = charset_current();
   char *end = text;
@@ -252,7 +246,7 @@ bool number_to_text(const Value &value, const char *format, MemoryPool &pool, Va
   round_decimal(&decimal, parsed.decimals);
   for (int i = 0; i < decimal.whole - parsed.whole; ++i)
     if (decimal.digits[i] != '0') return mismatch();
-  char *text = allocate(pool, static_cast<int64_t>(strlen(format)) + 2);
+  char *text = builtin_allocate(pool, static_cast<int64_t>(strlen(format)) + 2);
   if (text == nullptr) return false;
   give_text(result, text, write_number(decimal, parsed, format, text));
   return true;

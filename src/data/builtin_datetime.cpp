@@ -35,9 +35,12 @@ DateTimeRec without_microseconds(DateTimeRec record) {
 }
 
 bool give_day_name(const DateTimeRec &date, MemoryPool &pool, Value &result) {
-  const char *name = memory_pool_text(pool, day_names[weekday_of(day_number_of(date))]);
-  if (name == nullptr) return fail(status::function_memory);
-  result.text = TextRef{name, static_cast<int32_t>(strlen(name))};
+  const char *name = day_names[weekday_of(day_number_of(date))];
+  const size_t length = strlen(name);
+  char *copy = builtin_allocate(pool, static_cast<int64_t>(length) + 1);
+  if (copy == nullptr) return false;
+  memcpy(copy, name, length + 1);
+  result.text = TextRef{copy, static_cast<int32_t>(length)};
   return true;
 }
 

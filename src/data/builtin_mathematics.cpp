@@ -133,15 +133,29 @@ TwoArguments two_arguments(int number) {
   }
 }
 
-// The library takes one step per order. Far above its argument the function is below every double:
-// |J(n, x)| <= (e |x| / 2n)^n.
-double bessel_of_order(int order, double value) {
-  const double distance = fabs(static_cast<double>(order));
-  return distance > 1000 && distance > 4 * fabs(value) ? 0.0 : BESSEL(jn)(order, value);
+// The library takes one step per order, those of the second kind only up to orders of the size of the
+// argument. Where that would be more than a million steps nothing is computed, and the result is not a
+// number.
+constexpr double bessel_step_limit = 1e6;
+
+bool bessel_takes_too_long(int order, double value) {
+  return fabs(static_cast<double>(order)) > bessel_step_limit && fabs(value) > bessel_step_limit;
+}
+
+// |J(n, x)| <= (e |x| / 2n)^n, which far above the argument is below every double.
+double first_kind(int order, double value) {
+  constexpr double log_of_least = -745;
+  const double n = fabs(static_cast<double>(order));
+  if (n * (1 + log(fabs(value) / (2 * n))) < log_of_least) return 0.0;
+  return bessel_takes_too_long(order, value) ? NAN : BESSEL(jn)(order, value);
+}
+
+double second_kind(int order, double value) {
+  return bessel_takes_too_long(order, value) ? NAN : BESSEL(yn)(order, value);
 }
 
 WithOrder with_order(int number) {
-  return number == builtin::jn ? bessel_of_order : number == builtin::yn ? BESSEL(yn) : nullptr;
+  return number == builtin::jn ? first_kind : number == builtin::yn ? second_kind : nullptr;
 }
 
 OneArgument rounding(int number) {

@@ -9,6 +9,10 @@ namespace {
 
 constexpr int64_t alignment = 8;
 
+int64_t rounded(int64_t size) {
+  return (size + alignment - 1) / alignment * alignment;
+}
+
 // Room for needed bytes in a pool that may grow. The data block moves, so that only a pool whose users hold
 // no addresses may be of that mode.
 bool grow(MemoryPool &pool, int64_t needed) {
@@ -44,6 +48,10 @@ void memory_pool_destroy(MemoryPool *pool) {
   mem_delete(pool);
 }
 
+bool memory_pool_fits(const MemoryPool &pool, int64_t size) {
+  return size <= INT32_MAX - alignment && pool.used + rounded(size) < pool.capacity;
+}
+
 void *memory_pool_alloc(MemoryPool &pool, int64_t size) {
   if (pool.kind_mark != memory_pool_mark) {
     err_set_full(status::pool_kind_mark, nullptr, nullptr, 0, false, pool.kind_mark, 0);
@@ -51,14 +59,13 @@ void *memory_pool_alloc(MemoryPool &pool, int64_t size) {
   }
   if (size < 1) return fail_null(status::pool_size);
   if (size > INT32_MAX - alignment) return fail_null(status::pool_limit);
-  const int64_t rounded = (size + alignment - 1) / alignment * alignment;
-  const int64_t needed = pool.used + rounded;
+  const int64_t needed = pool.used + rounded(size);
   if (needed >= pool.capacity) {  // the last bytes are never handed out
     if (pool.mode == memory_pool_fixed) return fail_null(status::pool_limit);
     if (!grow(pool, needed)) return nullptr;
   }
   void *block = pool.data + pool.used;
-  pool.used += static_cast<int32_t>(rounded);
+  pool.used = static_cast<int32_t>(needed);
   ++pool.count;
   return block;
 }

@@ -26,6 +26,7 @@ void memory_pool_destroy(MemoryPool *pool);
 // size bytes aligned for any engine type, not zeroed; null with 110002 when the pool is exhausted, 10003 when
 // it is no pool.
 void *memory_pool_alloc(MemoryPool &pool, int64_t size);
+bool memory_pool_fits(const MemoryPool &pool, int64_t size);                 // without growing
 char *memory_pool_text(MemoryPool &pool, const char *text);                  // copy; null text gives ""
 char *memory_pool_text(MemoryPool &pool, const char *text, int32_t length);  // copy of length bytes + NUL
 void memory_pool_empty(MemoryPool &pool);

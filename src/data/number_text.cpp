@@ -53,7 +53,6 @@ bool exceeds_range(const char *digits, bool hex) {
 
 NumberText text_to_integer(const char *text, int64_t *value) {
   *value = 0;
-  if (*text == '\0') return NumberText::whole;
   const char *start = skip_blanks(text);
   const bool negative = *start == '-';
   if (*start == '+' && *++start == '-') return NumberText::partial;
@@ -68,7 +67,6 @@ NumberText text_to_integer(const char *text, int64_t *value) {
 
 NumberText text_to_double(const char *text, double *value) {
   *value = 0.0;
-  if (*text == '\0') return NumberText::whole;
   const char *start = skip_blanks(text);
   const bool negative = *start == '-';
   if (sign_at(*start)) ++start;

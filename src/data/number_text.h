@@ -12,8 +12,8 @@ enum class NumberText {
   partial        // there is no number, or something follows it
 };
 
-// Blanks before the number and a sign are allowed; an empty text is 0. In every case *value is what the
-// number at the start of the text amounts to, 0 when there is none.
+// Blanks before the number and a sign are allowed. In every case *value is what the number at the start of
+// the text amounts to, 0 when there is none.
 NumberText text_to_integer(const char *text, int64_t *value);
 
 // Also accepts hexadecimal, infinite and not-a-number forms. A number too small is 0, not out of range.
