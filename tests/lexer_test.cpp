@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,10 +37,12 @@ std::string shown(int token, const TokenValue &value) {
 }
 
 std::string tokens(const std::string &text) {
-  std::vector<char> buffer(text.size() * 2 + 10);
+  std::vector<char> buffer(text.size() + lexer_buffer_slack);
+  const std::unique_ptr<MemoryPool, void (*)(MemoryPool *)> pool(memory_pool_create(1 << 16),
+                                                                 memory_pool_destroy);
   Lexer lexer;
   err_clear();
-  lexer_start(lexer, text.c_str(), buffer.data());
+  lexer_start(lexer, text.c_str(), buffer.data(), *pool);
   std::string all;
   for (TokenValue value;;) {
     const int token = lexer_next(lexer, &value);
@@ -71,6 +74,8 @@ TEST_F(LexerTest, Tokens) {
               {"1--2", "int<1> - - int<2>"},
               {"/**/a/***/b/c /* ' */ 'x'", "<a> <b> / <c> str<x>"},
               {"a /* b", "<a> !170001"},
+              {"a /*/ b", "<a> !170001"},
+              {"/*/ a */ b", "<b>"},
               {"0 12 007 1. 1.50 .5", "int<0> int<12> int<007> dec<1.> dec<1.50> . int<5>"},
               {"1.5e3 1.5E-7 2.e+10", "exp<1.5e3> exp<1.5E-7> exp<2.e+10>"},
               {"1.5e 1.5e+ 1.2.3", "exp<1.5e> exp<1.5e+> dec<1.2> . int<3>"},
@@ -84,6 +89,10 @@ TEST_F(LexerTest, Tokens) {
               {R"('\'\"\\' '\a\b\f\n\r\t\v\q')", "str<'\"\\> str<\a\b\f\n\r\t\vq>"},
               {"表1_a abc表select '表''表'", "<表1_a> <abc> <表select> str<表'表>"},
               {"\x82", "!170005"}});
+  // A token that a multibyte word ends leaves no byte for its terminator.
+  std::string text, expected;
+  for (int i = 0; i < 50; ++i) text += "1表 b表 ", expected += " int<1> <表> <b> <表>";
+  EXPECT_EQ(expected.substr(1), tokens(text));
   for (const char c : std::string("#$&:?@[\\]`{}"))
     EXPECT_EQ("<a> !170004", tokens(std::string("a ") + c + " b")) << c;
   EXPECT_EQ("<a> !170002", tokens("a \x7F"));

@@ -75,6 +75,7 @@ TEST_F(PatternTest, Match) {
       '' x|           abc a&abc       abc !a&ab       abc !x&abc      abc *c&a*       abc a&x|abc
       abc a&ab&x|y|*  a|c a\|c        b !a\|c|b       a|d a\|c|a*     c [a|b]x|c      ac a{b}|x
       xyz *q*|x*
+      xz !{y|xz}q     xz {y|xz}q|x*   xz a{y|xz}q|x*  xz !x{y|xz}q    x|z {x|}z       aq {a|b\|}c|*q
   )",
                exact);
   expect_pairs("ABC a*  abC ABc  Ä !ä  [ !{  B [a-c]  b [A-C]  b [B]  D ![a-c]", folded);

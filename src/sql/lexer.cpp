@@ -65,7 +65,21 @@ void keep_digits(Lexer &lexer) {
   while (class_of(*lexer.cursor) == class_digit) keep(lexer, 1);
 }
 
-int read_number(Lexer &lexer) {
+// Ends the word or number that starts at token in the buffer. Every token leaves a byte of the text unkept,
+// which pays for its terminator, but one: a multibyte word directly behind it takes over. Such a token moves
+// into the pool; null without room there.
+const char *end_token(Lexer &lexer, char *token) {
+  if (class_of(*lexer.cursor) != class_multibyte) {
+    *lexer.write++ = 0;
+    return token;
+  }
+  const int32_t length = static_cast<int32_t>(lexer.write - token);
+  lexer.write = token;
+  return memory_pool_text(*lexer.pool, token, length);
+}
+
+int read_number(Lexer &lexer, TokenValue *value) {
+  char *const start = lexer.write;
   int token = T_INTNUM;
   keep_digits(lexer);
   if (*lexer.cursor == '.') {
@@ -79,14 +93,16 @@ int read_number(Lexer &lexer) {
       keep_digits(lexer);
     }
   }
-  *lexer.write++ = 0;
+  value->text = end_token(lexer, start);
+  if (value->text == nullptr) return T_LEXERR;
   return class_of(*lexer.cursor) == class_letter ? lexical_failure(status::letter_in_number) : token;
 }
 
 int read_word(Lexer &lexer, TokenValue *value) {
-  const char *word = lexer.write;
+  char *const start = lexer.write;
   while (class_of(*lexer.cursor) == class_letter || class_of(*lexer.cursor) == class_digit) keep(lexer, 1);
-  *lexer.write++ = 0;
+  const char *word = end_token(lexer, start);
+  if (word == nullptr) return T_LEXERR;
   if (const Keyword *keyword = keyword_find(word); keyword != nullptr) {
     value->number = keyword->value;
     return keyword->token;
@@ -95,6 +111,7 @@ int read_word(Lexer &lexer, TokenValue *value) {
     value->number = function->number;
     return T_FUNC;
   }
+  value->text = word;
   return T_IDENT;
 }
 
@@ -184,23 +201,23 @@ int read_operator(Lexer &lexer) {
   return token;
 }
 
-// Blanks and comments; false when a comment is not closed. The "*" that opens a comment may close it too.
+// Blanks and comments; false when a comment is not closed. "/**/" is a whole comment, "/*/" is none.
 bool skip_blanks(Lexer &lexer) {
   for (;;) {
     while (class_of(*lexer.cursor) == class_blank) ++lexer.cursor;
     if (lexer.cursor[0] != '/' || lexer.cursor[1] != '*') return true;
-    const char *end = lexer.cursor + 2;
-    while (*end != 0 && !(end[0] == '/' && end[-1] == '*')) ++end;
-    if (*end == 0) return false;
-    lexer.cursor = end + 1;
+    const char *end = strstr(lexer.cursor + 2, "*/");
+    if (end == nullptr) return false;
+    lexer.cursor = end + 2;
   }
 }
 
 }  // namespace
 
-void lexer_start(Lexer &lexer, const char *text, char *buffer) {
+void lexer_start(Lexer &lexer, const char *text, char *buffer, MemoryPool &pool) {
   lexer.cursor = text;
   lexer.write = buffer;
+  lexer.pool = &pool;
   lexer.charset = &charset_current();
 }
 
@@ -215,11 +232,9 @@ int lexer_next(Lexer &lexer, TokenValue *value) {
     case class_operator:
       return read_operator(lexer);
     case class_letter:
-      value->text = lexer.write;
       return read_word(lexer, value);
     case class_digit:
-      value->text = lexer.write;
-      return read_number(lexer);
+      return read_number(lexer, value);
     case class_quote:
       value->text = lexer.write;
       return read_string(lexer);

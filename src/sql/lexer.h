@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "data/memory_pool.h"
 #include "platform/charset/charset.h"
 
 namespace tovik {
@@ -17,13 +18,15 @@ struct Lexer {
   const char *cursor;      // next unread byte
   char *write;             // next free byte of the token buffer
   const Charset *charset;  // of the statement
+  MemoryPool *pool;        // for what the token buffer does not hold
 };
 
-// buffer has room for every token that the text can hold (parser.cpp).
-void lexer_start(Lexer &lexer, const char *text, char *buffer);
+// buffer has lexer_buffer_slack bytes more than the text.
+inline constexpr int lexer_buffer_slack = 10;
+void lexer_start(Lexer &lexer, const char *text, char *buffer, MemoryPool &pool);
 
-// The next token's number, 0 at the end of the text. A lexical failure records its status (170001 to 170006)
-// and gives LEXERR, which no grammar rule accepts.
+// The next token's number, 0 at the end of the text. A lexical failure records its status (170001 to 170006,
+// 110002) and gives LEXERR, which no grammar rule accepts.
 int lexer_next(Lexer &lexer, TokenValue *value);
 
 }  // namespace tovik

@@ -6,7 +6,7 @@
 //   ?        one character
 //   [abx-z]  one character of a set; [^...] one that is not in it. A set with a range whose end is below its
 //            start, with a "-" before its "]", or without "]" matches nothing.
-//   {abc}    optional: characters, "?", sets and escapes, matched here or left out
+//   {abc}    optional: characters ("|" and "&" too), "?", sets and escapes, matched here or left out
 //   \        makes the next character literal
 //   |        separates alternatives; one of them must match
 //   &        separates parts; all of them must match

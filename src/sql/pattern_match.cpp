@@ -92,6 +92,7 @@ class Matcher {
   Places now_{}, next_{};
 
   // Of the part being matched.
+  int start_ = 0;                       // its place
   int first_word_ = 0, last_word_ = 0;  // words of the bit sets that are in use
   int furthest_ = 0;                    // the last place that was active
   int separator_ = 0;                   // the "|" or "&" that was reached
@@ -137,10 +138,9 @@ bool Matcher::run(const char *text) {
 // A failure goes back to the last "*" only: what an earlier one could take in, the last one can as well.
 PartResult Matcher::match_part(const char *text, int place) {
   const char *const part_text = text;
-  const int part_place = place;
   const char *resume_text = nullptr;
   int resume_place = 0;  // behind the last "*", whose sequence ends at resume_text
-  furthest_ = place;
+  start_ = furthest_ = place;
   for (;;) {
     furthest_ = std::max(furthest_, place);
     switch (pattern_[place]) {
@@ -151,7 +151,7 @@ PartResult Matcher::match_part(const char *text, int place) {
         resume_place = place;
         continue;
       case '{':
-        return follow(part_text, part_place);
+        return follow(part_text, start_);
       case '}':
         return PartResult::malformed;
       case '|':
@@ -361,13 +361,16 @@ int Matcher::group_end(int place) {
   return place;
 }
 
-// The place behind the next "|"; 0 when there is none or it is escaped.
+// The place behind the "|" that is next from the furthest place on; 0 when there is none or it is escaped.
+// Walks from the start of the part, because the furthest place may stand inside a group, where a "|" is a
+// character.
 int Matcher::next_alternative() {
-  int place = furthest_;
+  int place = start_;
   while (pattern_[place] != '\0') {
     if (pattern_[place] == '|') return place + 1;
-    if (pattern_[place] == '\\' && pattern_[place + 1] == '|') return 0;
-    place = skip_element(place);
+    if (place >= furthest_ && pattern_[place] == '\\' && pattern_[place + 1] == '|') return 0;
+    const int end = pattern_[place] == '{' ? group_end(place + 1) : 0;
+    place = end != 0 ? end + 1 : skip_element(place);
   }
   return 0;
 }

@@ -63,7 +63,7 @@ void print_datetime(const ResultColumn &column, const Value &value) {
 
 void print_real(const ResultColumn &column, double real) {
   if (std::isnan(real)) {
-    print_aligned("nan", column.width, Align::left);
+    print_aligned("nan", column.width, column.compact ? Align::none : Align::left);
   } else {
     system_driver.print(column.value_format, real);
   }
@@ -124,7 +124,7 @@ void print_text(const ResultColumn &column, const Value &value, bool last) {
 
 void print_null(const ResultColumn &column) {
   const char *text = env_text(Env::sql_sel_nul_str);
-  print_aligned(text == nullptr ? "" : text, column.width, Align::right);
+  print_aligned(text == nullptr ? "" : text, column.width, column.compact ? Align::none : Align::right);
 }
 
 void print_value(const ResultColumn &column, const Value &value, bool last) {
