@@ -1,5 +1,6 @@
 // The statement interface: states, argument codes, value conversion, column description.
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "api_support.h"
@@ -116,8 +117,23 @@ TEST_F(StatementApi, KeepsTheOrderOfThePreparedStyle) {
   expect_failure(read(), 43010);
   kld_api_clear_stmt(stmt());
   ASSERT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT DISTINCT SUM(1 / (a - 1)) FROM t"), 0);
-  expect_failure(kld_api_exec_stmt(stmt()), 151001);
-  expect_failure(kld_api_exec_stmt(stmt()), 190013);  // a failed execution clears the statement
+  for (int i = 0; i < 2; ++i) {  // it stays prepared, without its hold for reading
+    int32_t count = 0;
+    expect_failure(kld_api_exec_stmt(stmt()), 151001);
+    expect_failure(kld_api_fetch_stmt(stmt()), 190014);
+    expect_failure(kld_api_pre_stmt_char(stmt(), "SELECT a FROM t"), 190011);
+    std::thread([&] { EXPECT_EQ(Session(db.handle()).run("UPDATE t SET a = a"), 0) << i; }).join();
+    if (i == 0) continue;
+    EXPECT_EQ(kld_api_get_cols_count(stmt(), &count), 0);
+    EXPECT_EQ(count, 1);
+    expect_failure(read(), 190014);
+  }
+  EXPECT_EQ(Session(db.handle()).run("DELETE FROM t WHERE a = 1"), 0);
+  ASSERT_EQ(kld_api_exec_stmt(stmt()), 0);
+  EXPECT_EQ(kld_api_fetch_stmt(stmt()), 1);
+  EXPECT_EQ(read(), 0);
+  EXPECT_EQ(value, 1);
+  kld_api_clear_stmt(stmt());
   EXPECT_EQ(kld_api_pre_stmt_char(stmt(), "INSERT INTO t VALUES 3"), 0);
   expect_failure(kld_api_exec_stmt(stmt()), 190013);
 }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <set>
 
-#include "api/handle.h"
+#include "api/statement_database.h"
 #include "data/catalog.h"
 #include "data/data_layer.h"
 #include "data/database.h"
@@ -195,7 +195,8 @@ std::string row_lines(const std::string &name, const std::string &rows) {
 }
 
 Database &database_of(Session &session) {
-  return *handle_object<Database>(session.database(), HandleKind::statement_database);
+  return *static_cast<StatementDatabase *>(handle_find(session.database(), HandleKind::statement_database))
+              ->db;
 }
 
 std::string table_text(Session &session, const std::string &name) {

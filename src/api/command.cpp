@@ -1,5 +1,6 @@
 // The modes of kld_cmd_exec.
 #include "api/command_loop.h"
+#include "api/library.h"
 #include "data/database.h"
 #include "frame/error.h"
 #include "kld_api.h"
@@ -66,6 +67,10 @@ int with_database(FILE *in, int mode, const char *params, const char *sql) {
 
 int kld_cmd_exec(FILE *in, int mode, const char *params, const char *sql) {
   err_clear();
+  if (library_left_by_fork() && mode != mode_version) {
+    err_set(status::api_not_initialised);
+    return mode == mode_exists ? 0 : failed_step(nullptr);
+  }
   switch (mode) {
     case mode_create:
       return create(params);

@@ -14,7 +14,7 @@
 
 namespace tovik {
 
-static bool started = false;
+static int owner = 0;  // the process that started the library; 0 when it is not started
 
 // The limit must be known before anything is allocated, so it is read from the text alone.
 static int32_t memory_limit(const char *params) {
@@ -31,8 +31,19 @@ static void forget_failed_start() {
   memory_table.mem_end();
 }
 
+// What the parent allocated stays as it is, in pages that the two processes share until one writes to them; a
+// thread that is missing here may have been changing any of it.
+static void forget_parent() {
+  io_forget();
+  handles_forget();
+  env_forget();
+  memory_table.mem_end();
+  owner = 0;
+}
+
 bool library_start(const char *params) {
-  if (started) return true;
+  if (library_started()) return true;
+  if (library_left_by_fork()) forget_parent();
   forget_failed_start();
   if (memory_table.mem_start(memory_limit(params)) != 0) return fail(status::memory_start);
   env_start(params);
@@ -42,21 +53,28 @@ bool library_start(const char *params) {
     io_term();
     return false;
   }
-  started = true;
+  owner = system_driver.process_id();
   return true;
 }
 
 void library_end() {
-  if (!started) return;
+  if (library_left_by_fork()) forget_parent();
+  if (!library_started()) return;
+  statement_databases_close();
+  record_databases_close();
   handles_end();
   io_term();
   env_release();
   memory_table.mem_end();
-  started = false;
+  owner = 0;
 }
 
 bool library_started() {
-  return started;
+  return owner != 0 && owner == system_driver.process_id();
+}
+
+bool library_left_by_fork() {
+  return owner != 0 && owner != system_driver.process_id();
 }
 
 }  // namespace tovik

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "api/handle.h"
+#include "api/library.h"
 #include "data/database.h"
 #include "frame/error.h"
 #include "sql/evaluator.h"
@@ -58,21 +59,30 @@ inline constexpr int spare_area_limit = 4;
 
 struct RecordDatabase {
   Database *db;
-  Lock *lock;                               // guards what follows
+  Lock *lock;                               // guards the spare areas
   WorkArea *spare_areas[spare_area_limit];  // of nobody, empty
-  RecordCursor *cursors;                    // open
+  RecordCursor *cursors;                    // open; under the lock of the handles
 };
 
-inline RecordDatabase *database_of(const tovik_db *db) {
-  return handle_object<RecordDatabase>(db, HandleKind::record_database);
+// The object behind a caller's handle, or null with the status given, or 202101 in a process that fork made.
+template <class Object>
+Object *object_of(const void *handle, HandleKind kind, StatusCode invalid) {
+  Object *object = static_cast<Object *>(handle_find(handle, kind));
+  return object != nullptr ? object
+                           : fail_null(library_left_by_fork() ? status::record_api_not_initialised : invalid);
 }
 
-// Runs work, a bool(RecordDatabase &), as one call on the database behind the handle. 202115.
+// 202115, 202101.
+inline RecordDatabase *database_of(const tovik_db *db) {
+  return object_of<RecordDatabase>(db, HandleKind::record_database, status::record_api_database_handle);
+}
+
+// Runs work, a bool(RecordDatabase &), as one call on the database behind the handle. 202115, 202101.
 template <class Work>
 int database_call(const tovik_db *db, Work work) {
   call_begin();
   RecordDatabase *database = database_of(db);
-  return call_end(database == nullptr ? fail(status::record_api_database_handle) : work(*database));
+  return call_end(database != nullptr && work(*database));
 }
 
 WorkArea *area_take(RecordDatabase &database);  // null with 202102
@@ -95,7 +105,7 @@ class AreaHold {
   WorkArea *area_;
 };
 
-void cursors_close(RecordDatabase &database);  // all that are open
+void cursors_close(RecordDatabase &database);  // all that are open; under the lock of the handles
 
 // ---- names ----
 

@@ -50,8 +50,9 @@ struct Wanted {
 RecordCursor *cursor_new(RecordDatabase &database, CursorState state) {
   WorkArea *area = area_take(database);
   if (area == nullptr) return nullptr;
+  const HandlesGuard guard;
   RecordCursor *cursor = memory_pool_new<RecordCursor>(*area->pool);
-  Handle *handle = cursor == nullptr ? nullptr : handle_new(HandleKind::record_cursor, cursor);
+  void *handle = cursor == nullptr ? nullptr : handle_new(HandleKind::record_cursor, cursor);
   if (handle == nullptr) {
     area_give_back(database, area);
     return fail_primary(status::record_api_memory);
@@ -61,7 +62,6 @@ RecordCursor *cursor_new(RecordDatabase &database, CursorState state) {
   cursor->area = area;
   cursor->reader = no_thread;
   cursor->handle = handle;
-  const LockGuard guard(database.lock);
   cursor->next = database.cursors;
   database.cursors = cursor;
   return cursor;
@@ -76,7 +76,6 @@ void free_texts(RecordCursor &cursor) {
 }
 
 void leave_list(RecordDatabase &database, RecordCursor *cursor) {
-  const LockGuard guard(database.lock);
   RecordCursor **link = &database.cursors;
   while (*link != cursor) link = &(*link)->next;
   *link = cursor->next;
@@ -84,11 +83,12 @@ void leave_list(RecordDatabase &database, RecordCursor *cursor) {
 
 // The read hold goes last: what it protects is in use until then.
 void cursor_free(RecordCursor *cursor) {
+  const HandlesGuard guard;
   RecordDatabase &database = *cursor->database;
   WorkArea *area = cursor->area;
   const ThreadId reader = cursor->reader;
   leave_list(database, cursor);
-  handle_free(cursor->handle);
+  (void)handle_take(cursor->handle, HandleKind::record_cursor);
   free_texts(*cursor);
   if (cursor->statement != nullptr) {
     sql_destroy(cursor->statement);
@@ -145,12 +145,12 @@ bool open_rows(RecordCursor &cursor, const Wanted &wanted) {
 }
 
 tovik_cur *handle_of(RecordCursor *cursor) {
-  return reinterpret_cast<tovik_cur *>(cursor->handle);
+  return static_cast<tovik_cur *>(cursor->handle);
 }
 
 tovik_cur *open(const tovik_db *db, const Wanted &wanted) {
   RecordDatabase *database = database_of(db);
-  if (database == nullptr) return fail_null(status::record_api_database_handle);
+  if (database == nullptr) return nullptr;
   RecordCursor *cursor = cursor_new(*database, CursorState::table);
   if (cursor == nullptr) return nullptr;
   if (open_rows(*cursor, wanted)) return handle_of(cursor);
@@ -260,14 +260,15 @@ tovik_cur *tovik_opencur_dist(tovik_db *db, const char *const *tables, int count
 int tovik_fetchcur(tovik_cur *cursor) {
   call_begin();
   RecordCursor *open = cursor_of(cursor);
-  if (open == nullptr) return call_failed(status::record_api_cursor_handle);
+  if (open == nullptr) return call_end(false);
   const RowFetch fetched = fetch(*open);
   if (fetched == RowFetch::failed) return call_end(false);
   return fetched == RowFetch::row ? 1 : 0;
 }
 
 void tovik_closecur(tovik_cur *cursor) {
-  RecordCursor *open = cursor_of(cursor);
+  const HandlesGuard guard;
+  RecordCursor *open = static_cast<RecordCursor *>(handle_find(cursor, HandleKind::record_cursor));
   if (open != nullptr) cursor_free(open);
 }
 

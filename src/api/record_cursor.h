@@ -25,12 +25,13 @@ struct RecordCursor {
   Cursor *rows;          // SQL: the statement's
   Statement *statement;  // SQL: owned
   TextBuffer *texts;     // given out for the current row; owned
-  Handle *handle;
+  void *handle;
   RecordCursor *next;  // in the database's list
 };
 
+// 202116, 202101.
 inline RecordCursor *cursor_of(const tovik_cur *cursor) {
-  return handle_object<RecordCursor>(cursor, HandleKind::record_cursor);
+  return object_of<RecordCursor>(cursor, HandleKind::record_cursor, status::record_api_cursor_handle);
 }
 
 // size bytes that stay valid until the next fetch; null with 202102.

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <utility>
 
-#include "api/library.h"
 #include "api/record.h"
 #include "frame/env.h"
 
@@ -121,7 +120,6 @@ RecordDatabase *database_new(const char *params) {
 }
 
 void database_free(RecordDatabase *database) {
-  cursors_close(*database);
   for (WorkArea *spare : database->spare_areas)
     if (spare != nullptr) area_free(spare);
   db_close(database->db);
@@ -132,12 +130,12 @@ void database_free(RecordDatabase *database) {
 tovik_db *open(const char *name, const char *params) {
   DatabaseText text;
   if (!text.build(name, params)) return nullptr;
-  Handle *handle = handle_new(HandleKind::record_database, nullptr);
-  if (handle == nullptr) return fail_null(status::record_api_memory);
-  handle->object = database_new(text.text());
-  if (handle->object != nullptr) return reinterpret_cast<tovik_db *>(handle);
-  handle_free(handle);
-  return nullptr;
+  RecordDatabase *database = database_new(text.text());
+  if (database == nullptr) return nullptr;
+  void *handle = handle_new(HandleKind::record_database, database);
+  if (handle != nullptr) return static_cast<tovik_db *>(handle);
+  database_free(database);
+  return fail_null(status::record_api_memory);
 }
 
 }  // namespace
@@ -162,10 +160,19 @@ tovik_db *tovik_open(const char *name, const char *params) {
 }
 
 void tovik_close(tovik_db *db) {
-  RecordDatabase *database = database_of(db);
-  if (database == nullptr) return;
-  handle_free(reinterpret_cast<Handle *>(db));
+  RecordDatabase *database;
+  {
+    const HandlesGuard guard;
+    database = static_cast<RecordDatabase *>(handle_take(db, HandleKind::record_database));
+    if (database == nullptr) return;
+    cursors_close(*database);
+  }
   database_free(database);
+}
+
+void tovik::record_databases_close() {
+  while (const void *handle = handle_any(HandleKind::record_database))
+    tovik_close(static_cast<tovik_db *>(const_cast<void *>(handle)));
 }
 
 int tovik_begin(tovik_db *db) {

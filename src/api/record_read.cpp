@@ -124,7 +124,7 @@ Read column_value(RecordCursor &cursor, const char *name, int type, ColumnValue 
 template <class Give>
 int read_call(tovik_cur *handle, const char *name, int type, Give give) {
   RecordCursor *cursor = cursor_of(handle);
-  if (cursor == nullptr) return call_failed(status::record_api_cursor_handle);
+  if (cursor == nullptr) return call_end(Read::failed);
   if (!name_given(name, column_reference_limit)) return call_failed(status::record_api_column_reference);
   ColumnValue read;
   const Read found = column_value(*cursor, name, type, &read);
@@ -217,7 +217,8 @@ bool give_value(RecordCursor &cursor, const ColumnValue &read, int type, tovik_v
 template <class T>
 int read_into(tovik_cur *handle, const char *name, int type, T tovik_value::*member, T *target) {
   call_begin();
-  if (cursor_of(handle) != nullptr && name_given(name, column_reference_limit) && target == nullptr)
+  if (target == nullptr && handle_find(handle, HandleKind::record_cursor) != nullptr &&
+      name_given(name, column_reference_limit))
     return call_failed(status::record_api_output_missing);
   return read_call(handle, name, type, [&](RecordCursor &cursor, const ColumnValue &read) {
     tovik_value value;

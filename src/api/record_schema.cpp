@@ -225,7 +225,7 @@ int tovik_dropidx(tovik_db *db, const char *index) {
 int tovik_gettbllst(tovik_db *db, char *buffer, int size) {
   call_begin();
   const RecordDatabase *database = database_of(db);
-  if (database == nullptr) return call_failed(status::record_api_database_handle);
+  if (database == nullptr) return call_end(false);
   if (buffer == nullptr) return call_failed(status::record_api_table_buffer);
   if (size < 1) return call_failed(status::record_api_buffer_size);
   return list_call(*database, [&](Database &open) { return list_tables(open, buffer, size); });
@@ -234,7 +234,7 @@ int tovik_gettbllst(tovik_db *db, char *buffer, int size) {
 int tovik_getcolilst(tovik_db *db, const char *table, tovik_coldef *columns, int max) {
   call_begin();
   const RecordDatabase *database = database_of(db);
-  if (database == nullptr) return call_failed(status::record_api_database_handle);
+  if (database == nullptr) return call_end(false);
   if (columns == nullptr) return call_failed(status::record_api_definitions_missing);
   if (max < 1) return call_failed(status::record_api_column_count);
   return list_call(*database, [&](Database &open) { return list_columns(open, table, columns, max); });

@@ -3,30 +3,96 @@
 #include <cstring>
 
 #include "api/convert.h"
-#include "api/handle.h"
 #include "api/library.h"
+#include "api/statement_database.h"
 #include "frame/error.h"
 #include "kld_api.h"
-#include "sql/statement.h"
 
 using namespace tovik;
 
 namespace {
 
-Database *database_of(const kld_db *db) {
-  return handle_object<Database>(db, HandleKind::statement_database);
-}
-Statement *statement_of(const kld_stmt *stmt) {
-  return handle_object<Statement>(stmt, HandleKind::statement);
-}
+// ---- handles ----
 
 int failure(StatusCode code) {
   err_set(code);
   return -1;
 }
 
-bool prepared(const Statement &statement) {
-  return statement.root != nullptr && statement.query != nullptr;
+// The object behind a caller's handle, or null with 190001, or 190010 in a process that fork made.
+template <class Object>
+Object *object_of(const void *handle, HandleKind kind) {
+  Object *object = static_cast<Object *>(handle_find(handle, kind));
+  if (object != nullptr) return object;
+  return fail_null(library_left_by_fork() ? status::api_not_initialised : status::api_argument_1);
+}
+
+OpenStatement *statement_of(const kld_stmt *stmt) {
+  return object_of<OpenStatement>(stmt, HandleKind::statement);
+}
+
+// The handle has been taken.
+void statement_free(OpenStatement *open) {
+  OpenStatement **link = &open->database->statements;
+  while (*link != open) link = &(*link)->next;
+  *link = open->next;
+  sql_destroy(open->statement);
+  mem_free(open->text);
+  mem_delete(open);
+}
+
+OpenStatement *statement_new(StatementDatabase &database) {
+  Statement *statement = sql_create(database.db);
+  if (statement == nullptr) return nullptr;
+  OpenStatement *open = mem_new<OpenStatement>();
+  const void *handle = open == nullptr ? nullptr : handle_new(HandleKind::statement, open);
+  if (handle == nullptr) {
+    mem_delete(open);
+    sql_destroy(statement);
+    return fail_null(status::out_of_memory);
+  }
+  open->statement = statement;
+  open->database = &database;
+  open->handle = handle;
+  open->next = database.statements;
+  return database.statements = open;
+}
+
+// ---- states ----
+
+// An execution that fails clears the statement object, since what it had computed would spoil another one,
+// and with it the hold for reading. To the caller the query stays prepared: whatever needs it next prepares
+// it again.
+Query *query_of(OpenStatement &open) {
+  if (open.again) {
+    if (sql_prepare(*open.statement, open.text, true) != SqlResult::done) return nullptr;
+    open.again = false;
+  }
+  const Statement &statement = *open.statement;
+  if (statement.root == nullptr || statement.query == nullptr)
+    return fail_null(status::statement_not_prepared);
+  return statement.query;
+}
+
+bool prepared(const OpenStatement &open) {
+  return open.again || (open.statement->root != nullptr && open.statement->query != nullptr);
+}
+
+bool keep_text(OpenStatement &open, const char *sql) {
+  const size_t size = strlen(sql) + 1;
+  if (size > open.text_size) {
+    char *text = static_cast<char *>(mem_realloc(open.text, size));
+    if (text == nullptr) return fail(status::out_of_memory);
+    open.text = text;
+    open.text_size = size;
+  }
+  memcpy(open.text, sql, size);
+  return true;
+}
+
+void clear(OpenStatement &open) {
+  open.again = false;
+  sql_clear(*open.statement);
 }
 
 int result_of(SqlResult result) {
@@ -42,28 +108,29 @@ int result_of(SqlResult result) {
 
 // What the two spellings of a statement text share: run takes the statement and its UTF-8 text.
 template <class Run>
-int with_wide_text(Statement &statement, const uint16_t *sql, Run run) {
+int with_wide_text(OpenStatement &open, const uint16_t *sql, Run run) {
   if (sql == nullptr || sql[0] == 0) return failure(status::api_argument_2);
   char *text = utf8_from_wide(sql);
   if (text == nullptr) return -1;
-  const SqlResult result = run(statement, text);
+  const SqlResult result = run(open, text);
   mem_free(text);
   return result_of(result);
 }
 
-SqlResult run_text(Statement &statement, const char *sql) {
-  return sql_execute_text(statement, sql);
+SqlResult run_text(OpenStatement &open, const char *sql) {
+  open.again = false;
+  return sql_execute_text(*open.statement, sql);
 }
-SqlResult prepare_text(Statement &statement, const char *sql) {
-  return sql_prepare(statement, sql, true);
+SqlResult prepare_text(OpenStatement &open, const char *sql) {
+  return keep_text(open, sql) ? sql_prepare(*open.statement, sql, true) : SqlResult::failed;
 }
 
 // The result column numbered column, or null with the status of what is wrong.
-const ResultColumn *result_column(const Statement *statement, int column) {
-  if (statement == nullptr) return fail_null(status::api_argument_1);
-  if (!prepared(*statement)) return fail_null(status::statement_not_prepared);
-  if (column < 1 || column > statement->query->column_count) return fail_null(status::api_argument_2);
-  return &statement->query->columns[column - 1];
+const ResultColumn *result_column(OpenStatement *open, int column) {
+  const Query *query = open == nullptr ? nullptr : query_of(*open);
+  if (query == nullptr) return nullptr;
+  if (column < 1 || column > query->column_count) return fail_null(status::api_argument_2);
+  return &query->columns[column - 1];
 }
 
 // The type in which values of a declared type are handed out.
@@ -100,98 +167,108 @@ int kld_api_remove_db(const char *params) {
 kld_db *kld_api_open_db(const char *params) {
   err_clear();
   if (!library_started()) return fail_null(status::api_not_initialised);
-  Handle *handle = handle_new(HandleKind::statement_database, nullptr);
-  if (handle == nullptr) return fail_null(status::out_of_memory);
-  handle->object = db_open(params);
-  if (handle->object == nullptr) {
-    handle_free(handle);
-    return nullptr;
-  }
-  return reinterpret_cast<kld_db *>(handle);
+  StatementDatabase *database = mem_new<StatementDatabase>();
+  if (database == nullptr) return fail_null(status::out_of_memory);
+  database->db = db_open(params);
+  void *handle = database->db == nullptr ? nullptr : handle_new(HandleKind::statement_database, database);
+  if (handle != nullptr) return static_cast<kld_db *>(handle);
+  if (database->db != nullptr) err_set(status::out_of_memory);
+  db_close(database->db);
+  mem_delete(database);
+  return nullptr;
 }
 
 void kld_api_close_db(kld_db *db) {
-  Database *database = database_of(db);
-  if (database == nullptr) return;
-  db_close(database);
-  handle_free(reinterpret_cast<Handle *>(db));
+  StatementDatabase *database;
+  {
+    const HandlesGuard guard;
+    database = static_cast<StatementDatabase *>(handle_take(db, HandleKind::statement_database));
+    if (database == nullptr) return;
+    while (database->statements != nullptr) {
+      (void)handle_take(database->statements->handle, HandleKind::statement);
+      statement_free(database->statements);
+    }
+  }
+  db_close(database->db);
+  mem_delete(database);
+}
+
+void tovik::statement_databases_close() {
+  while (const void *handle = handle_any(HandleKind::statement_database))
+    kld_api_close_db(static_cast<kld_db *>(const_cast<void *>(handle)));
 }
 
 kld_stmt *kld_api_create_stmt(kld_db *db) {
   err_clear();
-  Database *database = database_of(db);
-  if (database == nullptr) return fail_null(status::api_argument_1);
-  Handle *handle = handle_new(HandleKind::statement, nullptr);
-  if (handle == nullptr) return fail_null(status::out_of_memory);
-  handle->object = sql_create(database);
-  if (handle->object == nullptr) {
-    handle_free(handle);
-    return nullptr;
-  }
-  return reinterpret_cast<kld_stmt *>(handle);
+  StatementDatabase *database = object_of<StatementDatabase>(db, HandleKind::statement_database);
+  if (database == nullptr) return nullptr;
+  const HandlesGuard guard;
+  const OpenStatement *open = statement_new(*database);
+  return open == nullptr ? nullptr : static_cast<kld_stmt *>(const_cast<void *>(open->handle));
 }
 
 void kld_api_clear_stmt(kld_stmt *stmt) {
   err_clear();
-  Statement *statement = statement_of(stmt);
-  if (statement != nullptr) sql_clear(*statement);
+  const HandlesGuard guard;
+  OpenStatement *open = static_cast<OpenStatement *>(handle_find(stmt, HandleKind::statement));
+  if (open != nullptr) clear(*open);
 }
 
 void kld_api_destroy_stmt(kld_stmt *stmt) {
-  Statement *statement = statement_of(stmt);
-  if (statement == nullptr) return;
-  sql_destroy(statement);
-  handle_free(reinterpret_cast<Handle *>(stmt));
+  const HandlesGuard guard;
+  OpenStatement *open = static_cast<OpenStatement *>(handle_take(stmt, HandleKind::statement));
+  if (open != nullptr) statement_free(open);
 }
 
 int kld_api_exec_sql_char(kld_stmt *stmt, const char *sql) {
   err_clear();
-  Statement *statement = statement_of(stmt);
-  if (statement == nullptr) return failure(status::api_argument_1);
+  OpenStatement *open = statement_of(stmt);
+  if (open == nullptr) return -1;
   if (sql == nullptr || sql[0] == 0) return failure(status::api_argument_2);
-  return result_of(run_text(*statement, sql));
+  return result_of(run_text(*open, sql));
 }
 
 int kld_api_exec_sql_wchar(kld_stmt *stmt, const uint16_t *sql) {
   err_clear();
-  Statement *statement = statement_of(stmt);
-  if (statement == nullptr) return failure(status::api_argument_1);
-  return with_wide_text(*statement, sql, run_text);
+  OpenStatement *open = statement_of(stmt);
+  return open == nullptr ? -1 : with_wide_text(*open, sql, run_text);
 }
 
 int kld_api_pre_stmt_char(kld_stmt *stmt, const char *sql) {
   err_clear();
-  Statement *statement = statement_of(stmt);
-  if (statement == nullptr) return failure(status::api_argument_1);
-  if (prepared(*statement)) return failure(status::statement_prepared);
+  OpenStatement *open = statement_of(stmt);
+  if (open == nullptr) return -1;
+  if (prepared(*open)) return failure(status::statement_prepared);
   if (sql == nullptr || sql[0] == 0) return failure(status::api_argument_2);
-  return result_of(prepare_text(*statement, sql));
+  return result_of(prepare_text(*open, sql));
 }
 
 int kld_api_pre_stmt_wchar(kld_stmt *stmt, const uint16_t *sql) {
   err_clear();
-  Statement *statement = statement_of(stmt);
-  if (statement == nullptr) return failure(status::api_argument_1);
-  if (prepared(*statement)) return failure(status::statement_prepared);
-  return with_wide_text(*statement, sql, prepare_text);
+  OpenStatement *open = statement_of(stmt);
+  if (open == nullptr) return -1;
+  if (prepared(*open)) return failure(status::statement_prepared);
+  return with_wide_text(*open, sql, prepare_text);
 }
 
 int kld_api_exec_stmt(kld_stmt *stmt) {
   err_clear();
-  Statement *statement = statement_of(stmt);
-  if (statement == nullptr) return failure(status::api_argument_1);
-  if (!prepared(*statement)) return failure(status::statement_not_prepared);
-  if (statement->query->cursor != nullptr) return failure(status::statement_executed);
-  return sql_execute(*statement) ? 0 : -1;
+  OpenStatement *open = statement_of(stmt);
+  const Query *query = open == nullptr ? nullptr : query_of(*open);
+  if (query == nullptr) return -1;
+  if (query->cursor != nullptr) return failure(status::statement_executed);
+  open->again = !sql_execute(*open->statement);
+  return open->again ? -1 : 0;
 }
 
 int kld_api_fetch_stmt(kld_stmt *stmt) {
   err_clear();
-  Statement *statement = statement_of(stmt);
-  if (statement == nullptr) return failure(status::api_argument_1);
-  if (!prepared(*statement)) return failure(status::statement_not_prepared);
-  if (statement->query->cursor == nullptr) return failure(status::statement_not_executed);
-  switch (sql_fetch(*statement)) {
+  OpenStatement *open = statement_of(stmt);
+  if (open == nullptr) return -1;
+  if (!prepared(*open)) return failure(status::statement_not_prepared);
+  if (open->again || open->statement->query->cursor == nullptr)
+    return failure(status::statement_not_executed);
+  switch (sql_fetch(*open->statement)) {
     case RowFetch::row:
       return 1;
     case RowFetch::end:
@@ -204,13 +281,13 @@ int kld_api_fetch_stmt(kld_stmt *stmt) {
 int kld_api_get_data(kld_stmt *stmt, int column, int type, void *buffer, int size, int32_t *length,
                      int32_t *not_null) {
   err_clear();
-  Statement *statement = statement_of(stmt);
-  const ResultColumn *result = result_column(statement, column);
+  OpenStatement *open = statement_of(stmt);
+  const ResultColumn *result = result_column(open, column);
   if (result == nullptr) return -1;
   if (buffer == nullptr) return failure(status::api_argument_4);
   if (size <= 0) return failure(status::api_argument_5);
   if (not_null == nullptr) return failure(status::api_argument_7);
-  Cursor *cursor = statement->query->cursor;
+  Cursor *cursor = open->statement->query->cursor;
   if (cursor == nullptr) return failure(status::statement_not_executed);
   Value value;
   if (!cursor_value(*cursor, *result, &value)) return failure(status::column_value_read);
@@ -222,11 +299,12 @@ int kld_api_get_data(kld_stmt *stmt, int column, int type, void *buffer, int siz
 
 int kld_api_get_cols_count(kld_stmt *stmt, int32_t *count) {
   err_clear();
-  Statement *statement = statement_of(stmt);
-  if (statement == nullptr) return failure(status::api_argument_1);
+  OpenStatement *open = statement_of(stmt);
+  if (open == nullptr) return -1;
   if (count == nullptr) return failure(status::api_argument_2);
-  if (!prepared(*statement)) return failure(status::statement_not_prepared);
-  *count = statement->query->column_count;
+  const Query *query = query_of(*open);
+  if (query == nullptr) return -1;
+  *count = query->column_count;
   return 0;
 }
 

@@ -179,6 +179,10 @@ void env_release() {
   for (EnvRow &row : env_table) release_text(&row);
 }
 
+void env_forget() {
+  env_table = defaults;
+}
+
 EnvRow *env_find(const char *name) {
   int low = 0;
   int high = static_cast<int>(env_table.size()) - 1;

@@ -98,6 +98,9 @@ void env_start(const char *text);
 // Releases text values that the engine copied and sets all of those to null.
 void env_release();
 
+// Every parameter its default, without releasing anything.
+void env_forget();
+
 EnvRow *env_find(const char *name);  // exact name, or null
 
 // The run-time setter: a parameter fixed after start-up (flag P) and an unknown name are left alone.

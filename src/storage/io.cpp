@@ -171,6 +171,14 @@ void io_term() {
   layer = {};
 }
 
+void io_forget() {
+  for (const IoObject *object = layer.open; object != nullptr; object = object->next) {
+    const IoDriver &driver = driver_of(*object);
+    if (driver.kind == 0 && driver.file_close != nullptr) driver.file_close(object->handle);
+  }
+  layer = {};
+}
+
 bool io_initialised() {
   return layer.initialised;
 }

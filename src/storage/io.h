@@ -42,6 +42,11 @@ struct IoObject {
 // Closes the IO objects still open, ends the drivers and the platform. Must not run beside other users.
 void io_term();
 
+// In a process that fork made: closes its copies of the parent's open files, which leaves the parent's locks
+// alone, and forgets everything else as it is. Takes no lock: its holder may be a thread that this process
+// lacks.
+void io_forget();
+
 bool io_initialised();  // also the library's "initialised" for parameter blocks and storage managers
 bool io_driver_kind_is(int driver_no, int32_t kind);
 bool io_can_rename(int driver_no);  // storages can be kept under another name

@@ -9,6 +9,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <atomic>
@@ -98,8 +99,16 @@ int creation_take(int file) {
   return -1;
 }
 
+// A process that fork makes gets the table whole and its lock free.
+pthread_once_t creations_watch = PTHREAD_ONCE_INIT;
+
+void watch_creations() {
+  pthread_atfork([] { creations_lock.lock(); }, [] { creations_lock.unlock(); },
+                 [] { creations_lock.unlock(); });
+}
+
 int start() {
-  return 0;
+  return done(pthread_once(&creations_watch, watch_creations));
 }
 void end() {}
 

@@ -57,22 +57,32 @@ int leave_lock(Lock *lock) {
   return pthread_mutex_unlock(&lock->mutex) == 0 ? 0 : -1;
 }
 
-int process_id() {
-  return static_cast<int>(getpid());
-}
-
-// The kernel's thread id, asked for at every page access and therefore kept. A child process has its forking
-// thread's copy under a new id, so the copy is forgotten there.
+// The kernel's process and thread ids, asked for at every call and page access and therefore kept. A child
+// process has its forking thread's copies under new ids, so the copies are forgotten there.
+std::atomic<int> kept_process_id{0};
 __attribute__((tls_model("initial-exec"))) thread_local ThreadId kept_thread_id = 0;
 
-void forget_thread_id() {
+void forget_ids() {
+  kept_process_id.store(0, std::memory_order_relaxed);
   kept_thread_id = 0;
 }
 
 pthread_once_t fork_watch = PTHREAD_ONCE_INIT;
 
 void watch_forks() {
-  pthread_atfork(nullptr, nullptr, forget_thread_id);
+  pthread_atfork(nullptr, nullptr, forget_ids);
+}
+
+__attribute__((noinline)) int ask_process_id() {
+  pthread_once(&fork_watch, watch_forks);
+  const int id = static_cast<int>(getpid());
+  kept_process_id.store(id, std::memory_order_relaxed);
+  return id;
+}
+
+int process_id() {
+  const int kept = kept_process_id.load(std::memory_order_relaxed);
+  return kept != 0 ? kept : ask_process_id();
 }
 
 __attribute__((noinline)) ThreadId ask_thread_id() {
