@@ -106,33 +106,43 @@ DiskImage golden_from_statements() {
   return made_database(golden_params, golden_statements());
 }
 
-// ---- The text form: a line "NAME LENGTH" for each storage, then its bytes that are not zero as
-// "OFFSET BYTES" in hexadecimal, up to 48 bytes a line.
+// ---- The text form: a line "NAME LENGTH" for each storage, then a line for each block that is not all zero:
+// its number and "OFFSET:BYTES" in hexadecimal for what stands between the zeros.
+
+std::string hex(const Bytes &bytes, size_t from, size_t to) {
+  std::string text;
+  char digits[3];
+  for (size_t i = from; i < std::min(to, bytes.size()); ++i) {
+    snprintf(digits, sizeof digits, "%02x", bytes[i]);
+    text += digits;
+  }
+  return text;
+}
+
+std::string block_text(const Bytes &bytes, size_t block) {
+  constexpr size_t gap = 4;  // so many zeros may stand inside a piece
+  std::string text;
+  char offset[16];
+  const size_t end = std::min(block + block_size, bytes.size());
+  for (size_t at = block; at < end; ++at) {
+    if (bytes[at] == 0) continue;
+    size_t last = at;
+    for (size_t i = at; i < end && i <= last + gap; ++i)
+      if (bytes[i] != 0) last = i;
+    snprintf(offset, sizeof offset, " %zx:", at - block);
+    text += offset + hex(bytes, at, last + 1);
+    at = last;
+  }
+  return text;
+}
 
 std::string image_text(const DiskImage &image) {
-  constexpr size_t longest = 48, gap = 4;
   std::string text;
-  char piece[64];
   for (const auto &[name, bytes] : image) {
     text += name + " " + std::to_string(bytes.size()) + "\n";
-    for (size_t at = 0; at < bytes.size();) {
-      if (bytes[at] == 0) {
-        ++at;
-        continue;
-      }
-      size_t end = at, zeros = 0;
-      for (size_t i = at; i < std::min(at + longest, bytes.size()) && zeros <= gap; ++i) {
-        zeros = bytes[i] == 0 ? zeros + 1 : 0;
-        if (zeros == 0) end = i + 1;
-      }
-      snprintf(piece, sizeof piece, "%zx ", at);
-      text += piece;
-      for (; at < end; ++at) {
-        snprintf(piece, sizeof piece, "%02x", bytes[at]);
-        text += piece;
-      }
-      text += '\n';
-    }
+    for (size_t block = 0; block < bytes.size(); block += block_size)
+      if (const std::string pieces = block_text(bytes, block); !pieces.empty())
+        text += std::to_string(block / block_size) + pieces + "\n";
   }
   return text;
 }
@@ -140,15 +150,19 @@ std::string image_text(const DiskImage &image) {
 DiskImage image_from(std::istream &text) {
   DiskImage image;
   Bytes *bytes = nullptr;
-  std::string first, second;
-  while (text >> first >> second) {
+  for (std::string line, first, piece; std::getline(text, line);) {
+    std::istringstream words(line);
+    words >> first;
     if (first.find('.') != std::string::npos) {
-      bytes = &(image[first] = Bytes(std::stoul(second)));
+      words >> piece;
+      bytes = &(image[first] = Bytes(std::stoul(piece)));
       continue;
     }
-    const size_t at = std::stoul(first, nullptr, 16);
-    for (size_t i = 0; 2 * i < second.size(); ++i)
-      bytes->at(at + i) = static_cast<uint8_t>(std::stoi(second.substr(2 * i, 2), nullptr, 16));
+    while (words >> piece) {
+      size_t at = std::stoul(first) * block_size + std::stoul(piece, nullptr, 16);
+      for (size_t i = piece.find(':') + 1; i < piece.size(); i += 2)
+        bytes->at(at++) = static_cast<uint8_t>(std::stoi(piece.substr(i, 2), nullptr, 16));
+    }
   }
   return image;
 }
@@ -156,16 +170,6 @@ DiskImage image_from(std::istream &text) {
 DiskImage golden_image() {
   std::ifstream file(golden_file);
   return image_from(file);
-}
-
-std::string hex(const Bytes &bytes, size_t at) {
-  std::string text;
-  char piece[4];
-  for (size_t i = at; i < std::min(at + 16, bytes.size()); ++i) {
-    snprintf(piece, sizeof piece, "%02x ", bytes[i]);
-    text += piece;
-  }
-  return text;
 }
 
 // Every block that differs, with the place of its first other byte.
@@ -179,8 +183,9 @@ void expect_equal(const DiskImage &made, const DiskImage &wanted) {
     for (size_t block = 0; block < size; block += block_size)
       for (size_t at = block; at < std::min(block + block_size, size); ++at)
         if (found->second[at] != bytes[at]) {
-          ADD_FAILURE() << name << " block " << block / block_size << " offset " << at - block << ":\n  "
-                        << hex(found->second, at) << "\n  " << hex(bytes, at) << "wanted";
+          ADD_FAILURE() << name << " block " << block / block_size << " offset " << at - block << ":\n"
+                        << hex(found->second, at, at + 16) << "\n"
+                        << hex(bytes, at, at + 16) << " wanted";
           break;
         }
   }
@@ -219,14 +224,17 @@ void time_is_up(int) {
   abort();
 }
 
-// Reads everything by scans and by indices, checks it and changes it; what the scans of the tables gave, in
-// their order, or nothing when the database cannot be opened.
-Statements use(const DiskImage &image, bool check_ignore) {
+// Reads everything by scans and by indices, checks it and adds rows, or goes on to change and drop all; what
+// the scans of the tables gave, in their order, or nothing when the database cannot be opened.
+Statements use(const DiskImage &image, bool check_ignore, bool change_all) {
   fault_driver::load(image);
   Session session(golden_params +
                   ";CACHE_SIZE_DAT=24;CACHE_SIZE_TRN=24;CACHE_RTS=0;LOCK_RETRY=1;LOCK_SLEEP=1;BEGIN_RETRY=1;"
                   "BEGIN_SLEEP=1;CHECK_IGNORE=" +
                   (check_ignore ? "true" : "false"));
+  const auto run = [&session](const char *sql) {
+    EXPECT_NE(session.run(sql), -1) << "failed without a status: " << sql;
+  };
   Statements texts;
   if (!session.open()) {
     EXPECT_NE(session.open_status(), 0);
@@ -238,7 +246,15 @@ Statements use(const DiskImage &image, bool check_ignore) {
         "SELECT * FROM deep WHERE a = 'key 13'", "SELECT * FROM many WHERE a = 7 AND b > 10",
         "INSERT INTO counted (v) VALUES 'a text that needs chunks of its own, more than one'",
         "INSERT INTO deep VALUES 'key 5', 'new'", "INSERT INTO many VALUES 7, 3"})
-    EXPECT_NE(session.run(sql), -1) << "failed without a status: " << sql;
+    run(sql);
+  if (!change_all) return texts;
+  for (const char *sql :
+       {"UPDATE every SET q = q || ' and more', r = NULL, b = b + 1", "DELETE FROM counted WHERE id > 12",
+        "UPDATE deep SET a = 'other' WHERE a > 'key 2'", "DELETE FROM many WHERE a = 7", "DESCRIBE every ALL",
+        "CREATE TABLE later (a int, b text)", "CREATE INDEX renamed_new ON renamed (new)",
+        "DROP INDEX deep_ab", "BEGIN TRANSACTION", "INSERT INTO renamed VALUES 3", "DROP TABLE counted",
+        "ROLLBACK TRANSACTION", "EMPTY TABLE every", "DROP TABLE many", "INFO BM", "INFO TM"})
+    run(sql);
   return texts;
 }
 
@@ -249,23 +265,29 @@ class GoldenDamage : public Golden {
 
   void try_damage(DiskImage &image, const std::string &name, size_t at, const void *bytes, size_t count) {
     Bytes &storage = image[name];
-    Bytes good(storage.begin() + static_cast<ptrdiff_t>(at),
-               storage.begin() + static_cast<ptrdiff_t>(at + count));
+    const auto place = storage.begin() + static_cast<ptrdiff_t>(at);
+    const Bytes good(place, place + static_cast<ptrdiff_t>(count));
     memcpy(&storage[at], bytes, count);
-    snprintf(current_damage, sizeof current_damage,
-             "%s block %zu offset %zu: %zu bytes, first %02x for %02x\n", name.c_str(), at / block_size,
-             at % block_size, count, storage[at], good[0]);
+    const std::string what =
+        std::to_string(count) + " bytes, first " + hex(storage, at, at + 1) + " for " + hex(good, 0, 1);
+    const bool header = at < block_size;
+    for (const bool check_ignore : {false, true})
+      if (!check_ignore || header) try_image(image, name, at, what, check_ignore, header ? 0 : 1);
+    std::copy(good.begin(), good.end(), place);
+  }
+
+  // At most so many tables may read otherwise.
+  void try_image(const DiskImage &image, const std::string &name, size_t at, const std::string &what,
+                 bool check_ignore, int tables_touched) {
+    snprintf(current_damage, sizeof current_damage, "%s block %zu offset %zu: %s\n", name.c_str(),
+             at / block_size, at % block_size, what.c_str());
     SCOPED_TRACE(current_damage);
-    const bool header = at % storage.size() < block_size;
-    for (int ignore = 0; ignore <= (header ? 1 : 0); ++ignore) {
-      alarm(seconds_per_use);
-      const Statements texts = use(image, ignore != 0);
-      ++uses_;
-      if (texts.empty()) continue;
-      ++opened_;
-      EXPECT_LE(std::min(others(texts, states_[0]), others(texts, states_.back())), header ? 0 : 1);
-    }
-    std::copy(good.begin(), good.end(), storage.begin() + static_cast<ptrdiff_t>(at));
+    alarm(seconds_per_use);
+    const Statements texts = use(image, check_ignore, random_.one_in(8));
+    ++uses_;
+    if (texts.empty()) return;
+    ++opened_;
+    EXPECT_LE(std::min(others(texts, states_[0]), others(texts, states_.back())), tables_touched);
   }
 
   // Tables that read otherwise than in a state and do not say that they cannot. One place of a page belongs
@@ -277,15 +299,15 @@ class GoldenDamage : public Golden {
     return count;
   }
 
-  // Every byte of a storage is another one; of the bytes that are zero, outside the heads of blocks, half of
-  // them: which, the seed says.
+  // Every byte of a storage is another one; of the bytes that are zero, outside the heads of blocks, one in
+  // four: which, the seed says.
   void flip_bytes(DiskImage image, const std::string &name) {
     for (size_t at = 0; at < image[name].size() && !HasFailure(); ++at) {
       const uint8_t byte = image[name][at];
-      if (byte == 0 && at % block_size >= 32 && !random_.one_in(2)) continue;
+      if (byte == 0 && at % block_size >= 32 && !random_.one_in(4)) continue;
       const uint8_t other = byte ^ static_cast<uint8_t>(1 + random_.below(255));
       try_damage(image, name, at, &other, 1);
-      if (byte != 0 && random_.one_in(6)) change_word(image, name, std::min(at, image[name].size() - 4));
+      if (byte != 0 && random_.one_in(12)) change_word(image, name, std::min(at, image[name].size() - 4));
     }
   }
 
@@ -302,9 +324,26 @@ class GoldenDamage : public Golden {
         change_word(image, name, block + at);
   }
 
+  // The storage ends early; one block stands in the place of another.
+  void cut_and_copy(const DiskImage &image, const std::string &name) {
+    const Bytes &good = image.at(name);
+    const int any = static_cast<int>(tables.size());
+    for (size_t at = 0; at < good.size() && !HasFailure(); at += block_size / 2) {
+      DiskImage damaged = image;
+      damaged[name].resize(at + static_cast<size_t>(random_.below(2)));
+      try_image(damaged, name, at, "the end", false, any);
+      if (at % block_size != 0) continue;
+      damaged = image;
+      const size_t blocks = good.size() / block_size;
+      const size_t source = block_size * static_cast<size_t>(random_.below(static_cast<int>(blocks)));
+      memcpy(&damaged[name][at], &good[source], block_size);
+      try_image(damaged, name, at, "the block at " + std::to_string(source), true, any);
+    }
+  }
+
   // What an undamaged database reads as becomes one of the states.
   void add_state(const DiskImage &image) {
-    states_.push_back(use(image, false));
+    states_.push_back(use(image, false, false));
     ASSERT_EQ(states_.back().size(), tables.size());
     EXPECT_EQ(others(states_.back(), Statements(tables.size(), "?")), static_cast<int>(tables.size()))
         << "errors";
@@ -313,6 +352,7 @@ class GoldenDamage : public Golden {
     add_state(image);
     change_words(image, name);
     flip_bytes(image, name);
+    cut_and_copy(image, name);
     printf("%s: %d of %d damaged databases opened\n", name.c_str(), opened_, uses_);
   }
 
