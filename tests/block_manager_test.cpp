@@ -27,69 +27,6 @@ std::vector<std::pair<int, std::string>> patches(const std::string &text) {
   return result;
 }
 
-// The rows of 16 bytes that are not all zero: "0d0: 01000000 ...".
-std::string hex(const std::string &block) {
-  const std::string zeros(16, '\0');
-  std::string text;
-  char piece[32];
-  for (size_t row = 0; row < block.size(); row += 16) {
-    if (block.compare(row, 16, zeros) == 0) continue;
-    snprintf(piece, sizeof piece, "%03zx:", row);
-    text += piece;
-    for (size_t at = row; at < row + 16; ++at) {
-      snprintf(piece, sizeof piece, at % 4 == 0 ? " %02x" : "%02x", static_cast<uint8_t>(block[at]));
-      text += piece;
-    }
-    text += '\n';
-  }
-  return text;
-}
-
-TEST_F(Blocks, HeaderBlocksByteByByte) {
-  Engine engine;
-  SlotGuard<void (*)(Clock *)> clock(system_driver.utc_now, [](Clock *now) {
-    *now = {1700000000, 123};  // in the header 0x60A24181E407B
-  });
-  BlockDatabase database = create("SIZE_DAT=300B;SIZE_TRN=40B");
-  ASSERT_TRUE(database);
-  const std::string common =
-      "000: 4b4c4400 00020300 00030200 00000200\n"
-      "010: 00000000 00100000 2c010000 28000000\n"
-      "020: 00000000 2c010000 28000000 00000000\n"
-      "030: 6f726465 72730000 00000000 00000000\n";
-  EXPECT_EQ(size("orders.dat"), 300u * 4096);
-
-  bm_counters(*database, part_dat) = {259, 3, 2, 0x80000001};
-  database->header.last_applied = 0x1122334455667788;
-  ASSERT_TRUE(bm_write_header(*database, part_dat));
-  EXPECT_EQ(hex(content("orders.dat")), common +
-                                            "0d0: 00000000 00000000 03010000 03000000\n"
-                                            "0e0: 02000000 01000080 7b401e18 240a0600\n"
-                                            "0f0: 88776655 44332211 00000000 00000000\n");
-
-  ASSERT_TRUE(bm_trn_reset(*database));
-  bm_counters(*database, part_trn).bcnt = 9;
-  CommitRecord &commit = database->header.commit;
-  commit.tstat = tran_committed;
-  commit.map_bno = 8;
-  commit.map_icnt = 1;
-  commit.after = {20, 1, 19, 77};
-  commit.ctime = {-2, 3, 4, 5, 6, 7, 0, 891000};
-  commit.before = bm_counters(*database, part_dat);
-  commit.iid = database->header.creation_time;
-  commit.lcto = -1;
-  commit.lctn = 0x0102030405060708;
-  ASSERT_TRUE(bm_write_header(*database, part_trn));
-  EXPECT_EQ(hex(content("orders.trn")), common +
-                                            "0d0: 01000000 00000000 09000000 00000000\n"
-                                            "0e0: 00000000 00000000 03000000 08000000\n"
-                                            "0f0: 01000000 14000000 01000000 13000000\n"
-                                            "100: 00000000 feff0304 05060700 78980d00\n"
-                                            "110: 03010000 03000000 02000000 01000080\n"
-                                            "120: 7b401e18 240a0600 ffffffff ffffffff\n"
-                                            "130: 08070605 04030201 00000000 00000000\n");
-}
-
 TEST_F(Blocks, OpeningChecksTheHeader) {
   Engine engine;
   ASSERT_TRUE(create());
@@ -131,26 +68,6 @@ TEST_F(Blocks, OpeningChecksTheHeader) {
   patch("orders.dat", 0, good);
   EXPECT_FALSE(open("BLOCK_SIZE=1024"));
   EXPECT_EQ(take_recorded(), (Codes{20019, 20014}));
-}
-
-// The counters in memory stay as they were when a later read finds a damaged header.
-TEST_F(Blocks, DamagedHeadersChangeNothingInMemory) {
-  Engine engine;
-  BlockDatabase database = create("SIZE_DAT=100B;SIZE_TRN=20B");
-  ASSERT_TRUE(database);
-  write_record(*database);
-  const std::string good = content("orders.trn").substr(0, 4096);
-  const HeaderRecord before = database->header;
-  for (const auto &[offset, bytes] :
-       patches("01=58 D0=00 D8=14 EC=00 EC=03 F0=00 F0=03 F3=80 F4=64 F8=06 FF=80")) {
-    SCOPED_TRACE(offset);
-    patch("orders.trn", offset, bytes);
-    EXPECT_FALSE(bm_read_header(*database, part_trn));
-    EXPECT_EQ(take_recorded(), Codes{offset == 1 ? 20003 : 20019});
-    EXPECT_EQ(memcmp(&before, &database->header, sizeof before), 0);
-    patch("orders.trn", 0, good);
-  }
-  EXPECT_TRUE(bm_read_header(*database, part_trn));
 }
 
 TEST_F(Blocks, CreateOpenRemove) {

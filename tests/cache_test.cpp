@@ -54,64 +54,6 @@ TEST(CacheTest, ImmediateWriteReachesTheStorage) {
   EXPECT_EQ(1, header.parts[part_dat].counters.fcnt);
 }
 
-TEST(CacheTest, FreeListIsLastInFirstOut) {
-  StorageEngine engine;
-  Database db(memory_database, Database::Start::create);
-  for (BlockNo block = 3; block <= 12; ++block) ASSERT_EQ(block, db.add(static_cast<uint8_t>(block)));
-  ASSERT_TRUE(db.remove(7) && db.remove(9));
-  EXPECT_EQ(7, load_i32(db.get(9).data()));
-  EXPECT_EQ(0, db.get(9)[4]);
-
-  // A chain 4 -> 5 -> 6, linked by its owner; 5 keeps what else it holds.
-  for (BlockNo block : {4, 5}) {
-    Page page;
-    ASSERT_TRUE(sm_page_get(*db, block, 1, page));
-    store_i32(page.data(), block + 1);
-    ASSERT_TRUE(sm_page_release_write(page));
-  }
-  ASSERT_TRUE(sm_chain_free(*db, 1, 4, 6, 3));
-  ASSERT_TRUE(cm_flush(*db->dat, nullptr));
-  cm_drop(*db->dat, DropWhat::all);
-  for (BlockNo expected : {4, 5, 6, 9, 7, 13}) {
-    Page page;
-    ASSERT_TRUE(sm_page_new(*db, 2, page));
-    EXPECT_EQ(expected, page.block());
-    EXPECT_EQ(Bytes(1024, 0), Bytes(page.data(), page.data() + 1024));
-  }
-}
-
-TEST(CacheTest, DamagedFreeListIsRefusedBeforeAnythingChanges) {
-  StorageEngine engine;
-  constexpr StatusCode counts = status::cache_argument, links = status::cache_free_list;
-  struct Row {
-    const char *what;
-    int32_t fcnt;
-    BlockNo flst;
-    int32_t link;  // first word of block 4
-    StatusCode code;
-  } const rows[] = {
-      {"head without a count", 0, 4, 0, counts}, {"count without a head", 2, 0, 0, counts},
-      {"more than allocated", 99, 4, 3, counts}, {"negative count", -1, 4, 3, counts},
-      {"head past the end", 1, 77, 0, links},    {"link past the end", 2, 4, 77, links},
-      {"link to itself", 2, 4, 4, links},        {"chain ends early", 2, 4, 0, counts},
-  };
-  Database db(memory_database, Database::Start::create);
-  for (int i = 0; i < 4; ++i) ASSERT_NE(0, db.add(1));
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.what);
-    Page page;
-    ASSERT_TRUE(sm_page_get(*db, 4, 1, page));
-    store_i32(page.data(), row.link);
-    ASSERT_TRUE(sm_page_release_write(page));
-    db.counters() = {6, row.fcnt, row.flst, 0};
-    EXPECT_FALSE(sm_page_new(*db, 1, page));
-    EXPECT_EQ(Codes{row.code}, take_recorded());
-    EXPECT_EQ(row.fcnt, db.counters().fcnt);
-    EXPECT_EQ(row.flst, db.counters().flst);
-    EXPECT_EQ(row.link, load_i32(db.get(4).data()));
-  }
-}
-
 TEST(CacheTest, StopsAtTheSizeLimits) {
   StorageEngine engine;
   Database db(std::string(memory_database) + "SIZE_DAT=30B;SIZE_TRN=10B;CACHE_SIZE_TRN=4",

@@ -49,34 +49,6 @@ TEST_F(RowHandles, LargeValuesAroundTheInlinePart) {
   }
 }
 
-TEST_F(RowHandles, DamagedReferenceIsRefused) {
-  ASSERT_TRUE(store.create_table("t", {column("v", type::text, 1, 6, 8)}));
-  Rows rows(db(), "t");
-  ASSERT_TRUE(rows.insert({"a text of thirty characters..."}));
-  const RowNo row = rows.handle->row;
-  ASSERT_EQ(row_handle_read(*rows.handle, row), RowLoad::loaded);
-  const uint32_t chunk = load_u32(rows.handle->record + 4);
-  const struct {
-    const char *what;
-    int32_t length;
-    uint32_t chunk;
-    StatusCode expected;
-  } damages[] = {{"negative length", -2, 0, status::large_argument},
-                 {"long without chunk", 7, 0, status::large_argument},
-                 {"short with chunk", 6, 1024, status::large_argument},
-                 {"longer than everything", INT32_MAX, 1024, status::large_argument},
-                 {"beside its chunk", 30, chunk + 1, status::large_chunk_read}};
-  for (const auto &damage : damages) {
-    ASSERT_EQ(row_handle_read(*rows.handle, row), RowLoad::loaded);
-    store_i32(rows.handle->record, damage.length);
-    store_u32(rows.handle->record + 4, damage.chunk);
-    Value value;
-    EXPECT_FALSE(row_handle_value(*rows.handle, rows.column("v"), &value)) << damage.what;
-    EXPECT_EQ(error_record().last_code, damage.expected) << damage.what;
-  }
-  err_clear();
-}
-
 TEST_F(RowHandles, StaleDefinitionIsNotWritten) {
   ASSERT_TRUE(store.create_table("t", {column("a", type::int32)}));
   store.begin();

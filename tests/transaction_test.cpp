@@ -56,45 +56,6 @@ class TransactionTest : public testing::Test {
   std::optional<Database> db_;
 };
 
-TEST_F(TransactionTest, CommitRecordIsWrittenAsLaidDown) {
-  ASSERT_TRUE(commit_change({4}, 1));
-  const int64_t last_applied = (*db_)->bm->header.last_applied;
-  const Counters before = db_->counters();
-  ASSERT_TRUE(db_->begin() && change({9, 3, 7}, 0x55) && db_->remove(5) && db_->add(0x66) == 5);
-  ASSERT_TRUE(db_->remove(6) && db_->record());
-
-  const Bytes file = read_file(path("orders.trn"));
-  ASSERT_EQ(7 * block_size, file.size());  // header, five shadow blocks, map
-  const uint8_t *header = file.data();
-  const struct {
-    int offset;
-    int64_t value;
-  } fields[] = {{0xD0, 1},  {0xD4, 0},  {0xD8, 6},  {0xDC, 0},  {0xE0, 0},           {0xE4, 0},
-                {0xE8, 3},  {0xEC, 6},  {0xF0, 5},  {0xF4, 9},  {0xF8, 1},           {0xFC, 6},
-                {0x100, 0}, {0x110, 9}, {0x114, 0}, {0x118, 0}, {0x11C, before.ucnt}};
-  for (const auto &field : fields) EXPECT_EQ(field.value, load_i32(header + field.offset)) << field.offset;
-  EXPECT_EQ(0, load_i32(header + 0x10C) % 1000);
-  EXPECT_EQ((*db_)->bm->header.creation_time, load_i64(header + 0x120));
-  EXPECT_EQ(last_applied, load_i64(header + 0x128));
-  EXPECT_GT(load_i64(header + 0x130), last_applied);
-
-  const uint8_t *map = header + 6 * block_size;
-  const std::pair<BlockNo, uint8_t> moved[] = {{3, 0x55}, {5, 0x66}, {6, 0}, {7, 0x55}, {9, 0x55}};
-  for (const auto &[block, first_byte] : moved) {
-    EXPECT_EQ(block, load_i32(map));
-    const uint32_t shadow = load_u32(map + 4);
-    ASSERT_TRUE(shadow >= 1 && shadow <= 5);
-    EXPECT_EQ(first_byte, file[shadow * block_size]);
-    map += 8;
-  }
-  EXPECT_EQ(Bytes(block_size - 40, 0), Bytes(map, header + file.size()));
-
-  ASSERT_TRUE(db_->apply());
-  const Bytes dat = read_file(path("orders.dat"));
-  EXPECT_EQ(before.ucnt + 1, load_u32(dat.data() + 0xE4));
-  EXPECT_EQ(load_i64(header + 0x130), load_i64(dat.data() + 0xF0));
-}
-
 TEST_F(TransactionTest, MapOf513EntriesOfLargeBlocksTakesTwoBlocks) {
   Database db("NAME=big;TYPE=MEMORY;BLOCK_SIZE=4096;CACHE_SIZE_TRN=600", Database::Start::create);
   for (int rest : {512, 513}) {

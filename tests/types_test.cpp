@@ -77,42 +77,6 @@ TEST_F(TypesTest, TextIsStoredAndReadBack) {
   }
 }
 
-TEST_F(TypesTest, StoredBytes) {
-  const struct {
-    TypeCode code;
-    const char *text;  // null: NULL is stored
-    std::vector<uint8_t> bytes;
-  } cases[] = {
-      {type::tinyint, "-2", {0xFE}},
-      {type::int32, "305419896", {0x78, 0x56, 0x34, 0x12}},
-      {type::bigint, nullptr, {0, 0, 0, 0, 0, 0, 0, 0x80}},
-      {type::float32, "1", {0, 0, 0, 0x80, 0x3F}},
-      {type::float64, "-2", {0, 0, 0, 0, 0, 0, 0, 0, 0xC0}},
-      {type::character, "ab", {'a', 'b', 0, 0, 0}},
-      {type::date, nullptr, {0xFF, 0xFF, 0, 0}},
-      {type::microtimestamp, "20200131010203000258", {0xE4, 7, 1, 31, 1, 2, 3, 0, 2, 1, 0, 0}},
-      {type::text, nullptr, {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0}},
-  };
-  for (const auto &c : cases) {
-    SCOPED_TRACE(std::string(type_row(c.code)->name) + (c.text == nullptr ? " NULL" : c.text));
-    std::vector<uint8_t> stored(c.bytes.size(), 0xEE);
-    const ValueMode mode = c.text == nullptr ? ValueMode::null : ValueMode::text;
-    store_value(c.code, mode, c.text, stored.data(), 5, 0);
-    EXPECT_EQ(type_stored_size(c.code, 5, 0), static_cast<int>(stored.size()));
-    EXPECT_EQ(stored, c.bytes);
-  }
-}
-
-TEST_F(TypesTest, DamagedDatesAreRefused) {
-  const std::pair<size_t, uint8_t> damages[] = {{1, 0xFF}, {2, 200}, {3, 32}, {4, 24}, {6, 0xFF}, {11, 0xFF}};
-  for (const auto &[offset, byte] : damages) {
-    std::vector<uint8_t> stored = {0xE4, 7, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0};
-    EXPECT_EQ(fetch_text(type::microtimestamp, stored), "20200101000000000000");
-    stored[offset] = byte;
-    EXPECT_EQ(fetch_text(type::microtimestamp, stored), "13001") << "byte " << offset;
-  }
-}
-
 TEST_F(TypesTest, TimesAreStoredInUtc) {
   env_table[static_cast<int>(Env::gmt_time)].number = 0;
   std::vector<uint8_t> stored;
