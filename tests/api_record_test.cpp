@@ -146,7 +146,8 @@ void Arguments::schema() {
   const tovik_coldef good = coldef("c", TOVIK_INT), with_digit = coldef("1c", TOVIK_INT),
                      keyword = coldef("Select", TOVIK_INT),
                      unended = coldef(too_long_name.c_str(), TOVIK_INT), varchar = coldef("c", 0x20d, 5),
-                     byte = coldef("c", 0x13);
+                     byte = coldef("c", 0x13), wide_char = coldef("c", TOVIK_COL_CHAR, 32768),
+                     wide_row = coldef("c", TOVIK_TEXT, 20, 65536);
   tovik_coldef list[2];
   GIVES(202114) << tovik_create(nullptr, nullptr) << tovik_drop("");
   GIVES(120101) << tovik_create("r", db.params());
@@ -159,6 +160,8 @@ void Arguments::schema() {
                 << tovik_createtbl(db, "n", &unended, 1);
   GIVES(202152) << tovik_createtbl(db, "n", &varchar, 1);
   GIVES(202153) << tovik_createtbl_ex(db, "n", &byte, 1, nullptr);
+  GIVES(142007) << tovik_createtbl(db, "n", &wide_char, 1);
+  GIVES(142008) << tovik_createtbl(db, "n", &wide_row, 1);
   GIVES(202121) << tovik_createidx(db, "i", nullptr, 0, nullptr, 0, 0)
                 << tovik_createidx(db, "i", null_column, 2, "t", 0, 0);
   GIVES(202122) << tovik_createidx(db, "i", columns, 0, "t", 0, 0)
@@ -179,8 +182,9 @@ void Arguments::cursors() {
   half.right = nullptr;
   tovik_not(&too_deep, &half);
   tovik_not(&ring, &ring);
-  tovik_order unsorted = {}, wrong;
+  tovik_order unsorted = {}, wrong, twice;
   tovik_sort(&wrong, 1, "nosuch", 0);
+  tovik_sort(&twice, 3, "a", 0, "b", 0, "t.a", 1);
   GIVES(202125) << tovik_opencur(db, nullptr, 0, nullptr, nullptr)
                 << tovik_opencur(db, no_name, 2, nullptr, nullptr);
   GIVES(202126) << tovik_opencur(db, tables, 0, nullptr, nullptr);
@@ -190,6 +194,7 @@ void Arguments::cursors() {
                 << tovik_update(db, "t", &value, 1, &nothing);
   GIVES(150004) << tovik_opencur(db, tables, 1, &ring, nullptr);
   GIVES(202138) << tovik_opencur(db, tables, 1, &one, &unsorted);
+  GIVES(161001) << tovik_opencur(db, tables, 1, &one, &twice);
   GIVES(150008) << tovik_opencur(db, tables, 1, &one, &wrong)
                 << tovik_opencur_dist(db, tables, 1, &one, nullptr, unknown, 1);
   GIVES(202113) << tovik_opencur_dist(db, tables, 1, &one, nullptr, bad_distinct, 2);
@@ -438,6 +443,55 @@ TEST(RecordReads, EveryColumnAsEveryType) {
     EXPECT_EQ(tovik_fetchcur(cursor), 0);
     tovik_closecur(cursor);
   }
+}
+
+// Each name, plain and qualified, in any order and again: the first column that bears it.
+TEST(RecordReads, ByManyNamesAndByOnesThatSeveralBear) {
+  RecordDatabase db;
+  std::string columns, values, items;
+  std::vector<std::string> names;
+  for (int i = 0; i < 200; ++i) {
+    const std::string name = "c" + std::to_string(i);
+    columns += (i == 0 ? "" : ", ") + name + " int";
+    values += (i == 0 ? "" : ", ") + std::to_string(i);
+    if (i < 128) items += (i == 0 ? "" : ", ") + name + (i % 2 == 0 ? "" : " + 0 AS " + name);
+    names.push_back(name);
+  }
+  db.run({("CREATE TABLE t (" + columns + ")").c_str(), ("INSERT INTO t VALUES " + values).c_str(),
+          ("INSERT INTO t VALUES " + values).c_str(), "CREATE TABLE u (x int, c1 int)",
+          "INSERT INTO u VALUES 1, 7", "UPDATE t SET c199 = 0"});
+  const char *tables[] = {"t", "u"};
+  Random random;
+  for (const bool sql : {false, true}) {
+    tovik_cur *cursor = sql ? tovik_selectsql_char(db, ("SELECT " + items + " FROM t").c_str())
+                            : tovik_opencur(db, tables, 2, nullptr, nullptr);
+    for (int row = 0; row < 2; ++row) {
+      ASSERT_EQ(tovik_fetchcur(cursor), 1) << tovik_geterr();
+      for (int read = 0; read < 2000; ++read) {
+        const int i = random.below(sql ? 128 : 199);
+        const std::string name = (sql || random.one_in(2) ? "" : "t.") + names[static_cast<size_t>(i)];
+        int32_t value = -1;
+        ASSERT_EQ(tovik_getcol_i32(cursor, name.c_str(), &value), 1) << name << tovik_geterr();
+        ASSERT_EQ(value, i) << name;
+      }
+      int32_t value = -1;
+      GIVES(sql ? 202140 : 0) << tovik_getcol_i32(cursor, "u.c1", &value);
+      EXPECT_EQ(value, sql ? -1 : 7);
+    }
+    tovik_closecur(cursor);
+  }
+  tovik_cur *cursor = tovik_selectsql_char(db, "SELECT x AS c1, c1, c1 + 1, x + 1, x AS EXPRESSION_2 FROM u");
+  GIVES(0) << tovik_fetchcur(cursor);
+  const std::pair<const char *, int> first[] = {
+      {"c1", 1}, {"x", 1}, {"EXPRESSION_1", 8}, {"EXPRESSION_2", 2}, {"c1", 1}};
+  int32_t value = -1;
+  for (const auto &[name, expected] : first) {
+    GIVES(0) << tovik_getcol_i32(cursor, name, &value);
+    EXPECT_EQ(value, expected) << name;
+  }
+  GIVES(202140) << tovik_getcol_i32(cursor, "EXPRESSION_01", &value)
+                << tovik_getcol_i32(cursor, "EXPRESSION_3", &value);
+  tovik_closecur(cursor);
 }
 
 // Every text that a row gave stays until the next fetch, whatever is read after it.

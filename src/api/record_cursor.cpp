@@ -128,6 +128,13 @@ bool request_order(RecordCursor &cursor, const Wanted &wanted, CursorRequest &re
   return keys != nullptr && order_keys(cursor.tables, *wanted.order, keys, &request.order_count);
 }
 
+bool reserve_names(RecordCursor &cursor) {
+  int count = cursor.column_count;
+  for (const TableAccess *access = cursor.tables; access != nullptr; access = access->next)
+    count += access->handle->table->column_count;
+  return names_reserve(*cursor.area->pool, count, &cursor.names);
+}
+
 bool open_rows(RecordCursor &cursor, const Wanted &wanted) {
   Database &db = *cursor.database->db;
   const ThreadId thread = current_thread();
@@ -138,7 +145,8 @@ bool open_rows(RecordCursor &cursor, const Wanted &wanted) {
   CursorRequest request{};
   if (!tables_open(db, *cursor.area->pool, wanted.tables, wanted.table_count, &cursor.tables) ||
       !request_rows(*cursor.area, cursor.tables, wanted.condition, request) ||
-      !request_order(cursor, wanted, request) || !request_distinct(cursor, wanted, request))
+      !request_order(cursor, wanted, request) || !request_distinct(cursor, wanted, request) ||
+      !reserve_names(cursor))
     return false;
   cursor.rows = cursor_open(request);
   return cursor.rows != nullptr;
@@ -203,7 +211,7 @@ bool open_query(RecordCursor &cursor, const char *sql) {
   cursor.columns = statement.query->columns;
   cursor.column_count = statement.query->column_count;
   cursor.rows = statement.query->cursor;
-  return true;
+  return reserve_names(cursor);
 }
 
 RecordCursor *select(RecordDatabase &database, const char *sql) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "api/record.h"
+#include "api/record_names.h"
 #include "sql/statement.h"
 
 namespace tovik {
@@ -24,6 +25,7 @@ struct RecordCursor {
   int column_count;
   Cursor *rows;          // SQL: the statement's
   Statement *statement;  // SQL: owned
+  KnownNames names;      // by which columns were read
   TextBuffer *texts;     // given out for the current row; owned
   void *handle;
   RecordCursor *next;  // in the database's list

@@ -28,32 +28,9 @@ struct ColumnValue {
 
 // ---- finding the value ----
 
-bool same_column(const ColumnRef &a, const ColumnRef &b) {
-  return a.row == b.row && a.column == b.column;
-}
-
-const ResultColumn *distinct_column(const RecordCursor &cursor, const char *name) {
-  const ColumnReference split(name);
-  ColumnRef found;
-  if (!column_lookup(cursor.tables, split.table, split.column, &found)) return nullptr;
-  for (int i = 0; i < cursor.column_count; ++i)
-    if (same_column(cursor.columns[i].column, found)) return &cursor.columns[i];
-  return fail_null(status::record_api_result_column);
-}
-
-const ResultColumn *sql_column(const RecordCursor &cursor, const char *name) {
-  for (int i = 0; i < cursor.column_count; ++i) {
-    const ResultColumn &column = cursor.columns[i];
-    char buffer[result_name_size];
-    if (strcmp(result_name(column, buffer), name) == 0 || strcmp(column.label, name) == 0) return &column;
-  }
-  return fail_null(status::record_api_result_column);
-}
-
 bool table_value(RecordCursor &cursor, const char *name, ColumnValue *read) {
-  const ColumnReference split(name);
   ColumnRef found;
-  if (!column_lookup(cursor.tables, split.table, split.column, &found)) return false;
+  if (!cursor_table_column(cursor, name, &found)) return false;
   if (cursor.rows->place != CursorPlace::on_row) return fail(status::record_not_found);
   read->code = found.column->type;
   return row_handle_value(*found.row, *found.column, &read->value);
@@ -71,14 +48,8 @@ bool result_value(RecordCursor &cursor, const ResultColumn *column, ColumnValue 
 }
 
 bool find_value(RecordCursor &cursor, const char *name, ColumnValue *read) {
-  switch (cursor.state) {
-    case CursorState::table:
-      return table_value(cursor, name, read);
-    case CursorState::distinct:
-      return result_value(cursor, distinct_column(cursor, name), read);
-    default:
-      return result_value(cursor, sql_column(cursor, name), read);
-  }
+  if (cursor.state == CursorState::table) return table_value(cursor, name, read);
+  return result_value(cursor, cursor_result_column(cursor, name), read);
 }
 
 // ---- what a column may be read as ----

@@ -34,7 +34,7 @@ bool read_name(const char *given, char (&name)[name_size]) {
 
 // ---- tables ----
 
-// The sizes that a column of the type is made with; 202152, 202153.
+// The sizes that a column of the type is made with; 202152, 202153, 142007, 142008.
 bool read_type(const tovik_coldef &given, ColumnDefinition &column) {
   const auto size = [](int32_t parameter) {
     return parameter < 1 ? int16_t{default_size} : static_cast<int16_t>(parameter);
@@ -70,8 +70,8 @@ bool read_type(const tovik_coldef &given, ColumnDefinition &column) {
     default:
       return fail(status::record_api_column_type_code);
   }
-  if ((column.p1 > 0 && given.p1 > INT16_MAX) || (column.p3 > 0 && given.p2 > INT16_MAX))
-    return fail(status::type_parameter_1);
+  if (column.p1 != 0 && given.p1 > INT16_MAX) return fail(status::column_parameter_1);
+  if (column.p3 != 0 && given.p2 > INT16_MAX) return fail(status::column_parameter_2);
   column.type = static_cast<TypeCode>(given.type);
   return true;
 }

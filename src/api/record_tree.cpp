@@ -112,13 +112,15 @@ Node *condition_tree(MemoryPool &pool, const tovik_cond &condition) {
 }
 
 bool order_keys(TableAccess *tables, const tovik_order &order, OrderKey *keys, int *count) {
+  *count = 0;
   if (order.count < 1 || order.count > record_order_limit) return fail(status::record_api_sort_count);
   for (int i = 0; i < order.count; ++i) {
     const ColumnReference name = reference(order.column[i]);
-    if (!column_lookup(tables, name.table, name.column, &keys[i].column)) return false;
-    keys[i].direction = order.descending[i] != 0 ? SortDirection::descending : SortDirection::ascending;
+    OrderKey key;
+    if (!column_lookup(tables, name.table, name.column, &key.column)) return false;
+    key.direction = order.descending[i] != 0 ? SortDirection::descending : SortDirection::ascending;
+    if (!order_add(keys, count, key)) return false;
   }
-  *count = order.count;
   return true;
 }
 

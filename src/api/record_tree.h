@@ -14,7 +14,7 @@ inline constexpr int record_order_limit = 4;
 // 202161 (an operator that no builder gives), 202132 (a type that none gives), 301, 110002.
 Node *condition_tree(MemoryPool &pool, const tovik_cond &condition);
 
-// Resolves the keys of order among tables; keys holds record_order_limit of them. 202138, 150008.
+// Resolves the keys of order among tables; keys holds record_order_limit of them. 202138, 150008, 161001.
 [[nodiscard]] bool order_keys(TableAccess *tables, const tovik_order &order, OrderKey *keys, int *count);
 
 }  // namespace tovik

@@ -162,17 +162,23 @@ bool read_order(Query &query, const Node *item) {
       return false;
     }
     if (query.order_count == order_key_limit) return fail(status::too_many_order_keys);
-    for (int i = 0; i < query.order_count; ++i) {
-      const ColumnRef &other = query.order[i].column;
-      if (other.row == found.row && other.column == found.column) return fail(status::sort_column_twice);
-    }
-    query.order[query.order_count++] = {
-        found, item->qual == 0 ? SortDirection::ascending : SortDirection::descending};
+    const SortDirection direction = item->qual == 0 ? SortDirection::ascending : SortDirection::descending;
+    if (!order_add(query.order, &query.order_count, {found, direction})) return false;
   }
   return true;
 }
 
 }  // namespace
+
+bool order_add(OrderKey *keys, int *count, const OrderKey &key) {
+  for (int i = 0; i < *count; ++i) {
+    const ColumnRef &other = keys[i].column;
+    if (other.row == key.column.row && other.column == key.column.column)
+      return fail(status::sort_column_twice);
+  }
+  keys[(*count)++] = key;
+  return true;
+}
 
 const char *result_name(const ResultColumn &column, char (&buffer)[result_name_size]) {
   if (column.kind == ResultKind::column) return column.column.column->name;

@@ -35,6 +35,9 @@ struct OrderKey {
   SortDirection direction;
 };
 
+// Appends a key. 161001: its column is a key already.
+[[nodiscard]] bool order_add(OrderKey *keys, int *count, const OrderKey &key);
+
 // The name under which a caller knows a result column: the table column's, "EXPRESSION_n" (written into
 // buffer) or the label.
 inline constexpr int result_name_size = 32;
