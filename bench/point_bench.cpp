@@ -61,7 +61,7 @@ class TovikRecords {
     need(tovik_init("") == 0 && tovik_create("b", params.c_str()) == 0, "create");
     db_ = tovik_open("b", params.c_str());
     need(db_ != nullptr, "open");
-    static constexpr tovik_coldef columns[] = {{"id", TOVIK_INT, 1, 0, 0, 0},
+    static constexpr tovik_coldef columns[] = {{"id", TOVIK_COL_INT, 1, 0, 0, 0},
                                                {"name", TOVIK_COL_CHAR, 0, 40, 0, 0},
                                                {"price", TOVIK_COL_DOUBLE, 0, 0, 0, 0}};
     const char *key[] = {"id"};

@@ -24,7 +24,7 @@ static void create_schema(tovik_db *db) {
   static const tovik_coldef zone[] = {{"name", TOVIK_COL_CHAR, 1, 40, 0, 0},
                                       {"country", TOVIK_COL_CHAR, 1, 2, 0, 0},
                                       {"latitude", TOVIK_COL_DOUBLE, 1, 0, 0, 0},
-                                      {"remark", TOVIK_TEXT, 0, 0, 40, 0}};
+                                      {"remark", TOVIK_COL_TEXT, 0, 0, 40, 0}};
   need(tovik_createtbl(db, "country", country, COUNT(country)), "create table");
   need(tovik_createtbl(db, "zone", zone, COUNT(zone)), "create table");
   need(tovik_createidx(db, "country_code", (const char *[]){"code"}, 1, "country", 1, 0), "create index");

@@ -7,8 +7,6 @@
 
 #include "kld_api.h"
 
-enum { mode_create = 0, mode_script = 3, mode_interactive = 4, mode_exists = 6 };
-
 int main(int argc, char **argv) {
   char where[512];
   if (argc != 2 && argc != 3) {
@@ -22,9 +20,10 @@ int main(int argc, char **argv) {
   }
   snprintf(where, sizeof where, "NAME=shell;PATH=\"%s\"", argv[1]);
   if (kld_api_init("HVI_SQL_SEL_SEP=', '") != 0) return 1;
-  int result =
-      kld_cmd_exec(NULL, mode_exists, where, NULL) == 1 ? 0 : kld_cmd_exec(NULL, mode_create, where, NULL);
-  if (result == 0) result = kld_cmd_exec(in, argc == 3 ? mode_script : mode_interactive, where, NULL);
+  int result = kld_cmd_exec(NULL, KLD_CMD_EXISTS, where, NULL) == 1
+                   ? 0
+                   : kld_cmd_exec(NULL, KLD_CMD_CREATE, where, NULL);
+  if (result == 0) result = kld_cmd_exec(in, argc == 3 ? KLD_CMD_SCRIPT : KLD_CMD_INTERACTIVE, where, NULL);
   kld_api_end();
   return result == 0 ? 0 : 1;
 }

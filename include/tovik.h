@@ -9,8 +9,8 @@
  *       -> tovik_closecur -> tovik_close
  *
  *   Conditions, sort orders and column values are records that the caller owns and may reuse; builders fill
- *   them. What such a record points to (texts, bytes, the operands of AND, OR and NOT) must stay where it is
- *   until the call that takes the record - tovik_opencur, tovik_insert, ... - has returned; no longer.
+ *   them. What such a record points to (texts, bytes, the operands of AND, OR and NOT) must stay where it
+ *   is until the call that takes the record - tovik_opencur, tovik_insert, ... - has returned; no longer.
  *
  *     tovik_cond is_adult;
  *     tovik_comp_i32(&is_adult, "age", TOVIK_GE, 18);
@@ -24,21 +24,25 @@
  *
  * TRANSACTIONS
  *   A transaction belongs to the thread that began it. Outside one, and with HVI_AUTO_COMMIT ON (the
- * default), every changing call is a transaction of its own: committed when it succeeds, rolled back when it
- * fails. Inside one a failed call keeps what it had changed until then; roll back to undo it.
+ *   default), every changing call is a transaction of its own: committed when it succeeds, rolled back when
+ *   it fails. Inside one a failed call keeps what it had changed until then; roll back to undo it.
  *
  * THREADS
  *   tovik_init and tovik_end run while no other thread uses the library. A database handle may be shared by
  *   threads (at most 16 of them at a time work on one database); a cursor belongs to the thread that opened
- *   it. An open cursor over tables holds the database for reading: meanwhile no other thread or process can
- *   finish a commit (it waits and then fails with 140003).
+ *   it, and may be closed by any other. An open cursor, over tables or of a SELECT, holds the database for
+ *   reading: meanwhile no other thread or process can finish a commit (it waits and then fails with
+ *   140003). The life of handles, which calls may run beside each other, and what a process that fork made
+ *   may do: tovik_types.h.
  *
  * ERRORS
- *   Functions that return int give 0 (or what is stated) on success and -1 on failure; functions that return
- *   a handle give null on failure. tovik_geterr then gives the code, tovik_geterrinfo the whole record. The
- *   codes 202101 to 202161 are this interface's own and are listed with the functions; any other code comes
- *   from the engine (docs/ERRORS.md). Handles are checked: null, closed and foreign ones give their code or
- *   are ignored.
+ *   Functions that return int give 0 (or what is stated) on success and -1 on failure; functions that
+ *   return a handle give null on failure. tovik_geterr then gives the code, tovik_geterrinfo the whole
+ *   record. The codes 202101 to 202161 are this interface's own and are listed with the functions, with
+ *   those of the engine that their caller can cause or should expect; any function may also fail with the
+ *   code of the system service that failed beneath it (docs/ERRORS.md). Handles are checked: null, ended
+ *   and foreign ones give their code (202115, 202116) or are ignored. In a process that fork made every
+ *   handle gives 202101.
  *
  * TEXTS are zero-terminated, in the database's character set (UTF-8 unless HVI_LANG says otherwise); wide
  *   texts are UTF-16LE, surrogate pairs included. Sizes and lengths are in bytes.
@@ -58,37 +62,17 @@ extern "C" {
 typedef struct tovik_db tovik_db;   /* a database handle */
 typedef struct tovik_cur tovik_cur; /* a cursor */
 
-/* Codes of column types in a definition. */
+/* Operators of conditions: all that there are. */
 enum {
-  TOVIK_TINYINT = 0x41, /* 8 to 64 bits; the smallest number of each width is not available */
-  TOVIK_SMALLINT = 0x42,
-  TOVIK_INT = 0x43,
-  TOVIK_BIGINT = 0x44,
-  TOVIK_CTINYINT = 0x45, /* the same with the full range, a byte longer */
-  TOVIK_CSMALLINT = 0x46,
-  TOVIK_CINT = 0x47,
-  TOVIK_CBIGINT = 0x48,
-  TOVIK_COL_FLOAT = 0x89,
-  TOVIK_COL_DOUBLE = 0x8a,
-  TOVIK_COL_CHAR = 0x20c, /* p1: bytes */
-  TOVIK_TEXT = 0x120e,    /* of any length; p2: bytes kept in the row itself, the others lie in chunks */
-  TOVIK_TIME = 0x80f,     /* date and time to the second */
-  TOVIK_DATE = 0x810,
-  TOVIK_MICROTIMESTAMP = 0x811, /* date and time to the microsecond */
-  TOVIK_BLOB = 0x1412           /* bytes of any number; p2 as for text */
-};
-
-/* Operators of conditions. */
-enum {
-  TOVIK_EQ = 101,
-  TOVIK_NE = 102,
+  TOVIK_EQ = 101, /* with TOVIK_NULL: IS NULL */
+  TOVIK_NE = 102, /* with TOVIK_NULL: IS NOT NULL */
   TOVIK_LT = 103,
   TOVIK_GT = 104,
   TOVIK_LE = 105,
   TOVIK_GE = 106,
   TOVIK_MATCH = 107, /* the pattern of SQL's MATCH */
   TOVIK_LIKE = 115,  /* the pattern of SQL's LIKE */
-  TOVIK_RANGE = 110,
+  TOVIK_RANGE = 110, /* between two bounds */
   TOVIK_AND = 400,
   TOVIK_OR = 401,
   TOVIK_NOT = 402
@@ -97,10 +81,11 @@ enum {
 /* A column of a table being created, or listed. */
 typedef struct tovik_coldef {
   char name[20];    /* at most 19 bytes and the terminator */
-  int32_t type;     /* TOVIK_TINYINT .. TOVIK_BLOB */
+  int32_t type;     /* TOVIK_COL_TINYINT .. TOVIK_COL_BLOB */
   int32_t not_null; /* 1 for NOT NULL, else 0 */
-  int32_t p1, p2;   /* sizes, as the type says; 20 when below 1 */
-  int32_t p3;       /* only filled, by tovik_getcolilst */
+  int32_t p1;       /* char: bytes; text, blob: kept, without effect. 20 when below 1, at most 32767 */
+  int32_t p2;       /* text, blob: bytes in the row. 20 when below 1, at most 32767. Other types: ignored */
+  int32_t p3;       /* ignored; tovik_getcolilst tells the bytes of a chunk */
 } tovik_coldef;
 
 typedef struct tovik_autoinc {
@@ -139,7 +124,7 @@ typedef struct tovik_cond {
   char column[42];
   char second_column[42]; /* comparison of two columns */
   int32_t op;             /* TOVIK_EQ .. TOVIK_NOT */
-  int32_t type;           /* API data type of the operand; 0 a test for NULL, 100 two columns */
+  int32_t type;           /* API data type of the operand; TOVIK_NULL a test for NULL, 100 two columns */
   tovik_value value;      /* the operand, or the lower bound */
   tovik_value upper;
   char lower_inclusive;
@@ -158,7 +143,7 @@ typedef struct tovik_order {
 /* The value of one column of a row to be written. Filled by tovik_setcol and its typed forms. */
 typedef struct tovik_colval {
   char name[24];
-  int32_t type; /* API data type; 0 is NULL */
+  int32_t type; /* API data type; TOVIK_NULL is NULL */
   tovik_value value;
 } tovik_colval;
 
@@ -168,7 +153,7 @@ typedef struct tovik_colval {
  * 487 characters. Result: 0; -1 with 112012 (params too long) or the codes of kld_api_init. */
 TOVIK_API int tovik_init(const char *params);
 
-/* The same as kld_api_end. */
+/* The same as kld_api_end: every database that is still open is closed. */
 TOVIK_API void tovik_end(void);
 
 /* The code of the first failure of the calling thread's last record-interface call, 0 after one that
@@ -181,24 +166,29 @@ TOVIK_API void tovik_geterrinfo(char *buffer, int size);
 
 /* ---- databases ----
  * name: the database's name (NAME of the parameter string). params: further parameters ("PATH=/data;
- * CACHE_SIZE_DAT=1024"), null or "" for none; both together at most 505 characters. All: 202114 (name null or
- * empty), 202101 (library not started), 112012 (texts too long). */
+ * CACHE_SIZE_DAT=1024"; all of them: docs/PARAMETERS.md), null or "" for none; both together at most 505
+ * characters. All: 202114 (name null or empty), 202101 (library not started), 112012 (texts too long), other
+ * 112xxx (a parameter is wrong). */
 
-/* Creates the database and closes it again. 120101: it exists (and OVERWRITE is not true); 112xxx. */
+/* Creates the database and closes it again. 120101: it exists (and OVERWRITE is not true); 101 (no such
+ * directory, no right to write there). */
 TOVIK_API int tovik_create(const char *name, const char *params);
 
-/* Removes the database of that name in the current directory, with all its files. 120102: there is none. */
+/* Removes the database of that name, with all its files; a directory stands in the name ("/data/shop").
+ * 120102: there is none; 20006, 108: somebody has it open, or the system refused. */
 TOVIK_API int tovik_drop(const char *name);
 
 /* Opens a database; a commit cut short by a crash is completed first. Result: a handle, to be closed with
- * tovik_close; null with 202102 (no memory) or the codes of kld_api_open_db. */
+ * tovik_close; null with 202102 (no memory), 120102 (there is none), 20003 to 20020 (not a database of this
+ * kind, or of another block size), 120111 (of another character set), 120109, 120110 (key), 140003 (busy). */
 TOVIK_API tovik_db *tovik_open(const char *name, const char *params);
 
-/* Closes the database, its open cursors too, and frees the handle; an open transaction is rolled back. An
- * invalid handle is ignored. The error record is left as it is. */
+/* Closes the database: its open cursors end, an open transaction, of whatever thread, is rolled back, and the
+ * handle ends. An invalid handle is ignored. The error record is left as it is. */
 TOVIK_API void tovik_close(tovik_db *db);
 
-/* ---- transactions of the calling thread ---- All: 202115 (database handle). */
+/* ---- transactions of the calling thread ---- All: 202115 (database handle), 202101 (process that fork
+ * made). */
 
 /* Begins a transaction. 140004: the thread has one already; 140003: another writer is at work. */
 TOVIK_API int tovik_begin(tovik_db *db);
@@ -211,13 +201,16 @@ TOVIK_API int tovik_commit(tovik_db *db);
 TOVIK_API int tovik_rollback(tovik_db *db);
 
 /* ---- schema ----
- * Names of tables, indices and columns have at most 20 characters (a column's 19 in tovik_coldef); blanks
- * around them are dropped; they are not empty, do not start with a digit, hold no blank and no ".", and are
- * no SQL keyword. All: 202115 (database handle), 140003 (database busy). */
+ * Names of tables and columns that are being made, and the table name of a new index, have at most 20 bytes
+ * (a column's 19 in tovik_coldef); blanks around them are dropped; they are not empty, do not start with a
+ * digit, hold no blank and no ".", and are no SQL keyword. Everywhere else, the name and the columns of an
+ * index included, a name is taken as it stands: 1 to 20 bytes. All: 202115 (database handle), 202101 (process
+ * that fork made), 140003 (database busy). */
 
 /* Creates a table of count columns (1 to 200). 202110 (table name), 202117 (columns null), 202120 (count),
- * 202111 (a column's name), 202152 (varchar, decimal), 202153 (any other type code), 202102, 141xxx,
- * 142xxx. */
+ * 202111 (a column's name), 202152 (varchar, decimal), 202153 (any other type code), 142007, 142008 (p1, p2
+ * above 32767), 202102, 110002 (HVI_SQL_BUF_SIZE), 141003 (the table exists), 141002 (128 tables), 142003
+ * (two columns of one name), 142004 (rowid). */
 TOVIK_API int tovik_createtbl(tovik_db *db, const char *table, const tovik_coldef *columns, int count);
 
 /* The same; autoinc (may be null) names an integer column that counts by itself: left unset by an insert, it
@@ -228,23 +221,27 @@ TOVIK_API int tovik_createtbl_ex(tovik_db *db, const char *table, const tovik_co
 /* Drops a table with its indices and rows. 202110 (name null or empty), 141004 (no such table). */
 TOVIK_API int tovik_droptbl(tovik_db *db, const char *table);
 
-/* Creates an index over count (1 or 2) columns. unique: not 0 for an index without equal keys. master_count
- * (not unique): how many rows of equal keys lie in the tree itself before the others move to a list of their
- * own, 2 when below 2. 202110 (index name), 202121 (columns null, a column's name), 202122 (count), 202112
- * (table name), 143001 (the rows have equal keys, as two NULLs are), 145xxx. */
+/* Creates an index over count (1 or 2) columns of a table. unique: not 0 for an index without equal keys.
+ * master_count (not unique): how many rows of equal keys lie in the tree itself before the others move to a
+ * list of their own, 2 when below 2, at most 16. 202110 (index name), 202121 (columns null, a column's name),
+ * 202122 (count), 202112 (table name), 141004 (no such table), 143001 (the rows have equal keys, as two NULLs
+ * are), 145001 (16 indices), 145003 (an index of that name), 145004 (no such column), 145005 (an index of
+ * these columns), 145008 (master_count), 145010 (text or blob), 145011 (key above 128 bytes). */
 TOVIK_API int tovik_createidx(tovik_db *db, const char *index, const char *const *columns, int count,
                               const char *table, char unique, int master_count);
 
-/* Drops an index. 145006 (no such index). */
+/* Drops an index. 145006 (no such index), 45001 (index null or empty). */
 TOVIK_API int tovik_dropidx(tovik_db *db, const char *index);
 
-/* Writes the names of all tables, in the order of their creation and each with its terminator, into buffer
- * (size bytes; one byte more than the names take is needed). Result: the number of names; -1 with 202144
- * (buffer null), 202127 (size below 1), 146001 (buffer too small). */
+/* Writes the names of all tables, each with its terminator, into buffer (size bytes; one byte more than the
+ * names take is needed), in the order of the catalog: that of their creation, but that a new table may take
+ * the place of a dropped one. Result: the number of names; -1 with 202144 (buffer null), 202127 (size below
+ * 1), 146001 (buffer too small). */
 TOVIK_API int tovik_gettbllst(tovik_db *db, char *buffer, int size);
 
-/* Describes the first max columns of a table. Result: the number of columns described; -1 with 202117
- * (columns null), 202120 (max below 1), 141004 (no such table). */
+/* Describes the first max columns of a table. A name of 20 bytes, as only SQL makes it, is cut to 19. Result:
+ * the number of columns described; -1 with 202117 (columns null), 202120 (max below 1), 141004 (no such
+ * table), 41001 (table null or empty). */
 TOVIK_API int tovik_getcolilst(tovik_db *db, const char *table, tovik_coldef *columns, int max);
 
 /* ---- conditions ----
@@ -303,7 +300,8 @@ TOVIK_API int tovik_or(tovik_cond *cond, const tovik_cond *left, const tovik_con
 TOVIK_API int tovik_not(tovik_cond *cond, const tovik_cond *operand);
 
 /* count (1 to 4) pairs of further arguments: a column name (const char *) and a flag (int), not 0 to sort
- * that key in descending order. NULL sorts lowest. 202137 (order null), 202138 (count), 202113. */
+ * that key in descending order. NULL sorts lowest. A column that stands twice fails where the order is used
+ * (161001). 202137 (order null), 202138 (count), 202113. */
 TOVIK_API int tovik_sort(tovik_order *order, int count, ...);
 
 /* ---- cursors ---- */
@@ -313,8 +311,9 @@ TOVIK_API int tovik_sort(tovik_order *order, int count, ...);
  * tovik_closecur; null with 202115 (database handle), 140003 (database busy), 202125 (tables null, a name
  * null or empty), 202126 (count below 1), 172002 (more than 16 tables), 202102, 141004 (no such table),
  * 202160 (an operand of cond missing), 202161 (a cond that no builder filled), 150008 (no such column),
- * 150003 (column and value cannot be compared), 202138 (an order that tovik_sort did not fill), 143101 (the
- * area of the sort, HVI_TMP_BUF_SIZE, is too small), 301. */
+ * 150003 (column and value cannot be compared), 202138 (an order that tovik_sort did not fill), 161001 (a
+ * column twice in order), 113xxx (a value that an indexed column cannot hold), 110002 (HVI_SQL_BUF_SIZE),
+ * 143101 (the area of the sort, HVI_TMP_BUF_SIZE, is too small), 301. */
 TOVIK_API tovik_cur *tovik_opencur(tovik_db *db, const char *const *tables, int count, const tovik_cond *cond,
                                    const tovik_order *order);
 
@@ -324,12 +323,12 @@ TOVIK_API tovik_cur *tovik_opencur_dist(tovik_db *db, const char *const *tables,
                                         const tovik_cond *cond, const tovik_order *order,
                                         const char *const *distinct, int distinct_count);
 
-/* Moves to the next row. Result: 1 when a row is current, 0 at the end, -1 with 202116 (cursor) or the cause;
- * the cursor then stays open without a row. */
+/* Moves to the next row. Result: 1 when a row is current, 0 at the end, -1 with 202116 (cursor), 202101
+ * (process that fork made) or the cause; the cursor then stays open without a row. */
 TOVIK_API int tovik_fetchcur(tovik_cur *cursor);
 
-/* Closes the cursor and frees what it gave out. An invalid handle is ignored. The error record is left as it
- * is. */
+/* Closes the cursor and frees what it gave out. Any thread may do it. An invalid handle is ignored. The error
+ * record is left as it is. */
 TOVIK_API void tovik_closecur(tovik_cur *cursor);
 
 /* ---- columns of the current row ----
@@ -339,14 +338,13 @@ TOVIK_API void tovik_closecur(tovik_cur *cursor);
  *   read as               columns of a cursor over tables     of a DISTINCT or SQL cursor
  *   i8, i16, i32, i64     integers at most that wide          any number: low bytes, toward zero
  *   float, double         float, double                       any number
- *   char, wchar           any: numbers as digits, dates as 8, 14 or 20 digits, bytes as hex digits
- *   ctime                 date, time, microtimestamp
- *   binary                blob
+ *   char, wchar           any: numbers as digits, dates as 8, 14 or 20 digits, bytes as hex digits; decimal
+ * is text ctime                 date, time, microtimestamp binary                blob
  *
- * Result: 1 for a value; 0 for NULL, the outputs untouched; -1 with 202116 (cursor), 202113 (column name),
- * 202119 (output null), 202154 (column does not fit the request), 150008 (no such column), 202140 (not among
- * the result columns), 202141 (no current row of an SQL cursor, or its value cannot be computed), 43010 (no
- * current row), 301. */
+ * Result: 1 for a value; 0 for NULL, the outputs untouched; -1 with 202116 (cursor), 202101 (process that
+ * fork made), 202113 (column name), 202119 (output null), 202154 (column does not fit the request), 150008
+ * (no such column), 202140 (not among the result columns), 202141 (no current row of an SQL cursor, or its
+ * value cannot be computed), 43010 (no current row), 301. */
 
 /* type: TOVIK_INT8 .. TOVIK_BINARY. value may be null. Texts and bytes: value->read or value->bytes points to
  * what the cursor owns until its next fetch or its close. */
@@ -378,8 +376,8 @@ TOVIK_API int tovik_getcol_ibuf_binary(tovik_cur *cursor, const char *column, co
  * Each fills the record with zeros and then with name (at most 20 bytes) and value. All: 202118 (record
  * null), 202111 (name null, empty or too long). */
 
-/* type: 0 (NULL) to 10. value: as for conditions; TOVIK_BINARY: points to a tovik_bytes. 202151 (type),
- * 202103 (value null), 202123 (text null), 202124 (bytes null or length below 1). */
+/* type: TOVIK_NULL to TOVIK_BINARY. value: as for conditions; TOVIK_BINARY: points to a tovik_bytes. 202151
+ * (type), 202103 (value null), 202123 (text null), 202124 (bytes null or length below 1). */
 TOVIK_API int tovik_setcol(tovik_colval *record, const char *name, int type, const void *value);
 TOVIK_API int tovik_setcol_i8(tovik_colval *record, const char *name, int8_t value);
 TOVIK_API int tovik_setcol_i16(tovik_colval *record, const char *name, int16_t value);
@@ -394,15 +392,17 @@ TOVIK_API int tovik_setcol_binary(tovik_colval *record, const char *name, const 
 TOVIK_API int tovik_setcolnull(tovik_colval *record, const char *name);
 
 /* ---- row changes ----
- * table: at most 20 bytes. All: 202115 (database handle), 202110 (table name), 202118 (values null), 202120
- * (count not 1 to 200), 202150 (the table has no such column), 140003 (database busy), 141004 (no such
- * table), 143001 (equal keys), 143002 (NULL in a NOT NULL column or in a unique key), 113xxx (a value that
- * its column cannot hold), 144001 (an empty text for a text or blob column), 142010 (rowid), 172007 (a column
- * named twice), 150001 (a number or date for a column of another kind), 202154 (bytes for a column that is no
- * blob). Numbers go into number and text columns, texts into any column (hex digits into a blob), dates into
- * date columns, bytes into blobs. */
+ * table: at most 20 bytes. All: 202115 (database handle), 202101 (process that fork made), 202110 (table
+ * name), 202118 (values null), 202120 (count not 1 to 200), 202150 (the table has no such column), 140003
+ * (database busy), 141004 (no such table), 143001 (equal keys), 143002 (NULL in a NOT NULL column or in a
+ * unique key), 113xxx (a value that its column cannot hold), 144001 (an empty text for a text or blob
+ * column), 142010 (rowid), 172007 (a column named twice), 150001 (a number or date for a column of another
+ * kind), 202154 (bytes for a column that is no blob). Numbers go into number and text columns, texts into any
+ * column (hex digits into a blob), dates into date columns, bytes into blobs. */
 
-/* Inserts one row; columns not named are NULL, or the next number of one that counts by itself. */
+/* Inserts one row; columns not named are NULL, or the next number of one that counts by itself. A row in
+ * which nothing but NULL is set is not stored, though 0 is returned, unless a column of the table counts by
+ * itself. */
 TOVIK_API int tovik_insert(tovik_db *db, const char *table, const tovik_colval *values, int count);
 
 /* Sets the given columns in every row that meets cond (null: in every row). */
@@ -412,14 +412,14 @@ TOVIK_API int tovik_update(tovik_db *db, const char *table, const tovik_colval *
 /* Deletes every row that meets cond (null: every row). */
 TOVIK_API int tovik_delete(tovik_db *db, const char *table, const tovik_cond *cond);
 
-/* ---- SQL text ---- All: 202115 (database handle), 202136 (text null, empty or blank); the wide forms: 301
- * (no valid UTF-16). */
+/* ---- SQL text ---- All: 202115 (database handle), 202101 (process that fork made), 202136 (text null, empty
+ * or blank), 171001 (syntax) and the statement's own codes; the wide forms: 301 (no valid UTF-16). */
 
 /* Runs one statement that is no SELECT (202142). */
 TOVIK_API int tovik_execsql_char(tovik_db *db, const char *sql);
 TOVIK_API int tovik_execsql_wchar(tovik_db *db, const uint16_t *sql);
 
-/* Runs a SELECT (202143) and gives a cursor over its result, or null. */
+/* Runs a SELECT (202143) and gives a cursor over its result, to be closed with tovik_closecur, or null. */
 TOVIK_API tovik_cur *tovik_selectsql_char(tovik_db *db, const char *sql);
 TOVIK_API tovik_cur *tovik_selectsql_wchar(tovik_db *db, const uint16_t *sql);
 

@@ -143,11 +143,11 @@ void Arguments::values() {
 
 void Arguments::schema() {
   const char *columns[] = {"a", "b", "a"}, *null_column[] = {"a", nullptr};
-  const tovik_coldef good = coldef("c", TOVIK_INT), with_digit = coldef("1c", TOVIK_INT),
-                     keyword = coldef("Select", TOVIK_INT),
-                     unended = coldef(too_long_name.c_str(), TOVIK_INT), varchar = coldef("c", 0x20d, 5),
+  const tovik_coldef good = coldef("c", TOVIK_COL_INT), with_digit = coldef("1c", TOVIK_COL_INT),
+                     keyword = coldef("Select", TOVIK_COL_INT),
+                     unended = coldef(too_long_name.c_str(), TOVIK_COL_INT), varchar = coldef("c", 0x20d, 5),
                      byte = coldef("c", 0x13), wide_char = coldef("c", TOVIK_COL_CHAR, 32768),
-                     wide_row = coldef("c", TOVIK_TEXT, 20, 65536);
+                     wide_row = coldef("c", TOVIK_COL_TEXT, 20, 65536);
   tovik_coldef list[2];
   GIVES(202114) << tovik_create(nullptr, nullptr) << tovik_drop("");
   GIVES(120101) << tovik_create("r", db.params());
@@ -283,7 +283,7 @@ TEST(RecordHandles, AreChecked) {
   const char *tables[] = {"t"}, *columns[] = {"a"};
   tovik_colval value;
   tovik_setcol_i32(&value, "a", 2);
-  const tovik_coldef definition = coldef("a", TOVIK_INT);
+  const tovik_coldef definition = coldef("a", TOVIK_COL_INT);
   char buffer[64];
   void *const not_databases[] = {nullptr, open, foreign, second};
   for (void *handle : not_databases) {
@@ -519,7 +519,7 @@ TEST(RecordReads, TextsStayUntilTheNextFetch) {
     }
     EXPECT_EQ(std::string(text, static_cast<size_t>(text_length)), "first text");
     EXPECT_EQ(std::string(static_cast<const char *>(bytes), static_cast<size_t>(length)), "\1\2\3\4\5");
-    EXPECT_EQ(narrows[3].read.column_type, TOVIK_BLOB);
+    EXPECT_EQ(narrows[3].read.column_type, TOVIK_COL_BLOB);
     EXPECT_EQ(tovik_fetchcur(cursor), 1);
     EXPECT_EQ(tovik_getcol_ibuf_binary(cursor, "l", &bytes, &length), 0);
     EXPECT_EQ(length, 5) << "NULL leaves outputs as they are";
@@ -659,7 +659,7 @@ TEST(RecordRows, AutomaticTransactions) {
   tovik_colval a, b;
   tovik_setcol_i32(&a, "a", 5);
   tovik_setcol_i32(&b, "b", 5);
-  const tovik_coldef column = coldef("c", TOVIK_INT);
+  const tovik_coldef column = coldef("c", TOVIK_COL_INT);
   GIVES(143001) << tovik_update(db, "t", &a, 1, nullptr);
   EXPECT_EQ(db.rows("t", {"a", "b"}), "1,10;2,20;3,30") << "the first row too";
   GIVES(0) << tovik_begin(db);
@@ -746,7 +746,7 @@ TEST(RecordSchema, TablesAndTheirColumns) {
 
 TEST(RecordSchema, CountingColumnsAndIndices) {
   RecordDatabase db;
-  const tovik_coldef columns[] = {coldef("a", TOVIK_INT), coldef("b", TOVIK_COL_CHAR)};
+  const tovik_coldef columns[] = {coldef("a", TOVIK_COL_INT), coldef("b", TOVIK_COL_CHAR)};
   const tovik_autoinc counts = {1, 100, 5}, no_integer = {2, 1, 1};
   GIVES(0) << tovik_createtbl_ex(db, "t", columns, 2, &counts) << tovik_createtbl(db, "u", columns, 2);
   GIVES(141006) << tovik_createtbl_ex(db, "n", columns, 2, &no_integer);

@@ -13,15 +13,6 @@
 namespace {
 
 constexpr int exit_done = 0, exit_failed = 1, exit_usage = 2;
-enum Mode {
-  mode_create = 0,
-  mode_remove,
-  mode_statement,
-  mode_script,
-  mode_interactive,
-  mode_version,
-  mode_exists
-};
 
 constexpr char help[] =
     "usage: tovik [OPTION]... DATABASE [STATEMENT]\n"
@@ -82,7 +73,7 @@ int read_options(int argc, char **argv, Options &options) {
       fputs(help, stdout);
       return exit_done;
     } else if (is(argument, "-V", "--version")) {
-      return kld_cmd_exec(nullptr, mode_version, nullptr, nullptr) == 0 ? exit_done : exit_failed;
+      return kld_cmd_exec(nullptr, KLD_CMD_VERSION, nullptr, nullptr) == 0 ? exit_done : exit_failed;
     } else if (is(argument, "-c", "--create")) {
       options.create = true;
     } else if (is(argument, "-r", "--remove")) {
@@ -122,7 +113,8 @@ int run_loop(const Options &options, const std::string &parameters) {
     return exit_failed;
   }
   const bool interactive = options.file == nullptr && isatty(fileno(stdin)) != 0;
-  int result = kld_cmd_exec(in, interactive ? mode_interactive : mode_script, parameters.c_str(), nullptr);
+  int result =
+      kld_cmd_exec(in, interactive ? KLD_CMD_INTERACTIVE : KLD_CMD_SCRIPT, parameters.c_str(), nullptr);
   if (in != stdin) fclose(in);
   if (result == 0 && !interactive) result = kld_api_get_error(nullptr, nullptr, nullptr, nullptr);
   return done(result);
@@ -131,15 +123,15 @@ int run_loop(const Options &options, const std::string &parameters) {
 int run(const Options &options) {
   const std::string parameters = parameters_of(options.database);
   if (options.exists) {
-    return kld_cmd_exec(nullptr, mode_exists, parameters.c_str(), nullptr) == 1 ? exit_done : exit_failed;
+    return kld_cmd_exec(nullptr, KLD_CMD_EXISTS, parameters.c_str(), nullptr) == 1 ? exit_done : exit_failed;
   }
-  if (options.remove) return done(kld_cmd_exec(nullptr, mode_remove, parameters.c_str(), nullptr));
+  if (options.remove) return done(kld_cmd_exec(nullptr, KLD_CMD_REMOVE, parameters.c_str(), nullptr));
   if (options.create) {
-    if (kld_cmd_exec(nullptr, mode_create, parameters.c_str(), nullptr) != 0) return exit_failed;
+    if (kld_cmd_exec(nullptr, KLD_CMD_CREATE, parameters.c_str(), nullptr) != 0) return exit_failed;
     if (options.statement == nullptr && options.file == nullptr) return exit_done;
   }
   if (options.statement == nullptr) return run_loop(options, parameters);
-  return done(kld_cmd_exec(nullptr, mode_statement, parameters.c_str(), options.statement));
+  return done(kld_cmd_exec(nullptr, KLD_CMD_STATEMENT, parameters.c_str(), options.statement));
 }
 
 }  // namespace

@@ -10,16 +10,6 @@ using namespace tovik;
 
 namespace {
 
-enum Mode {
-  mode_create = 0,
-  mode_remove,
-  mode_statement,
-  mode_script,
-  mode_interactive,
-  mode_version,
-  mode_exists
-};
-
 constexpr int version_major = 4, version_minor = 0, version_revision = 12;
 
 int failed_step(const char *title) {
@@ -45,8 +35,8 @@ int create(const char *params) {
 }
 
 int run_on(Statement &statement, FILE *in, int mode, const char *sql) {
-  if (mode == mode_statement) return run_text(statement, sql) ? 0 : failed_step("kld_sql_call");
-  return run_loop(statement, in, mode == mode_interactive) ? 0 : failed_step("cmd_intr_sql");
+  if (mode == KLD_CMD_STATEMENT) return run_text(statement, sql) ? 0 : failed_step("kld_sql_call");
+  return run_loop(statement, in, mode == KLD_CMD_INTERACTIVE) ? 0 : failed_step("cmd_intr_sql");
 }
 
 int with_database(FILE *in, int mode, const char *params, const char *sql) {
@@ -67,23 +57,23 @@ int with_database(FILE *in, int mode, const char *params, const char *sql) {
 
 int kld_cmd_exec(FILE *in, int mode, const char *params, const char *sql) {
   err_clear();
-  if (library_left_by_fork() && mode != mode_version) {
+  if (library_left_by_fork() && mode != KLD_CMD_VERSION) {
     err_set(status::api_not_initialised);
-    return mode == mode_exists ? 0 : failed_step(nullptr);
+    return mode == KLD_CMD_EXISTS ? 0 : failed_step(nullptr);
   }
   switch (mode) {
-    case mode_create:
+    case KLD_CMD_CREATE:
       return create(params);
-    case mode_remove:
+    case KLD_CMD_REMOVE:
       return db_remove(params) ? 0 : failed_step("kld_db_remove");
-    case mode_statement:
-    case mode_script:
-    case mode_interactive:
+    case KLD_CMD_STATEMENT:
+    case KLD_CMD_SCRIPT:
+    case KLD_CMD_INTERACTIVE:
       return with_database(in, mode, params, sql);
-    case mode_version:
+    case KLD_CMD_VERSION:
       system_driver.print("Tovik version %d.%d.%d%s", version_major, version_minor, version_revision, "\n");
       return 0;
-    case mode_exists: {
+    case KLD_CMD_EXISTS: {
       const int exists = db_exists(params) ? 1 : 0;
       err_clear();
       return exists;

@@ -1,5 +1,5 @@
-// What stands behind the handles of the statement interface. A database owns its statements: closing it clears
-// and frees those that are left, and their handles end with it.
+// What stands behind the handles of the statement interface. A database owns its statements: closing it
+// clears and frees those that are left, and their handles end with it.
 #pragma once
 
 #include "api/handle.h"
