@@ -2,6 +2,7 @@
 
 #include "expression_support.h"
 #include "frame/env.h"
+#include "support.h"
 
 using namespace tovik;
 using namespace tovik::test;
@@ -97,6 +98,7 @@ TEST_F(EvaluatorTest, ThreeValuedLogic) {
 TEST_F(EvaluatorTest, Functions) {
   expect({
       {"SUBSTR('abc', 2, ABS(-1)) || 'z'; ABS('x'); ABS(1, 2)", "'bz'; !153001; !153011"},
+      {"MAX(MAX(1)); SUM(1 + COUNT(*)); ABS(SUM(1))", "!150004; !150004; NULL"},
       {"NVL(1); ABS(1 / 0); COUNT(1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16)", "!153012; ?151001; NULL"},
       {"COUNT(1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17)", "!150007"},
       // What NVL gives may be of another type than its check could tell.
@@ -143,18 +145,55 @@ TEST_F(EvaluatorTest, Labels) {
   for (const Case &each : cases) EXPECT_EQ(each.result, label(each.expression)) << each.expression;
 }
 
-// The label of a long chain takes its own length, so that it fits the default pool with the tree.
-TEST_F(EvaluatorTest, LabelsOfLongExpressions) {
+// The label of a long chain, and the text of one, take their own length, so that they fit the default pool.
+TEST_F(EvaluatorTest, LongChainsFitThePool) {
   memory_pool_destroy(pool_);
   pool_ = memory_pool_create(102400);
   EXPECT_EQ(301u + 300 * 5, label("1" + repeat(" + 1", 300)).size());
+  const std::string part = "'" + repeat("x", 100) + "'";
+  EXPECT_EQ(4002u, result(part + repeat((" || " + part).c_str(), 39)).size());
 }
 
-TEST_F(EvaluatorTest, DeepExpressions) {
-  const int deep = expression_depth_limit - 10;
-  EXPECT_EQ(std::to_string(deep + 1), result("1" + repeat("+1", deep)));
-  EXPECT_EQ("1", result(repeat("ABS(", 3300) + "1" + repeat(")", 3300)));
-  EXPECT_EQ("true", result("1 = 0" + repeat(" OR 1 = 1", deep)));
-  EXPECT_EQ("true", result(repeat("NOT ", deep / 2 * 2) + "1 = 1"));
-  EXPECT_EQ("!150004", result("1" + repeat("+1", expression_depth_limit)));
+// The deepest expressions that pass, one level more, and chains, in which only the right operands are deeper.
+TEST_F(EvaluatorTest, DepthAndLengthOnASmallStack) {
+  static const struct {
+    const char *open, *inner, *close;
+    int most;
+    std::string result;
+  } nested[] = {
+      {"1+(", "1", ")", expression_depth_limit - 1, "300"},
+      {"'a'||(", "'b'", ")", expression_depth_limit - 1, "'" + repeat("a", 299) + "b'"},
+      {"NVL(NULL, ", "1.5", ")", expression_depth_limit - 1, "1.5"},
+      {"1 = 1 AND (", "1 = 0", ")", expression_depth_limit - 2, "false"},
+  };
+  for (const auto &each : nested) {
+    const auto expression = [&each](int levels) {
+      return repeat(each.open, levels) + each.inner + repeat(each.close, levels);
+    };
+    std::string deepest, deeper, labelled = "1";
+    on_small_stack([&] {
+      deepest = result(expression(each.most));
+      deeper = result(expression(each.most + 1));
+      if (each.inner[1] != ' ') labelled = label(expression(each.most));
+    });
+    EXPECT_EQ(each.result, deepest) << each.open;
+    EXPECT_EQ("!150004", deeper) << each.open;
+    EXPECT_NE("", labelled);
+  }
+  static const struct {
+    const char *first, *more, *last;
+    std::string result;
+  } chains[] = {
+      {"1", "+1", "", "5001"},
+      {"'a'", "||'b'", "", "'a" + repeat("b", 5000) + "'"},
+      {"1 = 0", " OR 1 = 1", "", "true"},
+      {"1 = 1", " AND 1 = 1", " AND NULL = 1", "unknown"},
+      {"", "NOT ", "1 = 1", "true"},
+      {"", "- ", "1", "1"},
+  };
+  for (const auto &each : chains) {
+    std::string text;
+    on_small_stack([&] { text = result(each.first + repeat(each.more, 5000) + each.last); });
+    EXPECT_EQ(each.result, text) << each.more;
+  }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <stdlib.h>
 
 #include <cstdint>
@@ -30,6 +31,28 @@ class TempDir {
  private:
   std::string path_;
 };
+
+// Runs work on a thread with the smallest stack that the limits promise to hold; the redzones of the address
+// sanitizer make its frames several times as large.
+template <class Work>
+void on_small_stack(Work work) {
+#if defined(__SANITIZE_ADDRESS__)
+  constexpr size_t size = 512 * 1024;
+#else
+  constexpr size_t size = 128 * 1024;
+#endif
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  EXPECT_EQ(0, pthread_attr_setstacksize(&attributes, size));
+  pthread_t thread;
+  const auto start = [](void *given) -> void * {
+    (*static_cast<Work *>(given))();
+    return nullptr;
+  };
+  EXPECT_EQ(0, pthread_create(&thread, &attributes, start, &work));
+  EXPECT_EQ(0, pthread_join(thread, nullptr));
+  pthread_attr_destroy(&attributes);
+}
 
 // The random numbers of one test. The seed is TOVIK_TEST_SEED, or 1 so that a plain run repeats itself;
 // a test that fails prints it. Tests named *Random* are run over and over with fresh seeds by scripts/soak.

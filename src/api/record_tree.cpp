@@ -56,8 +56,13 @@ Node *range_node(MemoryPool &pool, const tovik_cond &condition, Node *column) {
   return upper == nullptr ? nullptr : node_new(pool, node::between, lower, upper);
 }
 
+bool is_predicate(int op) {
+  return (op >= TOVIK_EQ && op <= TOVIK_GE) || op == TOVIK_MATCH || op == TOVIK_LIKE || op == TOVIK_RANGE;
+}
+
 // A condition on one column, or on two.
 Node *predicate_node(MemoryPool &pool, const tovik_cond &condition) {
+  if (!is_predicate(condition.op)) return fail_null(status::record_api_condition_operator);
   Node *column = column_node(pool, condition.column);
   if (column == nullptr) return nullptr;
   const uint16_t op = static_cast<uint16_t>(condition.op);
@@ -72,37 +77,24 @@ Node *predicate_node(MemoryPool &pool, const tovik_cond &condition) {
   return comparison_node(pool, op, column, condition.type, condition.value);
 }
 
-// How deep conditions may stand in conditions: a ring of records ends here.
-constexpr int depth_limit = 1000;
+// Conditions in conditions; a ring of records ends here.
+constexpr int chain_limit = 1000;
 
+// Goes down the leading operands in a loop, into the others by calls: what the check of the tree bounds.
 Node *tree(MemoryPool &pool, const tovik_cond *condition, int depth) {
-  if (condition == nullptr) return fail_null(status::record_api_condition_operand);
-  if (depth == depth_limit) return fail_null(status::expression_syntax);
-  switch (condition->op) {
-    case TOVIK_AND:
-    case TOVIK_OR: {
-      Node *left = tree(pool, condition->left, depth + 1);
-      if (left == nullptr) return nullptr;
-      Node *right = tree(pool, condition->right, depth + 1);
-      return right == nullptr ? nullptr : node_new(pool, static_cast<uint16_t>(condition->op), left, right);
-    }
-    case TOVIK_NOT: {
-      Node *operand = tree(pool, condition->right, depth + 1);
-      return operand == nullptr ? nullptr : node_new(pool, node::logical_not, nullptr, operand);
-    }
-    case TOVIK_EQ:
-    case TOVIK_NE:
-    case TOVIK_LT:
-    case TOVIK_GT:
-    case TOVIK_LE:
-    case TOVIK_GE:
-    case TOVIK_MATCH:
-    case TOVIK_LIKE:
-    case TOVIK_RANGE:
-      return predicate_node(pool, *condition);
-    default:
-      return fail_null(status::record_api_condition_operator);
+  Node *top = nullptr, **place = &top;
+  for (int chained = 0;; ++chained) {
+    if (condition == nullptr) return fail_null(status::record_api_condition_operand);
+    if (chained == chain_limit || depth > expression_depth_limit) return fail_null(status::expression_syntax);
+    const bool junction = condition->op == TOVIK_AND || condition->op == TOVIK_OR;
+    if (!junction && condition->op != TOVIK_NOT) break;
+    Node *made = *place = node_new(pool, static_cast<uint16_t>(condition->op));
+    if (made == nullptr) return nullptr;
+    if (junction && (made->second = tree(pool, condition->right, depth + 1)) == nullptr) return nullptr;
+    place = junction ? &made->first : &made->second;
+    condition = junction ? condition->left : condition->right;
   }
+  return (*place = predicate_node(pool, *condition)) == nullptr ? nullptr : top;
 }
 
 }  // namespace

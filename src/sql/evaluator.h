@@ -34,9 +34,13 @@ enum class CheckLabels { none, build };
 // A further flag of checked values: an aggregate call in the expression has DISTINCT.
 inline constexpr uint16_t value_distinct = 16;
 
-// Operators inside operators; a deeper tree is refused by its check with 150004, so that no walk over a
-// checked tree exhausts the thread's stack.
-inline constexpr int expression_depth_limit = 5000;
+// Another one: the value's class is known in each row only, and may be another than the checked one (NVL).
+inline constexpr uint16_t value_mixed = 32;
+
+// Expressions inside expressions: operands to the right of an operator, and arguments. What only follows - a
+// chain of operators, a row of signs or of NOT - counts once. A deeper tree is refused by its check with
+// 150004; in an optimised build a walk over the deepest takes at most 64 KiB of the thread's stack.
+inline constexpr int expression_depth_limit = 300;
 
 // Check pass over the tree under expression; *result (optional) tells type, flags and label of its value. A
 // literal result is typed and carries its datum. The label is built for every expression, or with none only

@@ -1,6 +1,7 @@
 // The check pass. Each function checks one kind of node, its operands first, and says in *result what the
-// node's value will be like. Checking a node that was checked already changes nothing, because BETWEEN holds
-// the tested expression under both of its comparisons.
+// node's value will be like; the rule of an operator finds its leading operand's value there. Checking a node
+// that was checked already changes nothing, because BETWEEN holds the tested expression under both of its
+// comparisons.
 //
 // A checked leaf holds in its value what the evaluation pass needs: the column, or the typed datum; the label
 // of a literal is the text it was written as.
@@ -20,12 +21,12 @@ constexpr uint16_t value_can_fail = 0x8000;
 // What a result takes over from its operands.
 constexpr uint16_t inherited = value_aggregate | value_distinct | value_can_fail;
 
-struct Check {
+struct Check {  // passed in registers
   EvalContext &context;
-  int depth = 0;
+  int depth;
 };
 
-bool check_node(Check &check, Node *node, Value *result);
+bool check_node(Check check, Node *node, Value *result);
 
 bool numeric_or_null(const Value &value) {
   return value.is_null() || type_numeric(value.type);
@@ -54,7 +55,7 @@ TypeCode computing_type(TypeCode column_type) {
   return type::character;
 }
 
-bool bind_column(Check &check, Node *node, Value *result) {
+TOVIK_OWN_FRAME bool bind_column(Check check, Node *node, Value *result) {
   if (node->value == nullptr) return fail(status::expr_argument);
   const bool qualified = node->kind == node::qualified_column;
   const char *table = qualified ? node_name(*node) : nullptr;
@@ -71,13 +72,19 @@ bool bind_column(Check &check, Node *node, Value *result) {
   return true;
 }
 
-void take_as_string(Node *node) {
+TOVIK_OWN_FRAME void take_as_string(Node *node) {
   Value &leaf = *node->value;
   const char *text = leaf.texts[0];
   set_result(&leaf, value_kind::string, type::character, 0);
   leaf.text = {text, static_cast<int32_t>(strlen(text))};
   leaf.label = text;
   node->kind = value_kind::string;
+}
+
+TOVIK_OWN_FRAME bool check_string(Node *node, Value *result) {
+  take_as_string(node);
+  *result = *node->value;
+  return true;
 }
 
 // Reads the literal's text as a value of the type and makes it a typed literal of that kind; false when it
@@ -94,7 +101,7 @@ bool read_literal(Node *node, TypeCode type, uint16_t kind) {
   return true;
 }
 
-bool check_number(Node *node, Value *result) {
+TOVIK_OWN_FRAME bool check_number(Node *node, Value *result) {
   const bool integer = node->kind == value_kind::integer_text;
   const bool decimal = node->kind == value_kind::decimal_text;
   if (!read_literal(node, integer ? type::bigint : type::float64, value_kind::literal))
@@ -111,11 +118,7 @@ bool is_number_text(const Node &node) {
   return node.kind >= value_kind::integer_text && node.kind <= value_kind::exponent_text;
 }
 
-// --- Operators
-
-bool check_operands(Check &check, Node *node, Value *left, Value *right) {
-  return check_node(check, node->first, left) && check_node(check, node->second, right);
-}
+// --- Operators of values
 
 // The magnitude of the smallest integer is one more than the largest: it is a literal under a negation only.
 bool is_smallest_integer(const Node &operand) {
@@ -123,39 +126,34 @@ bool is_smallest_integer(const Node &operand) {
          strcmp(operand.value->texts[0], "9223372036854775808") == 0;
 }
 
-TOVIK_OWN_FRAME bool check_negation(Check &check, Node *node, Value *result) {
-  if (is_smallest_integer(*node->second)) {
-    Value &leaf = *node->second->value;
-    const char *text = leaf.texts[0];
-    set_result(&leaf, value_kind::literal, type::bigint, 0);
-    leaf.integer = INT64_MIN;  // its own negative
-    leaf.label = text;
-    node->second->kind = value_kind::literal;
-  }
-  Value operand;
-  if (!check_node(check, node->second, &operand)) return false;
+void take_as_smallest_integer(Node &operand) {
+  Value &leaf = *operand.value;
+  const char *text = leaf.texts[0];
+  set_result(&leaf, value_kind::literal, type::bigint, 0);
+  leaf.integer = INT64_MIN;  // its own negative
+  leaf.label = text;
+  operand.kind = value_kind::literal;
+}
+
+bool check_negation(const Value &operand, Value *result) {
   if (!numeric_or_null(operand)) return fail(status::not_numeric);
   set_result(result, value_kind::computed, operand.type,
-             operand.flags & (inherited | value_null | value_decimal));
+             operand.flags & (inherited | value_null | value_decimal | value_mixed));
   return true;
 }
 
-TOVIK_OWN_FRAME bool check_arithmetic(Check &check, Node *node, Value *result) {
-  Value left, right;
-  if (!check_operands(check, node, &left, &right)) return false;
+bool check_arithmetic(const Node &node, const Value &left, const Value &right, Value *result) {
   if (!numeric_or_null(left) || !numeric_or_null(right)) return fail(status::not_numeric);
   const bool integer = (left.type & right.type & TYPE_INTEGER) != 0;
-  const bool divides = node->kind == node::divide || node->kind == node::remainder;
-  uint16_t flags = (left.flags | right.flags) & (inherited | value_null);
+  const bool divides = node.kind == node::divide || node.kind == node::remainder;
+  uint16_t flags = (left.flags | right.flags) & (inherited | value_null | value_mixed);
   flags |= left.flags & value_decimal;
   if (divides) flags |= value_can_fail;
   set_result(result, value_kind::computed, integer ? type::bigint : type::float64, flags);
   return true;
 }
 
-TOVIK_OWN_FRAME bool check_concatenation(Check &check, Node *node, Value *result) {
-  Value left, right;
-  if (!check_operands(check, node, &left, &right)) return false;
+bool check_concatenation(const Value &left, const Value &right, Value *result) {
   if ((!left.is_null() && type_numeric(left.type)) || (!right.is_null() && type_numeric(right.type)))
     return fail(status::not_concatenable);
   set_result(result, value_kind::computed, type::character,
@@ -172,25 +170,78 @@ void read_date_operand(Node *operand) {
     (void)read_literal(operand, type::microtimestamp, value_kind::date_literal);
 }
 
-TOVIK_OWN_FRAME bool check_date_part(Check &check, Node *node, Value *result) {
-  Value operand;
-  if (!check_node(check, node->second, &operand)) return false;
+bool check_date_part(const Node &node, const Value &operand, Value *result) {
   if (!date_like_or_null(operand)) return fail(status::not_numeric);
-  read_date_operand(node->second);
+  read_date_operand(node.second);
   set_result(result, value_kind::computed, type::bigint,
              (operand.flags & (inherited | value_null)) | value_can_fail);
   return true;
 }
 
-TOVIK_OWN_FRAME bool check_date_arithmetic(Check &check, Node *node, Value *result) {
-  Value left, right;
-  if (!check_operands(check, node, &left, &right)) return false;
+bool check_date_arithmetic(const Node &node, const Value &left, const Value &right, Value *result) {
   if (!date_like_or_null(left) || !numeric_or_null(right)) return fail(status::not_numeric);
-  read_date_operand(node->first);
+  read_date_operand(node.first);
   set_result(result, value_kind::computed, type::microtimestamp,
              ((left.flags | right.flags) & (inherited | value_null)) | value_can_fail);
   result->declared = type::microtimestamp;
   return true;
+}
+
+bool is_truth(const Value &value) {
+  return value.kind == value_kind::truth || fail(status::expression_syntax);
+}
+
+bool check_logical(Node &node, const Value &left, const Value &right, Value *result) {
+  if (!is_truth(left) || !is_truth(right)) return false;
+  if ((right.flags & (value_aggregate | value_can_fail)) == 0) node.flags |= node_stops_early;
+  set_truth(result, left.flags | right.flags);
+  return true;
+}
+
+// right of an operator with one operand is that operand; result may be left.
+TOVIK_OWN_FRAME bool check_operator(Node &node, const Value &left, const Value &right, Value *result) {
+  switch (node.kind) {
+    case node::negation:
+      return check_negation(left, result);
+    case node::concat:
+      return check_concatenation(left, right, result);
+    case node::date_add:
+    case node::date_subtract:
+      return check_date_arithmetic(node, left, right, result);
+    case node::logical_and:
+    case node::logical_or:
+      return check_logical(node, left, right, result);
+    case node::logical_not:
+      set_truth(result, left.flags);
+      return is_truth(left);
+    default:
+      return node_is_date_part(node.kind) ? check_date_part(node, left, result)
+                                          : check_arithmetic(node, left, right, result);
+  }
+}
+
+// Links the spine under top; its lowest node.
+Node *link_spine(Node *top) {
+  const Spine spine = spine_of(top->kind);
+  Node *node = top;
+  for (Node *below; (below = node_leading(*node)) != nullptr && spine_of(below->kind) == spine; node = below)
+    below->third = node;
+  return top->third = node;
+}
+
+TOVIK_OWN_FRAME bool check_spine(Check check, Node *top, Value *result) {
+  Node *node = link_spine(top);
+  Node *leading = node_leading(*node);
+  if (leading != nullptr && node->kind == node::negation && is_smallest_integer(*leading))
+    take_as_smallest_integer(*leading);
+  if (!check_node(check, leading, result)) return false;
+  Value right;
+  for (;; node = node->third) {
+    const bool unary = node_is_unary(*node);
+    if (!unary && !check_node(check, node->second, &right)) return false;
+    if (!check_operator(*node, *result, unary ? *result : right, result)) return false;
+    if (node == top) return true;
+  }
 }
 
 // --- Conditions
@@ -212,7 +263,7 @@ bool coerce_literal(const Value &column, Node *literal) {
 }
 
 // Checks what is compared with left, whose check has been done.
-TOVIK_OWN_FRAME bool check_compared(Check &check, const Value &left, Node *right_node, Value *result) {
+TOVIK_OWN_FRAME bool check_compared(Check check, const Value &left, Node *right_node, Value *result) {
   if (right_node == nullptr || right_node->kind == node::subquery) return fail(status::not_comparable);
   if (left.kind == value_kind::column && is_literal_text(*right_node) && !coerce_literal(left, right_node))
     return false;
@@ -224,12 +275,12 @@ TOVIK_OWN_FRAME bool check_compared(Check &check, const Value &left, Node *right
   return true;
 }
 
-TOVIK_OWN_FRAME bool check_comparison(Check &check, Node *node, Value *result) {
+TOVIK_OWN_FRAME bool check_comparison(Check check, Node *node, Value *result) {
   Value left;
   return check_node(check, node->first, &left) && check_compared(check, left, node->second, result);
 }
 
-TOVIK_OWN_FRAME bool check_matching(Check &check, Node *node, Value *result) {
+TOVIK_OWN_FRAME bool check_matching(Check check, Node *node, Value *result) {
   Value left, right;
   if (!check_node(check, node->first, &left)) return false;
   if (left.kind == value_kind::column && left.type == type::character && is_number_text(*node->second))
@@ -239,7 +290,7 @@ TOVIK_OWN_FRAME bool check_matching(Check &check, Node *node, Value *result) {
   return true;
 }
 
-TOVIK_OWN_FRAME bool check_in(Check &check, Node *node, Value *result) {
+TOVIK_OWN_FRAME bool check_in(Check check, Node *node, Value *result) {
   Value left;
   if (!check_node(check, node->first, &left)) return false;
   if (node->third == nullptr) return fail(status::not_comparable);  // a subquery
@@ -254,72 +305,75 @@ TOVIK_OWN_FRAME bool check_in(Check &check, Node *node, Value *result) {
   return true;
 }
 
-TOVIK_OWN_FRAME bool check_is_null(Check &check, Node *node, Value *result) {
+TOVIK_OWN_FRAME bool check_is_null(Check check, Node *node, Value *result) {
   Value operand;
   if (!check_node(check, node->first, &operand)) return false;
   set_truth(result, operand.flags);
   return true;
 }
 
-bool check_truth(Check &check, Node *node, Value *result) {
-  if (!check_node(check, node, result)) return false;
-  return result->kind == value_kind::truth || fail(status::expression_syntax);
-}
-
-TOVIK_OWN_FRAME bool check_logical(Check &check, Node *node, Value *result) {
-  Value left, right;
-  if (!check_truth(check, node->first, &left) || !check_truth(check, node->second, &right)) return false;
-  if ((right.flags & (value_aggregate | value_can_fail)) == 0) node->flags |= node_stops_early;
-  set_truth(result, left.flags | right.flags);
-  return true;
-}
-
-TOVIK_OWN_FRAME bool check_not(Check &check, Node *node, Value *result) {
-  Value operand;
-  if (!check_truth(check, node->second, &operand)) return false;
-  set_truth(result, operand.flags);
-  return true;
+// Both comparisons are truth values.
+TOVIK_OWN_FRAME bool check_between(Check check, Node *node, Value *result) {
+  Value lower, upper;
+  if (!check_node(check, node->first, &lower) || !check_node(check, node->second, &upper)) return false;
+  return check_logical(*node, lower, upper, result);
 }
 
 // --- Function calls
 
-TOVIK_OWN_FRAME bool check_arguments(Check &check, const Node *node, int *count, uint16_t *flags) {
-  ValueStack &stack = *check.context.stack;
-  for (const Node *item = node->third; item != nullptr; item = item->first) {
-    if (*count == builtin_argument_limit) return fail(status::too_many_arguments);
-    Value argument;
-    if (!check_node(check, item->second, &argument) || !value_stack_push(stack, argument)) return false;
-    *flags |= argument.flags;
-    ++*count;
-  }
-  return true;
-}
-
 // An aggregate call keeps its state over the rows of the query.
-bool start_aggregate(Check &check, Node *node, const Value *arguments, int count) {
+bool start_aggregate(EvalContext &context, Node *node, const Value *arguments, int count) {
   Value &leaf = *node->value;
-  if (leaf.accumulator == nullptr) leaf.accumulator = memory_pool_new<Accumulator>(*check.context.pool);
+  if (leaf.accumulator == nullptr) leaf.accumulator = memory_pool_new<Accumulator>(*context.pool);
   return leaf.accumulator != nullptr && builtin_start(node->qual, arguments, count, *leaf.accumulator);
 }
 
-TOVIK_OWN_FRAME bool check_call(Check &check, Node *node, Value *result) {
-  const StackScope scope(*check.context.stack);
-  uint16_t flags = value_can_fail;
-  int count = 0;
-  if (!check_arguments(check, node, &count, &flags)) return false;
-  const Value *arguments = scope.values();
+// Of two classes, so that it matters in each row which of them NVL chooses.
+bool differ(const Value &a, const Value &b) {
+  const TypeCode shown_a = a.declared != 0 ? a.declared : a.type,
+                 shown_b = b.declared != 0 ? b.declared : b.type;
+  if (datum_kind(a.type) != datum_kind(b.type)) return true;
+  return shown_a != shown_b && ((shown_a | shown_b) & (TYPE_BINARY | TYPE_DATETIME)) != 0;
+}
+
+// flags: what the arguments' values have together.
+TOVIK_OWN_FRAME bool check_function(EvalContext &context, Node *node, const Value *arguments, int count,
+                                    uint16_t flags, Value *result) {
   set_result(result, value_kind::computed, 0, 0);
   if (!builtin_prepare(node->qual, arguments, count, *result)) return false;
-  if ((result->flags & value_aggregate) != 0) {
-    if (!start_aggregate(check, node, arguments, count)) return false;
+  const BuiltinRow &row = *builtin_row(node->qual);
+  if (row.category == BuiltinCategory::aggregate) {
+    if ((flags & value_aggregate) != 0)
+      return fail(status::expression_syntax);  // known after the last row only
+    if (!start_aggregate(context, node, arguments, count)) return false;
     if ((node->flags & function_distinct) != 0) flags |= value_distinct;
   }
-  result->flags |= flags & inherited;
+  if (row.number == builtin::nvl && !arguments[0].is_null() && !arguments[1].is_null() &&
+      differ(arguments[0], arguments[1]))
+    flags |= value_mixed;
+  result->flags |= (flags & inherited) | value_can_fail;
+  if (row.result == 0) result->flags |= flags & value_mixed;
   node->value->declared = result->type;
   return true;
 }
 
-bool check_kind(Check &check, Node *node, Value *result) {
+TOVIK_OWN_FRAME bool check_call(Check check, Node *node, Value *result) {
+  const StackScope scope(*check.context.stack);
+  uint16_t flags = 0;
+  int count = 0;
+  for (const Node *item = node->third; item != nullptr; item = item->first, ++count) {
+    if (count == builtin_argument_limit) return fail(status::too_many_arguments);
+    if (!check_node(check, item->second, result)) return false;
+    if (!value_stack_push(*check.context.stack, *result)) return false;
+    flags |= result->flags;
+  }
+  return check_function(check.context, node, scope.values(), count, flags, result);
+}
+
+// Only hands on, so that the compiler can let the called function take over the frame.
+bool check_node(Check check, Node *node, Value *result) {
+  if (node == nullptr || check.depth == expression_depth_limit) return fail(status::expression_syntax);
+  ++check.depth;
   switch (node->kind) {
     case node::column_name:
     case node::qualified_column:
@@ -333,50 +387,28 @@ bool check_kind(Check &check, Node *node, Value *result) {
       set_result(result, value_kind::null, 0, value_null);
       return true;
     case value_kind::string:
-      take_as_string(node);
-      *result = *node->value;
-      return true;
+      return check_string(node, result);
     case value_kind::integer_text:
     case value_kind::decimal_text:
     case value_kind::exponent_text:
       return check_number(node, result);
-    case node::negation:
-      return check_negation(check, node, result);
-    case node::concat:
-      return check_concatenation(check, node, result);
-    case node::date_add:
-    case node::date_subtract:
-      return check_date_arithmetic(check, node, result);
     case node::in:
       return check_in(check, node, result);
     case node::is_null:
       return check_is_null(check, node, result);
     case node::between:
-    case node::logical_and:
-    case node::logical_or:
-      return check_logical(check, node, result);
-    case node::logical_not:
-      return check_not(check, node, result);
+      return check_between(check, node, result);
     case node::always_true:
       set_truth(result, 0);
       return true;
     case node::function_call:
       return check_call(check, node, result);
     default:
-      if (node_is_arithmetic(node->kind)) return check_arithmetic(check, node, result);
+      if (spine_of(node->kind) != Spine::none) return check_spine(check, node, result);
       if (node_is_comparison(node->kind)) return check_comparison(check, node, result);
       if (node_is_matching(node->kind)) return check_matching(check, node, result);
-      if (node_is_date_part(node->kind)) return check_date_part(check, node, result);
       return fail(status::expr_operator);
   }
-}
-
-bool check_node(Check &check, Node *node, Value *result) {
-  if (node == nullptr || check.depth == expression_depth_limit) return fail(status::expression_syntax);
-  ++check.depth;
-  const bool checked = check_kind(check, node, result);
-  --check.depth;
-  return checked;
 }
 
 bool same_text(const char *a, const char *b) {
@@ -412,7 +444,7 @@ bool column_lookup(TableAccess *tables, const char *table, const char *name, Col
 }
 
 bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Value *result) {
-  Check check{context};
+  const Check check{context, 0};
   Value value;
   if (!check_node(check, expression, &value)) return false;
   value.flags &= static_cast<uint16_t>(~value_can_fail);
@@ -425,9 +457,9 @@ bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Valu
 }
 
 bool condition_check(EvalContext &context, Node *condition) {
-  Check check{context};
+  const Check check{context, 0};
   Value value;
-  if (!check_truth(check, condition, &value)) return false;
+  if (!check_node(check, condition, &value) || !is_truth(value)) return false;
   return (value.flags & value_aggregate) == 0 || fail(status::expression_syntax);
 }
 

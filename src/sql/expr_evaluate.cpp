@@ -126,41 +126,35 @@ bool compute_reals(uint16_t kind, double left, double right, double *result) {
   }
 }
 
-TOVIK_OWN_FRAME bool evaluate_arithmetic(Evaluation &evaluation, const Node *node, Value *result) {
-  Value space;
-  const Value *left = operand_of(evaluation, node->first, result);
-  if (left == nullptr) return false;
-  const Value *right = operand_of(evaluation, node->second, &space);
-  if (right == nullptr) return false;
-  const uint16_t flags = left->flags & value_decimal;
-  const bool integers = (left->type & right->type & TYPE_INTEGER) != 0;
-  if (left->is_null() || right->is_null()) {
+// result may be left itself, here and below.
+bool compute_arithmetic(const Node &node, const Value &left, const Value &right, Value *result) {
+  const uint16_t flags = left.flags & value_decimal;
+  const bool integers = (left.type & right.type & TYPE_INTEGER) != 0;
+  if (left.is_null() || right.is_null()) {
     set_null(result, integers ? type::bigint : type::float64);
     return true;
   }
   if (integers) {
     int64_t computed;
-    if (!compute_integers(node->kind, left->integer, right->integer, &computed)) return false;
+    if (!compute_integers(node.kind, left.integer, right.integer, &computed)) return false;
     set_integer(result, computed, flags);
     return true;
   }
-  if (!type_numeric(left->type) || !type_numeric(right->type)) return fail(status::not_numeric);
+  if (!type_numeric(left.type) || !type_numeric(right.type)) return fail(status::not_numeric);
   double computed;
-  if (!compute_reals(node->kind, as_double(*left), as_double(*right), &computed)) return false;
+  if (!compute_reals(node.kind, as_double(left), as_double(right), &computed)) return false;
   set_real(result, computed, flags);
   return true;
 }
 
-TOVIK_OWN_FRAME bool evaluate_negation(Evaluation &evaluation, const Node *node, Value *result) {
-  const Value *operand = operand_of(evaluation, node->second, result);
-  if (operand == nullptr) return false;
-  const uint16_t flags = operand->flags & value_decimal;
-  if (operand->is_null()) {
-    set_null(result, operand->type);
-  } else if ((operand->type & TYPE_INTEGER) != 0) {
-    set_integer(result, wrap(0 - static_cast<uint64_t>(operand->integer)), flags);
-  } else if (type_numeric(operand->type)) {
-    set_real(result, -operand->real, flags);
+bool compute_negation(const Value &operand, Value *result) {
+  const uint16_t flags = operand.flags & value_decimal;
+  if (operand.is_null()) {
+    set_null(result, operand.type);
+  } else if ((operand.type & TYPE_INTEGER) != 0) {
+    set_integer(result, wrap(0 - static_cast<uint64_t>(operand.integer)), flags);
+  } else if (type_numeric(operand.type)) {
+    set_real(result, -operand.real, flags);
   } else {
     return fail(status::not_numeric);
   }
@@ -169,38 +163,44 @@ TOVIK_OWN_FRAME bool evaluate_negation(Evaluation &evaluation, const Node *node,
 
 // --- Texts
 
-bool concatenable(const Value &value) {
-  return value.is_null() || !type_numeric(value.type);
-}
-
-TOVIK_OWN_FRAME bool join(MemoryPool &pool, const Value &left, const Value &right, Value *result) {
-  char left_buffer[number_text_size], right_buffer[number_text_size];
-  TextRef left_text{"", 0}, right_text{"", 0};
-  if (!left.is_null() && !value_text(left, left_buffer, &left_text)) return false;
-  if (!right.is_null() && !value_text(right, right_buffer, &right_text)) return false;
-  const int64_t length = int64_t{left_text.length} + right_text.length;
-  char *joined = static_cast<char *>(memory_pool_alloc(pool, length + 1));
-  if (joined == nullptr) return false;
-  memcpy(joined, left_text.text, static_cast<size_t>(left_text.length));
-  memcpy(joined + left_text.length, right_text.text, static_cast<size_t>(right_text.length));
-  joined[length] = '\0';
-  set_computed(result, type::character, 0);
-  result->text = {joined, static_cast<int32_t>(length)};
+// Calls take for the text of each of the values, leaving NULLs out.
+template <class Take>
+bool each_text(const Value *values, int count, Take take) {
+  for (const Value *value = values; value != values + count; ++value) {
+    if (value->is_null()) continue;
+    if (type_numeric(value->type)) return fail(status::not_concatenable);
+    char buffer[number_text_size];
+    TextRef text;
+    if (!value_text(*value, buffer, &text)) return false;
+    take(text);
+  }
   return true;
 }
 
-TOVIK_OWN_FRAME bool evaluate_concatenation(Evaluation &evaluation, const Node *node, Value *result) {
-  Value space;
-  const Value *left = operand_of(evaluation, node->first, result);
-  if (left == nullptr) return false;
-  const Value *right = operand_of(evaluation, node->second, &space);
-  if (right == nullptr) return false;
-  if (!concatenable(*left) || !concatenable(*right)) return fail(status::not_concatenable);
-  if (left->is_null() && right->is_null()) {
+TOVIK_OWN_FRAME bool join(MemoryPool &pool, const Value *values, int count, Value *result) {
+  int64_t length = 0;
+  bool null = true;
+  const auto measure = [&](const TextRef &text) {
+    length += text.length;
+    null = false;
+  };
+  if (!each_text(values, count, measure)) return false;
+  if (null) {
     set_null(result, type::character);
     return true;
   }
-  return join(*evaluation.context.pool, *left, *right, result);
+  char *joined = static_cast<char *>(memory_pool_alloc(pool, length + 1));
+  if (joined == nullptr) return false;
+  char *end = joined;
+  const auto append = [&end](const TextRef &text) {
+    memcpy(end, text.text, static_cast<size_t>(text.length));
+    end += text.length;
+  };
+  if (!each_text(values, count, append)) return false;
+  *end = '\0';
+  set_computed(result, type::character, 0);
+  result->text = {joined, static_cast<int32_t>(length)};
+  return true;
 }
 
 // --- Dates
@@ -212,39 +212,71 @@ bool as_datetime(const Value &value, DateTimeRec *record) {
   return (value.type & TYPE_DATETIME) != 0 || fail(status::not_numeric);
 }
 
-TOVIK_OWN_FRAME bool evaluate_date_part(Evaluation &evaluation, const Node *node, Value *result) {
-  const Value *operand = operand_of(evaluation, node->second, result);
-  if (operand == nullptr) return false;
-  if (operand->is_null()) {
+bool compute_date_part(const Node &node, const Value &operand, Value *result) {
+  if (operand.is_null()) {
     set_null(result, type::bigint);
     return true;
   }
   DateTimeRec record{};
-  if (!as_datetime(*operand, &record)) return false;
-  set_integer(result, datetime_part(record, node->kind), 0);
+  if (!as_datetime(operand, &record)) return false;
+  set_integer(result, datetime_part(record, node.kind), 0);
   return true;
 }
 
-TOVIK_OWN_FRAME bool evaluate_date_arithmetic(Evaluation &evaluation, const Node *node, Value *result) {
-  Value space;
-  const Value *left = operand_of(evaluation, node->first, result);
-  if (left == nullptr) return false;
-  const Value *right = operand_of(evaluation, node->second, &space);
-  if (right == nullptr) return false;
-  if (left->is_null() || right->is_null()) {
+bool compute_date_arithmetic(const Node &node, const Value &left, const Value &right, Value *result) {
+  if (left.is_null() || right.is_null()) {
     set_null(result, type::microtimestamp);
     return true;
   }
-  if (!type_numeric(right->type)) return fail(status::not_numeric);
+  if (!type_numeric(right.type)) return fail(status::not_numeric);
   DateTimeRec record{}, moved{};
-  if (!as_datetime(*left, &record)) return false;
-  int64_t amount = as_integer(*right);
-  if (node->kind == node::date_subtract) amount = amount == INT64_MIN ? INT64_MAX : -amount;
-  if (!datetime_add(record, amount, node->qual, &moved)) return false;
+  if (!as_datetime(left, &record)) return false;
+  int64_t amount = as_integer(right);
+  if (node.kind == node::date_subtract) amount = amount == INT64_MIN ? INT64_MAX : -amount;
+  if (!datetime_add(record, amount, node.qual, &moved)) return false;
   set_computed(result, type::microtimestamp, 0);
   result->declared = type::microtimestamp;
   result->datetime = moved;
   return true;
+}
+
+// --- Spines of values
+
+// right of an operator with one operand is that operand.
+TOVIK_OWN_FRAME bool compute(const Node &node, const Value &left, const Value &right, Value *result) {
+  if (node_is_arithmetic(node.kind)) return compute_arithmetic(node, left, right, result);
+  if (node.kind == node::negation) return compute_negation(left, result);
+  if (node_is_date_part(node.kind)) return compute_date_part(node, left, result);
+  return compute_date_arithmetic(node, left, right, result);
+}
+
+TOVIK_OWN_FRAME bool evaluate_spine(Evaluation &evaluation, const Node *top, Value *result) {
+  Value space;
+  const Node *node = top->third;
+  const Value *left = operand_of(evaluation, node_leading(*node), result);
+  if (left == nullptr) return false;
+  for (;; node = node->third, left = result) {
+    const Value *right = node_is_unary(*node) ? left : operand_of(evaluation, node->second, &space);
+    if (right == nullptr || !compute(*node, *left, *right, result)) return false;
+    if (node == top) return true;
+  }
+}
+
+// Onto the value stack; computed into space.
+bool push_operand(Evaluation &evaluation, const Node *node, Value *space) {
+  const Value *operand = operand_of(evaluation, node, space);
+  return operand != nullptr && value_stack_push(*evaluation.context.stack, *operand);
+}
+
+// All operands of the chain are joined at once: no partial result takes room in the pool.
+TOVIK_OWN_FRAME bool evaluate_concatenation(Evaluation &evaluation, const Node *top, Value *result) {
+  const StackScope scope(*evaluation.context.stack);
+  const Node *node = top->third;
+  if (!push_operand(evaluation, node->first, result)) return false;
+  for (int count = 2;; ++count, node = node->third) {
+    if (!push_operand(evaluation, node->second, result)) return false;
+    if (node == top) return join(*evaluation.context.pool, scope.values(), count, result);
+  }
 }
 
 // --- Columns and calls
@@ -263,26 +295,28 @@ bool evaluate_column(Evaluation &evaluation, const Node *node, Value *result) {
   return true;
 }
 
-TOVIK_OWN_FRAME bool evaluate_call(Evaluation &evaluation, const Node *node, Value *result) {
-  EvalContext &context = evaluation.context;
-  Accumulator *accumulator = node->value->accumulator;
+TOVIK_OWN_FRAME bool call(Evaluation &evaluation, const Node &node, const Value *arguments, int count,
+                          Value *result) {
   *result = {};
   result->kind = value_kind::computed;
-  if (accumulator != nullptr && evaluation.mode == EvalMode::total) {
-    builtin_finish(node->qual, *accumulator, *result);
+  if (node.value->accumulator == nullptr)
+    return builtin_evaluate(node.qual, arguments, count, *evaluation.context.pool, *result);
+  set_null(result, node.value->declared);
+  return builtin_accumulate(node.qual, arguments, count, *node.value->accumulator);
+}
+
+TOVIK_OWN_FRAME bool evaluate_call(Evaluation &evaluation, const Node *node, Value *result) {
+  if (node->value->accumulator != nullptr && evaluation.mode == EvalMode::total) {
+    *result = {};
+    builtin_finish(node->qual, *node->value->accumulator, *result);
     return true;
   }
-  const StackScope scope(*context.stack);
+  const StackScope scope(*evaluation.context.stack);
   int count = 0;
   for (const Node *item = node->third; item != nullptr; item = item->first, ++count) {
-    Value argument;
-    if (!evaluate(evaluation, item->second, &argument)) return false;
-    if (!value_stack_push(*context.stack, argument)) return false;
+    if (!push_operand(evaluation, item->second, result)) return false;
   }
-  if (accumulator == nullptr)
-    return builtin_evaluate(node->qual, scope.values(), count, *context.pool, *result);
-  set_null(result, node->value->declared);
-  return builtin_accumulate(node->qual, scope.values(), count, *accumulator);
+  return call(evaluation, *node, scope.values(), count, result);
 }
 
 // --- Conditions
@@ -420,18 +454,31 @@ Truth either(Truth left, Truth right) {
   return left == Truth::unknown ? left : right;
 }
 
-TOVIK_OWN_FRAME bool evaluate_logical(Evaluation &evaluation, const Node *node, Truth *truth) {
-  const bool conjunction = node->kind != node::logical_or;
-  const Truth settled = conjunction ? Truth::no : Truth::yes;
-  Truth left, right;
-  if (!evaluate_truth(evaluation, node->first, &left)) return false;
-  if (left == settled && (node->flags & node_stops_early) != 0) {
-    *truth = settled;
+// What the operator makes of the truth of its leading operand.
+TOVIK_OWN_FRAME bool apply_logical(Evaluation &evaluation, const Node *node, Truth *truth) {
+  if (node->kind == node::logical_not) {
+    *truth = opposite(*truth);
     return true;
   }
+  const bool conjunction = node->kind == node::logical_and;
+  const Truth settled = conjunction ? Truth::no : Truth::yes;
+  if (*truth == settled && (node->flags & node_stops_early) != 0) return true;
+  Truth right;
   if (!evaluate_truth(evaluation, node->second, &right)) return false;
-  *truth = conjunction ? both(left, right) : either(left, right);
+  *truth = conjunction ? both(*truth, right) : either(*truth, right);
   return true;
+}
+
+// An index may guarantee the conjunction of two comparisons, which only the lowest node of a spine can be.
+TOVIK_OWN_FRAME bool evaluate_logical(Evaluation &evaluation, const Node *top, Truth *truth) {
+  const Node *node = top->third;
+  const Node *leading = node->kind == node::always_true ? node : node_leading(*node);
+  if (!evaluate_truth(evaluation, leading, truth)) return false;
+  if (leading == node) node = node->third;
+  for (;; node = node->third) {
+    if (!apply_logical(evaluation, node, truth)) return false;
+    if (node == top) return true;
+  }
 }
 
 // Both comparisons hold the same tested expression, whose value is computed once.
@@ -448,22 +495,24 @@ TOVIK_OWN_FRAME bool evaluate_shared_between(Evaluation &evaluation, const Node 
   return true;
 }
 
+// An index may guarantee one of the comparisons.
+bool evaluate_apart(Evaluation &evaluation, const Node *node, Truth *truth) {
+  Truth above, below;
+  if (!evaluate_truth(evaluation, node->first, &above)) return false;
+  if (!evaluate_truth(evaluation, node->second, &below)) return false;
+  *truth = both(above, below);
+  return true;
+}
+
 TOVIK_OWN_FRAME bool evaluate_between(Evaluation &evaluation, const Node *node, Truth *truth) {
   const Node *lower = node->first, *upper = node->second;
   const bool shared =
       node_is_comparison(lower->kind) && node_is_comparison(upper->kind) && lower->first == upper->first;
   Truth within;
   if (!(shared ? evaluate_shared_between(evaluation, node, &within)
-               : evaluate_logical(evaluation, node, &within)))
+               : evaluate_apart(evaluation, node, &within)))
     return false;
   *truth = node->qual != 0 ? opposite(within) : within;
-  return true;
-}
-
-TOVIK_OWN_FRAME bool evaluate_not(Evaluation &evaluation, const Node *node, Truth *truth) {
-  Truth operand;
-  if (!evaluate_truth(evaluation, node->second, &operand)) return false;
-  *truth = opposite(operand);
   return true;
 }
 
@@ -479,9 +528,8 @@ bool evaluate_truth(Evaluation &evaluation, const Node *node, Truth *truth) {
       return evaluate_between(evaluation, node, truth);
     case node::logical_and:
     case node::logical_or:
-      return evaluate_logical(evaluation, node, truth);
     case node::logical_not:
-      return evaluate_not(evaluation, node, truth);
+      return evaluate_logical(evaluation, node, truth);
     case node::always_true:
       *truth = Truth::yes;
       return true;
@@ -510,21 +558,15 @@ bool evaluate(Evaluation &evaluation, const Node *node, Value *result) {
     case value_kind::date_literal:
       *result = *node->value;
       return true;
-    case node::negation:
-      return evaluate_negation(evaluation, node, result);
     case node::concat:
       return evaluate_concatenation(evaluation, node, result);
-    case node::date_add:
-    case node::date_subtract:
-      return evaluate_date_arithmetic(evaluation, node, result);
     case node::function_call:
       return evaluate_call(evaluation, node, result);
     case node::column_name:
     case node::qualified_column:
       return fail(status::expression_syntax);  // never bound
     default:
-      if (node_is_arithmetic(node->kind)) return evaluate_arithmetic(evaluation, node, result);
-      if (node_is_date_part(node->kind)) return evaluate_date_part(evaluation, node, result);
+      if (spine_of(node->kind) == Spine::value) return evaluate_spine(evaluation, node, result);
       return evaluate_condition(evaluation, node, result);
   }
 }

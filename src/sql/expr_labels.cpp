@@ -1,5 +1,5 @@
 // Labels: the readable form of a checked expression, as headers and column names show it. The tree is walked
-// twice, to measure and to write, so that a label takes its own length from the pool whatever its depth.
+// twice, to measure and to write, so that a label takes its own length from the pool.
 #include <cstring>
 
 #include "data/datetime.h"
@@ -24,10 +24,10 @@ class LabelWriter {
 
  private:
   void text(const char *text);
-  [[nodiscard]] bool between(const char *before, const Node *operand, const char *after);
-  [[nodiscard]] bool binary(const Node *node, const char *before, const char *sign, const char *after);
-  [[nodiscard]] bool date_part(const Node *node);
-  [[nodiscard]] bool date_arithmetic(const Node *node);
+  [[nodiscard]] bool spine(const Node *top);
+  void open(const Node &node);
+  void sign(const Node &node);
+  void close(const Node &node);
   [[nodiscard]] bool call(const Node *node);
 
   char *at_;
@@ -48,6 +48,35 @@ bool quoted(const Node *operand) {
   }
 }
 
+// Quotes stand around the leading operand, and both of a concatenation.
+bool quotes(const Node &node) {
+  if (node.kind == node::concat) return true;
+  const bool of_date =
+      node_is_date_part(node.kind) || node.kind == node::date_add || node.kind == node::date_subtract;
+  return of_date && quoted(node_leading(node));
+}
+
+const char *signs(uint16_t kind) {
+  switch (kind) {
+    case node::add:
+      return " + ";
+    case node::subtract:
+      return " - ";
+    case node::multiply:
+      return " * ";
+    case node::divide:
+      return " / ";
+    case node::remainder:
+      return " % ";
+    case node::concat:
+      return " concat '";
+    case node::date_add:
+      return " + (";
+    default:
+      return " - (";
+  }
+}
+
 bool LabelWriter::write(const Node *node) {
   switch (node->kind) {
     case value_kind::null:
@@ -60,28 +89,10 @@ bool LabelWriter::write(const Node *node) {
       if (node->value->label == nullptr) return fail(status::expr_label_text);
       text(node->value->label);
       return true;
-    case node::negation:
-      return node->second->kind == value_kind::literal ? between("-", node->second, "")
-                                                       : between("(- ", node->second, ")");
-    case node::add:
-      return binary(node, "(", " + ", ")");
-    case node::subtract:
-      return binary(node, "(", " - ", ")");
-    case node::multiply:
-      return binary(node, "(", " * ", ")");
-    case node::divide:
-      return binary(node, "(", " / ", ")");
-    case node::remainder:
-      return binary(node, "(", " % ", ")");
-    case node::concat:
-      return binary(node, "('", "' concat '", "')");
-    case node::date_add:
-    case node::date_subtract:
-      return date_arithmetic(node);
     case node::function_call:
       return call(node);
     default:
-      return node_is_date_part(node->kind) ? date_part(node) : fail(status::expr_label_text);
+      return spine_of(node->kind) != Spine::none ? spine(node) : fail(status::expr_label_text);
   }
 }
 
@@ -91,31 +102,48 @@ void LabelWriter::text(const char *text) {
   length_ += static_cast<int64_t>(length);
 }
 
-bool LabelWriter::between(const char *before, const Node *operand, const char *after) {
-  text(before);
-  if (!write(operand)) return false;
-  text(after);
-  return true;
+// What opens the labels of the operators stands in front, the outermost first; the rest of each follows its
+// leading operand.
+bool LabelWriter::spine(const Node *top) {
+  const Node *const lowest = top->third;
+  for (const Node *node = top; open(*node), node != lowest;) node = node_leading(*node);
+  if (!write(node_leading(*lowest))) return false;
+  for (const Node *node = lowest;; node = node->third) {
+    sign(*node);
+    if (!node_is_unary(*node) && !write(node->second)) return false;
+    close(*node);
+    if (node == top) return true;
+  }
 }
 
-bool LabelWriter::binary(const Node *node, const char *before, const char *sign, const char *after) {
-  return between(before, node->first, sign) && between("", node->second, after);
+bool signed_literal(const Node &node) {
+  return node.kind == node::negation && node.second->kind == value_kind::literal;
 }
 
-bool LabelWriter::date_part(const Node *node) {
-  const bool quotes = quoted(node->second);
-  text("(");
-  text(date_part_names[node->kind - node::date_part_first]);
-  return quotes ? between(" '", node->second, "')") : between(" ", node->second, ")");
+void LabelWriter::open(const Node &node) {
+  if (signed_literal(node)) return text("-");
+  text(node.kind == node::negation ? "(- " : "(");
+  if (node_is_date_part(node.kind)) {
+    text(date_part_names[node.kind - node::date_part_first]);
+    text(" ");
+  }
+  if (quotes(node)) text("'");
 }
 
-bool LabelWriter::date_arithmetic(const Node *node) {
-  const bool quotes = quoted(node->first);
-  if (!between(quotes ? "('" : "(", node->first, quotes ? "' " : " ")) return false;
-  if (!between(node->kind == node::date_add ? "+ (" : "- (", node->second, " ")) return false;
-  text(unit_names[node->qual - unit_year]);
-  text("))");
-  return true;
+void LabelWriter::sign(const Node &node) {
+  if (quotes(node)) text("'");
+  if (!node_is_unary(node)) text(signs(node.kind));
+}
+
+void LabelWriter::close(const Node &node) {
+  if (signed_literal(node)) return;
+  if (node.kind == node::concat) text("'");
+  if (node.kind == node::date_add || node.kind == node::date_subtract) {
+    text(" ");
+    text(unit_names[node.qual - unit_year]);
+    text(")");
+  }
+  text(")");
 }
 
 bool LabelWriter::call(const Node *node) {
@@ -123,7 +151,8 @@ bool LabelWriter::call(const Node *node) {
   text((node->flags & function_distinct) != 0 ? "(DISTINCT " : "(");
   if (node->third == nullptr && node->value->accumulator != nullptr) text("*");
   for (const Node *item = node->third; item != nullptr; item = item->first) {
-    if (!between("", item->second, item->first == nullptr ? "" : ", ")) return false;
+    if (!write(item->second)) return false;
+    if (item->first != nullptr) text(", ");
   }
   text(")");
   return true;

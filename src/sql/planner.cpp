@@ -286,11 +286,16 @@ void collect(Plan &plan, Node *condition) {
     case node::logical_not:
       plan.state = PlanState::given_up;
       return;
-    case node::logical_and:
-      collect(plan, condition->first);
-      collect(plan, condition->second);
-      collect_pair(plan, *condition);
-      return;
+    case node::logical_and: {
+      Node *node = condition;  // a chain: the check pass has linked each to the one above it
+      while (node->first->kind == node::logical_and) node = node->first;
+      collect(plan, node->first);
+      for (;; node = node->third) {
+        collect(plan, node->second);
+        collect_pair(plan, *node);
+        if (node == condition) return;
+      }
+    }
     case node::between:
       if (condition->qual != 0) return;  // its comparisons do not hold for the rows that are wanted
       collect(plan, condition->first);
