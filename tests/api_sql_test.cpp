@@ -300,7 +300,14 @@ TEST_F(Sql, DistinctAndAggregates) {
       // NVL gives the type that it chooses.
       {"SELECT NVL(SUM(v), 'no value'), NVL(MAX(d), 7) FROM none, t", "no value,7"},
       {"SELECT NVL(s, v), NVL(v, 0.5) FROM t", "x,5;y,0.5;x,7;1,1"},
-      {"SELECT DISTINCT NVL(v, 0.5) FROM t", "error 150003"},
+      {"SELECT DISTINCT NVL(v, 0.5), NVL(NVL(NULL, s), 1) FROM t", "5,x;0.5,y;7,x;1,1"},
+      {"SELECT DISTINCT NVL(-SUBSTR(s, 2), NVL(s, g)) FROM t", "error 150005"},
+      {"SELECT DISTINCT NVL(s, g) FROM t", "x;y;2"},
+      // What a function cannot take fails in the row that has it.
+      {"SELECT LENGTH(NVL(s, 'none')), LENGTH(NVL(s, v)) FROM t WHERE g = 1", "1,1;1,1"},
+      {"SELECT LENGTH(NVL(s, v)) FROM t", "error 153001"},
+      {"SELECT g FROM t WHERE REPLACE('abc', NVL(s, g), 'b') = 'Q'", "error 153002"},
+      {"SELECT g FROM t WHERE v = ''", "error 150003"},
   });
 }
 
@@ -415,6 +422,31 @@ TEST_F(Sql, RandomNumbersAreRowsOnlyWhenARowHasThem) {
   check();
 }
 
+TEST(SqlDepth, LongAndDeepConditionsTakeASmallStack) {
+  const Library library("HVI_SQL_BUF_SIZE=4000000");
+  TestDatabase db;
+  for (const char *sql :
+       {"CREATE TABLE t (a int, s char(9))", "CREATE INDEX ta ON t (a)", "INSERT INTO t VALUES 1,'x', 2,'y'"})
+    EXPECT_EQ(db.run(sql), 0) << sql;
+  const auto repeated = [](const std::string &text, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i) all += text;
+    return all;
+  };
+  const std::pair<std::string, const char *> cases[] = {
+      {"a = 1" + repeated(" AND a > 0", 5000), "x"},
+      {"a = 3" + repeated(" OR a = 2", 5000), "y"},
+      {repeated("a = 1 AND (", 298) + "s LIKE 'x%'" + repeated(")", 298), "x"},
+      {repeated("a = 1 AND (", 300) + "s LIKE 'x%'" + repeated(")", 300), "error 150004"},
+      {"LENGTH(s" + repeated(" || 'z'", 5000) + ") = 5001", "x;y"},
+  };
+  for (const auto &[condition, expected] : cases) {
+    std::string rows;
+    on_small_stack([&] { rows = db.rows("SELECT s FROM t WHERE " + condition); });
+    EXPECT_EQ(rows, expected) << condition.substr(0, 30);
+  }
+}
+
 // ---- printing ----
 
 TEST_F(Sql, PrintsResultsInColumns) {
@@ -424,12 +456,24 @@ TEST_F(Sql, PrintsResultsInColumns) {
   EXPECT_EQ(db.printed("SELECT b, n FROM t WHERE n = 5"), "b         n\n01 02     5\n03 04  \n");
   EXPECT_EQ(db.printed("SELECT NVL(x, n), SQRT(n) AS r FROM t WHERE n < 0"),
             "NVL(x, n)                                 r\n"
-            "       -7  nan                  \n");
+            "                  -7  nan                  \n");
+  EXPECT_EQ(db.printed("SELECT NVL(b, c), n FROM t"),
+            "NVL(b, c)                n\n01 02 03 04              5\n                        -7\n");
+  EXPECT_EQ(db.printed("SELECT NVL(b, '-') AS p, n FROM t"),
+            "p                        n\n01 02 03 04              5\n-                       -7\n");
   all_succeed({"SET HVI_SQL_SEL_HDR 'OFF'", "SET HVI_SQL_SEL_SEP ','", "SET HVI_SQL_SEL_NUL_STR 'NULL'"});
   EXPECT_EQ(db.printed("SELECT c, n FROM t WHERE n = -7"), "  NULL,  -7\n");
-  EXPECT_EQ(db.printed("SELECT c, n FROM t DUMP INTO 'file'"), "あい,5\n  NULL,-7\n");
+  EXPECT_EQ(db.printed("SELECT c, n FROM t DUMP INTO 'file'"), "あい,5\nNULL,-7\n");
   EXPECT_EQ(db.printed("TEST_STMT 'a' || 'b', 1.5 * 2, 1.0e0 * 3"), "ab,3.00,3.00000000000000e+00\n");
+  EXPECT_EQ(db.printed("TEST_STMT SQRT(-1), NULL, '20200101' + 1 day"), "nan,NULL,20200102000000000000\n");
   EXPECT_EQ(db.printed("ECHO 'hello'"), "hello\n");
+  // Dates as their types show them; long values in pieces of whole characters beside blanks.
+  all_succeed({"CREATE TABLE d (d date, m time, u microtimestamp, x text(12, 20, 20))",
+               "INSERT INTO d VALUES '20200131', '20200131040506', '20200131040506000789', "
+               "'aあいうえおかきabc'"});
+  EXPECT_EQ(db.printed("SELECT d, m, u, x FROM d"),
+            "20200131,20200131040506,20200131040506000789,aあいうえお\n"
+            "        ,              ,                    ,かきabc\n");
 }
 
 TEST_F(Sql, DescribesTables) {

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "frame/error.h"
+#include "sql/mixed_value.h"
 #include "sql/planner.h"
 #include "sql/query.h"
 
@@ -92,8 +93,8 @@ bool read_all(Cursor &cursor, RowFetch (*next)(Cursor &cursor), Take take) {
 
 // ---- values in and out of a sort store ----
 
-// The exchange form of a value, null for NULL; false when its class is not the column's (NVL gives what it
-// chooses), or when a blob's copy finds no room in the pool.
+// The exchange form of a value, null for NULL; false when its class is not the column's, or when a blob's
+// copy finds no room in the pool.
 bool exchange_form(MemoryPool &pool, const Value &value, TypeCode type, const void **form) {
   *form = nullptr;
   if (value.is_null()) return true;
@@ -211,13 +212,28 @@ RowFetch plain_next(Cursor &cursor) {
   return cursor.sorted != nullptr ? sorted_next(cursor) : qualifying_next(cursor);
 }
 
+bool is_mixed(const ResultColumn &column) {
+  return (column.flags & value_mixed) != 0;
+}
+
+bool result_form(MemoryPool &pool, const ResultColumn &column, const Value &value, const void **form) {
+  if (!is_mixed(column)) return exchange_form(pool, value, column.type, form);
+  *form = value.is_null() ? nullptr : mixed_form(pool, value);
+  return value.is_null() || *form != nullptr;
+}
+
+Value value_of_result(const ResultColumn &column, const void *form) {
+  return is_mixed(column) && form != nullptr ? value_of_mixed_form(form) : value_of_form(column.type, form);
+}
+
 bool create_results(Cursor &cursor) {
   const CursorRequest &request = cursor.request;
   SortColumn *columns = memory_pool_new<SortColumn>(*request.context.pool, request.column_count);
   if (columns == nullptr) return false;
   for (int i = 0; i < request.column_count; ++i) {
     const ResultColumn &column = request.columns[i];
-    columns[i] = {column.type, column.kind == ResultKind::column ? column.column.column->p1 : int16_t{0}};
+    const TypeCode stored = is_mixed(column) ? type::blob : column.type;
+    columns[i] = {stored, column.kind == ResultKind::column ? column.column.column->p1 : int16_t{0}};
   }
   cursor.results = sort_store_create(columns, request.column_count, 0);
   return cursor.results != nullptr;
@@ -235,7 +251,7 @@ bool store_result_row(Cursor &cursor, const RowBuffers &buffers) {
     const ResultColumn &column = request.columns[i];
     Value &value = buffers.values[i];
     if (!row_value(cursor, column, EvalMode::row, &value)) return false;
-    if (!exchange_form(*request.context.pool, value, column.type, &buffers.forms[i])) return false;
+    if (!result_form(*request.context.pool, column, value, &buffers.forms[i])) return false;
   }
   return sort_store_row(*cursor.results, buffers.forms, nullptr);
 }
@@ -350,7 +366,7 @@ bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value) {
   const int number = static_cast<int>(&column - cursor.request.columns);
   *value = cursor.totals != nullptr
                ? cursor.totals[number]
-               : value_of_form(column.type, cursor.results->rows[cursor.next_row - 1]->values[number]);
+               : value_of_result(column, cursor.results->rows[cursor.next_row - 1]->values[number]);
   return true;
 }
 

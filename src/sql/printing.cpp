@@ -54,10 +54,14 @@ struct Cell {
   bool large;
 };
 
+// What the value says of its type: of a function that chooses, another in each row.
+TypeCode shown_type(const Value &value) {
+  return value.declared != 0 ? value.declared : value.type;
+}
+
 void print_datetime(const ResultColumn &column, const Value &value) {
   char text[32] = "";
-  const TypeCode shown = (column.type & TYPE_DATETIME) != 0 ? column.type : type::microtimestamp;
-  if (!format_datetime(shown, value.datetime, text)) text[0] = 0;
+  if (!format_datetime(shown_type(value), value.datetime, text)) text[0] = 0;
   system_driver.print(column.value_format, text);
 }
 
@@ -111,8 +115,8 @@ int print_text_piece(const Cell &cell, int width, int *printed) {
 void print_large(const ResultColumn &column, Cell &cell, bool last) {
   const int width = column.compact ? INT32_MAX - 1 : column.width;
   int printed;
-  const int bytes = (column.type & TYPE_BINARY) != 0 ? print_binary_piece(cell, width, &printed)
-                                                     : print_text_piece(cell, width, &printed);
+  const int bytes = (shown_type(cell.value) & TYPE_BINARY) != 0 ? print_binary_piece(cell, width, &printed)
+                                                                : print_text_piece(cell, width, &printed);
   cell.rest += bytes;
   cell.rest_length -= bytes;
   if (!last && !column.compact) print_blanks(width - printed);
@@ -144,13 +148,19 @@ void print_value(const ResultColumn &column, const Value &value, bool last) {
   }
 }
 
-// NVL may give a value of another class than its column has: it is printed as a column of its own would be.
+// NVL may give a value of another class than its column has: it is printed as a value of its own class, to
+// the column's width.
 void print_odd_value(const ResultColumn &column, const Value &value, bool last) {
   ResultColumn own = column;
-  own.type = value.declared != 0 ? value.declared : value.type;
+  own.type = shown_type(value);
   own.flags = value.flags;
+  own.label = "";
   print_format_column(own);
+  const bool number = type_numeric(own.type);
+  const int missing = column.compact ? 0 : column.width - own.width;
+  if (number) print_blanks(missing);
   print_value(own, value, last);
+  if (!number && !last) print_blanks(missing);
 }
 
 void print_cell(const ResultColumn &column, Cell &cell, bool last) {
@@ -169,8 +179,7 @@ bool read_cells(const Query &query, Cell *cells) {
   for (int i = 0; i < query.column_count; ++i) {
     Cell &cell = cells[i];
     if (!cursor_value(*query.cursor, query.columns[i], &cell.value)) return false;
-    cell.large = !cell.value.is_null() && (query.columns[i].type & TYPE_LARGE) != 0 &&
-                 datum_kind(cell.value.type) == DatumKind::text;
+    cell.large = !cell.value.is_null() && (shown_type(cell.value) & TYPE_LARGE) != 0;
     cell.rest = cell.large ? cell.value.text.text : nullptr;
     cell.rest_length = cell.large ? cell.value.text.length : 0;
   }
@@ -258,7 +267,9 @@ void print_format_column(ResultColumn &column) {
     const int length = declared_length > 0 ? declared_length : default_character_width;
     set_text_format(column, std::max(length, display_width(column.label)));
   } else {
-    set_text_format(column, type_width > 0 ? type_width : declared_length);
+    const int length = type_width > 0 ? type_width : declared_length;
+    set_text_format(column,
+                    length > 0 ? length : std::max(default_character_width, display_width(column.label)));
   }
 }
 

@@ -22,7 +22,7 @@ struct ResultColumn {
   ColumnRef column;  // kind column: the table column and its handle
   Node *expression;  // other kinds
   TypeCode type;     // of the value (a column: its declared type); NVL may give another
-  uint16_t flags;    // value_decimal, value_aggregate, value_distinct
+  uint16_t flags;    // value_decimal, value_aggregate, value_distinct, value_mixed
   const char *label;
   int expression_number;  // from 1 over items without alias that are no columns, else 0
   bool compact;           // printed without padding
