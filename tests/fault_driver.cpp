@@ -214,11 +214,19 @@ int info_of_file(const char *name, FileInfo *info) {
   return 1;
 }
 
+int is_named(DriverHandle handle, const char *name) {
+  const Handle &opened = disk.handles[static_cast<size_t>(handle)];
+  const auto named = disk.names.find(name);
+  return named != disk.names.end() && named->second == opened.file ? 1 : 0;
+}
+
+// clang-format off
 const IoDriver driver = {"fault driver",    0,           nullptr,       nullptr,        remove_file,
                          open_file,         close_file,  read_file,     write_file,     file_is_there,
                          size_of_file,      sync_file,   truncate_file, lock_file,      lock_file,
                          lock_file,         nullptr,     rename_file,   open_directory, close_directory,
-                         next_of_directory, info_of_file};
+                         next_of_directory, info_of_file, is_named};
+// clang-format on
 
 }  // namespace
 

@@ -99,7 +99,7 @@ struct IoDriver {
   int32_t kind;        // storage type served: 0 file, 1 memory
   int (*drv_start)();  // negative on failure
   void (*drv_end)();
-  int (*file_remove)(const char *name);
+  int (*file_remove)(const char *name);  // whoever has it open keeps what it had
   DriverHandle (*file_open)(const char *name, int flags, int mode, int unit_number, int unit_size);
   int (*file_close)(DriverHandle handle);
   // Transfers of exactly length bytes: the byte count, negative on failure (a short read is a failure).
@@ -119,6 +119,7 @@ struct IoDriver {
   int (*dir_close)(Directory *listing);
   int (*dir_next)(Directory *listing, char *name, int capacity);  // 1 name, 0 end, -1 null listing
   int (*file_info)(const char *name, FileInfo *info);             // 1 for a regular file, else 0
+  int (*file_is_named)(DriverHandle handle, const char *name);    // 1: name stands for the open file
 };
 
 struct MemoryStats {

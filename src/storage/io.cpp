@@ -227,6 +227,13 @@ bool io_exists(int driver_no, const char *name) {
   return driver->file_exists(name) == 1;
 }
 
+bool io_is_named(IoObject *object, const char *name) {
+  if (object == nullptr || name == nullptr) return false;
+  const IoDriver &driver = driver_of(*object);
+  LockGuard guard(layer.lock);
+  return driver.file_is_named == nullptr || driver.file_is_named(object->handle, name) == 1;
+}
+
 bool io_read_block(IoObject *object, BlockNo block, void *buffer) {
   if (object == nullptr || buffer == nullptr) return fail(status::io_argument);
   const IoDriver &driver = driver_of(*object);

@@ -7,8 +7,8 @@
 // with 11101. A driver that lacks an operation fails it with the operation's own status, except that locks
 // are then always granted and a flush or a close has nothing to do.
 //
-// io_create, io_open, io_remove, io_exists, the block transfers, io_size, io_sync and io_truncate hold the
-// I/O lock around their driver call. io_close does not: its caller holds it.
+// io_create, io_open, io_remove, io_exists, io_is_named, the block transfers, io_size, io_sync and
+// io_truncate hold the I/O lock around their driver call. io_close does not: its caller holds it.
 #pragma once
 
 #include "frame/error.h"
@@ -56,8 +56,11 @@ IoObject *io_create(int driver_no, const IoParams &params, const char *name, int
 IoObject *io_open(int driver_no, const IoParams &params, const char *name, int file_kind);    // 11101, 102
 [[nodiscard]] bool io_close(IoObject *object);  // 11104, 103; the object is gone either way
 
-[[nodiscard]] bool io_remove(int driver_no, const char *name);                           // 11101, 108
-bool io_exists(int driver_no, const char *name);                                         // records nothing
+[[nodiscard]] bool io_remove(int driver_no, const char *name);  // 11101, 108
+bool io_exists(int driver_no, const char *name);                // records nothing
+// Whether name stands for the open storage and not for another, or none, that took its place. Records
+// nothing; with a driver that cannot tell it does.
+bool io_is_named(IoObject *object, const char *name);
 [[nodiscard]] bool io_read_block(IoObject *object, BlockNo block, void *buffer);         // 11101, 104
 [[nodiscard]] bool io_write_block(IoObject *object, BlockNo block, const void *buffer);  // 11101, 105
 int64_t io_size(IoObject *object);                                 // bytes, or -1 with 109

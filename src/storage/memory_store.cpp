@@ -1,6 +1,11 @@
 // A store is a table of blocks of one unit each; block k holds the bytes from k x unit size on. Blocks are
 // allocated when first written. The I/O layer's lock serialises the calls; transfers always move one unit. A
 // store that is removed while somebody has it open leaves the list at once and is freed by the last close.
+//
+// A handle is one open of a store. Byte-range locks belong to it, as those of a file do to the open file: two
+// handles exclude each other, a close gives up what its handle holds, and a lock of a range that the handle
+// has already changes its mode. The I/O layer calls the lock operations outside its lock; they have their
+// own.
 
 #include "storage/memory_store.h"
 
@@ -8,6 +13,7 @@
 #include <cstring>
 
 #include "frame/error.h"
+#include "platform/array.h"
 #include "storage/bytes.h"
 
 namespace tovik {
@@ -17,6 +23,14 @@ namespace {
 constexpr int name_size = 32;  // with the terminator
 constexpr int64_t table_step = 16384;
 
+struct Opening;
+
+struct RangeLock {
+  const Opening *owner;
+  bool exclusive;
+  int64_t offset, length;
+};
+
 struct Store {
   char name[name_size];
   uint8_t **blocks;  // null: never written
@@ -25,13 +39,25 @@ struct Store {
   int32_t unit;      // bytes of a block
   int32_t handles;   // opens not yet closed
   bool listed;
+  Array<RangeLock> locks;  // inside range_locks
   Store *next;
 };
 
+// What a driver handle points to.
+struct Opening {
+  Store *store;
+};
+
 Store *stores = nullptr;  // newest first
+Lock *range_locks = nullptr;
+
+Opening *opening_of(DriverHandle handle) {
+  return handle == no_handle ? nullptr : reinterpret_cast<Opening *>(handle);
+}
 
 Store *store_of(DriverHandle handle) {
-  return handle == no_handle ? nullptr : reinterpret_cast<Store *>(handle);
+  const Opening *opening = opening_of(handle);
+  return opening == nullptr ? nullptr : opening->store;
 }
 
 Store **find_link(const char *name) {
@@ -92,7 +118,8 @@ DriverHandle refuse_open(StatusCode code) {
 
 int store_start() {
   stores = nullptr;
-  return 0;
+  range_locks = system_driver.lock_create();
+  return range_locks == nullptr ? -1 : 0;
 }
 
 void store_end() {
@@ -102,6 +129,8 @@ void store_end() {
     store->listed = false;
     free_unused(store);
   }
+  system_driver.lock_destroy(range_locks);
+  range_locks = nullptr;
 }
 
 int store_remove(const char *name) {
@@ -138,15 +167,38 @@ DriverHandle store_open(const char *name, int flags, int, int, int unit_size) {
   Store *store = *find_link(name);
   if (create && store != nullptr) return refuse_open(status::memory_io_exists);
   if (!create && store == nullptr) return refuse_open(status::memory_io_missing);
+  Opening *opening = mem_new<Opening>();
+  if (opening == nullptr) return refuse_open(status::out_of_memory);
   if (create) store = make_store(name, unit_size);
-  if (store == nullptr) return no_handle;
+  if (store == nullptr) {
+    mem_delete(opening);
+    return no_handle;
+  }
+  opening->store = store;
   ++store->handles;
-  return reinterpret_cast<DriverHandle>(store);
+  return reinterpret_cast<DriverHandle>(opening);
+}
+
+bool overlaps(const RangeLock &lock, int64_t offset, int64_t length) {
+  return lock.offset < offset + length && offset < lock.offset + lock.length;
+}
+
+// Ranges are given up as they were taken: whole.
+void drop_locks(Opening &opening, int64_t offset, int64_t length) {
+  Array<RangeLock> &locks = opening.store->locks;
+  for (int i = locks.size() - 1; i >= 0; --i)
+    if (locks[i].owner == &opening && overlaps(locks[i], offset, length)) locks.remove(i);
 }
 
 int store_close(DriverHandle handle) {
-  Store *store = store_of(handle);
-  if (store == nullptr) return refuse(status::memory_io_argument);
+  Opening *opening = opening_of(handle);
+  if (opening == nullptr) return refuse(status::memory_io_argument);
+  Store *store = opening->store;
+  {
+    const LockGuard guard(range_locks);
+    drop_locks(*opening, 0, INT64_MAX);
+  }
+  mem_delete(opening);
   --store->handles;
   free_unused(store);
   return 0;
@@ -213,12 +265,48 @@ int store_truncate(DriverHandle handle, int64_t length) {
   return 0;
 }
 
-int store_lock(DriverHandle, int, int64_t, int64_t) {
+bool lock_is_free(const Opening &opening, int mode, int64_t offset, int64_t length) {
+  for (const RangeLock &lock : opening.store->locks)
+    if (lock.owner != &opening && (lock.exclusive || mode == file_lock_exclusive) &&
+        overlaps(lock, offset, length))
+      return false;
+  return true;
+}
+
+bool lock_arguments(const Opening *opening, int mode, int64_t offset, int64_t length) {
+  return opening != nullptr && (mode == file_lock_shared || mode == file_lock_exclusive) && offset >= 0 &&
+         length > 0 && length <= INT64_MAX - offset;
+}
+
+int store_lock(DriverHandle handle, int mode, int64_t offset, int64_t length) {
+  Opening *opening = opening_of(handle);
+  if (!lock_arguments(opening, mode, offset, length)) return refuse(status::memory_io_argument);
+  const LockGuard guard(range_locks);
+  if (!lock_is_free(*opening, mode, offset, length)) return 1;
+  Array<RangeLock> &locks = opening->store->locks;
+  if (!locks.reserve(locks.size() + 1)) return refuse(status::out_of_memory);
+  drop_locks(*opening, offset, length);
+  return locks.push({opening, mode == file_lock_exclusive, offset, length}) ? 0 : -1;
+}
+
+int store_unlock(DriverHandle handle, int64_t offset, int64_t length) {
+  Opening *opening = opening_of(handle);
+  if (!lock_arguments(opening, file_lock_shared, offset, length)) return refuse(status::memory_io_argument);
+  const LockGuard guard(range_locks);
+  drop_locks(*opening, offset, length);
   return 0;
 }
 
-int store_unlock(DriverHandle, int64_t, int64_t) {
-  return 0;
+int store_lock_test(DriverHandle handle, int mode, int64_t offset, int64_t length) {
+  const Opening *opening = opening_of(handle);
+  if (!lock_arguments(opening, mode, offset, length)) return refuse(status::memory_io_argument);
+  const LockGuard guard(range_locks);
+  return lock_is_free(*opening, mode, offset, length) ? 0 : 1;
+}
+
+int store_is_named(DriverHandle handle, const char *name) {
+  const Store *store = store_of(handle);
+  return store != nullptr && *find_link(name) == store ? 1 : 0;
 }
 
 int store_dir_create(const char *) {
@@ -243,13 +331,14 @@ const IoDriver memory_store_driver = {
     .file_truncate = store_truncate,
     .file_lock = store_lock,
     .file_unlock = store_unlock,
-    .file_lock_test = store_lock,
+    .file_lock_test = store_lock_test,
     .dir_create = store_dir_create,
     .file_rename = nullptr,
     .dir_open = nullptr,
     .dir_close = nullptr,
     .dir_next = nullptr,
     .file_info = nullptr,
+    .file_is_named = store_is_named,
 };
 
 }  // namespace tovik

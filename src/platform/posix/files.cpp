@@ -338,6 +338,17 @@ int info_of_file(const char *name, FileInfo *info) {
   return S_ISREG(status.st_mode) ? 1 : 0;
 }
 
+int is_named(DriverHandle handle, const char *name) {
+  const SystemPath path(name);
+  struct stat opened, named;
+  if (path.text() == nullptr || fstat(descriptor_of(handle), &opened) != 0) return -1;
+  if (stat(path.text(), &named) != 0) {
+    errno = 0;
+    return 0;
+  }
+  return opened.st_dev == named.st_dev && opened.st_ino == named.st_ino ? 1 : 0;
+}
+
 }  // namespace
 
 IoDriver file_driver = {
@@ -363,6 +374,7 @@ IoDriver file_driver = {
     close_directory,
     next_of_directory,
     info_of_file,
+    is_named,
 };
 
 }  // namespace tovik
