@@ -62,10 +62,15 @@ TEST_F(Parameters, NamesAndPaths) {
   struct {
     const char *text, *path, *name;
   } const cases[] = {
-      {"NAME=D:\\db\\orders", "D:\\db", "orders"}, {"NAME=orders\\", "", "orders\\"},
-      {"name=orders;NAME=sales", "", "sales"},     {"PATH=D:\\a;PATH=D:\\b;NAME=x", "D:\\a", "x"},
-      {"PATH=D:\\a;NAME=D:\\b\\x", "D:\\b", "x"},  {"NAME=D:\\b\\x;PATH=D:\\a;NAME=y", "D:\\b", "y"},
-      {"NAME=a\\x;NAME=b\\y", "b", "y"},           {"NAME", "", ""},
+      {"NAME=D:\\db\\orders", "D:\\db", "orders"},
+      {"NAME=orders\\", "", "orders\\"},
+      {"name=orders;NAME=sales", "", "sales"},
+      {"PATH=D:\\a;PATH=D:\\b;NAME=x", "D:\\a", "x"},
+      {"PATH=D:\\a;NAME=D:\\b\\x", "D:\\b", "x"},
+      {"NAME=D:\\b\\x;PATH=D:\\a;NAME=y", "D:\\b", "y"},
+      {"NAME=a\\x;NAME=b\\y", "b", "y"},
+      {"NAME", "", ""},
+      {"PATH=a;NAME=\\x", "\\", "x"},
   };
   for (const auto &test : cases) {
     Block params(param_create(test.text));
@@ -73,6 +78,9 @@ TEST_F(Parameters, NamesAndPaths) {
     EXPECT_STREQ(params->path, test.path) << test.text;
     EXPECT_STREQ(params->name, test.name) << test.text;
   }
+  StorageName name;
+  ASSERT_TRUE(storage_name(*Block(param_create("NAME=/x")), DatabaseType::ordinary, part_dat, name));
+  EXPECT_STREQ(name, "/x.dat");
 }
 
 TEST_F(Parameters, TypesAndLanguages) {
@@ -108,7 +116,8 @@ TEST_F(Parameters, ChecksEndInAStatus) {
         "NAME=x;TYPE2=RAW;SIZE_DAT=30b;SIZE_TRN=10b;FILE_SFX_TRN=dat", "NAME=x;CACHE_RTS=0;CACHE_RTC=-1",
         "NAME=12345678;PATH=" + path230, "NAME=" + name20 + ";TYPE=MEMORY;PATH=123456",
         "NAME=x;SIZE_DAT=120K;SIZE_TRN=10B", "NAME=x;SIZE_DAT=0;SIZE_TRN=none", "NAME=x;SIZE_DAT=8191G",
-        "NAME=x;TYPE2=RAW;SIZE_DAT=2147483637B;SIZE_TRN=10B"}},
+        "NAME=x;TYPE2=RAW;SIZE_DAT=2147483637B;SIZE_TRN=10B",
+        "NAME=x;HASH_SIZE_DAT=1048576;HASH_SIZE_TRN=1048576;TRAN_HASH=1048576;BEGIN_RETRY=0"}},
       {112001, {" ", "PATH=D:\\db"}},
       {112018, {"NAME=n" + name20}},
       {112009, {"NAME=x;BLOCK_SIZE=1000", "NAME=x;BLOCK_SIZE=0"}},
@@ -123,8 +132,9 @@ TEST_F(Parameters, ChecksEndInAStatus) {
       {112019, {"NAME=x;FILE_SFX_DAT=dat;FILE_SFX_TRN=.Dat", "NAME=x;FILE_SFX_TRN=dat"}},
       {112017,
        {"NAME=x;CACHE_SIZE_DAT=0", "NAME=x;CACHE_SIZE_TRN=-1", "NAME=x;HASH_SIZE_DAT=0",
-        "NAME=x;HASH_SIZE_TRN=x", "NAME=x;TRAN_HASH=0", "NAME=x;CACHE_RTS=-1", "NAME=x;SIZE_DAT=100S",
-        "NAME=x;SIZE_DAT=100S;SECTOR_SIZE=8192"}},
+        "NAME=x;HASH_SIZE_TRN=x", "NAME=x;HASH_SIZE_DAT=1048577", "NAME=x;HASH_SIZE_TRN=1048577",
+        "NAME=x;TRAN_HASH=1048577", "NAME=x;BEGIN_RETRY=-1", "NAME=x;TRAN_HASH=0", "NAME=x;CACHE_RTS=-1",
+        "NAME=x;SIZE_DAT=100S", "NAME=x;SIZE_DAT=100S;SECTOR_SIZE=8192"}},
       {112012, {"NAME=123456789;PATH=" + path230, "NAME=" + name20 + ";TYPE=MEMORY;PATH=1234567"}},
       {112006, {"NAME=x;SIZE_DAT=100", "NAME=x;SIZE_DAT=116K"}},
       {112007, {"NAME=x;SIZE_TRN=9B"}},
@@ -137,6 +147,9 @@ TEST_F(Parameters, ChecksEndInAStatus) {
   for (const auto &[status, texts] : cases)
     for (const std::string &text : texts) EXPECT_EQ(check(text), status) << text;
   EXPECT_EQ(check("NAME=x;SIZE_DAT=100;TYPE2=RAW", false), 0) << "sizes matter for creation only";
+  env_set("HVI_LOCK_RETRY", "-1");
+  EXPECT_EQ(check("NAME=x"), 0);
+  EXPECT_EQ(Block(param_create("NAME=x"))->begin_retry, 0);
 }
 
 TEST_F(Parameters, SizesInBlocks) {

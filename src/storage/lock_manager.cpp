@@ -30,9 +30,6 @@
 namespace tovik {
 namespace {
 
-constexpr int32_t default_sleep = 10;
-constexpr int32_t default_retry = 100;
-
 struct ByteRange {
   int64_t offset;  // from the start of block 1 of the DAT part
   int64_t length;
@@ -239,8 +236,8 @@ LockManager *lm_create(BlockManager &bm) {
   }
   for (LockEntry &entry : lm->table) entry = {no_thread, LockLevel::none};
   lm->bm = &bm;
-  lm->sleep = bm.params->lock_sleep > 0 ? bm.params->lock_sleep : default_sleep;
-  lm->retry = bm.params->lock_retry > 0 ? bm.params->lock_retry : default_retry;
+  lm->sleep = param_lock_sleep(*bm.params);
+  lm->retry = param_lock_retry(*bm.params);
   lm->dblock = no_thread;
   return lm;
 }

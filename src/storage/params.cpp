@@ -122,7 +122,7 @@ bool set_name(Params &params, const char *value) {
   }
   char *directory = text_dup(value);
   if (directory == nullptr) return fail(status::out_of_memory);
-  directory[separator - value] = '\0';
+  directory[separator > value ? separator - value : 1] = '\0';  // the root is its separator
   mem_free(params.name_directory);
   params.name_directory = directory;
   params.path = directory;
@@ -241,7 +241,7 @@ void set_defaults(Params &params) {
   params.ftio_ovfl = env_number(Env::ftio_ovfl);
   params.zorder_master = env_number(Env::zorder_master);
   params.zorder_ovfl = env_number(Env::zorder_ovfl);
-  params.begin_retry = env_number(Env::lock_retry);
+  params.begin_retry = env_number(Env::lock_retry) < 0 ? 0 : env_number(Env::lock_retry);
   params.begin_sleep = env_number(Env::lock_sleep);
   params.format = 2;
 }

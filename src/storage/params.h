@@ -87,13 +87,22 @@ Params *param_create(const char *text);
 void param_destroy(Params *params);  // null is ignored
 
 // Checks the block, settles manage type and driver number and, for creation, the sizes in blocks. Beyond the
-// checks of a single value it refuses what could not work: cache, hash and map sizes below 1 or a negative
-// CACHE_RTS (112017), size texts out of range (112013) or in sectors without a sector size (112017), suffixes
-// that name one file (112019), storage names over 255 characters, 31 in memory (112012). Statuses 112xxx.
+// checks of a single value it refuses what could not work: cache, hash and map sizes below 1, hash and map
+// sizes above 1,048,576, a negative CACHE_RTS or BEGIN_RETRY (112017), size texts out of range (112013) or in
+// sectors without a sector size (112017), suffixes that name one file (112019), storage names over 255
+// characters, 31 in memory (112012). Statuses 112xxx.
 [[nodiscard]] bool param_check(Params &params, bool for_creation);
 
 // The value of the last raw item with that key (any case), or null.
 const char *param_lookup(const Params &params, const char *key);
+
+// LOCK_RETRY and LOCK_SLEEP as every wait for a lock uses them: 100 and 10 milliseconds when not above 0.
+inline int32_t param_lock_retry(const Params &params) {
+  return params.lock_retry > 0 ? params.lock_retry : 100;
+}
+inline int32_t param_lock_sleep(const Params &params) {
+  return params.lock_sleep > 0 ? params.lock_sleep : 10;
+}
 
 // The listing of every field, through dump_line to standard output.
 void param_dump(const Params &params);

@@ -18,6 +18,7 @@ constexpr int size_digit_limit = 67;
 constexpr int size_dat_minimum = 30;  // blocks
 constexpr int size_trn_minimum = 10;
 constexpr int sqlite_driver_no = 101;
+constexpr int32_t hash_size_limit = 1 << 20;  // chains: 8 MiB, for the maps of each transaction
 
 bool check_name(const Params &params) {
   if (params.name[0] == '\0') return fail(status::param_no_name);
@@ -74,8 +75,10 @@ bool check_suffixes(const Params &params) {
 }
 
 bool check_numbers(const Params &params) {
-  const bool work = params.cache_size_dat >= 1 && params.cache_size_trn >= 1 && params.hash_size_dat >= 1 &&
-                    params.hash_size_trn >= 1 && params.tran_hash >= 1 && params.cache_sleep >= 0;
+  bool work = params.cache_size_dat >= 1 && params.cache_size_trn >= 1 && params.cache_sleep >= 0 &&
+              params.begin_retry >= 0;
+  for (const int32_t chains : {params.hash_size_dat, params.hash_size_trn, params.tran_hash})
+    work = work && chains >= 1 && chains <= hash_size_limit;
   return work || fail(status::param_value);
 }
 

@@ -11,15 +11,15 @@ void heading(const char *text) {
 }
 
 void number(const char *label, int32_t value) {
-  dump_line(nullptr, 0, "  %-16s: %d", label, value);
+  dump_line(nullptr, 0, "  %-16.16s: %d", label, value);
 }
 
 void octal(const char *label, int32_t value) {
-  dump_line(nullptr, 0, "  %-16s: 0%o", label, static_cast<unsigned>(value));
+  dump_line(nullptr, 0, "  %-16.16s: 0%o", label, static_cast<unsigned>(value));
 }
 
 void text(const char *label, const char *value) {
-  dump_line(nullptr, 0, "  %-16s: %s", label, value == nullptr ? "" : value);
+  dump_line(nullptr, 0, "  %-16.16s: %s", label, value == nullptr ? "" : value);
 }
 
 void dump_io(const Params &params) {
@@ -32,7 +32,7 @@ void dump_io(const Params &params) {
   number("option", params.io.open_option);
   number("hd no", params.io.unit_number);
   number("sector size", params.io.sector_size);
-  dump_line(nullptr, 0, "  %-16s: %lld", "start sector", static_cast<long long>(params.io.start_sector));
+  dump_line(nullptr, 0, "  %-16.16s: %lld", "start sector", static_cast<long long>(params.io.start_sector));
   number("block size", params.io.block_size);
   if (params.io.start_sector > 0 && params.io.sector_size > 0)
     number("blsz / scsz", params.io.block_size / params.io.sector_size);
