@@ -84,13 +84,18 @@ TEST_F(Blocks, CreateOpenRemove) {
   ASSERT_TRUE(database);
   EXPECT_EQ(database->params->language, 2) << "the header's";
   database.bm.reset();
-  touch({"orders.trn", "orders.7.trn_"});
+  touch({"orders.trn", "orders.7.trn_", "orders.old.7.trn_"});
   EXPECT_TRUE(remove());
-  EXPECT_EQ(files(), (Names{"orders.8.log_", "other.9.trn_"}));
+  EXPECT_EQ(files(), (Names{"orders.8.log_", "other.9.trn_", "orders.old.7.trn_"}));
+  EXPECT_TRUE(create("FILE_SFX_TRN=log"));
+  EXPECT_TRUE(files().contains("orders.8.log_"));
+  EXPECT_TRUE(remove("FILE_SFX_TRN=log"));
+  EXPECT_EQ(files(), (Names{"other.9.trn_", "orders.old.7.trn_"}));
 
   env_set("HVI_TRAN_HISTORY_SAVE", "ON");
   touch({"orders.7.trn_"});
-  EXPECT_TRUE(create() && remove());
+  EXPECT_TRUE(create());
+  EXPECT_TRUE(remove());
   EXPECT_TRUE(files().contains("orders.7.trn_"));
   EXPECT_EQ(take_recorded(), Codes{});
 }

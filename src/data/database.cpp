@@ -131,7 +131,9 @@ Database *db_create(const char *params) {
   if (db == nullptr) return nullptr;
   db->storage = sm_create(*db->params);
   if (db->storage == nullptr) return fail_null(status::db_storage_create);
-  return catalog_create(*db) && sm_direct_end(*db->storage) ? db.release() : nullptr;
+  if (catalog_create(*db) && sm_direct_end(*db->storage)) return db.release();
+  bm_discard(*db->storage->bm);
+  return nullptr;
 }
 
 Database *db_open(const char *params) {

@@ -31,7 +31,8 @@ struct Database {
   bool reload_pending;  // what is cached from the DAT part must be read again at the next lock grant
 };
 
-Database *db_create(const char *params);  // 40002 to 40007 over the cause's status; durable when it returns
+// Durable when it returns; a creation that fails leaves no file. 40002 to 40007 over the cause's status.
+Database *db_create(const char *params);
 Database *db_open(const char *params);    // 40008 to 40015, 140003
 void db_close(Database *db);
 [[nodiscard]] bool db_remove(const char *params);  // 40014

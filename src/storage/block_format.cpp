@@ -106,6 +106,8 @@ enum Offset : int {
   trn_header_end = 0x138,
 };
 
+constexpr uint8_t language_limit = 2;  // UTF-8
+
 static_assert(at_key_check + sizeof(CommonHeader::key_check) == common_header_size);
 static_assert(at_name + sizeof(CommonHeader::name) <= at_cipher_name);
 static_assert(at_part == common_header_size);
@@ -290,6 +292,8 @@ bool header_decode(HeaderRecord &header, PartNo part, const uint8_t *block) {
   } else {
     read.creation_time = load_i64(block + at_creation_time);
     read.last_applied = load_i64(block + at_last_applied);
+    const bool gone = (information.pstat & pstat_deleted) != 0 || read.creation_time != header.creation_time;
+    if (!opening && gone) return fail(status::storage_deleted);
   }
   if (!opening && !values_possible(read, part, header_common(read))) return fail(status::header_format);
   header = read;
@@ -318,11 +322,11 @@ bool header_validate(const HeaderRecord &header, const Params &params) {
   // In the wrong layout the TRN part would lie over the DAT part.
   if (common.manage_type != static_cast<int32_t>(params.manage_type))
     return fail(status::header_storage_type);
-  const bool possible = common.database_type == static_cast<uint8_t>(DatabaseType::ordinary) &&
-                        terminated(header.common + at_name, sizeof common.name) &&
-                        terminated(header.common + at_cipher_name, sizeof common.cipher_name) &&
-                        sizes_possible(common, params.manage_type) &&
-                        values_possible(header, part_dat, common);
+  const bool possible =
+      common.database_type == static_cast<uint8_t>(DatabaseType::ordinary) && common.lang <= language_limit &&
+      terminated(header.common + at_name, sizeof common.name) &&
+      terminated(header.common + at_cipher_name, sizeof common.cipher_name) &&
+      sizes_possible(common, params.manage_type) && values_possible(header, part_dat, common);
   return possible || fail(status::header_format);
 }
 

@@ -85,9 +85,10 @@ void header_set_common(HeaderRecord &header, const CommonHeader &fields);  // en
 void header_encode(const HeaderRecord &header, PartNo part, uint8_t *block, int block_size);
 
 // Takes the part's header from block. While the in-memory magic is empty the common header is taken too, for
-// DAT only, and header_validate must follow. Otherwise the block's magic must be the in-memory one and its
-// values must be possible (part number, counters, a committed map); header is changed only on success.
-// Statuses 20001 (TRN first), 20003 (magic differs), 20019 (impossible values).
+// DAT only, and header_validate must follow. Otherwise the block's magic must be the in-memory one, a DAT
+// part must still be the one that was opened and not marked deleted, and the values must be possible (part
+// number, counters, a committed map); header is changed only on success. Statuses 20001 (TRN first), 20003
+// (magic differs), 120106 (the database is gone), 20019 (impossible values).
 [[nodiscard]] bool header_decode(HeaderRecord &header, PartNo part, const uint8_t *block);
 
 // The checks at open, in order: magic, byte order, version, format, use type, storage type, block size,

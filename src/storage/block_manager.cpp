@@ -7,6 +7,7 @@
 #include "frame/error.h"
 #include "platform/held.h"
 #include "storage/block_cipher.h"
+#include "storage/storage_use.h"
 #include "storage/trn_storage.h"
 
 namespace tovik {
@@ -71,24 +72,35 @@ bool open_dat(BlockManager &bm, const char *name, StatusCode failure) {
   return bm.io[part_dat] != nullptr || fail(failure);
 }
 
-bool open_existing_dat(BlockManager &bm) {
-  if (layout_unnamed(bm.params->manage_type)) return open_dat(bm, nullptr, status::block_open_storage);
+bool take_use(BlockManager &bm, StorageUse use, StatusCode taken) {
+  if (use == StorageUse::shared) return storage_share(bm);
+  const LockResult result = storage_use(bm.io[part_dat], use);
+  return result == LockResult::granted || (result == LockResult::busy && fail(taken));
+}
+
+// taken: what is told when the storage cannot be had alone.
+bool open_existing_dat(BlockManager &bm, StorageUse use, StatusCode taken = 0) {
+  constexpr int name_tries = 8;
+  if (layout_unnamed(bm.params->manage_type))
+    return open_dat(bm, nullptr, status::block_open_storage) && take_use(bm, use, taken);
   StorageName name;
   if (!dat_name(bm, name)) return false;
-  if (!io_exists(bm_driver(bm), name)) return fail(status::database_missing);
-  return open_dat(bm, name, status::block_open_file);
+  for (int tries = 0; tries < name_tries && io_exists(bm_driver(bm), name); ++tries) {
+    if (!open_dat(bm, name, status::block_open_file) || !take_use(bm, use, taken)) return false;
+    if (io_is_named(bm.io[part_dat], name)) return true;
+    if (!bm_close_storage(bm, part_dat)) return false;
+  }
+  return fail(status::database_missing);
 }
 
-bool remove_old(const BlockManager &bm, const char *name) {
-  return !io_exists(bm_driver(bm), name) || io_remove(bm_driver(bm), name) || fail(status::block_remove_old);
+bool remove_if_there(const BlockManager &bm, const char *name) {
+  return !io_exists(bm_driver(bm), name) || io_remove(bm_driver(bm), name);
 }
 
-// A TRN storage that is left over belongs to a database that was: its record could not be applied to this
-// one.
-bool remove_old_trn(BlockManager &bm) {
+bool remove_trn(const BlockManager &bm) {
   StorageName name;
   if (bm_single(bm)) return true;
-  return storage_name(*bm.params, DatabaseType::ordinary, part_trn, name) && remove_old(bm, name);
+  return storage_name(*bm.params, DatabaseType::ordinary, part_trn, name) && remove_if_there(bm, name);
 }
 
 // Creations that run at once may all find the name free and open the same file, or the same device unused.
@@ -101,25 +113,38 @@ bool begin_creation(BlockManager &bm, StatusCode taken) {
 }
 
 bool end_creation(BlockManager &bm) {
-  return env_on(Env::lock_disable) || io_unlock(bm.io[part_dat], 0, 1, true);
+  return env_on(Env::lock_disable) || (storage_share(bm) && io_unlock(bm.io[part_dat], 0, 1, true));
 }
 
-bool is_new_file(BlockManager &bm) {
+// A file that somebody else removes or replaces meanwhile is not ours.
+bool is_new_file(BlockManager &bm, const char *name) {
+  const LockResult use = storage_use(bm.io[part_dat], StorageUse::shared);
+  if (use == LockResult::failed) return false;
   const int64_t size = io_size(bm.io[part_dat]);
   if (size < 0) return fail(status::block_create_dat);
-  return size == 0 || fail(status::database_exists);
+  const bool ours = use == LockResult::granted && size == 0 && io_is_named(bm.io[part_dat], name);
+  return ours || fail(status::database_exists);
+}
+
+// A temporary storage that exists is left from a process that died: the name holds our own identifiers.
+bool free_dat_name(const BlockManager &bm, const char *name) {
+  if (bm.params->overwrite || bm_temporary(bm))
+    return storage_free_name(bm, name, Replace::anything) || fail(status::block_remove_old);
+  bool free;
+  {
+    ErrorScope otherwise_it_exists;
+    free = storage_free_name(bm, name, Replace::deleted_only);
+  }
+  return free || fail(status::database_exists);
 }
 
 bool create_dat(BlockManager &bm) {
   StorageName name;
-  if (!dat_name(bm, name)) return false;
-  // A temporary storage that exists is left from a process that died: the name holds our own identifiers.
-  const bool replace = bm.params->overwrite || bm_temporary(bm);
-  if (replace && !remove_old(bm, name)) return false;
-  if (io_exists(bm_driver(bm), name)) return fail(status::database_exists);
+  if (!dat_name(bm, name) || !free_dat_name(bm, name)) return false;
   bm.io[part_dat] = io_create(bm_driver(bm), bm.params->io, name, part_dat);
   if (bm.io[part_dat] == nullptr) return fail(status::block_create_dat);
-  if (!begin_creation(bm, status::database_exists) || !is_new_file(bm)) return false;
+  if (!begin_creation(bm, status::database_exists) || !is_new_file(bm, name)) return false;
+  bm.discard = true;
   if (bm.common.size_dat == 0) return true;
   const int64_t blocks = bm_single(bm) ? bm.common.end_trn : bm.common.size_dat;
   return io_truncate(bm.io[part_dat], blocks * bm_block_size(bm)) || fail(status::block_create_dat);
@@ -128,7 +153,8 @@ bool create_dat(BlockManager &bm) {
 bool create_named(BlockManager &bm) {
   if (!create_dat(bm)) return false;
   if (bm_temporary(bm)) return true;
-  if (!remove_old_trn(bm)) return false;
+  // What is left over belongs to a database that was: its record could not be applied to this one.
+  if (!remove_trn(bm)) return fail(status::block_remove_old);
   bm_saved_prune(bm, false);
   return true;
 }
@@ -140,16 +166,17 @@ bool holds_database(BlockManager &bm) {
 
 // A device comes with whatever was on it: look for a live database, then for room up to the last block.
 bool claim_device(BlockManager &bm) {
+  const StatusCode taken = bm.params->overwrite ? status::block_remove_old : status::raw_device_in_use;
+  if (!open_existing_dat(bm, StorageUse::sole, taken)) return false;
   if (!begin_creation(bm, status::raw_device_in_use)) return false;
-  if (!bm.params->overwrite && holds_database(bm)) return fail(status::raw_device_in_use);
+  if (!bm.params->overwrite && holds_database(bm)) return fail(taken);
   memset(bm.block_buffer, 0, static_cast<size_t>(bm_block_size(bm)));
   return io_write_block(bm.io[part_dat], bm.common.end_trn - 1, bm.block_buffer) ||
          fail(status::file_size_limit);
 }
 
 bool create_storage(BlockManager &bm) {
-  if (layout_named(bm.params->manage_type)) return create_named(bm);
-  return open_existing_dat(bm) && claim_device(bm);
+  return layout_named(bm.params->manage_type) ? create_named(bm) : claim_device(bm);
 }
 
 bool read_header(BlockManager &bm, PartNo part, HeaderRecord &header) {
@@ -168,14 +195,40 @@ bool open_header(BlockManager &bm) {
   if (!bm_read_header(bm, part_dat)) return fail(status::header_read);
   if (!header_validate(bm.header, *bm.params)) return false;
   bm.common = header_common(bm.header);
-  if (bm.common.encrypted != 0 && !cipher_check(bm)) return false;
-  return (bm.header.parts[part_dat].pstat & pstat_deleted) == 0 || fail(status::storage_deleted);
+  return bm.common.encrypted == 0 || cipher_check(bm);
 }
 
-bool remove_storage(const BlockManager &bm, PartNo part) {
+bool is_deleted(const BlockManager &bm) {
+  return (bm.header.parts[part_dat].pstat & pstat_deleted) != 0;
+}
+
+bool sync_mark(BlockManager &bm) {
+  return !env_on(Env::tran_sync) || bm_sync(bm, part_dat);
+}
+
+// The order is that of storage_use.h, invariants 2 and 3.
+bool remove_named(BlockManager &bm) {
   StorageName name;
-  if (!storage_name(*bm.params, DatabaseType::ordinary, part, name)) return false;
-  return !io_exists(bm_driver(bm), name) || io_remove(bm_driver(bm), name);
+  if (!dat_name(bm, name) || !mark_deleted(bm, part_dat) || !sync_mark(bm) || !remove_trn(bm)) return false;
+  bm_saved_remove_all(bm);
+  return io_remove(bm_driver(bm), name);
+}
+
+bool remove_unnamed(BlockManager &bm) {
+  return mark_deleted(bm, part_dat) && mark_deleted(bm, part_trn) && sync_mark(bm);
+}
+
+// Nobody else can have put anything under a name that is still ours.
+void discard_storages(BlockManager &bm) {
+  ErrorScope what_stays_is_no_database;
+  if (!layout_named(bm.params->manage_type)) {
+    (void)remove_unnamed(bm);
+    return;
+  }
+  StorageName name;
+  if (!dat_name(bm, name) || !io_is_named(bm.io[part_dat], name)) return;
+  if (!bm_temporary(bm)) (void)(bm_close_storage(bm, part_trn) && remove_trn(bm));
+  (void)io_remove(bm_driver(bm), name);
 }
 
 // The io of a transfer of block of part, or null with a status.
@@ -194,22 +247,27 @@ BlockManager *bm_create(Params &params, DatabaseType type) {
   if (type != DatabaseType::ordinary && type != DatabaseType::temporary)
     return fail_null(status::block_argument);
   if (!param_check(params, true)) return nullptr;
+  params.io.open_option &= ~open_read_only;
   Holder bm(make_object(params));
   if (bm == nullptr || !fill_header(*bm, type)) return nullptr;
   if (bm_temporary(*bm) && !storage_name(params, type, part_dat, bm->temporary_name)) return nullptr;
   if (!create_storage(*bm) || !bm_write_header(*bm, part_dat)) return nullptr;
+  bm->discard = true;
   if (bm_single(*bm) && !mark_deleted(*bm, part_trn)) return fail_null(status::block_write);
-  return end_creation(*bm) ? bm.release() : nullptr;
+  if (!end_creation(*bm)) return nullptr;
+  bm->discard = bm_temporary(*bm);
+  return bm.release();
 }
 
 BlockManager *bm_open(Params &params, bool clean_history) {
   if (!param_check(params, false)) return nullptr;
   Holder bm(make_object(params));
-  if (bm == nullptr || !open_existing_dat(*bm) || !open_header(*bm)) return nullptr;
+  if (bm == nullptr || !open_existing_dat(*bm, StorageUse::shared) || !open_header(*bm)) return nullptr;
+  if (is_deleted(*bm)) return fail_null(status::storage_deleted);
   params.language = bm->common.lang;
   params.endian = bm->common.endian;
   params.format = bm->common.format;
-  if (clean_history && layout_named(params.manage_type)) bm_saved_prune(*bm, true);
+  if (clean_history && layout_named(params.manage_type) && !bm_read_only(*bm)) bm_saved_prune(*bm, true);
   return bm.release();
 }
 
@@ -222,24 +280,37 @@ bool bm_close_storage(BlockManager &bm, PartNo part) {
 
 void bm_close(BlockManager *bm) {
   if (bm == nullptr) return;
+  if (bm->discard) discard_storages(*bm);
   (void)bm_close_storage(*bm, part_dat);
   (void)bm_close_storage(*bm, part_trn);
   cipher_end(*bm);
-  if (bm->temporary_name[0] != '\0' && io_exists(bm_driver(*bm), bm->temporary_name))
-    (void)io_remove(bm_driver(*bm), bm->temporary_name);
   mem_free(bm->block_buffer);
   mem_delete(bm);
 }
 
 bool bm_remove(Params &params) {
-  Holder bm(bm_open(params, false));
-  if (bm == nullptr) return false;
-  if (!layout_named(params.manage_type)) return mark_deleted(*bm, part_dat) && mark_deleted(*bm, part_trn);
-  if (!bm_close_storage(*bm, part_dat) || !remove_storage(*bm, part_dat)) return false;
-  if (bm_single(*bm)) return true;
-  if (!bm_close_storage(*bm, part_trn) || !remove_storage(*bm, part_trn)) return false;
-  bm_saved_prune(*bm, false);
-  return true;
+  if (!param_check(params, false)) return false;
+  params.io.open_option &= ~open_read_only;
+  Holder bm(make_object(params));
+  if (bm == nullptr || !open_existing_dat(*bm, StorageUse::sole, status::io_remove) || !open_header(*bm))
+    return false;
+  if (layout_named(params.manage_type)) return remove_named(*bm);
+  return is_deleted(*bm) ? fail(status::storage_deleted) : remove_unnamed(*bm);
+}
+
+void bm_discard(BlockManager &bm) {
+  bm.discard = true;
+}
+
+bool bm_check_current(BlockManager &bm) {
+  if (bm_temporary(bm)) return true;
+  if (!layout_named(bm.params->manage_type)) {
+    HeaderRecord stored;
+    return bm_peek_header(bm, part_dat, stored);
+  }
+  StorageName name;
+  if (!dat_name(bm, name)) return false;
+  return io_is_named(bm.io[part_dat], name) || fail(status::storage_deleted);
 }
 
 bool bm_read_block(BlockManager &bm, PartNo part, BlockNo block, void *buffer) {
@@ -247,7 +318,10 @@ bool bm_read_block(BlockManager &bm, PartNo part, BlockNo block, void *buffer) {
   if (io == nullptr) return false;
   const BlockNo at = storage_block(bm, part, block);
   void *target = bm.cipher == nullptr ? buffer : bm.cipher_buffer;
-  if (!io_read_block(io, at, target)) return fail_at_block(status::block_read, at);
+  if (!io_read_block(io, at, target)) {
+    err_set_full(status::block_read, nullptr, nullptr, 0, false, part, at);
+    return false;
+  }
   return bm.cipher == nullptr || cipher_decrypt(bm, buffer);
 }
 

@@ -23,6 +23,7 @@ struct BlockManager {
   uint8_t *cipher_buffer;  // one block, only with a cipher
   StorageName temporary_name;
   uint8_t *block_buffer;  // one block of scratch for headers
+  bool discard;           // the storages go when this is closed: temporary, or a creation that failed
 };
 
 inline int bm_block_size(const BlockManager &bm) {
@@ -40,6 +41,9 @@ inline bool bm_single(const BlockManager &bm) {
 inline bool bm_temporary(const BlockManager &bm) {
   return bm.common.database_type == static_cast<uint8_t>(DatabaseType::temporary);
 }
+inline bool bm_read_only(const BlockManager &bm) {
+  return (bm.params->io.open_option & open_read_only) != 0;
+}
 inline int32_t bm_part_size(const BlockManager &bm, PartNo part) {  // blocks, 0 = no limit
   return part == part_dat ? bm.common.size_dat : bm.common.size_trn;
 }
@@ -47,19 +51,29 @@ inline IoObject *bm_io(const BlockManager &bm, PartNo part) {  // null while the
   return bm.io[bm_single(bm) ? part_dat : part];
 }
 
-// Creates the storages, replacing existing ones with OVERWRITE, and writes the DAT header. params must
-// outlive the object. Statuses 112xxx, 120101, 20006, 20007; single storages 120102, 120103, 120104, 20008,
-// 20015; 20009.
+// Creates the storages, replacing existing ones with OVERWRITE and those marked deleted, and writes the DAT
+// header; opens them for writing whatever OPT says. A failure leaves no storage behind. params must outlive
+// the object. Statuses 112xxx, 120101, 20006 (also when somebody has the old one open), 20007; single
+// storages 120102, 120103, 120104, 20008, 20015; 20009.
 BlockManager *bm_create(Params &params, DatabaseType type);
 
 // Opens the DAT storage, checks its header and hands language, byte order and format to params. clean_history
-// prunes saved TRN storages. Statuses 112xxx, 120102, 20008, 20015, 20010, those of header_validate, 120106.
+// prunes saved TRN storages, unless OPT opens read-only. Statuses 112xxx, 120102, 20008, 20015, 140003 (it is
+// being removed), 20010, those of header_validate, 120106.
 BlockManager *bm_open(Params &params, bool clean_history);
 
 void bm_close(BlockManager *bm);  // null is ignored; removes the storage of a temporary database
 
-// Removes every storage of a database that nobody has open; a RAW_DEV or DEVICE storage is marked deleted.
+// Removes every storage of a database that nobody has open, also of one whose removal was interrupted; a
+// RAW_DEV or DEVICE storage is marked deleted. 108 when somebody has it open, and the statuses of bm_open.
 [[nodiscard]] bool bm_remove(Params &params);
+
+// A creation has failed after bm_create: closing removes the storages, or marks them deleted.
+void bm_discard(BlockManager &bm);
+
+// Whether this is still the database that its name stands for; otherwise 120106, and nothing may be changed
+// under that name. A single storage without a name of its own is asked by its header.
+[[nodiscard]] bool bm_check_current(BlockManager &bm);
 
 // Transfers of one block; block 0 is refused with 20001. Statuses 20002, 120105, 20017/20018, 20012/20011.
 [[nodiscard]] bool bm_read_block(BlockManager &bm, PartNo part, BlockNo block, void *buffer);

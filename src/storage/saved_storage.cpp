@@ -10,7 +10,7 @@ namespace tovik {
 
 namespace {
 
-constexpr char saved_suffix[] = ".trn_";
+constexpr char pruned_end[] = ".trn_";  // other suffixes are left alone until the database is removed
 
 bool saved_name(const BlockManager &bm, uint32_t number, StorageName name) {
   StorageName trn;
@@ -23,50 +23,41 @@ const char *last_part(const char *name) {
   return separator == nullptr ? name : separator + 1;
 }
 
-// What pruning goes by. Names are those of directory entries, without the directory.
+// What pruning goes by. Names are those of directory entries, without the directory. An entry is a saved
+// storage of this database when only digits stand between stem and end: what another database has put there
+// ("t.old.7.trn_" beside "t.7.trn_") is not ours.
 struct PruneRule {
   StorageName trn;  // the full name
   const char *stem;
-  int stem_length;    // up to and including the first "."
+  int stem_length;    // up to and including the last "."
+  StorageName end;    // "." and the suffix as saved storages have it
   bool keep_current;  // storages that a restart could apply
   uint32_t ucnt;
-  StorageName kept[4];  // full names that always stay: the database's own storages and the current saved ones
 };
 
-bool make_rule(const BlockManager &bm, bool at_open, PruneRule &rule) {
-  const uint32_t ucnt = bm.header.parts[part_dat].counters.ucnt;
-  rule.keep_current = at_open;
-  rule.ucnt = ucnt;
-  if (!storage_name(*bm.params, DatabaseType::ordinary, part_trn, rule.trn) ||
-      !storage_name(*bm.params, DatabaseType::ordinary, part_dat, rule.kept[0]))
-    return false;
-  memcpy(rule.kept[1], rule.trn, sizeof rule.trn);
+bool make_rule(const BlockManager &bm, bool keep_current, PruneRule &rule) {
+  rule.keep_current = keep_current;
+  rule.ucnt = bm.header.parts[part_dat].counters.ucnt;
+  if (!storage_name(*bm.params, DatabaseType::ordinary, part_trn, rule.trn)) return false;
   rule.stem = last_part(rule.trn);
-  const char *dot = strchr(rule.stem, '.');
+  const char *dot = strrchr(rule.stem, '.');
   if (dot == nullptr) return false;
   rule.stem_length = static_cast<int>(dot - rule.stem) + 1;
-  return !at_open || (saved_storage_name(rule.trn, ucnt, rule.kept[2]) &&
-                      saved_storage_name(rule.trn, ucnt + 1, rule.kept[3]));
-}
-
-bool always_kept(const PruneRule &rule, const char *entry) {
-  for (const StorageName &name : rule.kept)
-    if (name[0] != '\0' && strcmp(last_part(name), entry) == 0) return true;
-  return false;
-}
-
-uint32_t leading_number(const char *text) {
-  uint64_t number = 0;
-  for (; *text >= '0' && *text <= '9' && number <= UINT32_MAX; ++text)
-    number = number * 10 + static_cast<uint64_t>(*text - '0');
-  return number > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(number);
+  const size_t length = strlen(dot);
+  if (length + 2 > sizeof rule.end) return false;
+  memcpy(rule.end, dot, length);
+  strcpy(rule.end + length, "_");
+  return true;
 }
 
 bool is_prunable(const PruneRule &rule, const char *entry) {
   if (strncmp(entry, rule.stem, static_cast<size_t>(rule.stem_length)) != 0) return false;
-  if (strcmp(strrchr(entry, '.'), saved_suffix) != 0 || always_kept(rule, entry)) return false;
-  const uint32_t number = leading_number(entry + rule.stem_length);
-  return !rule.keep_current || (number != rule.ucnt && number != rule.ucnt + 1);
+  const char *digits = entry + rule.stem_length, *text = digits;
+  uint64_t number = 0;
+  for (; *text >= '0' && *text <= '9' && number <= UINT32_MAX; ++text)
+    number = number * 10 + static_cast<uint64_t>(*text - '0');
+  if (text == digits || strcmp(text, rule.end) != 0) return false;
+  return !rule.keep_current || (number != rule.ucnt && number != static_cast<uint32_t>(rule.ucnt + 1));
 }
 
 void remove_entry(const BlockManager &bm, const PruneRule &rule, const char *entry) {
@@ -111,7 +102,8 @@ bool bm_saved_exists(BlockManager &bm, uint32_t number) {
 bool bm_saved_remove(BlockManager &bm, uint32_t number) {
   StorageName name;
   if (bm_single(bm)) return true;
-  return bm_close_storage(bm, part_trn) && saved_name(bm, number, name) && trn_destroy_storage(bm, name);
+  return bm_check_current(bm) && bm_close_storage(bm, part_trn) && saved_name(bm, number, name) &&
+         trn_destroy_storage(bm, name);
 }
 
 bool bm_saved_drop_stale(BlockManager &bm) {
@@ -133,8 +125,16 @@ void bm_saved_prune(BlockManager &bm, bool at_open) {
   if (bm_single(bm) || !io_can_rename(bm_driver(bm))) return;
   if (!at_open && env_on(Env::tran_history_save)) return;
   ErrorScope failures_stay_here;
-  PruneRule rule = {};
-  if (make_rule(bm, at_open, rule)) prune_directory(bm, rule);
+  PruneRule rule;
+  if (bm_check_current(bm) && make_rule(bm, at_open, rule) && strcmp(rule.end, pruned_end) == 0)
+    prune_directory(bm, rule);
+}
+
+void bm_saved_remove_all(BlockManager &bm) {
+  if (bm_single(bm) || !io_can_rename(bm_driver(bm)) || env_on(Env::tran_history_save)) return;
+  ErrorScope failures_stay_here;
+  PruneRule rule;
+  if (make_rule(bm, false, rule)) prune_directory(bm, rule);
 }
 
 }  // namespace tovik

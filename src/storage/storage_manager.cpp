@@ -130,10 +130,11 @@ bool follow_header(StorageManager &sm, bool *changed) {
   return true;
 }
 
-// What was changed outside a transaction and not finished reaches the DAT part as far as it can.
+// What was changed outside a transaction and not finished reaches the DAT part as far as it can, unless that
+// is another database's by now.
 void write_leftovers(StorageManager &sm) {
   if (sm.data != nullptr && sm.direct_changed && !data_layer.write_counters(sm)) return;
-  if (sm.tm != nullptr && dat_is_dirty(sm)) (void)flush_dat(sm);
+  if (sm.tm != nullptr && dat_is_dirty(sm) && bm_check_current(*sm.bm)) (void)flush_dat(sm);
 }
 
 }  // namespace
@@ -152,10 +153,11 @@ StorageManager *sm_create(Params &params) {
   sm->bm = bm_create(params, DatabaseType::ordinary);
   if (sm->bm == nullptr) return fail_null(status::storage_block_create);
   sm->creating = true;
-  if (!create_caches(*sm) || !create_lock_manager(*sm)) return nullptr;
-  if (!allocate_first_blocks(*sm) || !create_systems(*sm)) return nullptr;
-  if (!create_transaction_manager(*sm)) return nullptr;
-  return sm.release();
+  if (create_caches(*sm) && create_lock_manager(*sm) && allocate_first_blocks(*sm) && create_systems(*sm) &&
+      create_transaction_manager(*sm))
+    return sm.release();
+  bm_discard(*sm->bm);
+  return nullptr;
 }
 
 StorageManager *sm_open(Params &params) {
@@ -164,7 +166,7 @@ StorageManager *sm_open(Params &params) {
   sm->bm = bm_open(params, true);
   if (sm->bm == nullptr) return fail_null(status::storage_block_open);
   if (!create_caches(*sm) || !create_lock_manager(*sm) || !create_transaction_manager(*sm)) return nullptr;
-  if (params.warm_restart && !restart_under_lock(*sm)) return nullptr;
+  if (params.warm_restart && !bm_read_only(*sm->bm) && !restart_under_lock(*sm)) return nullptr;
   if (!open_systems_under_lock(*sm)) return nullptr;
   return sm.release();
 }
@@ -183,7 +185,7 @@ StorageManager *sm_create_work(Params &params) {
 void sm_close(StorageManager *sm) {
   if (sm == nullptr) return;
   while (sm->tm != nullptr && sm->tm->level > 0) (void)tm_rollback(*sm->tm, sm->tm->tid);
-  if (sm->dat != nullptr) write_leftovers(*sm);
+  if (sm->dat != nullptr && !sm->bm->discard) write_leftovers(*sm);
   if (sm->bm != nullptr) data_layer.close(*sm);
   cm_destroy(sm->dat);
   cm_destroy(sm->trn);

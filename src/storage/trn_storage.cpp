@@ -210,7 +210,7 @@ bool bm_trn_reset(BlockManager &bm) {
     case TrnRecord::failed:
       return false;
   }
-  if (!bm_single(bm) && !reset_storage(bm)) return false;
+  if (!bm_check_current(bm) || (!bm_single(bm) && !reset_storage(bm))) return false;
   clear_state(bm);
   bm.header.commit.tstat = tran_open;
   return true;
@@ -219,6 +219,10 @@ bool bm_trn_reset(BlockManager &bm) {
 bool bm_trn_release(BlockManager &bm, bool committed) {
   const bool recorded = bm.header.commit.tstat == tran_committed;
   clear_state(bm);
+  if (!bm_check_current(bm)) {
+    (void)bm_close_storage(bm, part_trn);
+    return false;
+  }
   return bm_single(bm) ? mark_deleted(bm, recorded) : release_storage(bm, committed, recorded);
 }
 
@@ -229,6 +233,7 @@ void bm_trn_abandon(BlockManager &bm) {
 
 bool bm_trn_destroy(BlockManager &bm) {
   clear_state(bm);
+  if (!bm_check_current(bm)) return false;
   if (bm_single(bm)) return mark_deleted(bm, true);
   StorageName name;
   return trn_name(bm, name) && bm_close_storage(bm, part_trn) && trn_destroy_storage(bm, name);

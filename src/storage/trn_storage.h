@@ -11,6 +11,9 @@
 //      truncated and flushed before it is removed (bm_trn_destroy).
 //   3. Separate storages: the TRN storage is open only from bm_trn_reset or bm_trn_reopen to its release. In
 //      between another process may have put a new one in its place.
+//   4. Nothing is truncated, renamed or removed by name, nor in a single storage marked, unless the DAT name
+//      still stands for this database (bm_check_current, 120106): the TRN storage found may be the one of a
+//      database made anew.
 #pragma once
 
 #include "storage/block_manager.h"
@@ -53,9 +56,14 @@ bool bm_saved_exists(BlockManager &bm, uint32_t number);
 // blocks of the DAT part change.
 [[nodiscard]] bool bm_saved_drop_stale(BlockManager &bm);
 
-// Removes saved storages: at open all but those numbered ucnt and ucnt + 1, at creation and removal all
-// (unless HVI_TRAN_HISTORY_SAVE). Records nothing: what stays behind is left for the next time.
+// Removes saved storages: at open all but those numbered ucnt and ucnt + 1, at creation all (unless
+// HVI_TRAN_HISTORY_SAVE); with another TRN suffix than ".trn" none. Records nothing: what stays behind is
+// left for the next time.
 void bm_saved_prune(BlockManager &bm, bool at_open);
+
+// At removal of the database: removes all of them, whatever the suffix (unless HVI_TRAN_HISTORY_SAVE).
+// Records nothing.
+void bm_saved_remove_all(BlockManager &bm);
 
 // For saved_storage.cpp: empties the storage called name, flushes that and removes it; and whether the TRN
 // part holds a commit record of this database that waits to be applied.
