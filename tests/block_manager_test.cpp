@@ -1,7 +1,10 @@
 #include "storage/block_manager.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
+#include <csignal>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -189,6 +192,47 @@ TEST_F(Blocks, RawDevice) {
   EXPECT_FALSE(open(device));
   EXPECT_EQ(recorded(), (Codes{120102, 120104, 120106}));
   EXPECT_TRUE(create(device)) << "a deleted device is free";
+}
+
+// Room is real once reserved: it is taken on the disk, or met with a clean failure that leaves the file as it
+// was. Whatever the driver can do, a file ends with the last block reserved, and nothing already there
+// changes.
+TEST_F(Blocks, RoomIsReserved) {
+  rlimit limit;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+  const rlim_t unlimited = limit.rlim_cur;
+  const auto set_limit = [&limit](rlim_t bytes) {
+    limit.rlim_cur = bytes;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  };
+  signal(SIGXFSZ, SIG_IGN);
+  for (const bool able : {true, false}) {
+    SCOPED_TRACE(able);
+    FaultDriver driver;
+    if (!able) driver.cannot_reserve();
+    Engine engine;
+    const std::string params = "DRV_NO=101;OVERWRITE=true";
+    set_limit(100 * 4096);
+    for (const char *layout : {";SIZE_DAT=300B", ";TYPE2=RAW;SIZE_DAT=90B;SIZE_TRN=20B"}) {
+      EXPECT_FALSE(create(params + layout));
+      EXPECT_EQ(take_recorded()[0], 20007);
+    }
+    EXPECT_EQ(size("orders.dat") + size("orders"), 0u);
+    BlockDatabase database = create(params);
+    ASSERT_TRUE(database && bm_write_block(*database, part_dat, 1, block_of('b').data()));
+    const std::string before = content("orders.dat");
+    EXPECT_FALSE(bm_reserve(*database, 100));
+    EXPECT_EQ(take_recorded(), Codes{120103});
+    EXPECT_EQ(content("orders.dat"), before);
+    EXPECT_TRUE(bm_reserve(*database, 99));
+    EXPECT_EQ(content("orders.dat"), before + std::string(98 * 4096, '\0'));
+    set_limit(unlimited);
+    struct stat status;
+    ASSERT_TRUE(create(params + ";SIZE_DAT=300B"));
+    ASSERT_EQ(stat(file("orders.dat").c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, 300 * 4096);
+    EXPECT_GE(status.st_blocks * 512, status.st_size) << "a hole is no room";
+  }
 }
 
 // A cipher that adds the key's first byte; the key "!" opens none.

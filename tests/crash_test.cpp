@@ -109,7 +109,13 @@ class Examination {
     return hash;
   }
 
+  // On a full disk the completion of a commit may have to wait, but not longer than for room.
   void look(DiskLog *recovery) {
+    if (random_.one_in(4)) {
+      fault_driver::fill_disk(0);
+      const Session waits_perhaps(params_);
+      fault_driver::heal();
+    }
     Session session(params_);
     ASSERT_TRUE(session.open()) << session.open_status();
     const std::string state = database_text(session);
@@ -221,6 +227,63 @@ TEST_P(CrashTest, RandomWorkload) {
   if (in_transaction) statements.push_back("COMMIT TRANSACTION");
   examine_run(params_, made_database(params_, {}), statements, {.singles = 2, .randoms = 1, .recoveries = 20},
               true);
+}
+
+// Each growth of a file finds the disk full in turn, and so do all later ones: the statement that meets it
+// says what became of it, the database stays readable all the time, and goes on when there is room.
+TEST_P(CrashTest, FullDiskAtEveryGrowth) {
+  const DiskImage base = made_database(params_, schema() + person_rows(0, 20));
+  const Recording run = record(
+      params_, base,
+      person_rows(100, 4) +
+          Statements{"UPDATE person SET note = note || 'longer than it was before'", "BEGIN TRANSACTION"} +
+          person_rows(200, 12) +
+          Statements{"DELETE FROM person WHERE id > 100", "COMMIT TRANSACTION",
+                     "CREATE INDEX person_note ON person (id, name)",
+                     "CREATE TABLE other (a int AUTO_INCREMENT, b text)", "DROP INDEX person_name",
+                     "DROP TABLE person"});
+  Random random;
+  Examination examination(params_, random);
+  const auto look = [&](const Step &step, const std::string &expected, Session &session) {
+    ASSERT_TRUE(session.open()) << step.sql << ": " << session.open_status();
+    ASSERT_EQ(database_text(session), expected) << step.sql;
+    ASSERT_EQ(database_fault(session), "") << step.sql;
+  };
+  int growths = -1;
+  for (bool met = true; met && !HasFailure();) {
+    SCOPED_TRACE(++growths);
+    met = false;
+    fault_driver::load(base);
+    fault_driver::fill_disk(growths);
+    const Step *step;
+    std::string expected;
+    {
+      Session session(params_);
+      for (step = run.steps.data(); step != run.steps.data() + run.steps.size() && !met; ++step) {
+        const StatusCode status = session.run(step->sql);
+        met = status != 0;
+        expected = !met || status == status::tran_apply ? step->after : step->before;
+      }
+      --step;
+      if (met) (void)session.run("ROLLBACK TRANSACTION");
+      look(*step, expected, session);
+    }
+    const DiskLog log = fault_driver::log();
+    for (const bool full : {true, false}) {
+      if (!full) fault_driver::heal();
+      Session session(params_);
+      look(*step, expected, session);
+      if (!full) {
+        ASSERT_EQ(session.run("CREATE TABLE later (x int)"), 0);
+      }
+    }
+    examination.allow(expected, expected);
+    StoppedDisk(log).each_image(random, 2, 1, [&](const std::string &how, const DiskImage &image) {
+      SCOPED_TRACE("after " + step->sql + ", " + how);
+      examination.examine(image, random.one_in(4));
+    });
+  }
+  printf("%d growths, %d images\n", growths, examination.images());
 }
 
 // Until creation returns there may be no database, but afterwards there is one, and what a stopped creation

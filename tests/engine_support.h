@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 #include <map>
 #include <string>
@@ -133,8 +134,13 @@ class FaultDriver {
   }
   ~FaultDriver() { added_drivers[driver_no - added_driver_base] = nullptr; }
 
-  // The call with that number from now on fails, and no other; 0 fails none.
-  void fail_call(int number) { countdown_ = number; }
+  // The call with that number from now on fails, as on a full disk, and no other or all after it; 0 fails
+  // none.
+  void fail_call(int number, bool and_later = false) {
+    countdown_ = number;
+    and_later_ = and_later;
+  }
+  void cannot_reserve() { driver_.file_reserve = nullptr; }
   std::vector<std::string> take_log() { return std::exchange(log_, {}); }
 
  private:
@@ -151,13 +157,17 @@ class FaultDriver {
   static std::string more(int64_t length) { return " " + std::to_string(length); }
   static bool fails(const char *call, const std::string &name, const std::string &more = "") {
     log_.push_back(std::string(call) + " " + last_part(name) + more);
-    return countdown_ > 0 && --countdown_ == 0;
+    if (countdown_ == 0 || --countdown_ > 0) return false;
+    if (and_later_) countdown_ = 1;
+    errno = ENOSPC;
+    return true;
   }
 
   inline static IoDriver driver_;
   inline static std::vector<std::string> log_;
   inline static std::map<DriverHandle, std::string> names_;
   inline static int countdown_;
+  inline static bool and_later_;
 };
 
 // The allocation with a chosen number fails, and no other.

@@ -105,6 +105,13 @@ StatusCode perform(Session &session, const std::string &statement) {
 struct Expected {
   std::string before, after;
 
+  // What a statement says of itself is the truth.
+  void told(StatusCode status) {
+    if (status == 0 || status == status::tran_apply)
+      before = after;
+    else if (status != status::tran_trn_remove)
+      after = before;
+  }
   void look(Session &session) {
     ASSERT_TRUE(session.open()) << session.open_status();
     const std::string state = database_text(session);
@@ -212,7 +219,7 @@ TEST_P(FailureTest, EveryFailureOfAStatement) {
         const StatusCode status = perform(session, victim.statement);
         heal();
         expect_told(status);
-        if (status == 0) expected.before = expected.after;
+        if (status == 0 || victim.statement != by_records) expected.told(status);
         if (status == 0 && victim.statement == "BEGIN TRANSACTION") {
           ASSERT_EQ(session.run("ROLLBACK TRANSACTION"), 0);
         }

@@ -1,6 +1,7 @@
 #include "fault_driver.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <set>
 #include <utility>
@@ -76,6 +77,7 @@ struct Disk : DiskFiles {
   int first_failure = 0;  // 0: none
   Failure failure = Failure::once;
   std::string failed_call;
+  int growths_left = -1;  // until the disk is full; -1: it never is
 };
 
 Disk disk;
@@ -87,6 +89,15 @@ bool fails(const char *call, const std::string &name) {
   if (disk.calls > disk.first_failure && disk.failure == Failure::once) return false;
   if (disk.failed_call.empty()) disk.failed_call = std::string(call) + " " + name;
   return true;
+}
+
+// Whether file may reach to length; counts a growth, and fails those on a full disk.
+bool has_room(const Handle &handle, int64_t length) {
+  if (length <= static_cast<int64_t>(disk.files[handle.file].size()) || disk.growths_left < 0) return true;
+  if (disk.growths_left > 0) return --disk.growths_left, true;
+  if (disk.failed_call.empty()) disk.failed_call = "growth of " + handle.name;
+  errno = ENOSPC;
+  return false;
 }
 
 void perform(DiskOperation operation) {
@@ -142,11 +153,14 @@ int64_t write_file(DriverHandle handle, const void *buffer, int64_t length, int6
   bool failed;
   const Handle *target = enter("file_write", handle, &failed);
   if (target == nullptr || offset < 0 || offset + length > file_limit) return -1;
+  failed |= !has_room(*target, offset + length);
+  const int cause = errno;
   const uint8_t *data = static_cast<const uint8_t *>(buffer);
   perform({.kind = DiskOperation::write,
            .file = target->file,
            .position = offset,
            .data = Bytes(data, data + (failed ? length / 2 : length))});
+  errno = cause;
   return failed ? -1 : length;
 }
 
@@ -174,6 +188,14 @@ int truncate_file(DriverHandle handle, int64_t length) {
   const Handle *found = enter("file_truncate", handle);
   if (found == nullptr || length < 0 || length > file_limit) return -1;
   perform({.kind = DiskOperation::truncate, .file = found->file, .position = length});
+  return 0;
+}
+
+int reserve_file(DriverHandle handle, int64_t offset, int64_t length) {
+  const Handle *found = enter("file_reserve", handle);
+  if (found == nullptr || offset + length > file_limit || !has_room(*found, offset + length)) return -1;
+  if (offset + length > static_cast<int64_t>(disk.files[found->file].size()))
+    perform({.kind = DiskOperation::truncate, .file = found->file, .position = offset + length});
   return 0;
 }
 
@@ -225,7 +247,7 @@ const IoDriver driver = {"fault driver",    0,           nullptr,       nullptr,
                          open_file,         close_file,  read_file,     write_file,     file_is_there,
                          size_of_file,      sync_file,   truncate_file, lock_file,      lock_file,
                          lock_file,         nullptr,     rename_file,   open_directory, close_directory,
-                         next_of_directory, info_of_file, is_named};
+                         next_of_directory, info_of_file, is_named, reserve_file};
 // clang-format on
 
 }  // namespace
@@ -257,8 +279,14 @@ void fail_call(int call, Failure how) {
   disk.failed_call.clear();
 }
 
+void fill_disk(int growths) {
+  disk.growths_left = growths;
+  disk.failed_call.clear();
+}
+
 void heal() {
   disk.first_failure = 0;
+  disk.growths_left = -1;
 }
 
 std::string failed_call() {

@@ -67,7 +67,8 @@ const DiskLog &log();
 
 // Calls that can fail: every one but file_exists, counted from 1.
 void fail_call(int call, Failure how);  // a failing write leaves the first half of its bytes
-void heal();                            // no call fails from here on
+void fill_disk(int growths);            // the disk is full after so many more calls that make a file longer
+void heal();                            // no call fails from here on, and there is room
 std::string failed_call();              // the first that failed, for messages: "file_sync t.trn"
 
 }  // namespace fault_driver

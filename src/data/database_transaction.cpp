@@ -282,8 +282,11 @@ bool db_commit(Database &db, ThreadId thread) {
     if (tm->level >= level) (void)tm_rollback(*tm, thread);
     copy_failed(db, level);
   }
-  const bool released = level > 1 || db_unlock(db, thread, DbLock::write);
-  return applied && released;
+  if (level == 1) {
+    ErrorScope the_outcome_stands;  // a release that fails is owed
+    (void)db_unlock(db, thread, DbLock::write);
+  }
+  return applied;
 }
 
 bool db_rollback(Database &db, ThreadId thread) {

@@ -92,6 +92,17 @@ void err_set_full(StatusCode code, const char *text, const char *source_file, in
   if (env_on(Env::error_abort)) abort();
 }
 
+void err_set_first(StatusCode code) {
+  const ErrorRecord causes = record;
+  err_clear();
+  err_set(code);
+  for (int i = 0; i < causes.count && i < error_entry_limit; ++i) {
+    const ErrorEntry &cause = causes.entries[i];
+    errno = cause.sys_errno;
+    err_set_full(cause.code, nullptr, nullptr, 0, false, cause.detail1, cause.detail2);
+  }
+}
+
 void err_set_driver(int32_t code, const char *text, int32_t detail1, int32_t detail2) {
   if (code < 0) err_set_full(code, text, nullptr, 0, false, detail1, detail2);
 }

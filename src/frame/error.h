@@ -58,6 +58,9 @@ void err_set(StatusCode code);
 void err_set_full(StatusCode code, const char *text, const char *source_file, int32_t source_line,
                   bool primary, int32_t detail1, int32_t detail2);
 
+// Records code in front of all that is recorded: an outcome that tells the caller more than its causes do.
+void err_set_first(StatusCode code);
+
 // What storage drivers report through; records negative codes only.
 void err_set_driver(int32_t code, const char *text, int32_t detail1, int32_t detail2);
 

@@ -120,6 +120,10 @@ struct IoDriver {
   int (*dir_next)(Directory *listing, char *name, int capacity);  // 1 name, 0 end, -1 null listing
   int (*file_info)(const char *name, FileInfo *info);             // 1 for a regular file, else 0
   int (*file_is_named)(DriverHandle handle, const char *name);    // 1: name stands for the open file
+  // Gives length bytes from offset on real room: afterwards the storage reaches that far, bytes never written
+  // are zero, others as they were, and no write there fails for lack of room. 0; 1 when this storage knows no
+  // such thing; negative on failure, with the length as it was.
+  int (*file_reserve)(DriverHandle handle, int64_t offset, int64_t length);
 };
 
 struct MemoryStats {

@@ -138,6 +138,14 @@ bool free_dat_name(const BlockManager &bm, const char *name) {
   return free || fail(status::database_exists);
 }
 
+// All that a storage of limited size will ever take.
+bool reserve_storage(BlockManager &bm) {
+  const int32_t blocks = bm_single(bm) ? bm.common.end_trn : bm.common.size_dat;
+  if (!io_reserve(bm.io[part_dat], 0, blocks - 1, bm.block_buffer)) return false;
+  bm.reserved = bm.common.size_dat - 1;
+  return true;
+}
+
 bool create_dat(BlockManager &bm) {
   StorageName name;
   if (!dat_name(bm, name) || !free_dat_name(bm, name)) return false;
@@ -146,8 +154,7 @@ bool create_dat(BlockManager &bm) {
   if (!begin_creation(bm, status::database_exists) || !is_new_file(bm, name)) return false;
   bm.discard = true;
   if (bm.common.size_dat == 0) return true;
-  const int64_t blocks = bm_single(bm) ? bm.common.end_trn : bm.common.size_dat;
-  return io_truncate(bm.io[part_dat], blocks * bm_block_size(bm)) || fail(status::block_create_dat);
+  return reserve_storage(bm) || fail(status::block_create_dat);
 }
 
 bool create_named(BlockManager &bm) {
@@ -171,8 +178,9 @@ bool claim_device(BlockManager &bm) {
   if (!begin_creation(bm, status::raw_device_in_use)) return false;
   if (!bm.params->overwrite && holds_database(bm)) return fail(taken);
   memset(bm.block_buffer, 0, static_cast<size_t>(bm_block_size(bm)));
-  return io_write_block(bm.io[part_dat], bm.common.end_trn - 1, bm.block_buffer) ||
-         fail(status::file_size_limit);
+  const bool claimed =
+      io_write_block(bm.io[part_dat], bm.common.end_trn - 1, bm.block_buffer) && reserve_storage(bm);
+  return claimed || fail(status::file_size_limit);
 }
 
 bool create_storage(BlockManager &bm) {
@@ -267,6 +275,7 @@ BlockManager *bm_open(Params &params, bool clean_history) {
   params.language = bm->common.lang;
   params.endian = bm->common.endian;
   params.format = bm->common.format;
+  bm->reserved = bm_counters(*bm, part_dat).bcnt;
   if (clean_history && layout_named(params.manage_type) && !bm_read_only(*bm)) bm_saved_prune(*bm, true);
   return bm.release();
 }
@@ -363,6 +372,15 @@ HeaderProbe bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode, Heade
   ErrorScope impossible_is_invalid;
   *found = bm.header;
   return header_decode(*found, part, bm.block_buffer) ? HeaderProbe::valid : HeaderProbe::invalid;
+}
+
+bool bm_reserve(BlockManager &bm, BlockNo last) {
+  if (last <= bm.reserved) return true;
+  IoObject *io = bm.io[part_dat];
+  if (io == nullptr) return fail(status::block_no_io);
+  if (!io_reserve(io, bm.reserved + 1, last, bm.block_buffer)) return fail(status::file_size_limit);
+  bm.reserved = last;
+  return true;
 }
 
 bool bm_block_valid(const BlockManager &bm, PartNo part, BlockNo block) {

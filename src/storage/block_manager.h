@@ -22,6 +22,7 @@ struct BlockManager {
   void *cipher;            // handle, null when not encrypted
   uint8_t *cipher_buffer;  // one block, only with a cipher
   StorageName temporary_name;
+  BlockNo reserved;       // the DAT part has real room up to this block, or further
   uint8_t *block_buffer;  // one block of scratch for headers
   bool discard;           // the storages go when this is closed: temporary, or a creation that failed
 };
@@ -91,6 +92,11 @@ enum class ProbeMode { magic, whole };  // magic only, or all 208 common bytes a
 // Looks at a header on disk. With found a valid one is decoded there, a copy of the in-memory record
 // otherwise; impossible values make it invalid then. failed with 20011.
 HeaderProbe bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode, HeaderRecord *found = nullptr);
+
+// Makes sure that the DAT part has real room for every block up to last, so that none of them fails to be
+// written later; a file ends with that block. Nothing is done, and no system call made, when it has. 20002,
+// 120103 (with the system's error number) when there is no room: the part is as long as before.
+[[nodiscard]] bool bm_reserve(BlockManager &bm, BlockNo last);
 
 bool bm_block_valid(const BlockManager &bm, PartNo part, BlockNo block);
 [[nodiscard]] bool bm_sync(BlockManager &bm, PartNo part);

@@ -1,6 +1,9 @@
 #include "storage/io.h"
 
+#include <algorithm>
 #include <cassert>
+#include <cerrno>
+#include <cstring>
 
 #include "storage/memory_store.h"
 
@@ -137,6 +140,23 @@ int64_t block_position(const IoParams &params, BlockNo block) {
   if (params.storage_type == StorageType::device)
     return static_cast<int64_t>(block) * (params.block_size / params.sector_size) + params.start_sector;
   return static_cast<int64_t>(block) * params.block_size;
+}
+
+// From offset, or where the storage ends now if that is further, to end.
+bool write_zeros(IoObject &object, int64_t offset, int64_t end, void *zeros) {
+  const IoDriver &driver = driver_of(object);
+  const int64_t size = driver.file_size == nullptr ? -1 : driver.file_size(object.handle);
+  if (size < 0 || driver.file_write == nullptr) return false;
+  const int64_t length = object.params->block_size;
+  memset(zeros, 0, static_cast<size_t>(length));
+  for (int64_t at = std::max(offset, size - size % length); at < end; at += length) {
+    if (driver.file_write(object.handle, zeros, length, at) == length) continue;
+    const int cause = errno;
+    if (driver.file_truncate != nullptr) (void)driver.file_truncate(object.handle, size);
+    errno = cause;
+    return false;
+  }
+  return true;
 }
 
 LockResult lock_result(int outcome, StatusCode failure) {
@@ -284,6 +304,19 @@ bool io_truncate(IoObject *object, int64_t length) {
   LockGuard guard(layer.lock);
   return (driver.file_truncate != nullptr && driver.file_truncate(object->handle, length) >= 0) ||
          fail(status::io_truncate);
+}
+
+bool io_reserve(IoObject *object, BlockNo first, BlockNo last, void *zeros) {
+  if (object == nullptr || zeros == nullptr) return fail(status::io_argument);
+  const IoDriver &driver = driver_of(*object);
+  const IoParams &params = *object->params;
+  if (params.storage_type == StorageType::device) return true;
+  LockGuard guard(layer.lock);
+  const int64_t offset = block_position(params, first),
+                end = block_position(params, last) + params.block_size;
+  const int result =
+      driver.file_reserve == nullptr ? 1 : driver.file_reserve(object->handle, offset, end - offset);
+  return result == 1 ? write_zeros(*object, offset, end, zeros) : result == 0;
 }
 
 LockResult io_lock(IoObject *object, int mode, int64_t offset, int64_t length) {

@@ -7,8 +7,8 @@
 // with 11101. A driver that lacks an operation fails it with the operation's own status, except that locks
 // are then always granted and a flush or a close has nothing to do.
 //
-// io_create, io_open, io_remove, io_exists, io_is_named, the block transfers, io_size, io_sync and
-// io_truncate hold the I/O lock around their driver call. io_close does not: its caller holds it.
+// io_create, io_open, io_remove, io_exists, io_is_named, the block transfers, io_size, io_sync, io_truncate
+// and io_reserve hold the I/O lock around their driver call. io_close does not: its caller holds it.
 #pragma once
 
 #include "frame/error.h"
@@ -66,6 +66,12 @@ bool io_is_named(IoObject *object, const char *name);
 int64_t io_size(IoObject *object);                                 // bytes, or -1 with 109
 [[nodiscard]] bool io_sync(IoObject *object);                      // 107
 [[nodiscard]] bool io_truncate(IoObject *object, int64_t length);  // 114
+
+// Gives the blocks first to last real room: a block there that was never written is zero and can be written
+// however full the disk is. On failure the storage is as long as before. A driver that cannot reserve gets
+// zeros written behind the storage's end; a device has all its room from the start. zeros: a block of
+// scratch. Records nothing of its own.
+[[nodiscard]] bool io_reserve(IoObject *object, BlockNo first, BlockNo last, void *zeros);
 
 enum class LockResult { granted, busy, failed };
 

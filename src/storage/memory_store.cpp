@@ -9,8 +9,10 @@
 
 #include "storage/memory_store.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
+#include <utility>
 
 #include "frame/error.h"
 #include "platform/array.h"
@@ -96,12 +98,13 @@ bool grow_table(Store &store, int64_t index) {
   return true;
 }
 
-// The block at index, allocated when missing; null with status 1.
+// The block at index, allocated and zeroed when missing; null with status 1.
 uint8_t *make_block(Store &store, int64_t index) {
   if (!grow_table(store, index)) return nullptr;
   if (store.blocks[index] != nullptr) return store.blocks[index];
   uint8_t *block = static_cast<uint8_t *>(mem_alloc(static_cast<size_t>(store.unit)));
   if (block == nullptr) return fail_null(status::out_of_memory);
+  memset(block, 0, static_cast<size_t>(store.unit));
   store.blocks[index] = block;
   return block;
 }
@@ -243,25 +246,27 @@ int store_sync(DriverHandle) {
   return 0;
 }
 
+// Blocks behind the size are those that a reservation has just made.
+int store_reserve(DriverHandle handle, int64_t offset, int64_t length) {
+  Store *store = store_of(handle);
+  if (store == nullptr) return refuse(status::memory_io_argument);
+  const int64_t first = offset / store->unit, end = (offset + length) / store->unit;
+  for (int64_t i = first; i < end; ++i) {
+    if (make_block(*store, i) != nullptr) continue;
+    while (--i >= first && i * store->unit >= store->size) mem_free(std::exchange(store->blocks[i], nullptr));
+    return refuse(status::memory_io_write);
+  }
+  store->size = std::max(store->size, end * store->unit);
+  return 0;
+}
+
 // Length 0 empties the store, a length above 0 prepares an empty one with zeroed blocks.
 int store_truncate(DriverHandle handle, int64_t length) {
   Store *store = store_of(handle);
   if (store == nullptr) return refuse(status::memory_io_argument);
-  if (length <= 0) {
-    if (store->size > 0) free_blocks(*store);
-    return 0;
-  }
-  if (store->size > 0) return refuse(status::memory_io_argument);
-  const int64_t count = length / store->unit;
-  for (int64_t i = 0; i < count; ++i) {
-    uint8_t *block = make_block(*store, i);
-    if (block == nullptr) {
-      free_blocks(*store);
-      return refuse(status::memory_io_write);
-    }
-    memset(block, 0, static_cast<size_t>(store->unit));
-    store->size += store->unit;
-  }
+  if (length > 0)
+    return store->size > 0 ? refuse(status::memory_io_argument) : store_reserve(handle, 0, length);
+  if (store->size > 0) free_blocks(*store);
   return 0;
 }
 
@@ -339,6 +344,7 @@ const IoDriver memory_store_driver = {
     .dir_next = nullptr,
     .file_info = nullptr,
     .file_is_named = store_is_named,
+    .file_reserve = store_reserve,
 };
 
 }  // namespace tovik

@@ -121,6 +121,10 @@ bool bm_saved_drop_stale(BlockManager &bm) {
   return bm_trn_exists(bm) == TrnPresence::absent || bm_trn_destroy(bm);
 }
 
+void bm_saved_give_up(BlockManager &bm) {
+  if (bm_sync(bm, part_dat)) bm_saved_prune(bm, false);
+}
+
 void bm_saved_prune(BlockManager &bm, bool at_open) {
   if (bm_single(bm) || !io_can_rename(bm_driver(bm))) return;
   if (!at_open && env_on(Env::tran_history_save)) return;

@@ -219,6 +219,7 @@ bool sm_direct_end(StorageManager &sm) {
   if (!data_layer.write_counters(sm)) return false;
   if (!sm.direct_changed && (sm.dat->state & cache_header_changed) == 0) return true;
   Counters &counters = bm_counters(*sm.bm, part_dat);
+  if (!bm_reserve(*sm.bm, counters.bcnt)) return false;
   const uint32_t ucnt = counters.ucnt;
   if (!sm.creating) ++counters.ucnt;
   sm.dat->state |= cache_header_changed;

@@ -131,6 +131,7 @@ bool sync_trn(TransactionManager &tm) {
 // Writes the header with nothing to apply where the record will be. The flush of the shadow blocks then also
 // settles where that block lies in the file, which makes the record's own flush a plain block write.
 bool write_empty_record(TransactionManager &tm) {
+  LockGuard guard(tm.sm->lock);
   CommitRecord &commit = tm.bm->header.commit;
   const CommitRecord record = commit;
   commit = CommitRecord();
@@ -155,16 +156,6 @@ bool write_record(TransactionManager &tm) {
 
 // Apply.
 
-bool apply_record(TransactionManager &tm) {
-  if (!bm_read_header(*tm.bm, part_trn)) return fail(status::tran_record_read);
-  const CommitRecord &record = tm.bm->header.commit;
-  if (record.tstat == tran_none) return true;
-  if (record.tstat != tran_committed || record.map_icnt != tm.sorted.size())
-    return fail(status::tran_bad_state);
-  bool written;
-  return record_copy(tm, CopyMode::overwrite, &written) || fail(status::tran_apply);
-}
-
 // The level ends with its record on disk: from now on no transaction is open and the record is pending.
 void leave_record_pending(TransactionManager &tm) {
   sm_data_layer().level_dropped(*tm.sm, 1);
@@ -177,8 +168,10 @@ void leave_record_pending(TransactionManager &tm) {
 
 bool apply_outermost(TransactionManager &tm) {
   const bool changed = tm.record_durable;
-  if (changed && !apply_record(tm)) {
+  bool written;
+  if (changed && !record_complete(tm, &written)) {
     leave_record_pending(tm);
+    err_set_first(status::tran_apply);
     return false;
   }
   sm_data_layer().level_merged(*tm.sm, 1);
@@ -212,7 +205,8 @@ bool rollback_outermost(TransactionManager &tm) {
   const bool recorded = tm.record_written;
   if (recorded && !bm_trn_destroy(*tm.bm)) {
     leave_record_pending(tm);  // a crash would bring the transaction back, so everybody must see it
-    return fail(status::tran_trn_remove);
+    err_set_first(status::tran_trn_remove);
+    return false;
   }
   sm_data_layer().level_dropped(*tm.sm, 1);
   end_outermost(tm);
@@ -269,6 +263,7 @@ bool tm_commit(TransactionManager &tm, ThreadId thread) {
     if (!sm_data_layer().write_counters(*tm.sm)) return false;
     if (!cm_flush(*tm.trn, &tm)) return fail(status::tran_cache_flush);
     if (tm.level > 1 || tm.record_durable) return true;
+    if (!bm_reserve(*tm.bm, tm_counters(tm).bcnt)) return false;
     if (!prepare_record(tm)) return false;
   }
   return write_record(tm);

@@ -10,7 +10,8 @@
 //
 // Invariants
 //   1. While a transaction is open no block of the DAT part changes.
-//   2. The commit record is durable (tstat 3 flushed) before the first DAT block of the copy is written.
+//   2. The commit record is durable (tstat 3 flushed) before the first DAT block of the copy is written, and
+//      before anything of it is written the DAT part has real room for every block that the copy will write.
 //   3. The record stays until every block and the DAT header of the copy are written and flushed.
 //   4. A record is applied only to the DAT part it was made for: iid equals the creation time, and the last
 //      applied transaction is lcto (copy not finished) or lctn (finished; applying again is harmless).
@@ -65,21 +66,24 @@ void tm_destroy(TransactionManager *tm);
 // 122002 (another thread's), 122001, 22007, 22022, 22003, 22006.
 [[nodiscard]] bool tm_start(TransactionManager &tm, ThreadId thread);
 
-// Outermost level: writes the commit record; it is durable on success. May be called again when the exclusive
+// Outermost level: makes sure of the room that the copy needs (120103: a full disk is met here, with nothing
+// recorded), then writes the commit record; it is durable on success. May be called again when the exclusive
 // level stayed busy: nothing is written when nothing changed since, and a change after the first call
 // withdraws the record before it reaches a shadow block. Inner levels: only their pages are written.
-// Statuses 22001, 22002, 122002, 22003, 22009, 22011, 22012, 22014.
+// Statuses 22001, 22002, 122002, 22003, 120103, 22009, 22011, 22012, 22014.
 [[nodiscard]] bool tm_commit(TransactionManager &tm, ThreadId thread);
 
 // Outermost level: the copy and the end of the level, under the exclusive level; without changes
-// (record_durable not set) there is nothing to copy and no level is needed. On failure (22010, 22015,
-// 22016) the level has ended too, the record is still on disk and record_pending is set. Inner levels: merges
-// into the level below; on failure (22021) nothing has changed.
+// (record_durable not set) there is nothing to copy and no level is needed. A copy that fails is tried once
+// more. When that fails too the level has ended, the record is still on disk, record_pending is set and 22015
+// stands first in the error record: durable, not yet copied. Inner levels: merges into the level below; on
+// failure (22021) nothing has changed.
 [[nodiscard]] bool tm_apply(TransactionManager &tm, ThreadId thread);
 
 // Ends the innermost level without applying it. A commit record already written is gone for good when this
-// returns; if it cannot be destroyed (22008) the level has ended, but the record stands and record_pending is
-// set. Statuses 22001, 22002, 122002.
+// returns; if it cannot be destroyed the level has ended, but the record stands, record_pending is set and
+// 22008 comes first: whether the transaction is committed shows when the record can be dealt with. Statuses
+// 22001, 22002, 122002.
 [[nodiscard]] bool tm_rollback(TransactionManager &tm, ThreadId thread);
 
 // At open, under the exclusive level: applies a commit record left in the TRN storage or in a saved storage.
@@ -90,6 +94,7 @@ void tm_destroy(TransactionManager *tm);
 // TRN storage. The caller holds the shared level and found no writer elsewhere. A writer that has appeared
 // since may have its record on disk and wait for the exclusive level: when the caller, told pending, cannot
 // get the reserved level, the record's writer is alive and will copy it.
+// failed (22023): the record cannot be read, so nobody knows.
 enum class RecordCheck { none, pending, failed };
 RecordCheck tm_check_record(TransactionManager &tm);
 

@@ -6,12 +6,17 @@
 //   2. Blocks and header are flushed together. If only some of them survive a power failure, the record still
 //      does, and matches the header in either state (lcto or lctn).
 //   3. A page of the DAT cache never outlives its block's replacement.
+//   4. The first block is written when there is room for the last: a full disk leaves no half copy.
 //
 // Cost per entry: one write; one read of the shadow block unless its page is still in the TRN cache.
+
+#include <algorithm>
+#include <cerrno>
 
 #include "frame/env.h"
 #include "frame/error.h"
 #include "storage/transaction_internal.h"
+#include "storage/trn_storage.h"
 
 namespace tovik {
 namespace {
@@ -67,11 +72,36 @@ bool range_is_valid(const TransactionManager &tm) {
   return largest <= INT32_MAX && bm_block_valid(*tm.bm, part_dat, static_cast<BlockNo>(largest));
 }
 
+bool room_lacks() {
+  const ErrorRecord &record = error_record();
+  for (int i = 0; i < std::min(record.count, error_entry_limit); ++i) {
+    const int cause = record.entries[i].sys_errno;
+    if (cause == ENOSPC) return true;
+#ifdef EDQUOT
+    if (cause == EDQUOT) return true;
+#endif
+  }
+  return false;
+}
+
 }  // namespace
+
+bool record_complete(TransactionManager &tm, bool *written) {
+  {
+    ErrorScope may_succeed_yet;
+    if (record_copy(tm, CopyMode::overwrite, written)) return true;
+    if (room_lacks()) bm_saved_give_up(*tm.bm);
+  }
+  bool written_again;
+  const bool done = record_copy(tm, CopyMode::overwrite, &written_again);
+  *written |= written_again;
+  return done;
+}
 
 bool record_copy(TransactionManager &tm, CopyMode mode, bool *written) {
   *written = false;
   if (!range_is_valid(tm)) return fail(status::tran_block_range);
+  if (!bm_reserve(*tm.bm, tm.bm->header.commit.after.bcnt)) return fail(status::tran_data_write);
   for (const MapEntry &entry : tm.sorted)
     if (!copy_block(tm, entry, mode, written)) return false;
   if (!install_header(tm, mode, written)) return false;

@@ -26,6 +26,10 @@ MapRead page_map_read(TransactionManager &tm);
 enum class CopyMode { overwrite, compare };
 bool record_copy(TransactionManager &tm, CopyMode mode, bool *written);  // 22017 ... 22020, 22014
 
+// The copy of a durable record, which must not fail if it can be helped: tried again after a failure, with
+// the room of the saved storages when room is what lacked.
+bool record_complete(TransactionManager &tm, bool *written);
+
 inline int32_t map_entries_per_block(const BlockManager &bm) {
   return bm_block_size(bm) / 8;
 }

@@ -56,6 +56,10 @@ bool bm_saved_exists(BlockManager &bm, uint32_t number);
 // blocks of the DAT part change.
 [[nodiscard]] bool bm_saved_drop_stale(BlockManager &bm);
 
+// Gives the saved storages up for the room they take (unless HVI_TRAN_HISTORY_SAVE). The DAT part is flushed
+// first, so that no restart needs them; when that fails they stay. Records what failed.
+void bm_saved_give_up(BlockManager &bm);
+
 // Removes saved storages: at open all but those numbered ucnt and ucnt + 1, at creation all (unless
 // HVI_TRAN_HISTORY_SAVE); with another TRN suffix than ".trn" none. Records nothing: what stays behind is
 // left for the next time.

@@ -228,6 +228,21 @@ int truncate_file(DriverHandle handle, int64_t length) {
   return done(result);
 }
 
+// A device's room is its own (ENODEV). Where the C library knows no way to reserve, the caller writes zeros.
+int reserve_file(DriverHandle handle, int64_t offset, int64_t length) {
+  const int64_t length_before = size_of_file(handle);
+  if (length_before < 0) return -1;
+  int cause;
+  do {
+    cause = posix_fallocate(descriptor_of(handle), offset, length);
+  } while (cause == EINTR);
+  if (cause == 0 || cause == ENODEV) return 0;
+  if (cause == EOPNOTSUPP || cause == EINVAL) return 1;
+  if (size_of_file(handle) > length_before) truncate_file(handle, length_before);
+  errno = cause;
+  return -1;
+}
+
 struct flock lock_request(short type, int64_t offset, int64_t length) {
   struct flock request = {};  // l_pid must be 0
   request.l_type = type;
@@ -375,6 +390,7 @@ IoDriver file_driver = {
     next_of_directory,
     info_of_file,
     is_named,
+    reserve_file,
 };
 
 }  // namespace tovik
