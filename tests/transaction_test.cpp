@@ -1,5 +1,6 @@
 #include "storage/transaction.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "storage_support.h"
@@ -103,13 +104,20 @@ TEST_F(TransactionTest, WithoutWarmRestartTheRecordWaits) {
   EXPECT_EQ((Names{"orders." + ucnt + ".trn_", "orders.dat"}), file_names(image.path()));
 }
 
+// The disk holds a record half copied and the saved storage of the commit before it, which must not be laid
+// over the half copy.
 TEST_F(TransactionTest, RecordsThatCannotBeTrueAreNotApplied) {
+  ASSERT_TRUE(commit_change({3}, 50));
+  const std::string saved = "orders." + std::to_string(db_->counters().ucnt) + ".trn_";
   ASSERT_TRUE(db_->begin() && change({3, 5, 9}, 60) && db_->add(61) == 10 && db_->record());
   TempDir recorded_image;
   snapshot(recorded_image);
   const Bytes good = read_file(recorded_image / "orders.trn");
   const int map = static_cast<int>(good.size() - block_size);
-  const std::string conflict = "transaction counter conflict[", block = "transaction commit block error";
+  Bytes half_copied = read_file(recorded_image / "orders.dat");
+  half_copied[3 * block_size] = 60;
+  const std::string conflict = "[info][warm][orders] transaction counter conflict[",
+                    block = "transaction commit block error";
   const struct {
     const char *what;
     int offset;
@@ -138,14 +146,15 @@ TEST_F(TransactionTest, RecordsThatCannotBeTrueAreNotApplied) {
     Bytes trn = good;
     store_i32(trn.data() + row.offset, row.value);
     TempDir image;
-    fs::copy(recorded_image / "orders.dat", image / "orders.dat");
+    fs::copy(recorded_image / saved, image / saved);
+    write_file(image / "orders.dat", half_copied);
     write_file(image / "orders.trn", trn);
     fs::remove(log_);
-    const Bytes dat = read_file(image / "orders.dat");
     Database db(text(image.path()), Database::Start::open);
     ASSERT_TRUE(db.opened());
-    EXPECT_EQ(dat, read_file(image / "orders.dat"));
-    EXPECT_EQ(std::string::npos, log().find("warm restart"));
+    EXPECT_EQ(row.logged == block ? 60 : 50, db.fill_of(3));
+    EXPECT_EQ(5, db.fill_of(5));
+    EXPECT_EQ(std::string::npos, log().find("commit current"));
     EXPECT_NE(std::string::npos, log().find(row.logged));
     EXPECT_EQ(RecordCheck::none, tm_check_record(*db->tm));
     EXPECT_TRUE(db.begin() && db.put(3, 1) && db.commit());
@@ -227,6 +236,50 @@ TEST_F(TransactionTest, RollbackAfterTheRecordIsFinal) {
     ASSERT_TRUE(commit_change({3}, 3));
   }
   EXPECT_EQ(8, call);  // each of the six calls that destroy it was reached
+}
+
+// Any one call of the copy fails: it is done again, before anybody hears of it, and when room lacked the
+// saved storage makes some.
+TEST_F(TransactionTest, CopyThatFailsIsDoneAgain) {
+  more_ = ";DRV_NO=" + std::to_string(FaultDriver::driver_no);
+  open(Database::Start::open);
+  const auto position = [](const std::vector<std::string> &calls, const std::string &call) {
+    return std::find(calls.begin(), calls.end(), call) - calls.begin();
+  };
+  for (int call = 1; call <= 4; ++call) {  // two blocks, the header, the flush
+    SCOPED_TRACE(call);
+    const uint8_t fill = static_cast<uint8_t>(100 + call);
+    ASSERT_TRUE(commit_change({3}, 60) && db_->begin() && change({3, 4}, fill) && db_->record());
+    driver_.take_log();
+    driver_.fail_call(call);
+    EXPECT_TRUE(db_->apply());
+    EXPECT_EQ(Codes{}, recorded());
+    const std::vector<std::string> calls = driver_.take_log();
+    const std::string saved = "orders." + std::to_string(db_->counters().ucnt - 1) + ".trn_";
+    EXPECT_LT(position(calls, "remove " + saved), position(calls, "close orders.trn"));
+    EXPECT_EQ(fill, db_->fill_of(3));
+    EXPECT_EQ(fill, db_->fill_of(4));
+  }
+}
+
+// Nobody knows what a record holds that cannot be read: it stays, and everybody is told the same.
+TEST_F(TransactionTest, ARecordThatCannotBeReadWaits) {
+  ASSERT_TRUE(db_->begin() && change({3}, 60) && db_->record());
+  TempDir image;
+  snapshot(image);
+  const std::string params =
+      text(image.path()) + ";WARM_RESTART=off;DRV_NO=" + std::to_string(driver_.driver_no);
+  Database db(params, Database::Start::open);
+  ASSERT_TRUE(db.opened());
+  for (int call = 1; call <= 3; ++call) {  // the DAT header, the open, the TRN header
+    driver_.fail_call(call, true);
+    EXPECT_EQ(RecordCheck::failed, tm_check_record(*db->tm));
+    EXPECT_EQ(22023, first_status());
+    driver_.fail_call(0);
+    EXPECT_EQ(RecordCheck::pending, tm_check_record(*db->tm));
+  }
+  ASSERT_TRUE(tm_recover(*db->tm));
+  EXPECT_EQ(60, db.fill_of(3));
 }
 
 // Looking for a record reads the header; a commit that it finds there still counts as a change.

@@ -29,7 +29,12 @@ enum class Verdict {
   applicable
 };
 
-enum class Restart { nothing, applied, failed };
+enum class Restart {
+  nothing,
+  refused,  // the record should have been applied, but cannot be true
+  applied,
+  failed  // and is still to be applied
+};
 
 const char *log_tag(const TransactionManager &tm) {
   return tm.bm->params->name;
@@ -93,11 +98,13 @@ Verdict judge_moving_record(TransactionManager &tm) {
 Restart apply_record(TransactionManager &tm, CopyMode mode, const char *problem, bool *started) {
   *started = false;
   const MapRead map = page_map_read(tm);
-  if (map == MapRead::complete && record_copy(tm, mode, started)) return Restart::applied;
+  if (map == MapRead::complete &&
+      (mode == CopyMode::overwrite ? record_complete(tm, started) : record_copy(tm, mode, started)))
+    return Restart::applied;
   if (map == MapRead::damaged) err_set(status::tran_bad_state);
   err_set(status::tran_warm_commit);
   log_write(LogLevel::error, log_tag(tm), "%s", problem);
-  return map == MapRead::damaged ? Restart::nothing : Restart::failed;
+  return map == MapRead::damaged ? Restart::refused : Restart::failed;
 }
 
 void mark_pending(TransactionManager &tm, uint32_t number) {
@@ -117,7 +124,7 @@ Restart restart_current(TransactionManager &tm) {
   }
   Restart result = Restart::nothing;
   if (verdict == Verdict::conflict)
-    log_write(LogLevel::warn, log_tag(tm), "transaction counter conflict[%d][%d]",
+    log_write(LogLevel::info, log_tag(tm), "transaction counter conflict[%d][%d]",
               static_cast<int32_t>(bm_counters(bm, part_dat).ucnt),
               static_cast<int32_t>(bm.header.commit.before.ucnt));
   if (verdict == Verdict::applicable) {
@@ -204,6 +211,15 @@ bool tm_warm_restart(TransactionManager &tm) {
   return true;
 }
 
+namespace {
+
+RecordCheck check_failed() {
+  err_set_first(status::tran_warm_check);
+  return RecordCheck::failed;
+}
+
+}  // namespace
+
 RecordCheck tm_check_record(TransactionManager &tm) {
   LockGuard guard(tm.sm->lock);
   BlockManager &bm = *tm.bm;
@@ -211,13 +227,13 @@ RecordCheck tm_check_record(TransactionManager &tm) {
   if (tm.record_pending) return RecordCheck::pending;
   const TrnPresence presence = bm_trn_exists(bm);
   if (presence != TrnPresence::present)
-    return presence == TrnPresence::absent ? RecordCheck::none : RecordCheck::failed;
+    return presence == TrnPresence::absent ? RecordCheck::none : check_failed();
   const HeaderRecord kept = bm.header;  // sm_refresh compares it with the disk
   bm_trn_abandon(bm);
   const Verdict verdict = judge_moving_record(tm);
   bm_trn_abandon(bm);
   bm.header = kept;
-  if (verdict == Verdict::unreadable) return RecordCheck::failed;
+  if (verdict == Verdict::unreadable) return check_failed();
   return verdict == Verdict::applicable ? RecordCheck::pending : RecordCheck::none;
 }
 

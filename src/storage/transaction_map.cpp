@@ -59,6 +59,7 @@ bool record_is_sound(const BlockManager &bm) {
   const CommitRecord &record = bm.header.commit;
   const Counters &after = record.after;
   if (record.map_bno < 2 || record.map_icnt < 1) return false;
+  if (int64_t{after.bcnt} - record.before.bcnt > record.map_icnt) return false;  // new blocks are in the map
   const int64_t per_block = map_entries_per_block(bm);
   const int64_t last_map_block = record.map_bno + (record.map_icnt + per_block - 1) / per_block - 1;
   if (last_map_block > bm.header.parts[part_trn].counters.bcnt) return false;
