@@ -117,7 +117,9 @@ TOVIK_API void kld_api_destroy_stmt(kld_stmt *stmt);
 /* Runs one SQL statement; a query prints its whole result. Outside a transaction and with HVI_AUTO_COMMIT ON
  * (the default) the statement is a transaction of its own. Result: 0; 1 when the text holds nothing to
  * execute; -1 with 190001, 190002 (null or empty text), 171001 (syntax) or the statement's own code. A
- * statement that holds a prepared query is cleared by this call. */
+ * commit, also that of a statement of its own, that fails has changed nothing, but for two codes: 22015
+ * (committed and durable, not yet copied) and 22008 (not known yet), see tovik_commit. A statement that holds
+ * a prepared query is cleared by this call. */
 TOVIK_API int kld_api_exec_sql_char(kld_stmt *stmt, const char *sql);
 
 /* The same for a UTF-16LE text. 301: it is not valid UTF-16. */

@@ -193,8 +193,11 @@ TOVIK_API void tovik_close(tovik_db *db);
 /* Begins a transaction. 140004: the thread has one already; 140003: another writer is at work. */
 TOVIK_API int tovik_begin(tovik_db *db);
 
-/* Makes the transaction's changes durable. A transaction whose commit fails is rolled back. 140002: there is
- * none; 140003: readers did not leave in time. */
+/* Makes the transaction's changes durable. A transaction whose commit fails is rolled back, but for two
+ * codes: 22015: it is committed, and durable, but could not be copied into the data storage yet; nobody reads
+ * or writes before that is done. 22008: a failing disk took neither the commit nor the way back; which of the
+ * two shows at the next use. 140002: there is none; 140003: readers did not leave in time; 120103: no room.
+ */
 TOVIK_API int tovik_commit(tovik_db *db);
 
 /* Undoes the transaction's changes. 140002: there is none. */

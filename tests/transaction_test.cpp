@@ -278,6 +278,10 @@ TEST_F(TransactionTest, ARecordThatCannotBeReadWaits) {
     driver_.fail_call(0);
     EXPECT_EQ(RecordCheck::pending, tm_check_record(*db->tm));
   }
+  driver_.fail_call(1, true);
+  EXPECT_FALSE(tm_recover(*db->tm));
+  EXPECT_EQ(140003, first_status());
+  driver_.fail_call(0);
   ASSERT_TRUE(tm_recover(*db->tm));
   EXPECT_EQ(60, db.fill_of(3));
 }

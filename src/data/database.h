@@ -53,7 +53,7 @@ void db_read_end(Database &db, ThreadId thread);
 // started; nested: the thread's own transaction is open and allow_nested. 140004, 40022, 140003.
 enum class DbStart { started, nested, failed };
 DbStart db_start(Database &db, ThreadId thread, bool allow_nested);
-[[nodiscard]] bool db_commit(Database &db, ThreadId thread);    // 140002, 40022, 140003, 22016: torn
+[[nodiscard]] bool db_commit(Database &db, ThreadId thread);    // 140002, 40022, 140003, 120103, 22015, 22016
 [[nodiscard]] bool db_rollback(Database &db, ThreadId thread);  // 140002, 40022
 // A commit that, when it fails, rolls back what it did not end.
 [[nodiscard]] bool db_commit_or_roll_back(Database &db, ThreadId thread);

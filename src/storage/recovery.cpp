@@ -241,10 +241,12 @@ bool tm_recover(TransactionManager &tm) {
   LockGuard guard(tm.sm->lock);
   tm.sm->reload = true;
   cm_drop(*tm.dat, DropWhat::all);
-  if (!bm_read_header(*tm.bm, part_dat)) return fail(status::tran_warm_commit);
-  const Restart result = restart_pending(tm);
+  const Restart result = bm_read_header(*tm.bm, part_dat) ? restart_pending(tm) : Restart::failed;
   tm.sorted = Array<MapEntry>();
-  if (result == Restart::failed) return fail(status::tran_warm_commit);
+  if (result == Restart::failed) {
+    err_set_first(status::database_busy);
+    return false;
+  }
   tm.record_pending = false;
   tm.pending_number = 0;
   return true;

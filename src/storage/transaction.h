@@ -99,7 +99,7 @@ enum class RecordCheck { none, pending, failed };
 RecordCheck tm_check_record(TransactionManager &tm);
 
 // Applies that record; the caller holds the exclusive level. The next sm_refresh reports a change. On failure
-// (22026 and its causes) the record is still to be applied.
+// (140003 in front of the causes) the record is still to be applied: whoever comes next tries again.
 [[nodiscard]] bool tm_recover(TransactionManager &tm);
 
 // For the cache. Counters in use inside the transaction:
