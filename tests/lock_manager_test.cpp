@@ -37,17 +37,22 @@ class LockManagerTest : public testing::Test {
   Process a_{text_}, b_{text_};
 };
 
-// Steps "process thread call [busy] level nshared"; the last two are the process's afterwards.
+int32_t seconds;
+
+// Steps "process thread call [busy] level nshared"; the last two are the process's afterwards. Between two of
+// them there is time enough for a reader to look for a waiting writer anew.
 TEST_F(LockManagerTest, StepsOfThreadsAndProcesses) {
+  const SlotGuard clock(
+      system_driver.utc_now, +[](Clock *now) { *now = {.seconds = ++seconds, .microseconds = 0}; });
   const char *const scripts[] = {
       // Readers and a writer in one process. Thread 5 gives back the shared level that it took on the way.
       "a 1 shared 1 1; a 2 shared 1 2; a 3 reserved 2 3; a 4 shared 2 4; a 4 reserved busy 2 4; "
       "a 5 reserved busy 2 4; a 3 exclusive busy 3 4; a 5 shared busy 3 4; a 1 leave_reading 3 3; "
       "a 3 leave_reading 3 3; a 2 leave 3 2; a 3 exclusive busy 3 2; a 4 leave 3 1; a 3 exclusive 4 1; "
       "a 1 shared busy 4 1; a 3 to_shared 1 1; a 1 shared 1 2; a 3 leave 1 1; a 1 leave 0 0",
-      // Between processes. Thread 4 enters beside a pending writer because its process reads already.
+      // Between processes. Once the writer waits, thread 4 stays out though its process reads already.
       "a 1 shared 1 1; b 2 reserved 2 1; a 1 reserved busy 1 1; a 3 shared 1 2; b 2 exclusive busy 3 1; "
-      "a 4 shared 1 3; a 1 leave 1 2; a 3 leave 1 1; b 2 exclusive busy 3 1; a 4 leave 0 0; "
+      "a 4 shared busy 1 2; a 3 shared 1 2; a 1 leave 1 1; b 2 exclusive busy 3 1; a 3 leave 0 0; "
       "a 4 shared busy 0 0; b 2 exclusive 4 1; a 4 shared busy 0 0; b 2 to_shared 1 1; "
       "a 4 exclusive busy 3 1; b 2 leave 0 0; a 4 exclusive 4 1; a 4 leave 0 0; b 2 exclusive 4 1; "
       "b 2 leave 0 0",

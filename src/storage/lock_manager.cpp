@@ -16,7 +16,11 @@
 //   3. The reserved byte is held from reserved up, the pending byte from pending up. range_mode,
 //      reserved_held and pending_held tell what is really held; they differ from the levels only after a
 //      failed byte-range call, and every step goes by them, so that a repeated step completes the first.
-//   4. io_lock_check tests a byte by locking and unlocking it, which would drop a lock of our own: it runs
+//   4. While a writer of another process waits at pending no reader enters, whether it is its process's first
+//      or would join others in the range: readers that relieve each other would keep the range for ever. The
+//      writer keeps its pending byte as long as it waits. Those that join need not ask the system each time:
+//      it is enough to see the writer within one of its waits.
+//   5. io_lock_check tests a byte by locking and unlocking it, which would drop a lock of our own: it runs
 //      inside the mutex and only below reserved.
 
 #include "storage/lock_manager.h"
@@ -78,19 +82,33 @@ void set_level(LockManager &lm, LockEntry &entry, LockLevel level) {
   lm.level = level;
 }
 
-// A reader enters through the pending byte, so that it finds a waiting writer's.
+int64_t now() {
+  Clock clock;
+  system_driver.utc_now(&clock);
+  return int64_t{clock.seconds} * 1000000 + clock.microseconds;
+}
+
+bool looked_just_now(const LockManager &lm) {
+  const int64_t passed = now() - lm.looked_at;
+  return passed >= 0 && passed < int64_t{lm.sleep} * 1000;
+}
+
+// A reader enters through the pending byte, so that it finds a waiting writer's (invariant 4).
 LockResult enter_range(LockManager &lm) {
+  const bool joins = lm.range_mode != 0;
+  if (joins && looked_just_now(lm)) return LockResult::granted;
   LockResult result = take(lm, pending_byte, file_lock_shared);
+  lm.looked_at = result == LockResult::granted ? now() : 0;
   if (result != LockResult::granted) return result;
-  result = take_range(lm, file_lock_shared);
+  if (!joins) result = take_range(lm, file_lock_shared);
   if (release(lm, pending_byte)) return result;
-  if (result == LockResult::granted) (void)release_range(lm);
+  if (!joins && result == LockResult::granted) (void)release_range(lm);
   return LockResult::failed;
 }
 
 LockResult take_shared(LockManager &lm, LockEntry &entry, ThreadId thread) {
   assert(entry.level == LockLevel::none);
-  if (lm.range_mode == 0) {
+  if (lm.level < LockLevel::reserved) {  // from there on the writer is this process's
     const LockResult result = enter_range(lm);
     if (result != LockResult::granted) return result;
   }
@@ -239,6 +257,7 @@ LockManager *lm_create(BlockManager &bm) {
   lm->sleep = param_lock_sleep(*bm.params);
   lm->retry = param_lock_retry(*bm.params);
   lm->dblock = no_thread;
+  lm->disabled = env_on(Env::lock_disable);
   return lm;
 }
 
@@ -249,13 +268,20 @@ void lm_destroy(LockManager *lm) {
   mem_delete(lm);
 }
 
+void lm_follow_switch(LockManager &lm) {
+  const bool disabled = env_on(Env::lock_disable);
+  if (disabled == lm.disabled) return;
+  LockGuard guard(lm.mutex);
+  if (lm.nshared == 0) lm.disabled = disabled;
+}
+
 LockResult lm_lock(LockManager &lm, ThreadId thread, LockLevel level, bool wait) {
   if (thread == no_thread ||
       (level != LockLevel::shared && level != LockLevel::reserved && level != LockLevel::exclusive)) {
     err_set(status::lock_argument);
     return LockResult::failed;
   }
-  if (env_on(Env::lock_disable)) return LockResult::granted;
+  if (lm.disabled) return LockResult::granted;
   for (int32_t retries = 0;; ++retries) {
     if (!enter(lm)) return LockResult::failed;
     trace(lm, "lock before states");
@@ -269,7 +295,7 @@ LockResult lm_lock(LockManager &lm, ThreadId thread, LockLevel level, bool wait)
 
 bool lm_unlock(LockManager &lm, ThreadId thread, Unlock how) {
   if (thread == no_thread) return fail(status::lock_argument);
-  if (env_on(Env::lock_disable)) return true;
+  if (lm.disabled) return true;
   if (!enter(lm)) return false;
   trace(lm, "unlock before state");
   const bool done = unlock_step(lm, thread, how);
@@ -286,7 +312,7 @@ bool lm_holds_write(LockManager &lm, ThreadId thread) {
 }
 
 bool lm_write_busy(LockManager &lm, ThreadId thread) {
-  if (env_on(Env::lock_disable)) return false;
+  if (lm.disabled) return false;
   LockGuard guard(lm.mutex);
   for (const LockEntry &entry : lm.table)
     if (entry.level >= LockLevel::reserved && entry.thread != thread) return true;

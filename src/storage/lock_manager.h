@@ -9,6 +9,8 @@
 // byte at 2^63 - 2 by whoever has it open (storage_use.h).
 #pragma once
 
+#include <atomic>
+
 #include "storage/block_manager.h"
 
 namespace tovik {
@@ -34,11 +36,16 @@ struct LockManager {
   // The byte-range locks that this process holds.
   int32_t range_mode;  // shared range: 0, file_lock_shared or file_lock_exclusive
   bool reserved_held;
-  bool pending_held;  // exclusively; a reader holds it shared only while it enters
+  int64_t looked_at;           // when a reader last found the pending byte free, in microseconds
+  bool pending_held;           // exclusively; a reader holds it shared only while it enters
+  std::atomic<bool> disabled;  // what HVI_LOCK_DISABLE said at lm_create or at the last lm_follow_switch
 };
 
 LockManager *lm_create(BlockManager &bm);
 void lm_destroy(LockManager *lm);
+
+// Goes by HVI_LOCK_DISABLE from now on, unless a thread holds a level: what was taken must be given back.
+void lm_follow_switch(LockManager &lm);
 
 // level is shared, reserved or exclusive; reserved takes shared first and gives it back when busy. With wait
 // a busy attempt is repeated up to retry more times, sleeping outside the mutex. A thread that asks for
