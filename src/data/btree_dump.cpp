@@ -64,8 +64,11 @@ void dump_traverse(Btree &index) {
 
 void btree_dump(Btree &index, const char *title) {
   if (title != nullptr) dump_line(nullptr, 0, "%s", title);
-  dump_definition(index);
-  dump_pages(index);
+  {
+    const LockGuard guard(index.sm->lock);  // another thread's levels come and go
+    dump_definition(index);
+    dump_pages(index);
+  }
   dump_kind("master leaf", index.master_leaf);
   dump_kind("master node", index.master_node);
   dump_kind("overflow leaf", index.overflow_leaf);

@@ -25,6 +25,7 @@ void dump_counters(const RowCounters &counters, int level) {
 }  // namespace
 
 void row_system_dump(RowSystem &rows, const char *title) {
+  const LockGuard guard(rows.sm->lock);  // another thread's levels come and go
   const int levels = data_systems(*rows.sm).open_levels;
   if (title != nullptr) dump_line(nullptr, 0, "%s", title);
   dump_line(nullptr, 0, "[fixed information]");

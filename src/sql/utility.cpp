@@ -189,11 +189,21 @@ bool info_row(Database &db, const InfoWords &words) {
 struct InfoRow {
   const char *word;
   bool (*show)(Database &db, const InfoWords &words);
+  bool reads;  // tables and indices; the others look at the storage layer's state under its own locks
 };
 
-constexpr InfoRow info_rows[] = {{"par", info_par}, {"bm", info_bm},       {"cm", info_cm},
-                                 {"tm", info_tm},   {"lm", info_lm},       {"stm", info_stm},
-                                 {"bt", info_bt},   {"check", info_check}, {"row", info_row}};
+constexpr InfoRow info_rows[] = {
+    {"par", info_par, false}, {"bm", info_bm, false},      {"cm", info_cm, false},
+    {"tm", info_tm, false},   {"lm", info_lm, false},      {"stm", info_stm, false},
+    {"bt", info_bt, true},    {"check", info_check, true}, {"row", info_row, true}};
+
+bool show_reading(Database &db, const InfoRow &row, const InfoWords &words) {
+  const ThreadId thread = current_thread();
+  if (!db_read_begin(db, thread)) return false;
+  const bool shown = row.show(db, words);
+  db_read_end(db, thread);
+  return shown;
+}
 
 }  // namespace
 
@@ -214,7 +224,6 @@ bool exec_describe_table(Statement &statement) {
   return true;
 }
 
-// The dumps read what writers change, so the read hold covers them.
 bool exec_info(Statement &statement) {
   InfoWords words{};
   for (const Node *item = statement.root->second; item != nullptr && words.count < info_word_limit;
@@ -223,11 +232,7 @@ bool exec_info(Statement &statement) {
   }
   for (const InfoRow &row : info_rows) {
     if (!text_equal_nocase(words.words[0], row.word)) continue;
-    const ThreadId thread = current_thread();
-    if (!db_read_begin(*statement.db, thread)) return false;
-    const bool shown = row.show(*statement.db, words);
-    db_read_end(*statement.db, thread);
-    return shown;
+    return row.reads ? show_reading(*statement.db, row, words) : row.show(*statement.db, words);
   }
   return true;
 }
