@@ -204,8 +204,21 @@ TEST(Database, TransactionsWithoutChangesLeaveNoTrace) {
 
 int writes_left;
 
-// A commit whose copy fails has its record on disk: whoever takes the lock next completes it, and sees it
-// whole, also another connection that had cached the state before.
+// The calls that change a file, up to writes_left of them; the rest fail.
+SlotGuard<decltype(IoDriver::file_write)> failing_writes(int writes) {
+  writes_left = writes;
+  static const auto real_write = file_driver.file_write;
+  return {file_driver.file_write,
+          [](DriverHandle handle, const void *buffer, int64_t length, int64_t offset) {
+            return writes_left-- <= 0 ? -1 : real_write(handle, buffer, length, offset);
+          }};
+}
+
+int sleeps;
+
+// A commit whose copy fails has its record on disk, and so has one whose process dies over the copy: whoever
+// takes the lock next completes it, and sees it whole, also another connection that had cached the state
+// before. Until then nobody sees half of it.
 TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
   int completed = 0;
   bool committed = false;
@@ -217,8 +230,8 @@ TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
     const ThreadId me = current_thread();
     ASSERT_TRUE(store.create_table("old", one_column) && store.create_table("t", one_column));
     ASSERT_TRUE(sm_direct_end(*db.storage));
-    Database *other = db_open(store.text.c_str());
-    ASSERT_TRUE(other != nullptr && db_read_begin(*other, me)) << errors();
+    Database *other = db_open(store.text.c_str()), *ahead = db_open(store.text.c_str());
+    ASSERT_TRUE(other != nullptr && ahead != nullptr && db_read_begin(*other, me)) << errors();
     const std::string before = TestDatabase::schema(*other);
     db_read_end(*other, me);
     ASSERT_TRUE(db_read_begin(db, me));  // a cursor that stays open
@@ -226,34 +239,109 @@ TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
     ASSERT_TRUE(table_rename(db, "old", "new") && index_create(db, "t", index_on("i", {"a"}))) << errors();
     for (int i = 0; i < 300; ++i) ASSERT_TRUE(store.insert("t", {std::to_string(i)})) << errors();
     {
-      writes_left = writes;
-      static const auto real_write = file_driver.file_write;
-      const SlotGuard fault(
-          file_driver.file_write,
-          +[](DriverHandle handle, const void *buffer, int64_t length, int64_t offset) {
-            return writes_left-- <= 0 ? -1 : real_write(handle, buffer, length, offset);
-          });
+      const auto fault = failing_writes(writes);
       committed = db_commit(db, me);
     }
     const bool rolled_back = !committed && db_in_transaction(db, me);
     if (rolled_back) store.rollback();
-    if (!committed && !rolled_back) {
-      // Nobody sees the half of it, not even the thread that reads already.
-      EXPECT_FALSE(db_read_begin(db, me));
-      on_other_thread([&] { EXPECT_FALSE(db_read_begin(db, current_thread())); });
+    const bool pending = !committed && !rolled_back;
+    err_clear();
+    if (pending) {
       ++completed;
+      // Not the thread that reads already; and it is not kept waiting for what only itself could end.
+      Page page;
+      EXPECT_FALSE(sm_page_get(*db.storage, 3, 0, page));
+      EXPECT_EQ(first_status(), status::tran_bad_state);
+      sleeps = 0;
+      const SlotGuard clock(
+          system_driver.sleep_ms, +[](int) { ++sleeps; });
+      EXPECT_FALSE(db_read_begin(db, me));
+      EXPECT_EQ(db_start(db, me, false), DbStart::failed);
+      EXPECT_EQ(sleeps, 3 + 3);
+      on_other_thread([&] { EXPECT_FALSE(db_read_begin(db, current_thread())); });
     }
     db_read_end(db, me);
     err_clear();
+    if (pending && writes % 3 != 0) {
+      // Not those for whom the writer died, beside a survivor who is about to write but has not looked yet.
+      LockManager &lm = *ahead->storage->lm;
+      ASSERT_EQ(lm_lock(lm, me, LockLevel::reserved, false), LockResult::granted);
+      if (writes % 3 == 1) std::swap(other, store.db), db_close(other), other = nullptr;
+      Database &survivor = writes % 3 == 1 ? *store.db : *other;
+      EXPECT_FALSE(db_read_begin(survivor, me));
+      EXPECT_EQ(first_status(), status::database_busy);
+      EXPECT_EQ(db_open(store.text.c_str()), nullptr);
+      EXPECT_EQ(first_status(), status::database_busy);
+      ASSERT_TRUE(lm_unlock(lm, me, Unlock::all));
+      EXPECT_EQ(db_start(*ahead, me, false), DbStart::started) << errors();
+      EXPECT_TRUE(db_rollback(*ahead, me));
+    }
     const bool other_first = writes % 2 == 1;
-    for (Database *next : {other_first ? other : &db, other_first ? &db : other}) {
+    for (Database *next : {other_first ? other : store.db, other_first ? store.db : other}) {
+      if (next == nullptr) continue;
       ASSERT_TRUE(db_read_begin(*next, me)) << errors();
       EXPECT_EQ(TestDatabase::schema(*next), rolled_back ? before : "new(a,)[]0 t(a,)[i,]300 ");
       db_read_end(*next, me);
     }
     db_close(other);
+    db_close(ahead);
   }
   EXPECT_GT(completed, 5);
+}
+
+TEST(Database, FailedCopyWithoutLocks) {
+  bool committed = false;
+  for (int writes = 0; !committed; ++writes) {
+    SCOPED_TRACE(writes);
+    Engine engine("HVI_LOCK_DISABLE=true");
+    TestDatabase store;
+    ASSERT_TRUE(store.create_table("t", one_column) && sm_direct_end(*store.db->storage));
+    store.begin();
+    for (int i = 0; i < 300; ++i) ASSERT_TRUE(store.insert("t", {std::to_string(i)})) << errors();
+    {
+      const auto fault = failing_writes(writes);
+      committed = db_commit(*store.db, current_thread());
+    }
+    const bool rolled_back = !committed && db_in_transaction(*store.db, current_thread());
+    if (rolled_back) store.rollback();
+    Page page;
+    EXPECT_EQ(sm_page_get(*store.db->storage, 3, 0, page), committed || rolled_back);
+    page = Page();
+    err_clear();
+    ASSERT_TRUE(db_read_begin(*store.db, current_thread())) << errors();
+    EXPECT_EQ(store.schema(), rolled_back ? "t(a,)[]0 " : "t(a,)[]300 ");
+    db_read_end(*store.db, current_thread());
+  }
+}
+
+// Switched while something is open, locks end with what they began with.
+TEST_F(Databases, LocksSwitchedOnTheWay) {
+  const ThreadId me = current_thread();
+  const LockManager &lm = *db().storage->lm;
+  ASSERT_TRUE(store.create_table("t", one_column) && sm_direct_end(*db().storage));
+  for (const char *later : {"ON", "OFF", "ON", "OFF"})
+    for (const bool reads : {false, true}) {
+      SCOPED_TRACE(testing::Message() << later << (reads ? " reading" : ""));
+      const bool locked = later[1] == 'N';
+      if (reads)
+        ASSERT_TRUE(db_read_begin(db(), me)) << errors();
+      else
+        store.begin();
+      EXPECT_EQ(lm.nshared, locked ? 1 : 0);
+      env_set("HVI_LOCK_DISABLE", later);
+      if (reads) {
+        ASSERT_TRUE(db_read_begin(db(), me));  // a second cursor
+        EXPECT_EQ(lm.nshared, locked ? 1 : 0);
+        db_read_end(db(), me);
+        db_read_end(db(), me);
+      } else {
+        EXPECT_TRUE(store.insert("t", {"1"}));
+        store.commit();
+      }
+      EXPECT_EQ(lm.nshared, 0);
+      EXPECT_EQ(recorded(), Codes{});
+      env_set("HVI_LOCK_DISABLE", reads ? later : locked ? "OFF" : "ON");
+    }
 }
 
 // Readers beside a writer that commits and rolls back rows and schema: each read hold sees one committed

@@ -199,6 +199,63 @@ TEST_F(ProcessTest, KilledAtEveryCallOfACommit) {
   printf("killed at %d calls\n", killed);
 }
 
+// A process dies over a commit, most often over its copy, while others read and begin transactions all the
+// time: none of them ever sees half of the copy. TOVIK_TEST_SCALE above 1: at every call of the commit.
+TEST_F(ProcessTest, SurvivorsOfADeathInTheCopySeeNoHalfOfIt) {
+  Statements statements = {"CREATE TABLE t (v int, filler char(200))", "BEGIN TRANSACTION"};
+  for (int i = 0; i < 1000; ++i) statements.push_back("INSERT INTO t VALUES 0, 'f'");
+  statements.push_back("COMMIT TRANSACTION");
+  create(statements);
+  struct Shared {
+    std::atomic<bool> done;
+    std::atomic<int> looks, begins, failure;
+    char torn[100];
+  };
+  void *memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  Shared &shared = *static_cast<Shared *>(memory);
+  const auto check = [&](StatusCode status) {
+    if (status != 0 && status != status::database_busy) shared.failure = status;
+    return status == 0;
+  };
+  const auto read = [&](Session &session) {
+    std::string row;
+    if (!check(session.query("SELECT MIN(v), MAX(v) FROM t", &row))) return;
+    ++shared.looks;
+    const size_t comma = row.find(',');
+    if (row.substr(0, comma) != row.substr(comma + 1))
+      snprintf(shared.torn, sizeof shared.torn, "%s", row.c_str());
+  };
+  const auto begin = [&](Session &session) {
+    if (check(session.run("BEGIN TRANSACTION")) && check(session.run("ROLLBACK TRANSACTION")))
+      ++shared.begins;
+  };
+  pid_t survivors[6];
+  for (pid_t &survivor : survivors) {
+    survivor = fork();
+    if (survivor != 0) continue;
+    const Engine engine("");
+    Session session(params() + "CACHE_SIZE_DAT=3;BEGIN_SLEEP=1");  // what is read comes from the file
+    check(session.open_status());
+    while (!shared.done) &survivor < survivors + 3 ? read(session) : begin(session);
+    _exit(0);
+  }
+  int deaths = 0, step = scale() > 1 ? 1 : 7;
+  for (int call = 1; call < 1000 && shared.failure == 0; call += step) {
+    Process victim(params() + "BEGIN_RETRY=3000;BEGIN_SLEEP=1");
+    ASSERT_EQ(victim.ask("kill " + std::to_string(call)), "armed");
+    const std::optional<std::string> answer = victim.ask("UPDATE t SET v = v + 1");
+    if (answer == "0") break;
+    if (!answer.has_value()) ++deaths;
+  }
+  shared.done = true;
+  for (const pid_t survivor : survivors) waitpid(survivor, nullptr, 0);
+  EXPECT_EQ(shared.failure, 0);
+  EXPECT_STREQ(shared.torn, "");
+  EXPECT_GT(deaths, 5);
+  printf("%d deaths, %d looks, %d begins\n", deaths, shared.looks.load(), shared.begins.load());
+  munmap(memory, sizeof(Shared));
+}
+
 // Money moves between accounts in several processes while they are killed at random and others read. Each
 // writer counts its transfers in the database and, once acknowledged, in shared memory.
 class Bank {

@@ -114,10 +114,15 @@ bool catalog_open(Database &db) {
   return db.index_names != nullptr;
 }
 
-bool catalog_open_locked(Database &db) {
+bool contents_open(Database &db) {
+  if (!sm_open_systems(*db.storage)) return fail(status::db_storage_open);
+  return catalog_open(db);
+}
+
+bool contents_open_locked(Database &db) {
   const ThreadId thread = current_thread();
   if (!db_read_begin(db, thread)) return false;
-  const bool opened = catalog_open(db);
+  const bool opened = contents_open(db);
   db_read_end(db, thread);
   return opened;
 }
@@ -141,7 +146,7 @@ Database *db_open(const char *params) {
   if (db == nullptr) return nullptr;
   db->storage = sm_open(*db->params);
   if (db->storage == nullptr) return fail_null(status::db_storage_open);
-  return catalog_open_locked(*db) ? db.release() : nullptr;
+  return contents_open_locked(*db) ? db.release() : nullptr;
 }
 
 Database *db_create_work() {

@@ -28,6 +28,7 @@ struct Database {
   Table *tables;
   ReadHold holds[lock_table_size];
   ThreadId owed[lock_table_size];  // threads whose last release failed: it is repeated before the next grant
+  int32_t unlocked_reads;          // begun while locks were off (HVI_LOCK_DISABLE)
   bool reload_pending;  // what is cached from the DAT part must be read again at the next lock grant
 };
 

@@ -3,14 +3,19 @@
 // Invariants
 //   1. An entry in holds means that its thread has held at least the shared level since a grant that was
 //      followed: whatever the DAT part held then, it holds still, but for commits of this process.
-//   2. Nobody reads or starts a transaction while a commit record waits for its copy (tm_check_record): the
-//      grant completes the copy first, or is busy.
+//   2. Nobody reads or starts a transaction while a commit record waits for its copy: every grant looks for
+//   one
+//      (tm_check_record) before it reads anything else, and completes the copy first or is busy. A writer
+//      elsewhere proves nothing: it may have died over its copy and left its lock to one who has not looked
+//      yet.
 //   3. What is cached from the DAT part is read again before the first grant after another process's commit
 //      is used; a reading that fails half way is repeated at the next grant (reload_pending).
 //   4. Nobody sleeps inside db.lock.
 //   5. Pages changed outside a transaction reach the file under the exclusive level only, also those that a
 //      failed change left in the cache: a transaction starts when they are written.
-//   6. A thread in owed holds a level that it has given back: whoever asks for a lock next repeats the
+//   6. Whether locks are used at all (HVI_LOCK_DISABLE) changes only while nobody reads and no transaction is
+//      open: what began with them ends with them.
+//   7. A thread in owed holds a level that it has given back: whoever asks for a lock next repeats the
 //      release, and the thread itself gets nothing before that succeeds.
 #include "data/database.h"
 #include "frame/env.h"
@@ -21,7 +26,7 @@ namespace tovik {
 namespace {
 
 bool lock_disabled(const Database &db) {
-  return db.storage->lm == nullptr || env_on(Env::lock_disable);
+  return db.storage->lm == nullptr || db.storage->lm->disabled;
 }
 
 void sleep_between_tries(int milliseconds) {
@@ -90,76 +95,118 @@ bool settle_releases(Database &db, ThreadId thread) {
 
 // ---- what a grant brings with it, under db.lock ----
 
+// Until the systems are open there is nothing to read again.
 bool follow_commits(Database &db) {
   bool changed = false;
   if (!sm_refresh(*db.storage, &changed)) return false;
   if (changed) db.reload_pending = true;
   if (!db.reload_pending) return true;
   tables_forget_all(db);
-  if (!row_systems_reload_all(*db.storage) || !btrees_reload_all(*db.storage)) return false;
+  if (db.storage->data != nullptr &&
+      (!row_systems_reload_all(*db.storage) || !btrees_reload_all(*db.storage)))
+    return false;
   db.reload_pending = false;
   return true;
 }
 
-// Completes the copy of a commit record. The thread holds shared or more; it keeps the level that mode asks
-// for when the result is granted.
-LockResult complete_copy(Database &db, ThreadId thread, DbLock mode) {
-  LockManager &lm = *db.storage->lm;
-  LockResult result = lm_lock(lm, thread, LockLevel::reserved, false);
-  if (result == LockResult::granted) result = lm_lock(lm, thread, LockLevel::exclusive, false);
-  if (result != LockResult::granted) return result;
-  if (!tm_recover(*db.storage->tm)) return LockResult::failed;
+bool recover(Database &db) {
+  if (!tm_recover(*db.storage->tm)) return false;
   db.reload_pending = true;
-  if (!follow_commits(db) || !release(db, thread, Unlock::to_shared)) return LockResult::failed;
-  return mode == DbLock::read ? LockResult::granted : lm_lock(lm, thread, LockLevel::reserved, false);
+  return true;
+}
+
+// Completes the copy of a commit record; the thread keeps shared. Busy, it keeps what it could get, so that
+// readers leave. The thread's own cursors have read the state before and must be closed first.
+LockResult complete_copy(Database &db, ThreadId thread) {
+  if (hold_of(db, thread) != nullptr) return LockResult::busy;
+  const LockResult result = lm_lock(*db.storage->lm, thread, LockLevel::exclusive, false);
+  if (result != LockResult::granted) return result;
+  return recover(db) && release(db, thread, Unlock::to_shared) ? LockResult::granted : LockResult::failed;
+}
+
+LockResult settle_record(Database &db, ThreadId thread, DbLock mode) {
+  TransactionManager &tm = *db.storage->tm;
+  const RecordCheck check = tm.record_pending ? RecordCheck::pending : tm_check_record(tm);
+  if (check == RecordCheck::none) return LockResult::granted;
+  if (check == RecordCheck::failed) return LockResult::failed;
+  const LockResult result = complete_copy(db, thread);
+  if (result != LockResult::granted || mode == DbLock::read) return result;
+  return lm_lock(*db.storage->lm, thread, LockLevel::reserved, false);
 }
 
 LockResult follow_grant(Database &db, ThreadId thread, DbLock mode) {
-  TransactionManager &tm = *db.storage->tm;
-  const bool unchanged = anybody_reads(db) && !db.reload_pending;
-  if (!unchanged && !follow_commits(db)) return LockResult::failed;
-  bool pending = tm.record_pending;
-  if (!pending && (mode == DbLock::write || !unchanged) && !lm_write_busy(*db.storage->lm, thread)) {
-    const RecordCheck check = tm_check_record(tm);
-    if (check == RecordCheck::failed) return LockResult::failed;
-    pending = check == RecordCheck::pending;
-  }
-  if (!pending) return LockResult::granted;
-  return anybody_reads(db) ? LockResult::busy : complete_copy(db, thread, mode);
+  const bool unchanged = anybody_reads(db) && !db.reload_pending && !db.storage->tm->record_pending;
+  if (unchanged && mode == DbLock::read) return LockResult::granted;
+  const LockResult result = settle_record(db, thread, mode);
+  if (result != LockResult::granted || unchanged) return result;
+  return follow_commits(db) ? LockResult::granted : LockResult::failed;
 }
 
-LockResult try_lock(Database &db, ThreadId thread, DbLock mode) {
+// ---- taking levels ----
+
+// Without locks only a copy that failed here can have left a record.
+LockResult enter_unlocked(Database &db, DbLock mode) {
+  if (db.storage->tm->record_pending && !(recover(db) && follow_commits(db))) return LockResult::failed;
+  if (mode == DbLock::read) ++db.unlocked_reads;
+  return LockResult::granted;
+}
+
+// held: the thread has held a level since before its first try, and keeps shared when it gets no more. Busy
+// over a waiting record, it also keeps what it got while it tries again.
+LockResult try_lock(Database &db, ThreadId thread, DbLock mode, bool held, bool tries_again) {
   LockManager &lm = *db.storage->lm;
   if (!settle_releases(db, thread)) return LockResult::failed;
-  const bool held = lm_holds(lm, thread);
   const LockLevel level = mode == DbLock::read ? LockLevel::shared : LockLevel::reserved;
   LockResult result = lm_lock(lm, thread, level, false);
-  if (result != LockResult::granted) return result;
-  const LockGuard guard(db.lock);
-  if (!held || mode == DbLock::write || db.storage->tm->record_pending)
+  if (result == LockResult::granted && (!held || mode == DbLock::write || db.storage->tm->record_pending))
     result = follow_grant(db, thread, mode);
   if (result == LockResult::granted && mode == DbLock::read && !hold_add(db, thread))
     result = LockResult::failed;
-  if (result != LockResult::granted && !release(db, thread, held ? Unlock::to_shared : Unlock::all))
-    result = LockResult::failed;
-  return result;
+  if (result == LockResult::granted) return result;
+  if (result == LockResult::busy && tries_again && lm_holds_write(lm, thread)) return result;
+  const bool left = !lm_holds(lm, thread) || release(db, thread, held ? Unlock::to_shared : Unlock::all);
+  return left ? result : LockResult::failed;
+}
+
+// Invariant 6.
+void follow_switch(Database &db) {
+  const StorageManager &sm = *db.storage;
+  if (sm.lm != nullptr && db.unlocked_reads == 0 && sm.tm->tid == no_thread) lm_follow_switch(*sm.lm);
+}
+
+LockResult lock_with_retries(Database &db, ThreadId thread, DbLock mode, int retry, int sleep) {
+  bool held;
+  {
+    const LockGuard guard(db.lock);
+    follow_switch(db);
+    if (lock_disabled(db)) return enter_unlocked(db, mode);
+    held = lm_holds(*db.storage->lm, thread);
+  }
+  for (int tries = 0;; ++tries) {
+    const bool last = tries >= retry;
+    LockResult result = LockResult::busy;
+    if (tries == 0 || mode == DbLock::read || !lm_write_busy(*db.storage->lm, thread)) {
+      const LockGuard guard(db.lock);
+      result = try_lock(db, thread, mode, held, !last);
+    }
+    if (result != LockResult::busy || last) return result;
+    sleep_between_tries(sleep);
+  }
 }
 
 }  // namespace
 
 LockResult db_lock(Database &db, ThreadId thread, DbLock mode) {
-  if (lock_disabled(db)) return LockResult::granted;
-  const LockManager &lm = *db.storage->lm;
-  for (int tries = 0;; ++tries) {
-    const LockResult result = try_lock(db, thread, mode);
-    if (result != LockResult::busy || tries >= lm.retry) return result;
-    sleep_between_tries(lm.sleep);
-  }
+  const LockManager *lm = db.storage->lm;
+  return lm == nullptr ? LockResult::granted : lock_with_retries(db, thread, mode, lm->retry, lm->sleep);
 }
 
 bool db_unlock(Database &db, ThreadId thread, DbLock mode) {
-  if (lock_disabled(db)) return true;
   const LockGuard guard(db.lock);
+  if (lock_disabled(db)) {
+    if (mode == DbLock::read && db.unlocked_reads > 0) --db.unlocked_reads;
+    return true;
+  }
   ReadHold *hold = hold_of(db, thread);
   if (mode == DbLock::write) return release(db, thread, hold == nullptr ? Unlock::all : Unlock::to_shared);
   if (hold == nullptr) return fail(status::lock_no_entry);
@@ -223,11 +270,9 @@ bool finish_direct(Database &db, ThreadId thread) {
   if (!db.storage->direct_changed) return true;
   if (!take_exclusive(db, thread) || !sm_direct_end(*db.storage)) return false;
   if (lock_disabled(db)) return true;
-  {
-    const LockGuard guard(db.lock);
-    if (!release(db, thread, Unlock::to_shared)) return false;
-  }
-  const LockResult result = try_lock(db, thread, DbLock::write);
+  const LockGuard guard(db.lock);
+  if (!release(db, thread, Unlock::to_shared)) return false;
+  const LockResult result = try_lock(db, thread, DbLock::write, true, false);
   if (result == LockResult::busy) return fail(status::database_busy);
   return result == LockResult::granted;
 }
@@ -258,14 +303,15 @@ DbStart db_start(Database &db, ThreadId thread, bool allow_nested) {
   }
   if (!lock_disabled(db) && !settle_releases(db, thread)) return DbStart::failed;
   if (holds_write(db, thread)) return start_again(db, thread, allow_nested);
-  for (int tries = 0; tries <= db.params->begin_retry; ++tries) {
-    if (tries > 0) sleep_between_tries(db.params->begin_sleep);
-    if (!lock_disabled(db) && lm_write_busy(*db.storage->lm, thread)) continue;
-    const LockResult result = db_lock(db, thread, DbLock::write);
-    if (result == LockResult::granted) return start_first(db, thread);
-    if (result == LockResult::failed) return DbStart::failed;
+  switch (lock_with_retries(db, thread, DbLock::write, db.params->begin_retry, db.params->begin_sleep)) {
+    case LockResult::granted:
+      return start_first(db, thread);
+    case LockResult::busy:
+      err_set(status::database_busy);
+      break;
+    case LockResult::failed:
+      break;
   }
-  err_set(status::database_busy);
   return DbStart::failed;
 }
 

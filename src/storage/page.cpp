@@ -30,6 +30,12 @@ Target target_of_page(StorageManager &sm, const CachePage &page) {
   return page.cache == sm.trn ? Target{sm.trn, sm.tm} : Target{sm.dat, nullptr};
 }
 
+// While a commit record waits for its copy the DAT part may be half of it: nobody sees that, not even who
+// holds a lock since before or works without locks.
+bool is_whole(const StorageManager &sm, const Target &target) {
+  return target.tran != nullptr || sm.tm == nullptr || !sm.tm->record_pending || fail(status::tran_bad_state);
+}
+
 void note_change(StorageManager &sm, const Target &target) {
   if (target.tran == nullptr) sm.direct_changed = true;
 }
@@ -62,7 +68,8 @@ bool sm_page_new(StorageManager &sm, int32_t group, Page &page) {
   if (page.held()) return fail(status::page_argument);
   LockGuard guard(sm.lock);
   const Target target = target_of_caller(sm);
-  if (!cm_new_page(*target.cache, group, target.tran, &page.block_, &page.data_)) return false;
+  if (!is_whole(sm, target) || !cm_new_page(*target.cache, group, target.tran, &page.block_, &page.data_))
+    return false;
   page.sm_ = &sm;
   note_change(sm, target);
   return true;
@@ -72,7 +79,8 @@ bool sm_page_get(StorageManager &sm, BlockNo block, int32_t group, Page &page) {
   if (page.held()) return fail(status::page_argument);
   LockGuard guard(sm.lock);
   const Target target = target_of_caller(sm);
-  if (!cm_get_page(*target.cache, block, group, target.tran, &page.data_)) return false;
+  if (!is_whole(sm, target) || !cm_get_page(*target.cache, block, group, target.tran, &page.data_))
+    return false;
   page.sm_ = &sm;
   page.block_ = block;
   return true;
@@ -116,7 +124,8 @@ bool sm_page_delete(Page &page) {
 bool sm_chain_free(StorageManager &sm, int32_t group, BlockNo head, BlockNo tail, int32_t count) {
   LockGuard guard(sm.lock);
   const Target target = target_of_caller(sm);
-  if (!cm_free_chain(*target.cache, group, head, tail, count, target.tran)) return false;
+  if (!is_whole(sm, target) || !cm_free_chain(*target.cache, group, head, tail, count, target.tran))
+    return false;
   note_change(sm, target);
   return true;
 }

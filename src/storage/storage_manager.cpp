@@ -78,11 +78,6 @@ bool create_systems(StorageManager &sm) {
   return data_layer.btree_create(sm) || fail(status::storage_btree_create);
 }
 
-bool open_systems(StorageManager &sm) {
-  if (!data_layer.row_open(sm)) return fail(status::storage_row_open);
-  return data_layer.btree_open(sm) || fail(status::storage_btree_open);
-}
-
 // Runs only when every level can be had at once; an open beside other users goes on without it.
 bool restart_under_lock(StorageManager &sm) {
   const ThreadId thread = current_thread();
@@ -91,15 +86,6 @@ bool restart_under_lock(StorageManager &sm) {
   if (lm_lock(*sm.lm, thread, LockLevel::exclusive, false) == LockResult::granted)
     done = tm_warm_restart(*sm.tm);
   return lm_unlock(*sm.lm, thread, Unlock::all) && done;
-}
-
-// A commit that another process is copying would show us half of it. When the shared level stays busy the
-// systems are opened all the same: whoever uses them takes the level first and then refreshes.
-bool open_systems_under_lock(StorageManager &sm) {
-  const ThreadId thread = current_thread();
-  const bool locked = lm_lock(*sm.lm, thread, LockLevel::shared, true) == LockResult::granted;
-  const bool opened = open_systems(sm);
-  return (!locked || lm_unlock(*sm.lm, thread, Unlock::readers_only)) && opened;
 }
 
 bool dat_is_dirty(StorageManager &sm) {
@@ -167,8 +153,12 @@ StorageManager *sm_open(Params &params) {
   if (sm->bm == nullptr) return fail_null(status::storage_block_open);
   if (!create_caches(*sm) || !create_lock_manager(*sm) || !create_transaction_manager(*sm)) return nullptr;
   if (params.warm_restart && !bm_read_only(*sm->bm) && !restart_under_lock(*sm)) return nullptr;
-  if (!open_systems_under_lock(*sm)) return nullptr;
   return sm.release();
+}
+
+bool sm_open_systems(StorageManager &sm) {
+  if (!data_layer.row_open(sm)) return fail(status::storage_row_open);
+  return data_layer.btree_open(sm) || fail(status::storage_btree_open);
 }
 
 StorageManager *sm_create_work(Params &params) {

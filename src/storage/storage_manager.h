@@ -44,10 +44,12 @@ const DataLayerOps &sm_data_layer();  // operations that do nothing until one is
 // or the first transaction. Statuses 11001, 1, 10, 25002 to 25006, 25010, 25012, 25015.
 StorageManager *sm_create(Params &params);
 
-// Runs the warm restart when it is the only user, then opens the systems, under the shared level unless that
-// stays busy: the caller takes the shared level and calls sm_refresh before it uses them. Statuses 11001, 1,
-// 10, 25003, 25004, 25007 to 25009, 25015, 22023.
+// Runs the warm restart when it is the only user. Statuses 11001, 1, 10, 25003, 25004, 25007, 25015, 22023.
 StorageManager *sm_open(Params &params);
+
+// The second half of an open: reads blocks, so the caller has the shared level as for any other read. 25008,
+// 25009.
+[[nodiscard]] bool sm_open_systems(StorageManager &sm);
 
 StorageManager *sm_create_work(Params &params);  // a temporary database: block manager and DAT cache only
 void sm_close(StorageManager *sm);               // rolls open levels back, writes dirty DAT pages
@@ -95,7 +97,8 @@ class Page {
 };
 
 // The page interface. page must not be held; group is the caller's tag. The thread that owns the open
-// transaction works in the TRN cache, every other thread in the DAT cache. Statuses 23001 and the cache's.
+// transaction works in the TRN cache, every other thread in the DAT cache, which gives nothing while a commit
+// record waits for its copy (22016). Statuses 23001 and the cache's.
 [[nodiscard]] bool sm_page_new(StorageManager &sm, int32_t group, Page &page);  // zero-filled
 [[nodiscard]] bool sm_page_get(StorageManager &sm, BlockNo block, int32_t group, Page &page);
 [[nodiscard]] bool sm_page_release(Page &page);

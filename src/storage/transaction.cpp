@@ -174,7 +174,8 @@ bool apply_outermost(TransactionManager &tm) {
     err_set_first(status::tran_apply);
     return false;
   }
-  sm_data_layer().level_merged(*tm.sm, 1);
+  // A level without changes needs no merging, and readers need not have left for it.
+  changed ? sm_data_layer().level_merged(*tm.sm, 1) : sm_data_layer().level_dropped(*tm.sm, 1);
   // The transaction is in the DAT part whatever happens now: a storage left over is reset by the next start,
   // and its record, should it be found earlier, matches the header and may be copied again.
   ErrorScope applied_already;
