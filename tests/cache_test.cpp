@@ -69,6 +69,19 @@ TEST(CacheTest, StopsAtTheSizeLimits) {
   EXPECT_EQ(1, db.fill_of(5));
 }
 
+// Levels that end within a transaction leave their shadow blocks to the next.
+TEST(CacheTest, EndedLevelsLeaveTheirShadowBlocks) {
+  StorageEngine engine;
+  Database db(std::string(memory_database) + "SIZE_TRN=10B", Database::Start::create);
+  ASSERT_TRUE(db.begin());
+  for (uint8_t fill = 0; fill < 50; ++fill) {
+    ASSERT_TRUE(db.begin() && db.put(1, fill) && db.put(2, fill)) << take_recorded().size();
+    ASSERT_TRUE(fill % 2 == 0 ? db.commit() : cm_flush(*db->trn, db->tm) && db.rollback());
+  }
+  ASSERT_TRUE(db.commit());
+  EXPECT_EQ(48, db.fill_of(1));
+}
+
 // The database beside a model: for every level the blocks in use and what they hold.
 class ModelRun {
  public:
@@ -164,6 +177,12 @@ class ModelRun {
       ASSERT_TRUE(now().count(block) == 0 && seen.insert(block).second) << "free list at " << block;
     EXPECT_EQ(counters.fcnt, static_cast<int>(seen.size()));
     EXPECT_EQ(0, sm().dat->lock_count + sm().trn->lock_count);
+    for (const CacheManager *cm : {sm().dat, sm().trn}) {
+      int dirty = 0;
+      for (const CachePage *page = cm->all; page != nullptr; page = page->all_next)
+        if ((page->status & page_dirty) != 0) ++dirty;
+      EXPECT_EQ(dirty, cm->dirty_count);
+    }
   }
 
   Random random_;

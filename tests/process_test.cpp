@@ -239,7 +239,7 @@ TEST_F(ProcessTest, SurvivorsOfADeathInTheCopySeeNoHalfOfIt) {
     while (!shared.done) &survivor < survivors + 3 ? read(session) : begin(session);
     _exit(0);
   }
-  int deaths = 0, step = scale() > 1 ? 1 : 7;
+  int deaths = 0, step = scale() > 1 ? 1 : 13;
   for (int call = 1; call < 1000 && shared.failure == 0; call += step) {
     Process victim(params() + "BEGIN_RETRY=3000;BEGIN_SLEEP=1");
     ASSERT_EQ(victim.ask("kill " + std::to_string(call)), "armed");

@@ -116,9 +116,10 @@ bool recover(Database &db) {
 }
 
 // Completes the copy of a commit record; the thread keeps shared. Busy, it keeps what it could get, so that
-// readers leave. The thread's own cursors have read the state before and must be closed first.
+// readers leave. The thread's own cursors have read the state before and must be closed first; who may not
+// write waits for another.
 LockResult complete_copy(Database &db, ThreadId thread) {
-  if (hold_of(db, thread) != nullptr) return LockResult::busy;
+  if (hold_of(db, thread) != nullptr || bm_read_only(*db.storage->bm)) return LockResult::busy;
   const LockResult result = lm_lock(*db.storage->lm, thread, LockLevel::exclusive, false);
   if (result != LockResult::granted) return result;
   return recover(db) && release(db, thread, Unlock::to_shared) ? LockResult::granted : LockResult::failed;

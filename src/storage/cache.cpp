@@ -2,7 +2,8 @@
 //   1. Every page is on the list of all pages. A page with page_in_use is in one hash chain and in the
 //      recency ring; any other is on the release list and in neither.
 //   2. At most one page of a cache holds a given block.
-//   3. lock_count is the sum of the reference counts. A page with a reference is never evicted.
+//   3. lock_count is the sum of the reference counts, dirty_count the number of dirty pages. A page with a
+//      reference is never evicted.
 //   4. A page in use holds the content that its block has for the cache's reader: a page whose read failed
 //      leaves the cache at once.
 //   5. tran_block is 0, or the block to which the innermost level's map sends this page's block. It is always
@@ -89,8 +90,19 @@ void chain_remove(CacheManager &cm, CachePage *page) {
   page->hash_previous = page->hash_next = nullptr;
 }
 
+void mark_dirty(CacheManager &cm, CachePage *page) {
+  if ((page->status & page_dirty) == 0) ++cm.dirty_count;
+  page->status |= page_dirty;
+}
+
+void mark_clean(CacheManager &cm, CachePage *page) {
+  if ((page->status & page_dirty) != 0) --cm.dirty_count;
+  page->status &= static_cast<uint16_t>(~page_dirty);
+}
+
 // Moves a page in use to the release list.
 void retire(CacheManager &cm, CachePage *page) {
+  mark_clean(cm, page);
   chain_remove(cm, page);
   ring_remove(cm, page);
   cm.lock_count -= page->references;
@@ -145,15 +157,21 @@ bool read_page(CacheManager &cm, CachePage *page, TransactionManager *tran) {
   return bm_read_block(*cm.bm, part_dat, page->block, data) || fail(status::cache_read);
 }
 
-// Settles where the page's changes go: the block that the level's map has for it, or the next of the part.
+// Settles where the page's changes go: the block that the level's map has for it, one that an ended level
+// left, or the next of the part.
 bool assign_shadow(CacheManager &cm, CachePage *page, TransactionManager &tran) {
   page->tran_block = tm_map_find_level(tran, page->block);
   if (page->tran_block != 0) return true;
   Counters &trn = bm_counters(*cm.bm, part_trn);
-  const BlockNo shadow = trn.bcnt == INT32_MAX ? 0 : trn.bcnt + 1;
+  Array<BlockNo> &left = tran.left_blocks;
+  const BlockNo next = trn.bcnt == INT32_MAX ? 0 : trn.bcnt + 1;
+  const BlockNo shadow = left.empty() ? next : left.back();
   if (!bm_block_valid(*cm.bm, part_trn, shadow)) return fail_at_block(status::storage_size_limit, shadow);
   if (!tm_map_add(tran, page->block, shadow)) return fail(status::cache_map_add);
-  trn.bcnt = shadow;
+  if (shadow == next)
+    trn.bcnt = shadow;
+  else
+    left.pop();
   page->tran_block = shadow;
   return true;
 }
@@ -168,7 +186,7 @@ bool write_page(CacheManager &cm, CachePage *page, TransactionManager *tran) {
     target = page->tran_block;
   }
   if (!bm_write_block(*cm.bm, cm.part, target, page_data(page))) return fail(status::cache_write);
-  page->status &= static_cast<uint16_t>(~page_dirty);
+  mark_clean(cm, page);
   return true;
 }
 
@@ -406,13 +424,13 @@ bool cm_new_page(CacheManager &cm, int32_t group, TransactionManager *tran, Bloc
   if (page == nullptr) return false;
   const BlockNo link = before.fcnt == 0 ? 0 : load_i32(page_data(page));
   memset(page_data(page), 0, static_cast<size_t>(bm_block_size(*cm.bm)));
-  page->status |= page_dirty;
+  mark_dirty(cm, page);
   page->group = group;
   *counters = after;
   hold(cm, page);
   header_changed(cm, tran);
   if (writes_through(cm, tran) && !write_through(cm, page)) {
-    page->status |= page_dirty;
+    mark_dirty(cm, page);
     give_back(cm, page, counters, before, link);
     return false;
   }
@@ -434,7 +452,7 @@ bool cm_release_write(uint8_t *data, TransactionManager *tran) {
   if (page == nullptr) return false;
   if (page->references < 1) return fail(status::cache_write_unreferenced);
   CacheManager &cm = *page->cache;
-  page->status |= page_dirty;
+  mark_dirty(cm, page);
   const bool written = !writes_through(cm, tran) || write_through(cm, page);
   unhold(cm, page);
   return written;
@@ -453,7 +471,7 @@ bool cm_delete_page(uint8_t *data, TransactionManager *tran) {
   store_i32(data, counters->flst);
   counters->flst = page->block;
   ++counters->fcnt;
-  page->status |= page_dirty;
+  mark_dirty(cm, page);
   header_changed(cm, tran);
   if (!writes_through(cm, tran)) return true;
   if (!write_page(cm, page, tran)) return fail(status::cache_write_page);
@@ -473,18 +491,20 @@ bool cm_free_chain(CacheManager &cm, int32_t group, BlockNo head, BlockNo tail, 
   store_i32(page_data(page), counters->flst);
   counters->flst = head;
   counters->fcnt += count;
-  page->status |= page_dirty;
+  mark_dirty(cm, page);
   header_changed(cm, tran);
   return !writes_through(cm, tran) || write_through(cm, page);
 }
 
 bool cm_flush(CacheManager &cm, TransactionManager *tran) {
-  const bool written = for_each_page(
-      cm, [&](CachePage *page) { return write_page(cm, page, tran) || fail(status::cache_write_page); });
+  const bool written = cm.dirty_count == 0 || for_each_page(cm, [&](CachePage *page) {
+                         return write_page(cm, page, tran) || fail(status::cache_write_page);
+                       });
   return written && write_header(cm, tran);
 }
 
 void cm_drop(CacheManager &cm, DropWhat what) {
+  if (what == DropWhat::dirty && cm.dirty_count == 0) return;
   for_each_page(cm, [&](CachePage *page) {
     if (what == DropWhat::all || (page->status & page_dirty) != 0) retire(cm, page);
     return true;
@@ -512,7 +532,7 @@ bool cm_clear(CacheManager &cm, bool write) {
   }
   cm.mru = nullptr;
   cm.released = nullptr;
-  cm.cur_count = cm.lock_count = cm.release_count = 0;
+  cm.cur_count = cm.lock_count = cm.release_count = cm.dirty_count = 0;
   memset(cm.hash, 0, sizeof(CachePage *) * static_cast<size_t>(cm.hash_size));
   return written;
 }

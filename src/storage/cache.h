@@ -40,6 +40,7 @@ struct CacheManager {
   PartNo part;
   uint32_t mode;  // cache_immediate_write
   int32_t cur_count, lock_count, release_count;
+  int32_t dirty_count;  // pages in use that wait to be written
   CachePage **hash;
   CachePage *mru;       // ring head; mru->newer is the least recently used page
   CachePage *all;       // every allocated page, newest first

@@ -88,11 +88,8 @@ bool restart_under_lock(StorageManager &sm) {
   return lm_unlock(*sm.lm, thread, Unlock::all) && done;
 }
 
-bool dat_is_dirty(StorageManager &sm) {
-  if ((sm.dat->state & cache_header_changed) != 0) return true;
-  for (const CachePage *page = sm.dat->all; page != nullptr; page = page->all_next)
-    if ((page->status & page_dirty) != 0) return true;
-  return false;
+bool dat_is_dirty(const StorageManager &sm) {
+  return (sm.dat->state & cache_header_changed) != 0 || sm.dat->dirty_count > 0;
 }
 
 bool flush_dat(StorageManager &sm) {

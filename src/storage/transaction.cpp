@@ -50,6 +50,11 @@ bool push_level(TransactionManager &tm, const Counters &counters) {
   return true;
 }
 
+// The block can take other changes. Without memory to note it, it only stays unused.
+void leave_block(TransactionManager &tm, uint32_t tno) {
+  if (tno != 0) (void)tm.left_blocks.push(static_cast<BlockNo>(tno));
+}
+
 void pop_level(TransactionManager &tm) {
   TranLevel *&level = tm.levels[--tm.level];
   level_map_release(*level);
@@ -62,6 +67,7 @@ void end_outermost(TransactionManager &tm) {
   cm_drop(*tm.trn, DropWhat::all);
   pop_level(tm);
   tm.sorted = Array<MapEntry>();
+  tm.left_blocks = Array<BlockNo>();
   tm.record_written = tm.record_durable = false;
   tm.tid = no_thread;
 }
@@ -192,8 +198,11 @@ bool merge_level(TransactionManager &tm) {
     err_set(status::out_of_memory);
     return fail(status::tran_map_merge);
   }
-  for (const MapEntry &entry : child.entries)
+  for (const MapEntry &entry : child.entries) {
+    const BlockNo replaced = level_map_find(parent, static_cast<BlockNo>(entry.dno));
     if (!level_map_set(parent, entry.dno, entry.tno)) return fail(status::tran_map_merge);
+    leave_block(tm, static_cast<uint32_t>(replaced));
+  }
   parent.counters = child.counters;
   sm_data_layer().level_merged(*tm.sm, tm.level);
   pop_level(tm);
@@ -218,6 +227,7 @@ bool rollback_outermost(TransactionManager &tm) {
 
 void rollback_inner(TransactionManager &tm) {
   cm_drop(*tm.trn, DropWhat::all);
+  for (const MapEntry &entry : tm.levels[tm.level - 1]->entries) leave_block(tm, entry.tno);
   sm_data_layer().level_dropped(*tm.sm, tm.level);
   pop_level(tm);
 }

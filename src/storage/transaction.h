@@ -51,6 +51,7 @@ struct TransactionManager {
   int32_t level;              // open levels, 0 to 4
   std::atomic<ThreadId> tid;  // owner, no_thread when none is open; only the owner can find itself here
   TranLevel *levels[tran_level_limit];
+  Array<BlockNo> left_blocks;        // shadow blocks of ended levels that nothing describes any more
   Array<MapEntry> sorted;            // built at commit and at recovery
   bool record_written;               // a commit record of the open transaction may be on disk
   bool record_durable;               // ... and surely is
