@@ -57,6 +57,7 @@ TEST_F(Sql, CreateTableChecksItsColumnsAndOptions) {
       {"CREATE TABLE c (x double AUTO_INCREMENT)", 141006},
       {"CREATE TABLE c (x tinyint AUTO_INCREMENT) auto_increment_init = 128", 141007},
       {"CREATE TABLE c (x int AUTO_INCREMENT) auto_increment_init = 0", 172017},
+      {"CREATE TABLE c (x bigint AUTO_INCREMENT) auto_increment_init = 9223372036854775808", 172017},
       {"CREATE TABLE c (x int AUTO_INCREMENT) AUTO_INCREMENT_STEP = 65536", 172018},
       {"CREATE TABLE c (x int AUTO_INCREMENT) AUTO_INCREMENT_STEP = 65535, colour = 'red'", 0},
       {"CREATE TABLE d (a_name_of_21_letters_ int)", 172004},

@@ -76,7 +76,7 @@ TEST_F(Catalog, SixteenIndices) {
 TEST_F(Catalog, EmptyKeepsTheSchema) {
   ASSERT_TRUE(store.create_table(
       "t",
-      {auto_increment(column("a", type::int32)), column("b", type::text, 1, 4, 8), column("c", type::date)},
+      {auto_increment(column("a", type::int32)), column("b", type::text, 1, 4, 4), column("c", type::date)},
       {10, 5, 10}));
   ASSERT_TRUE(index_create(db(), "t", index_on("i", {"c", "a"}, false, 0)));
   for (int i = 0; i < 20; ++i)
@@ -94,6 +94,55 @@ TEST_F(Catalog, EmptyKeepsTheSchema) {
   EXPECT_EQ(store.schema(), "t(a,b,c,)[__auto_inc__" + std::to_string(table.id) + ",i,]0 ");
   ASSERT_TRUE(rows.insert({"NULL", std::string(40, 'y')})) << errors();
   EXPECT_EQ(rows.get("a"), "110") << "the counter goes on";
+  EXPECT_EQ(rows.column("b").p3, 20) << "no chunk is of 4 bytes";
+}
+
+// Two connections that insert in turn and roll back now and then, beside values given by hand.
+TEST_F(Catalog, AutoIncrementGivesValuesThatNobodyHas) {
+  ASSERT_TRUE(store.create_table("t", {auto_increment(column("a", type::int32)), column("b", type::int32)},
+                                 {3, 2, 3}));
+  Database *other = db_open(store.text.c_str());
+  ASSERT_NE(other, nullptr) << errors();
+  const auto insert = [&](Database &db, const char *value, bool keep = true) {
+    EXPECT_EQ(db_start(db, current_thread(), false), DbStart::started) << errors();
+    std::string given = "failed";
+    {
+      Rows rows(db, "t");
+      if (rows.insert({value, "1"})) given = rows.get("a");
+    }
+    EXPECT_TRUE(keep ? db_commit(db, current_thread()) : db_rollback(db, current_thread())) << errors();
+    return given;
+  };
+  const struct {
+    bool elsewhere;
+    const char *value, *given;
+    bool keep;
+  } steps[] = {
+      {false, "0", "3", true},      {true, "NULL", "5", true}, {true, "7", "7", true},
+      {false, "9", "9", true},      {false, "8", "8", true},   {false, "0", "11", false},
+      {true, "0", "11", true},      {false, "0", "13", true},  {true, "2147483647", "2147483647", true},
+      {true, "13", "failed", true}, {true, "0", "15", true},
+  };
+  for (const auto &step : steps)
+    EXPECT_EQ(insert(step.elsewhere ? *other : db(), step.value, step.keep), step.given) << &step - steps;
+  db_close(other);
+  err_clear();
+
+  // The last value of a type is used, then each insert says so.
+  const std::pair<TypeCode, int64_t> last_values[] = {
+      {type::ctinyint, 127}, {type::int32, INT32_MAX}, {type::bigint, INT64_MAX}, {type::cbigint, INT64_MAX}};
+  for (const auto &[code, last] : last_values) {
+    const char *name = type_row(code)->name;
+    const std::string next_to_last = std::to_string(last - 1);
+    ASSERT_TRUE(store.create_table(name, {auto_increment(column("a", code))}, {last - 1, 1, last - 1}));
+    ASSERT_TRUE(store.insert(name, {next_to_last})) << errors();
+    ASSERT_TRUE(store.insert(name, {"0"})) << errors();
+    for (int again = 0; again < 2; ++again) {
+      EXPECT_FALSE(store.insert(name, {"0"}));
+      EXPECT_EQ(take_recorded(), Codes{status::input_number_range}) << name;
+      ASSERT_TRUE(again == 1 || table_empty(db(), name)) << errors();
+    }
+  }
 }
 
 }  // namespace

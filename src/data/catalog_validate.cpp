@@ -9,6 +9,7 @@ namespace tovik {
 namespace {
 
 constexpr int16_t size_default = 20;  // of a size parameter that was not given
+constexpr int16_t chunk_least = 5;    // a chunk's link and one byte
 constexpr int step_limit = 65535;
 
 bool is_terminated(const char (&name)[name_size]) {
@@ -75,8 +76,8 @@ bool column_complete(const ColumnDefinition &definition, Column *column) {
   column->p3 = definition.p3;
   column->auto_increment = definition.auto_increment;
   column->not_null = definition.not_null || definition.auto_increment;
-  const auto fill = [](int16_t &parameter) {
-    if (parameter < 1) parameter = size_default;
+  const auto fill = [](int16_t &parameter, int16_t least = 1) {
+    if (parameter < least) parameter = size_default;
   };
   switch (column->type) {
     case type::decimal:
@@ -94,7 +95,7 @@ bool column_complete(const ColumnDefinition &definition, Column *column) {
     case type::blob:
       fill(column->p1);
       fill(column->p2);
-      fill(column->p3);
+      fill(column->p3, chunk_least);
       return true;
     default: {
       const TypeRow *row = type_row(column->type);

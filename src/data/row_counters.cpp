@@ -207,7 +207,7 @@ bool row_systems_write_counters(StorageManager &sm) {
 
 AutoIncrement row_autoinc_defaults(int64_t init, int step, int64_t next) {
   AutoIncrement values{init > 0 ? init : 1, next, step > 0 ? step : 1};
-  if (values.next <= 0) values.next = values.init;
+  if (values.next <= 0 && next != autoinc_exhausted) values.next = values.init;
   return values;
 }
 
@@ -227,8 +227,8 @@ bool row_autoinc_advance(RowSystem &rows) {
   if (!row_kind_auto(rows.kind)) return fail(status::row_no_auto_increment);
   const int level = sm_level(*rows.sm);
   AutoIncrement &values = rows.autoinc[level];
-  if (values.next > INT64_MAX - values.step) return fail(status::input_number_range);
-  values.next += values.step;
+  if (values.next == autoinc_exhausted) return fail(status::input_number_range);
+  values.next = values.next > INT64_MAX - values.step ? autoinc_exhausted : values.next + values.step;
   rows.autoinc_changed[level] = true;
   return true;
 }

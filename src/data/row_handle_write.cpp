@@ -133,7 +133,36 @@ bool writable(const RowHandle &handle) {
 
 namespace {
 
-bool auto_increment_fill(RowHandle &handle) {
+// The unique index on the auto-increment column alone; null when somebody dropped it.
+Btree *counter_index(const Table &table) {
+  for (int i = 0; i < table.index_count; ++i) {
+    const BtreeDefinition &definition = table.indices[i]->definition;
+    if (btree_is_unique(*table.indices[i]) && definition.part_count == 1 &&
+        definition.parts[0].column == table.auto_column)
+      return table.indices[i];
+  }
+  return nullptr;
+}
+
+// Sets the counter's next value that the column's index does not hold, and moves the counter behind it: the
+// values stepped over were given by hand.
+bool counter_take(RowHandle &handle, const Column &column, Btree *index) {
+  RowSystem &rows = *handle.table->rows;
+  uint8_t *stored = handle.record + column.offset;
+  for (BtreeFind found = BtreeFind::found; found == BtreeFind::found;) {
+    const int64_t next = row_autoinc_get(rows).next;
+    if (next == autoinc_exhausted) return fail(status::input_number_range);
+    if (store_value(column.type, ValueMode::binary, &next, stored, column.p1, column.p2) != Stored::value ||
+        !row_autoinc_advance(rows))
+      return false;
+    found = index == nullptr ? BtreeFind::absent : btree_search(*index, stored, nullptr);
+    if (found == BtreeFind::failed) return fail(status::record_unique_search);
+  }
+  return true;
+}
+
+// taken: the index that was asked about the value already.
+bool auto_increment_fill(RowHandle &handle, const Btree **taken) {
   Table &table = *handle.table;
   const Column &column = table.columns[table.auto_column - 1];
   uint8_t *stored = handle.record + column.offset;
@@ -143,11 +172,11 @@ bool auto_increment_fill(RowHandle &handle) {
       fetch_value(column.type, ValueMode::binary, stored, &given, column.p1, column.p2) == Stored::value &&
       given != 0)
     return true;
-  const int64_t next = row_autoinc_get(*table.rows).next;
-  if (store_value(column.type, ValueMode::binary, &next, stored, column.p1, column.p2) != Stored::value)
-    return false;
+  Btree *index = counter_index(table);
+  if (!counter_take(handle, column, index)) return false;
   state = column_set;
-  return row_autoinc_advance(*table.rows);
+  *taken = index;
+  return true;
 }
 
 bool anything_set(const RowHandle &handle) {
@@ -190,14 +219,17 @@ bool row_handle_insert(RowHandle &handle) {
   Table &table = *handle.table;
   row_handle_loaded(handle, 0);
   if (!writable(handle)) return false;
+  const Btree *checked = nullptr;
   if (table.auto_column != 0) {
-    if (!auto_increment_fill(handle)) return false;
+    if (!auto_increment_fill(handle, &checked)) return false;
   } else if (!anything_set(handle)) {
     return true;
   }
   if (!columns_finish(handle, handle.null_record, true)) return false;
   for (int i = 0; i < table.index_count; ++i)
-    if (btree_is_unique(*table.indices[i]) && !unique_check(handle, *table.indices[i], true)) return false;
+    if (btree_is_unique(*table.indices[i]) && table.indices[i] != checked &&
+        !unique_check(handle, *table.indices[i], true))
+      return false;
   return insert_write(handle);
 }
 

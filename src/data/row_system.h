@@ -31,9 +31,11 @@ struct RowCounters {
   uint32_t free_count;   // slots on the free list
 };
 
+inline constexpr int64_t autoinc_exhausted = INT64_MIN;  // the last value of 64 bits was given
+
 struct AutoIncrement {
   int64_t init;
-  int64_t next;  // the value that the next row receives
+  int64_t next;  // the value that the next row receives, or autoinc_exhausted
   int32_t step;  // 1 to 65535
 };
 
@@ -127,7 +129,7 @@ RowNo row_position(RowSystem &rows, RowPosition which);
 [[nodiscard]] bool row_next_position(RowSystem &rows, RowNo row, RowNo *next);
 
 // The calling thread's level. Without an auto-increment counter: zeros, and 30035 from the other two. advance
-// refuses with 113002 to leave the 64-bit range.
+// refuses an exhausted counter with 113002.
 AutoIncrement row_autoinc_get(RowSystem &rows);
 [[nodiscard]] bool row_autoinc_set(RowSystem &rows, int64_t init, int step, int64_t next);
 [[nodiscard]] bool row_autoinc_advance(RowSystem &rows);

@@ -133,6 +133,13 @@ Node *option_node(MemoryPool &pool, const char *name, Node *value) {
   return pair == nullptr ? nullptr : item_of(pool, node::option_item, pair);
 }
 
+/* A number that no integer holds stays text, as which no option takes it. */
+Node *option_number(MemoryPool &pool, const char *digits) {
+  int64_t number;
+  if (text_to_integer(digits, &number) != NumberText::whole) return node_text(pool, value_kind::string, digits);
+  return node_integers(pool, value_kind::literal, number);
+}
+
 Node *assignment_node(MemoryPool &pool, const char *name, Node *value) {
   Node *column = node_text(pool, node::column_name, name);
   if (column == nullptr) return nullptr;
@@ -308,7 +315,8 @@ options:
   ;
 option: IDENT to_or_equal option_value   { MAKE($$, option_node(POOL, $1, $3)); } ;
 option_value:
-    integer                        { MAKE($$, node_integers(POOL, value_kind::literal, $1)); }
+    INTNUM                         { MAKE($$, option_number(POOL, $1)); }
+  | '-' INTNUM                     { MAKE($$, node_integers(POOL, value_kind::literal, integer_of($2, -1))); }
   | STRING                         { MAKE($$, node_text(POOL, value_kind::string, $1)); }
   ;
 
