@@ -51,7 +51,7 @@ bool counter_write(Btree &index, int level) {
   return true;
 }
 
-// Definition and counters from their records into every level.
+// Definition and counters from their records into level 0.
 bool handle_read(Btree &index) {
   uint8_t record[btree_descriptor_size];
   if (row_read(*data_systems(*index.sm).index_descriptors, index.number, record, btree_descriptor_size,
@@ -60,11 +60,8 @@ bool handle_read(Btree &index) {
   if (!btree_descriptor_decode(record, bm_block_size(*index.sm->bm), index)) return fail(status::btree_open);
   BtreePages pages;
   if (!counter_read(index, &pages)) return false;
-  for (int level = 0; level <= tran_level_limit; ++level) {
-    index.pages[level] = pages;
-    index.pages_changed[level] = false;
-    index.table_names[level] = index.table_names[0];
-  }
+  index.pages[0] = pages;
+  index.pages_changed[0] = false;
   return true;
 }
 
@@ -78,16 +75,12 @@ bool same_tree(const Btree &a, const Btree &b) {
 
 // ---- the list ----
 
-void handle_add(Btree *index) {
-  DataSystems &systems = data_systems(*index->sm);
-  index->state.references = 1;
-  index->next = systems.btrees;
-  systems.btrees = index;
+bool unwritten(const Btree &index) {
+  return index.pages_changed[0];
 }
 
 void list_sweep(StorageManager &sm) {
-  handles_sweep(&data_systems(sm).btrees, data_systems(sm).open_levels,
-                [](const Btree &index) { return index.pages_changed[0]; });
+  data_systems(sm).btrees.sweep(data_systems(sm).open_levels, unwritten);
 }
 
 // ---- creation ----
@@ -113,10 +106,9 @@ bool storage_create(Btree &index) {
   Page root;
   if (!sm_page_new(*index.sm, index.group, root)) return fail(status::btree_new_page);
   index.root = static_cast<uint32_t>(root.block());
-  const BtreePages pages = {index.root, index.root, 1};
-  for (BtreePages &level : index.pages) level = pages;
+  index.pages[0] = {index.root, index.root, 1};
   uint8_t record[btree_descriptor_size];
-  btree_counter_encode(pages, record);
+  btree_counter_encode(index.pages[0], record);
   if (!row_insert(*systems.index_counters, record, btree_counter_size, &index.counter_row)) {
     (void)sm_page_delete(root);
     return fail(status::btree_counter_create);
@@ -181,7 +173,7 @@ Btree *btree_create(StorageManager &sm, const BtreeDefinition &definition, const
   if (index == nullptr) return fail_null(status::out_of_memory);
   index->sm = &sm;
   index->definition = definition;
-  for (BtreeName &name : index->table_names) name = stored_name(table_name);
+  index->table_names[0] = stored_name(table_name);
   bool made = definition_normalise(index->definition);
   if (made && !btree_derive(*index, bm_block_size(*sm.bm))) made = fail(status::btree_create);
   if (!made || !storage_create(*index)) {
@@ -190,16 +182,18 @@ Btree *btree_create(StorageManager &sm, const BtreeDefinition &definition, const
   }
   index->state.created_level = static_cast<int8_t>(sm_level(sm));
   const LockGuard guard(sm.lock);
-  handle_add(index);
+  data_systems(sm).btrees.enter(*index);
+  btree_touch(*index);
   return index;
 }
 
 Btree *btree_open(StorageManager &sm, RowNo number) {
   const LockGuard guard(sm.lock);
   const int level = sm_level(sm);
-  for (Btree *index = data_systems(sm).btrees; index != nullptr; index = index->next) {
+  HandleList<Btree> &btrees = data_systems(sm).btrees;
+  for (Btree *index = btrees.first; index != nullptr; index = index->next) {
     if (index->number != number || !index->state.visible(level)) continue;
-    ++index->state.references;
+    btrees.hold(*index);
     return index;
   }
   Btree *index = mem_new<Btree>();
@@ -210,7 +204,7 @@ Btree *btree_open(StorageManager &sm, RowNo number) {
     mem_delete(index);
     return nullptr;
   }
-  handle_add(index);
+  btrees.enter(*index);
   return index;
 }
 
@@ -223,7 +217,7 @@ bool btree_drop(Btree *index) {
   if (row_delete(*systems.index_descriptors, index->number) != RowRead::active)
     return fail(status::btree_descriptor_drop);
   const LockGuard guard(sm.lock);
-  index->state.set_dropped(sm_level(sm));
+  index->state.set_dropped(btree_touch(*index));
   btree_close(index);
   return true;
 }
@@ -233,20 +227,15 @@ void btree_close(Btree *index) {
   StorageManager &sm = *index->sm;
   const LockGuard guard(sm.lock);
   assert(index->state.references > 0);
-  if (--index->state.references == 0) list_sweep(sm);
+  data_systems(sm).btrees.give_back(*index, data_systems(sm).open_levels, unwritten);
 }
 
 void btrees_close(StorageManager &sm) {
-  DataSystems &systems = data_systems(sm);
-  while (systems.btrees != nullptr) {
-    Btree *index = systems.btrees;
-    systems.btrees = index->next;
-    mem_delete(index);
-  }
+  data_systems(sm).btrees.free_all();
 }
 
 const char *btree_table_name(const Btree &index) {
-  return index.table_names[sm_level(*index.sm)].text;
+  return index.table_names[handle_level(index)].text;
 }
 
 bool btree_rename_table(Btree &index, const char *name) {
@@ -255,7 +244,7 @@ bool btree_rename_table(Btree &index, const char *name) {
   if (!row_update(*data_systems(*index.sm).index_descriptors, &index.number, record, btree_descriptor_size))
     return false;
   const LockGuard guard(index.sm->lock);
-  index.table_names[sm_level(*index.sm)] = stored_name(name);
+  index.table_names[btree_touch(index)] = stored_name(name);
   return true;
 }
 
@@ -264,15 +253,14 @@ bool btree_rename_table(Btree &index, const char *name) {
 bool btrees_write_counters(StorageManager &sm) {
   const LockGuard guard(sm.lock);
   const int level = sm_level(sm);
-  for (Btree *index = data_systems(sm).btrees; index != nullptr; index = index->next)
-    if (index->pages_changed[level] && index->state.visible(level) && !counter_write(*index, level))
-      return false;
-  return true;
+  return data_systems(sm).btrees.each_touched(level, [&](Btree &index) {
+    return !index.pages_changed[level] || !index.state.visible(level) || counter_write(index, level);
+  });
 }
 
 bool btrees_reload_all(StorageManager &sm) {
   const LockGuard guard(sm.lock);
-  for (Btree *index = data_systems(sm).btrees; index != nullptr; index = index->next) {
+  for (Btree *index = data_systems(sm).btrees.first; index != nullptr; index = index->next) {
     if (index->state.gone()) continue;
     const ErrorScope scope;
     // Dropped by the other process, replaced, or damaged: whoever opens the number anew finds out.
@@ -286,27 +274,19 @@ bool btrees_reload_all(StorageManager &sm) {
   return true;
 }
 
-void btrees_level_opened(StorageManager &sm, int level) {
-  for (Btree *index = data_systems(sm).btrees; index != nullptr; index = index->next) {
-    index->pages[level] = index->pages[level - 1];
-    index->pages_changed[level] = index->pages_changed[level - 1];
-    index->table_names[level] = index->table_names[level - 1];
-  }
+int btree_touch(Btree &index) {
+  const int level = sm_level(*index.sm);
+  data_systems(*index.sm).btrees.touch(index, level);
+  return level;
 }
 
 void btrees_level_merged(StorageManager &sm, int level) {
-  for (Btree *index = data_systems(sm).btrees; index != nullptr; index = index->next) {
-    index->pages[level - 1] = index->pages[level];
-    index->pages_changed[level - 1] = index->pages_changed[level];
-    index->table_names[level - 1] = index->table_names[level];
-    index->state.level_merged(level);
-  }
+  data_systems(sm).btrees.level_merged(level);
   list_sweep(sm);
 }
 
 void btrees_level_dropped(StorageManager &sm, int level) {
-  for (Btree *index = data_systems(sm).btrees; index != nullptr; index = index->next)
-    index->state.level_dropped(level);
+  data_systems(sm).btrees.level_dropped(level);
   list_sweep(sm);
 }
 

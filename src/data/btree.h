@@ -70,17 +70,24 @@ struct Btree {
   StorageManager *sm;
   BtreeDefinition definition;
   uint32_t root;
-  uint32_t counter_row;  // page-counter record
-  RowNo number;          // row number of the descriptor
-  int32_t group;         // 0
-  BtreePages pages[tran_level_limit + 1];
+  uint32_t counter_row;                      // page-counter record
+  RowNo number;                              // row number of the descriptor
+  int32_t group;                             // 0
+  BtreePages pages[tran_level_limit + 1];    // of the levels that touched it, and of level 0
   bool pages_changed[tran_level_limit + 1];  // the level's counters differ from their record
   BtreeName table_names[tran_level_limit + 1];
   BtreeItemKind master_leaf, master_node, overflow_leaf, overflow_node;
   StoredCompare compare[btree_part_limit];
   BtreeSearch search_master, search_overflow;
   HandleState state;
-  Btree *next;  // list of the storage manager, newest first
+  Btree *next;  // see HandleList
+  Btree *next_touched[tran_level_limit + 1];
+
+  void level_copy(int to, int from) {
+    pages[to] = pages[from];
+    pages_changed[to] = pages_changed[from];
+    table_names[to] = table_names[from];
+  }
 };
 
 inline bool btree_is_unique(const Btree &index) {

@@ -31,7 +31,7 @@ void dump_definition(const Btree &index) {
 void dump_pages(const Btree &index) {
   dump_line(nullptr, 0, " ---  page counter ---");
   for (int level = 0; level <= tran_level_limit; ++level) {
-    const BtreePages &pages = index.pages[level];
+    const BtreePages &pages = index.pages[index.state.level_of(level)];
     dump_line(nullptr, 0, " [%d] ptop:[%d] plst:[%d] pcnt:[%d]", level, static_cast<int>(pages.first),
               static_cast<int>(pages.last), static_cast<int>(pages.count));
   }

@@ -40,7 +40,7 @@ bool btree_page_write(Btree &index, Page &page) {
 }
 
 bool btree_page_new(Btree &index, Page &page) {
-  const int level = sm_level(*index.sm);
+  const int level = btree_touch(index);
   BtreePages &pages = index.pages[level];
   if (!sm_page_new(*index.sm, index.group, page)) return fail(status::btree_new_page);
   const uint32_t block = static_cast<uint32_t>(page.block());
@@ -58,7 +58,7 @@ bool btree_page_new(Btree &index, Page &page) {
 namespace {
 
 bool page_free(Btree &index, Page &page) {
-  const int level = sm_level(*index.sm);
+  const int level = btree_touch(index);
   BtreePages &pages = index.pages[level];
   const uint32_t block = static_cast<uint32_t>(page.block());
   const uint32_t previous = bpage::link(page.data(), bpage::chain_previous);

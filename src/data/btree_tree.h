@@ -31,9 +31,12 @@ namespace tovik {
 [[nodiscard]] bool btree_page_free(Btree &index, Page &page);
 [[nodiscard]] bool btree_page_free(Btree &index, uint32_t block);
 
-inline BtreePages &btree_pages(Btree &index) {
-  return index.pages[sm_level(*index.sm)];
+// As the calling thread sees them.
+inline const BtreePages &btree_pages(const Btree &index) {
+  return index.pages[handle_level(index)];
 }
+// Comes before every change of them, and of the table name: the calling thread's level.
+int btree_touch(Btree &index);
 
 // ---- one tree ----
 

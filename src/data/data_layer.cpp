@@ -42,8 +42,6 @@ void level_opened(StorageManager &sm, int level) {
   if (sm.data == nullptr) return;
   const LockGuard guard(sm.lock);
   data_systems(sm).open_levels = level;
-  row_systems_level_opened(sm, level);
-  btrees_level_opened(sm, level);
 }
 
 void level_merged(StorageManager &sm, int level) {

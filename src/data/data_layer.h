@@ -13,9 +13,9 @@ namespace tovik {
 
 // The lists, newest first, are guarded by the storage manager's lock.
 struct DataSystems {
-  RowSystem *rows;  // every open row system, the system ROW included
+  HandleList<RowSystem> rows;  // every open row system, the system ROW included
   RowSystem *system_rows;
-  Btree *btrees;
+  HandleList<Btree> btrees;
   RowSystem *index_descriptors;  // of the B-trees; held from btree_*_system to the close
   RowSystem *index_counters;
   int open_levels;  // transaction levels open now, whoever owns them
@@ -34,15 +34,13 @@ void data_torn(const StorageManager &sm);
 // opened.
 void data_layer_register();
 
-// The events as the two modules take them, called with the storage manager's lock held. A level that opens
-// starts as a copy of the level below; merged, it replaces that; dropped, it is forgotten. Handles created or
-// dropped inside the level follow (see HandleState).
-void row_systems_level_opened(StorageManager &sm, int level);
+// The events as the two modules take them, called with the storage manager's lock held. Values of the level
+// replace those of the level below, or are forgotten. Handles created or dropped inside the level follow (see
+// HandleState).
 void row_systems_level_merged(StorageManager &sm, int level);
 void row_systems_level_dropped(StorageManager &sm, int level);
 void row_systems_close(StorageManager &sm);  // releases every handle, held or not
 
-void btrees_level_opened(StorageManager &sm, int level);
 void btrees_level_merged(StorageManager &sm, int level);
 void btrees_level_dropped(StorageManager &sm, int level);
 void btrees_close(StorageManager &sm);

@@ -103,6 +103,12 @@ bool write_record(StorageManager &sm, RowNo number, const uint8_t record[row_rec
   return row_update(*data_systems(sm).system_rows, &number, record, row_record_size);
 }
 
+// Outside a transaction no page tells of it before the counters are written.
+void autoinc_changed(RowSystem &rows, int level) {
+  rows.autoinc_changed[level] = true;
+  if (level == 0) rows.sm->direct_changed = true;
+}
+
 bool write_changes(RowSystem &rows, int level) {
   uint8_t record[row_record_size];
   if (rows.counters_changed[level]) {
@@ -183,26 +189,20 @@ bool row_system_counters_write(RowSystem &system) {
   return true;
 }
 
-void row_fill_levels(RowSystem &rows) {
-  for (int level = 0; level <= tran_level_limit; ++level) {
-    rows.counters[level] = rows.counters[0];
-    rows.autoinc[level] = rows.autoinc[0];
-    rows.counters_changed[level] = rows.autoinc_changed[level] = false;
-  }
-}
-
 // The system ROW goes last: nothing that is written here changes the counters of another row system, but a
 // descriptor's page must be reached through a chain that the counters in block 2 describe.
 bool row_systems_write_counters(StorageManager &sm) {
   const LockGuard guard(sm.lock);
   const int level = sm_level(sm);
-  DataSystems &systems = data_systems(sm);
-  for (RowSystem *rows = systems.rows; rows != nullptr; rows = rows->next) {
-    if (rows == systems.system_rows || !rows->state.visible(level)) continue;
-    if (!write_changes(*rows, level)) return false;
-  }
-  if (!systems.system_rows->counters_changed[level]) return true;
-  return row_system_counters_write(*systems.system_rows) || fail(status::row_system_counter_write);
+  RowSystem &system = *data_systems(sm).system_rows;
+  bool system_changed = false;
+  const bool written = data_systems(sm).rows.each_touched(level, [&](RowSystem &rows) {
+    if (&rows != &system) return !rows.state.visible(level) || write_changes(rows, level);
+    system_changed = rows.counters_changed[level];
+    return true;
+  });
+  if (!written || !system_changed) return written;
+  return row_system_counters_write(system) || fail(status::row_system_counter_write);
 }
 
 AutoIncrement row_autoinc_defaults(int64_t init, int step, int64_t next) {
@@ -211,25 +211,25 @@ AutoIncrement row_autoinc_defaults(int64_t init, int step, int64_t next) {
   return values;
 }
 
-AutoIncrement row_autoinc_get(RowSystem &rows) {
-  return rows.autoinc[sm_level(*rows.sm)];
+AutoIncrement row_autoinc_get(const RowSystem &rows) {
+  return rows.autoinc[handle_level(rows)];
 }
 
 bool row_autoinc_set(RowSystem &rows, int64_t init, int step, int64_t next) {
   if (!row_kind_auto(rows.kind)) return fail(status::row_no_auto_increment);
-  const int level = sm_level(*rows.sm);
+  const int level = row_touch(rows);
   rows.autoinc[level] = row_autoinc_defaults(init, step, next);
-  rows.autoinc_changed[level] = true;
+  autoinc_changed(rows, level);
   return true;
 }
 
 bool row_autoinc_advance(RowSystem &rows) {
   if (!row_kind_auto(rows.kind)) return fail(status::row_no_auto_increment);
-  const int level = sm_level(*rows.sm);
+  const int level = row_touch(rows);
   AutoIncrement &values = rows.autoinc[level];
   if (values.next == autoinc_exhausted) return fail(status::input_number_range);
   values.next = values.next > INT64_MAX - values.step ? autoinc_exhausted : values.next + values.step;
-  rows.autoinc_changed[level] = true;
+  autoinc_changed(rows, level);
   return true;
 }
 

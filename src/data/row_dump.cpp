@@ -33,14 +33,16 @@ void row_system_dump(RowSystem &rows, const char *title) {
   line("  row use type    : %ld", static_cast<int64_t>(rows.kind));
   line("  row size        : %ld", rows.row_size);
   dump_line(nullptr, 0, "[counter information]");
-  for (int level = 0; level <= levels; ++level) dump_counters(rows.counters[level], level);
+  for (int level = 0; level <= levels; ++level)
+    dump_counters(rows.counters[rows.state.level_of(level)], level);
   if (row_kind_auto(rows.kind)) {
     dump_line(nullptr, 0, "[auto increment]");
     for (int level = 0; level <= levels; ++level) {
       dump_line(nullptr, 0, "  --  auto inc level : %d -- ", level);
-      line("  auto inc init    : %ld", rows.autoinc[level].init);
-      line("  auto inc step    : %ld", rows.autoinc[level].step);
-      line("  auto inc next    : %ld", rows.autoinc[level].next);
+      const AutoIncrement &values = rows.autoinc[rows.state.level_of(level)];
+      line("  auto inc init    : %ld", values.init);
+      line("  auto inc step    : %ld", values.step);
+      line("  auto inc next    : %ld", values.next);
     }
   }
   dump_line(nullptr, 0, "%s", "");

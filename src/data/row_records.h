@@ -31,8 +31,6 @@ void row_autoinc_encode(const RowSystem &rows, int level, uint8_t record[row_rec
 [[nodiscard]] bool row_system_counters_read(RowSystem &system);
 [[nodiscard]] bool row_system_counters_write(RowSystem &system);  // 30002, 30005
 
-void row_fill_levels(RowSystem &rows);  // level 0 into every other level, none of them changed
-
 AutoIncrement row_autoinc_defaults(int64_t init, int step, int64_t next);
 
 }  // namespace tovik

@@ -15,7 +15,7 @@ RowFetch scan_failed(RowScan &scan) {
 // Takes the page of the place again; end when there is no slot at it.
 RowFetch scan_resume(RowScan &scan) {
   RowSystem &rows = *scan.rows;
-  scan.counters = &row_counters(rows);
+  scan.counters = &rows.counters[row_touch(rows)];
   if (static_cast<uint32_t>(scan.block) * rows.block_size + scan.offset == scan.counters->new_offset)
     return RowFetch::end;
   if (sm_page_get(*rows.sm, scan.block, row_page_group, scan.page)) return RowFetch::row;

@@ -32,26 +32,27 @@ RowSystem *handle_new(StorageManager &sm, RowNo number) {
 }
 
 void list_enter(RowSystem *rows, int created_level) {
-  DataSystems &systems = data_systems(*rows->sm);
-  rows->state.references = 1;
   rows->state.created_level = static_cast<int8_t>(created_level);
-  rows->next = systems.rows;
-  systems.rows = rows;
+  data_systems(*rows->sm).rows.enter(*rows);
+  if (created_level > 0) row_touch(*rows);
 }
 
 RowSystem *list_find(StorageManager &sm, RowNo number) {
   const int level = sm_level(sm);
-  RowSystem *rows = data_systems(sm).rows;
+  RowSystem *rows = data_systems(sm).rows.first;
   while (rows != nullptr && (rows->number != number || !rows->state.visible(level))) rows = rows->next;
   return rows;
 }
 
-void list_sweep(StorageManager &sm) {
-  handles_sweep(&data_systems(sm).rows, data_systems(sm).open_levels,
-                [](const RowSystem &rows) { return rows.counters_changed[0] || rows.autoinc_changed[0]; });
+bool unwritten(const RowSystem &rows) {
+  return rows.counters_changed[0] || rows.autoinc_changed[0];
 }
 
-// The first page, zero-filled, and counters that describe it, at every level.
+void list_sweep(StorageManager &sm) {
+  data_systems(sm).rows.sweep(data_systems(sm).open_levels, unwritten);
+}
+
+// The first page, zero-filled, and counters that describe it.
 bool first_page(RowSystem &rows) {
   Page page;
   if (!sm_page_new(*rows.sm, row_page_group, page)) return fail(status::row_new_page);
@@ -65,7 +66,6 @@ bool first_page(RowSystem &rows) {
   }
   if (!sm_page_release_write(page)) return fail(status::row_page_write);
   rows.counters[0] = RowCounters{block, block, 1, block * rows.block_size + row_page_stream, 0, 0, 0};
-  row_fill_levels(rows);
   return true;
 }
 
@@ -207,7 +207,6 @@ bool row_system_open_system(StorageManager &sm) {
     mem_delete(system);
     return false;
   }
-  row_fill_levels(*system);
   list_enter(system, 0);
   data_systems(sm).system_rows = system;
   return true;
@@ -243,7 +242,7 @@ RowSystem *row_system_open(RowNo number, StorageManager &sm) {
   if (number == 0) return fail_null(status::row_number_null);
   const LockGuard guard(sm.lock);
   if (RowSystem *open = list_find(sm, number)) {
-    ++open->state.references;
+    data_systems(sm).rows.hold(*open);
     return open;
   }
   RowSystem *rows = handle_new(sm, number);
@@ -254,7 +253,6 @@ RowSystem *row_system_open(RowNo number, StorageManager &sm) {
     mem_delete(rows);
     return nullptr;
   }
-  row_fill_levels(*rows);
   list_enter(rows, 0);
   return rows;
 }
@@ -263,7 +261,7 @@ bool row_system_drop(RowSystem *rows) {
   StorageManager &sm = *rows->sm;
   const LockGuard guard(sm.lock);
   RowSystem &system = *data_systems(sm).system_rows;
-  const int level = sm_level(sm);
+  const int level = row_touch(*rows);
   const RowCounters &counters = rows->counters[level];
   // The pages are linked backwards through their first four bytes.
   if (!chain_ends_right(*rows, counters) ||
@@ -282,7 +280,7 @@ void row_system_close(RowSystem *rows) {
   if (rows == nullptr) return;
   StorageManager &sm = *rows->sm;
   const LockGuard guard(sm.lock);
-  if (--rows->state.references == 0) list_sweep(sm);
+  data_systems(sm).rows.give_back(*rows, data_systems(sm).open_levels, unwritten);
 }
 
 bool row_systems_reload_all(StorageManager &sm) {
@@ -290,7 +288,7 @@ bool row_systems_reload_all(StorageManager &sm) {
   DataSystems &systems = data_systems(sm);
   if (reload(*systems.system_rows) == RecordRead::failed) return false;
   list_sweep(sm);
-  for (RowSystem *rows = systems.rows; rows != nullptr; rows = rows->next) {
+  for (RowSystem *rows = systems.rows.first; rows != nullptr; rows = rows->next) {
     if (rows == systems.system_rows || rows->state.gone()) continue;
     const RecordRead found = reload(*rows);
     if (found == RecordRead::failed) return false;
@@ -299,40 +297,25 @@ bool row_systems_reload_all(StorageManager &sm) {
   return true;
 }
 
-void row_systems_level_opened(StorageManager &sm, int level) {
-  for (RowSystem *rows = data_systems(sm).rows; rows != nullptr; rows = rows->next) {
-    rows->counters[level] = rows->counters[level - 1];
-    rows->autoinc[level] = rows->autoinc[level - 1];
-    rows->counters_changed[level] = rows->counters_changed[level - 1];
-    rows->autoinc_changed[level] = rows->autoinc_changed[level - 1];
-  }
+int row_touch(RowSystem &rows) {
+  const int level = sm_level(*rows.sm);
+  data_systems(*rows.sm).rows.touch(rows, level);
+  return level;
 }
 
 void row_systems_level_merged(StorageManager &sm, int level) {
-  for (RowSystem *rows = data_systems(sm).rows; rows != nullptr; rows = rows->next) {
-    rows->counters[level - 1] = rows->counters[level];
-    rows->autoinc[level - 1] = rows->autoinc[level];
-    rows->counters_changed[level - 1] = rows->counters_changed[level];
-    rows->autoinc_changed[level - 1] = rows->autoinc_changed[level];
-    rows->state.level_merged(level);
-  }
+  data_systems(sm).rows.level_merged(level);
   list_sweep(sm);
 }
 
 void row_systems_level_dropped(StorageManager &sm, int level) {
-  for (RowSystem *rows = data_systems(sm).rows; rows != nullptr; rows = rows->next)
-    rows->state.level_dropped(level);
+  data_systems(sm).rows.level_dropped(level);
   list_sweep(sm);
 }
 
 void row_systems_close(StorageManager &sm) {
-  DataSystems &systems = data_systems(sm);
-  while (systems.rows != nullptr) {
-    RowSystem *rows = systems.rows;
-    systems.rows = rows->next;
-    mem_delete(rows);
-  }
-  systems.system_rows = nullptr;
+  data_systems(sm).rows.free_all();
+  data_systems(sm).system_rows = nullptr;
 }
 
 }  // namespace tovik

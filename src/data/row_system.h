@@ -54,15 +54,23 @@ struct RowSystem {
   RowNo number;          // row number of the descriptor
   RowNo autoinc_number;  // of the auto-increment record, kinds with one
   RowKind kind;
-  int32_t row_size;     // slot size: flag byte and data
-  uint32_t block_size;  // of the database
-  RowCounters counters[tran_level_limit + 1];
+  int32_t row_size;                            // slot size: flag byte and data
+  uint32_t block_size;                         // of the database
+  RowCounters counters[tran_level_limit + 1];  // of the levels that touched it, and of level 0
   AutoIncrement autoinc[tran_level_limit + 1];
   bool counters_changed[tran_level_limit + 1];  // the level's set differs from its record
   bool autoinc_changed[tran_level_limit + 1];
   RowDirectory directory;
   HandleState state;
-  RowSystem *next;  // list of the storage manager, newest first
+  RowSystem *next;  // see HandleList
+  RowSystem *next_touched[tran_level_limit + 1];
+
+  void level_copy(int to, int from) {
+    counters[to] = counters[from];
+    autoinc[to] = autoinc[from];
+    counters_changed[to] = counters_changed[from];
+    autoinc_changed[to] = autoinc_changed[from];
+  }
 };
 
 inline bool row_kind_variable(RowKind kind) {
@@ -71,10 +79,11 @@ inline bool row_kind_variable(RowKind kind) {
 inline bool row_kind_auto(RowKind kind) {
   return kind == RowKind::fixed_auto || kind == RowKind::variable_auto;
 }
-inline RowCounters &row_counters(RowSystem &rows) {
-  return rows.counters[sm_level(*rows.sm)];
+// As the calling thread sees them.
+inline const RowCounters &row_counters(const RowSystem &rows) {
+  return rows.counters[handle_level(rows)];
 }
-inline uint32_t row_active_count(RowSystem &rows) {
+inline uint32_t row_active_count(const RowSystem &rows) {
   return row_counters(rows).total_count - row_counters(rows).free_count;
 }
 
@@ -96,6 +105,10 @@ void row_system_close(RowSystem *rows);  // null is ignored
 // more become HandleState::gone.
 [[nodiscard]] bool row_systems_reload_all(StorageManager &sm);
 [[nodiscard]] bool row_systems_write_counters(StorageManager &sm);  // 30022, 30023
+
+// Comes before every change of a row system: its level, which is the calling thread's, gets values of its
+// own.
+int row_touch(RowSystem &rows);
 
 // length: exactly row size - 1 for fixed kinds, 1 and up for variable ones. A failure leaves nothing behind.
 // 30010, 30015, 30028, 121001.
@@ -130,7 +143,7 @@ RowNo row_position(RowSystem &rows, RowPosition which);
 
 // The calling thread's level. Without an auto-increment counter: zeros, and 30035 from the other two. advance
 // refuses an exhausted counter with 113002.
-AutoIncrement row_autoinc_get(RowSystem &rows);
+AutoIncrement row_autoinc_get(const RowSystem &rows);
 [[nodiscard]] bool row_autoinc_set(RowSystem &rows, int64_t init, int step, int64_t next);
 [[nodiscard]] bool row_autoinc_advance(RowSystem &rows);
 
@@ -140,7 +153,7 @@ AutoIncrement row_autoinc_get(RowSystem &rows);
 struct RowScan {
   RowSystem *rows = nullptr;
   Page page;
-  const RowCounters *counters = nullptr;  // of the level in use while the page is held
+  const RowCounters *counters = nullptr;  // while the page is held: of a touched level, for they may change
   BlockNo block = 0;                      // page of the next slot
   uint32_t offset = 0;                    // of the next slot in it
   uint32_t pages_passed = 0;              // a damaged chain cannot loop for ever
