@@ -304,6 +304,7 @@ TEST_F(Sql, DistinctAndAggregates) {
       {"SELECT DISTINCT NVL(v, 0.5), NVL(NVL(NULL, s), 1) FROM t", "5,x;0.5,y;7,x;1,1"},
       {"SELECT DISTINCT NVL(-SUBSTR(s, 2), NVL(s, g)) FROM t", "error 150005"},
       {"SELECT DISTINCT NVL(s, g) FROM t", "x;y;2"},
+      {"SELECT SUM(NVL(v, 0.5)), MIN(NVL(v, 0.5)), SUM(d), MAX(d) FROM t", "13.5,0.5,4,2"},
       // What a function cannot take fails in the row that has it.
       {"SELECT LENGTH(NVL(s, 'none')), LENGTH(NVL(s, v)) FROM t WHERE g = 1", "1,1;1,1"},
       {"SELECT LENGTH(NVL(s, v)) FROM t", "error 153001"},

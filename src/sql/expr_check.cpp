@@ -330,6 +330,7 @@ bool start_aggregate(EvalContext &context, Node *node, const Value *arguments, i
 
 // Of two classes, so that it matters in each row which of them NVL chooses.
 bool differ(const Value &a, const Value &b) {
+  if (a.is_null() || b.is_null()) return false;
   const TypeCode shown_a = a.declared != 0 ? a.declared : a.type,
                  shown_b = b.declared != 0 ? b.declared : b.type;
   if (datum_kind(a.type) != datum_kind(b.type)) return true;
@@ -348,9 +349,13 @@ TOVIK_OWN_FRAME bool check_function(EvalContext &context, Node *node, const Valu
     if (!start_aggregate(context, node, arguments, count)) return false;
     if ((node->flags & function_distinct) != 0) flags |= value_distinct;
   }
-  if (row.number == builtin::nvl && !arguments[0].is_null() && !arguments[1].is_null() &&
-      differ(arguments[0], arguments[1]))
+  if (row.number == builtin::nvl && differ(arguments[0], arguments[1])) {
     flags |= value_mixed;
+    if (type_numeric(arguments[0].type) && type_numeric(arguments[1].type)) {  // a real number holds either
+      result->type = type::float64;
+      result->declared = 0;
+    }
+  }
   result->flags |= (flags & inherited) | value_can_fail;
   if (row.result == 0) result->flags |= flags & value_mixed;
   node->value->declared = result->type;

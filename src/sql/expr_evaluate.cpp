@@ -2,7 +2,7 @@
 // is a literal is used where it lies in the tree.
 //
 // Cost of a comparison of a column with a literal: one fetch of the column's value, one comparison. Recursion
-// takes one or two frames of about 200 bytes per operator; expression_depth_limit bounds it.
+// takes the stack that evaluator.h tells, with one or two frames of about 100 bytes for each level.
 #include <cstring>
 
 #include "data/datetime.h"

@@ -168,7 +168,7 @@ void print_cell(const ResultColumn &column, Cell &cell, bool last) {
     print_null(column);
   } else if (cell.large) {
     print_large(column, cell, last);
-  } else if (datum_kind(cell.value.type) != datum_kind(column.type)) {
+  } else if ((column.flags & value_mixed) != 0 || datum_kind(cell.value.type) != datum_kind(column.type)) {
     print_odd_value(column, cell.value, last);
   } else {
     print_value(column, cell.value, last);
