@@ -609,6 +609,24 @@ TEST(RecordReads, RowsOfSeveralTables) {
   EXPECT_EQ(rows_of(tovik_opencur_dist(db, tables, 2, &cheap, nullptr, names, 1), {"p.name"}), "ann;bob;-");
 }
 
+// As long as the pool holds, and as deep as expressions may be, on a small stack.
+TEST(RecordReads, LongAndDeepConditions) {
+  RecordDatabase db;
+  db.run({"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1, 2"});
+  tovik_cond one;
+  tovik_comp_i32(&one, "a", TOVIK_EQ, 1);
+  std::vector<tovik_cond> left(300, one), right(301, one);
+  for (size_t i = 1; i < left.size(); ++i) tovik_or(&left[i], &left[i - 1], &one);
+  for (size_t i = 1; i < right.size(); ++i) tovik_and(&right[i], &one, &right[i - 1]);
+  const std::pair<const tovik_cond *, const char *> cases[] = {
+      {&left.back(), "1"}, {&right[298], "1"}, {&right[300], "error 150004"}};
+  for (const auto &[condition, expected] : cases) {
+    std::string rows;
+    on_small_stack([&] { rows = db.rows("t", {"a"}, condition); });
+    EXPECT_EQ(rows, expected);
+  }
+}
+
 TEST(RecordReads, DatesInConditions) {
   RecordDatabase db;
   db.run({"CREATE TABLE t (id int, m microtimestamp)", "CREATE INDEX tm ON t (m)",
