@@ -1,4 +1,5 @@
 // Handles of both interfaces: in any order, from several threads, and in a process that fork made.
+#include <signal.h>
 #include <sys/wait.h>
 
 #include <atomic>
@@ -331,6 +332,12 @@ TEST(ForkedProcess, LeavesTheParentAlone) {
   EXPECT_EQ(db.run("COMMIT WORK"), 0);
   EXPECT_EQ(in_child([&] { return write(0); }), 0);
   EXPECT_EQ(db.rows("SELECT a FROM t"), "1;2;3;4;9");
+  const pid_t idle = fork();  // has the parent's descriptors as long as it lives
+  if (idle == 0) pause();
+  db.close();
+  EXPECT_EQ(kld_api_remove_db(db.params().c_str()), 0) << error_code();
+  kill(idle, SIGKILL);
+  waitpid(idle, nullptr, 0);
 }
 
 }  // namespace

@@ -283,6 +283,8 @@ BlockManager *bm_open(Params &params, bool clean_history) {
 bool bm_close_storage(BlockManager &bm, PartNo part) {
   IoObject *io = std::exchange(bm.io[part], nullptr);
   if (io == nullptr) return true;
+  // A child process may still have the descriptor, and with it what was locked through it.
+  if (part == part_dat) (void)io_unlock(io, in_use_offset, 1, false);
   LockGuard guard(io_lock_object());
   return io_close(io);
 }
