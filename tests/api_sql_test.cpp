@@ -1,7 +1,10 @@
 // SQL through the exported functions: statements in, rows and codes out.
+#include <unistd.h>
+
 #include <algorithm>
 #include <set>
 #include <sstream>
+#include <thread>
 #include <vector>
 
 #include "api_support.h"
@@ -495,6 +498,27 @@ TEST_F(Sql, DescribesTables) {
        {"par", "bm", "bm flst", "bm trn", "cm", "tm", "lm", "bt", "bt t", "row _sys", "row _bt", "row t"}) {
     EXPECT_NE(db.printed(std::string("INFO ") + word), "") << word;
   }
+}
+
+// A commit that waits for a reader has its record written and lets nobody in: that is when one wants to look.
+TEST(SqlInfo, ShowsTheStorageLayerWhileNobodyMayRead) {
+  const Library library("HVI_LOCK_RETRY=10000;HVI_LOCK_SLEEP=1");
+  TestDatabase db;
+  EXPECT_EQ(db.run("CREATE TABLE t (a int)"), 0);
+  EXPECT_EQ(kld_api_pre_stmt_char(db.session().statement(), "SELECT a FROM t"), 0);
+  std::thread writer([&] { EXPECT_EQ(Session(db.handle()).run("INSERT INTO t VALUES 1"), 0); });
+  std::thread([&] {
+    Session other(db.handle());
+    std::string locks;
+    for (int looks = 0; looks < 5000 && locks.find("type[LKT_PEN]") == std::string::npos; ++looks) {
+      usleep(1000);
+      locks = other.printed("INFO LM");
+    }
+    EXPECT_NE(locks.find("type[LKT_PEN]"), std::string::npos);
+    EXPECT_NE(other.printed("INFO BM TRN").find("tstat        : 3"), std::string::npos);
+  }).join();
+  kld_api_clear_stmt(db.session().statement());
+  writer.join();
 }
 
 // ---- transactions ----
