@@ -1,5 +1,7 @@
 #include "data/row_handle.h"
 
+#include <functional>
+
 #include "database_support.h"
 
 namespace tovik {
@@ -47,6 +49,58 @@ TEST_F(RowHandles, LargeValuesAroundTheInlinePart) {
     EXPECT_FALSE(row_handle_delete(*rows.handle)) << "no row any more";
     EXPECT_EQ(first_status(), status::record_argument);
   }
+}
+
+// A large value is read from its chunks only while they are those of the row that was read.
+TEST_F(RowHandles, LargeValueOfAChangedRowIsRefused) {
+  ASSERT_TRUE(store.create_table("t", {column("v", type::text, 1, 6, 8), column("n", type::int32)}));
+  const std::string value(30, 'a'), other = std::string(6, 'a') + std::string(24, 'b');
+  ASSERT_TRUE(store.insert("t", {value, "1"}));
+  Rows writer(db(), "t"), reader(db(), "t");
+  const RowNo row = writer.all()[0];
+  const auto erase = [&] {
+    EXPECT_EQ(row_handle_read(*writer.handle, row), RowLoad::loaded);
+    return row_handle_delete(*writer.handle);
+  };
+  const std::tuple<const char *, bool, std::function<bool()>> changes[] = {
+      {"another row", true,
+       [&] {
+         return writer.insert({other, "2"});
+       }},
+      {"another column", true,
+       [&] {
+         return update(writer, row, {{"n", "2"}});
+       }},
+      {"the value", false,
+       [&] {
+         return update(writer, row, {{"v", other}});
+       }},
+      {"deleted", false, erase},
+      {"another row in its slot", false,
+       [&] {
+         return erase() && writer.insert({std::string(30, 'c'), "1"});
+       }},
+      {"no table", false, [&] { return table_drop(db(), "t"); }},
+  };
+  for (const auto &[what, stands, change] : changes) {
+    SCOPED_TRACE(what);
+    ASSERT_EQ(row_handle_read(*reader.handle, row), RowLoad::loaded) << errors();
+    store.begin();
+    ASSERT_TRUE(change()) << errors();
+    Value read;
+    EXPECT_EQ(row_handle_value(*reader.handle, reader.column("v"), &read), stands);
+    EXPECT_EQ(first_status(), stands ? 0 : status::large_row_number);
+    store.rollback();
+    EXPECT_EQ(reader.get("v"), value) << "what was read is there again";
+  }
+  // The pages of the row and of its chunks are gone.
+  store.begin();
+  for (int i = 0; i < 200; ++i) ASSERT_TRUE(writer.insert({other, "3"}));
+  ASSERT_EQ(row_handle_read(*reader.handle, writer.handle->row), RowLoad::loaded);
+  store.rollback();
+  Value read;
+  EXPECT_FALSE(row_handle_value(*reader.handle, reader.column("v"), &read));
+  EXPECT_EQ(first_status(), status::large_row_number);
 }
 
 TEST_F(RowHandles, StaleDefinitionIsNotWritten) {

@@ -84,7 +84,7 @@ TEST_F(RowSystemTest, NumbersOfNoRowAreRefused) {
   RowNo none = 0;
   EXPECT_FALSE(row_update(*rows, &none, "87654321", 8));
   EXPECT_EQ(first_status(), status::row_number_null);
-  EXPECT_EQ(memcmp(&before, &rows->counters[0], sizeof before), 0);
+  EXPECT_EQ(memcmp(&before, &rows->counters[0], offsetof(RowCounters, version)), 0);
 }
 
 // Another process's work as it is seen from here: the records of counters and auto-increment have changed.
@@ -123,7 +123,7 @@ TEST_F(RowSystemTest, RowNumbersNeverWrap) {
   RowNo row = 0;
   EXPECT_FALSE(row_insert(*rows, filled(299, 'y').data(), 299, &row));
   EXPECT_EQ(first_status(), status::storage_size_limit);
-  EXPECT_EQ(memcmp(&before, &rows->counters[0], sizeof before), 0);
+  EXPECT_EQ(memcmp(&before, &rows->counters[0], offsetof(RowCounters, version)), 0);
   EXPECT_EQ(used_blocks(), used + 1);
   EXPECT_EQ(scan(*rows).size(), 6u);
 }

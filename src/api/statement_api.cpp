@@ -37,7 +37,6 @@ void statement_free(OpenStatement *open) {
   while (*link != open) link = &(*link)->next;
   *link = open->next;
   sql_destroy(open->statement);
-  mem_free(open->text);
   mem_delete(open);
 }
 
@@ -60,39 +59,12 @@ OpenStatement *statement_new(StatementDatabase &database) {
 
 // ---- states ----
 
-// An execution that fails clears the statement object, since what it had computed would spoil another one,
-// and with it the hold for reading. To the caller the query stays prepared: whatever needs it next prepares
-// it again.
-Query *query_of(OpenStatement &open) {
-  if (open.again) {
-    if (sql_prepare(*open.statement, open.text, true) != SqlResult::done) return nullptr;
-    open.again = false;
-  }
-  const Statement &statement = *open.statement;
-  if (statement.root == nullptr || statement.query == nullptr)
-    return fail_null(status::statement_not_prepared);
-  return statement.query;
-}
-
 bool prepared(const OpenStatement &open) {
-  return open.again || (open.statement->root != nullptr && open.statement->query != nullptr);
+  return open.statement->root != nullptr && open.statement->query != nullptr;
 }
 
-bool keep_text(OpenStatement &open, const char *sql) {
-  const size_t size = strlen(sql) + 1;
-  if (size > open.text_size) {
-    char *text = static_cast<char *>(mem_realloc(open.text, size));
-    if (text == nullptr) return fail(status::out_of_memory);
-    open.text = text;
-    open.text_size = size;
-  }
-  memcpy(open.text, sql, size);
-  return true;
-}
-
-void clear(OpenStatement &open) {
-  open.again = false;
-  sql_clear(*open.statement);
+Query *query_of(OpenStatement &open) {
+  return prepared(open) ? open.statement->query : fail_null(status::statement_not_prepared);
 }
 
 int result_of(SqlResult result) {
@@ -118,11 +90,10 @@ int with_wide_text(OpenStatement &open, const uint16_t *sql, Run run) {
 }
 
 SqlResult run_text(OpenStatement &open, const char *sql) {
-  open.again = false;
   return sql_execute_text(*open.statement, sql);
 }
 SqlResult prepare_text(OpenStatement &open, const char *sql) {
-  return keep_text(open, sql) ? sql_prepare(*open.statement, sql, true) : SqlResult::failed;
+  return sql_prepare(*open.statement, sql, true);
 }
 
 // The result column numbered column, or null with the status of what is wrong.
@@ -211,7 +182,7 @@ void kld_api_clear_stmt(kld_stmt *stmt) {
   err_clear();
   const HandlesGuard guard;
   OpenStatement *open = static_cast<OpenStatement *>(handle_find(stmt, HandleKind::statement));
-  if (open != nullptr) clear(*open);
+  if (open != nullptr) sql_clear(*open->statement);
 }
 
 void kld_api_destroy_stmt(kld_stmt *stmt) {
@@ -257,17 +228,16 @@ int kld_api_exec_stmt(kld_stmt *stmt) {
   const Query *query = open == nullptr ? nullptr : query_of(*open);
   if (query == nullptr) return -1;
   if (query->cursor != nullptr) return failure(status::statement_executed);
-  open->again = !sql_execute(*open->statement);
-  return open->again ? -1 : 0;
+  return sql_execute(*open->statement) ? 0 : -1;
 }
 
 int kld_api_fetch_stmt(kld_stmt *stmt) {
   err_clear();
   OpenStatement *open = statement_of(stmt);
   if (open == nullptr) return -1;
-  if (!prepared(*open)) return failure(status::statement_not_prepared);
-  if (open->again || open->statement->query->cursor == nullptr)
-    return failure(status::statement_not_executed);
+  const Query *query = query_of(*open);
+  if (query == nullptr) return -1;
+  if (query->cursor == nullptr) return failure(status::statement_not_executed);
   switch (sql_fetch(*open->statement)) {
     case RowFetch::row:
       return 1;

@@ -13,9 +13,6 @@ struct OpenStatement {
   Statement *statement;         // owned
   StatementDatabase *database;  // whose list it is on
   const void *handle;
-  char *text;        // of the prepared query; owned, kept for the next one
-  size_t text_size;  // bytes of the block
-  bool again;        // its execution failed: prepared, and to be prepared again from text before it is used
   OpenStatement *next;
 };
 

@@ -57,6 +57,7 @@ void level_dropped(StorageManager &sm, int level) {
   const LockGuard guard(sm.lock);
   data_systems(sm).open_levels = level - 1;
   if (data_systems(sm).torn_level >= level) data_systems(sm).torn_level = 0;
+  ++data_systems(sm).chain_cuts;
   btrees_level_dropped(sm, level);
   row_systems_level_dropped(sm, level);
 }

@@ -6,6 +6,8 @@
 // systems and to the B-trees.
 #pragma once
 
+#include <atomic>
+
 #include "data/btree.h"
 #include "data/row_system.h"
 
@@ -18,12 +20,22 @@ struct DataSystems {
   HandleList<Btree> btrees;
   RowSystem *index_descriptors;  // of the B-trees; held from btree_*_system to the close
   RowSystem *index_counters;
-  int open_levels;  // transaction levels open now, whoever owns them
-  int torn_level;   // the level that a change left half made, 0 for none
+  int open_levels;                    // transaction levels open now, whoever owns them
+  int torn_level;                     // the level that a change left half made, 0 for none
+  std::atomic<uint64_t> row_version;  // the last one given to a row system
+  std::atomic<uint64_t> chain_cuts;   // levels rolled back, and reloads after another process's commit
 };
 
 inline DataSystems &data_systems(const StorageManager &sm) {
   return *static_cast<DataSystems *>(sm.data);
+}
+
+// Comes before every change of rows: the calling thread's level, touched, is about to hold what no state has
+// held before.
+inline int row_content_changes(RowSystem &rows) {
+  const int level = row_touch(rows);
+  rows.counters[level].version = ++data_systems(*rows.sm).row_version;
+  return level;
 }
 
 // A change failed after its first page and could not be taken back: the calling thread's level cannot be

@@ -60,6 +60,26 @@ bool reference_sound(RowHandle &handle, const Column &column, Reference referenc
   return tail > 0 && tail <= int64_t{row_counters(rows).total_count} * rows.row_size;
 }
 
+// Does the stored row still have the bytes of the column that the handle has read? Then what its reference
+// leads to belongs to them, even if the value was replaced by one of the same head and length meanwhile.
+// 44003.
+bool reference_stands(RowHandle &handle, const Column &column) {
+  RowSystem &rows = *handle.table->rows;
+  if (handle.state == row_state(rows)) return true;
+  LargeBuffer &stored = buffer_of(handle, column);
+  const int32_t size = column.offset + column.stored_size;
+  bool same;
+  if (!row_still_slot(rows, handle.row, handle.state, &same)) return false;
+  if (same) {
+    if (!buffer_grow(stored, size)) return false;
+    const RowRead read = row_read(rows, handle.row, stored.data, size, nullptr);
+    if (read == RowRead::failed) return fail(status::record_read);
+    same = read == RowRead::active && memcmp(stored.data + column.offset, handle.record + column.offset,
+                                             static_cast<size_t>(column.stored_size)) == 0;
+  }
+  return same || fail(status::large_row_number);
+}
+
 }  // namespace
 
 bool large_set(RowHandle &handle, const Column &column, const void *bytes, int32_t length) {
@@ -104,11 +124,12 @@ Stored large_get(RowHandle &handle, const Column &column) {
   if (reference.length == large_null_length) return Stored::null;
   LargeBuffer &buffer = buffer_of(handle, column);
   if (buffer.row != 0 && buffer.row == handle.row) return Stored::value;
+  buffer.row = 0;
+  if (reference.chunk != 0 && !reference_stands(handle, column)) return Stored::failed;
   if (!reference_sound(handle, column, reference)) {
     err_set(status::large_argument);
     return Stored::failed;
   }
-  buffer.row = 0;
   if (!buffer_grow(buffer, reference.length)) return Stored::failed;
   const int32_t head = smaller(reference.length, column.p2);
   memcpy(buffer.data, value + head_at, static_cast<size_t>(head));

@@ -20,7 +20,8 @@ namespace tovik {
 // Frees the chunk row, if any, of the value in record. 44008.
 [[nodiscard]] bool large_free(RowHandle &handle, const Column &column, const uint8_t *record);
 
-// Reads the stored value into the column's buffer, unless this row's value is there already. 44001, 44007, 1.
+// Reads the stored value into the column's buffer, unless this row's value is there already. 44001, 44007, 1;
+// 44003 when the row was written since it was read, and the value with it.
 Stored large_get(RowHandle &handle, const Column &column);
 
 }  // namespace tovik

@@ -172,7 +172,7 @@ bool position_behind(RowSystem &rows, SlotCursor &at, int count, RowNo *next) {
 }  // namespace
 
 bool row_insert(RowSystem &rows, const void *data, int length, RowNo *row) {
-  const int level = row_touch(rows);
+  const int level = row_content_changes(rows);
   if (data == nullptr) return fail(status::row_argument);
   if (row_kind_variable(rows.kind)) return insert_variable(rows, level, data, length, row);
   if (length != rows.row_size - slot_link) return fail(status::row_length);
@@ -182,18 +182,19 @@ bool row_insert(RowSystem &rows, const void *data, int length, RowNo *row) {
 bool row_insert_new(RowSystem &rows, const void *data, int length, RowNo *row) {
   if (data == nullptr) return fail(status::row_argument);
   if (length != rows.row_size - slot_link) return fail(status::row_length);
-  return insert_new(rows, row_touch(rows), slot_image(slot_active, data, length), row);
+  return insert_new(rows, row_content_changes(rows), slot_image(slot_active, data, length), row);
 }
 
 bool row_update(RowSystem &rows, RowNo *row, const void *data, int length) {
   if (data == nullptr) return fail(status::row_argument);
   if (*row == 0) return fail(status::row_number_null);
+  const int level = row_content_changes(rows);
   if (!row_kind_variable(rows.kind)) return update_fixed(rows, *row, data, length);
-  return update_variable(rows, row_touch(rows), row, data, length);
+  return update_variable(rows, level, row, data, length);
 }
 
 RowRead row_delete(RowSystem &rows, RowNo row) {
-  const int level = row_touch(rows);
+  const int level = row_content_changes(rows);
   SlotCursor at;
   if (row_kind_variable(rows.kind)) {
     uint32_t count = 0;
@@ -229,6 +230,10 @@ RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length, RowNo *ne
   if (next != nullptr && !position_behind(rows, at, rows.row_size - skip - length, next))
     return RowRead::failed;
   return flag == slot_active ? RowRead::active : RowRead::deleted;
+}
+
+RowState row_state(const RowSystem &rows) {
+  return {row_counters(rows).version, data_systems(*rows.sm).chain_cuts};
 }
 
 bool row_read_variable(RowSystem &rows, RowNo row, void *buffer, int length) {

@@ -90,4 +90,9 @@ bool row_names_slot(RowSystem &rows, RowNo row, bool *names) {
   return true;
 }
 
+bool row_still_slot(RowSystem &rows, RowNo row, const RowState &earlier, bool *still) {
+  *still = row_system_visible(rows);
+  return !*still || row_state(rows).cuts == earlier.cuts || row_names_slot(rows, row, still);
+}
+
 }  // namespace tovik

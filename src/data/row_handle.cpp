@@ -104,11 +104,28 @@ RowLoad row_handle_read(RowHandle &handle, RowNo row) {
   return RowLoad::failed;
 }
 
+RowLoad row_handle_read_since(RowHandle &handle, RowNo row, const RowState &earlier) {
+  bool still;
+  if (!row_still_slot(*handle.table->rows, row, earlier, &still)) {
+    row_handle_loaded(handle, 0);
+    return RowLoad::failed;
+  }
+  if (still) return row_handle_read(handle, row);
+  row_handle_loaded(handle, 0);
+  return RowLoad::absent;
+}
+
+RowLoad row_handle_refresh(RowHandle &handle) {
+  if (handle.state == row_state(*handle.table->rows)) return RowLoad::loaded;
+  return row_handle_read_since(handle, handle.row, handle.state);
+}
+
 void row_handle_copy(RowHandle &handle, const RowHandle &source) {
   assert(handle.table->id == source.table->id && handle.table->record_size == source.table->record_size);
   row_handle_reset(handle);
   handle.row = source.row;
   const size_t size = static_cast<size_t>(handle.table->record_size);
+  handle.state = source.state;
   memcpy(handle.record, source.record, size);
   memcpy(handle.old_record, source.record, size);
 }

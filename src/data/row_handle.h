@@ -26,6 +26,7 @@ struct LargeBuffer {
 struct RowHandle {
   Table *table;          // held
   RowNo row;             // identity of the stored row, 0 when none
+  RowState state;        // of the table's rows when the row was read
   uint8_t *record;       // record_size bytes: the row being built, or the row read
   uint8_t *old_record;   // of a copied row: as stored before the update
   uint8_t *null_record;  // every column NULL
@@ -45,10 +46,15 @@ void row_handle_reset(RowHandle &handle);  // every column unset, no row: ready 
 // Reads row. absent: the slot is deleted (nothing recorded). 43011.
 enum class RowLoad { loaded, absent, failed };
 RowLoad row_handle_read(RowHandle &handle, RowNo row);
+// Reads row, whose number was found in an earlier state of the table.
+RowLoad row_handle_read_since(RowHandle &handle, RowNo row, const RowState &earlier);
+// Reads the row again if the table was written since.
+RowLoad row_handle_refresh(RowHandle &handle);
 
 // The caller has filled record with the bytes of row, as a scan delivers them.
 inline void row_handle_loaded(RowHandle &handle, RowNo row) {
   handle.row = row;
+  handle.state = row_state(*handle.table->rows);
   for (int i = 0; i < handle.table->large_count; ++i) handle.large[i].row = 0;
 }
 
@@ -63,9 +69,10 @@ void row_handle_copy(RowHandle &handle, const RowHandle &source);
 [[nodiscard]] bool row_handle_set_large(RowHandle &handle, const Column &column, const void *bytes,
                                         int32_t length);  // 144001, 1
 
-// The value of a column of the row read: NULL (value_null set), or bigint, float64, character (text points
-// into the handle's record or buffer and stays valid until the next read) or microtimestamp. A blob gives its
-// bytes. rowid gives the row number.
+// The value of a column of the row as it was read, whatever has become of it since; of a large value that has
+// changed since nothing is left to deliver: 44003. NULL (value_null set), or bigint, float64, character (text
+// points into the handle's record or buffer and stays valid until the next read) or microtimestamp. A blob
+// gives its bytes. rowid gives the row number.
 [[nodiscard]] bool row_handle_value(RowHandle &handle, const Column &column, Value *value);
 
 // Writes. The statuses of a row: 143001, 143002, 43002 to 43009, 43014, 43015, 43020; 43001 when the table's

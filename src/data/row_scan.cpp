@@ -1,5 +1,6 @@
 // Forward scans. A step inside a page costs a flag check and one copy; the next page is fetched when a slot
 // ends at or crosses the page's end, so that a whole scan fetches each page once.
+#include "data/data_layer.h"
 #include "data/row_slots.h"
 #include "frame/error.h"
 
@@ -12,10 +13,33 @@ RowFetch scan_failed(RowScan &scan) {
   return RowFetch::failed;
 }
 
+// Pages may have left the chain since the place was found, and others may have taken theirs: the place is the
+// same byte of the stream, wherever that lies now. end: behind the last slot.
+RowFetch scan_relocate(RowScan &scan) {
+  RowSystem &rows = *scan.rows;
+  const uint64_t passed =
+      uint64_t{scan.pages_passed} * row_stream_per_page(rows) + scan.offset - row_page_stream;
+  if (passed / static_cast<uint64_t>(rows.row_size) >= scan.counters->total_count) return RowFetch::end;
+  SlotCursor at;
+  bool found = slot_seek(rows, scan.counters->page_top * rows.block_size + row_page_stream, at);
+  for (uint32_t page = 0; found && page < scan.pages_passed; ++page) {
+    at.offset = rows.block_size;
+    found = slot_enter_page(rows, at);
+  }
+  if (!found) return RowFetch::failed;
+  scan.block = at.page.block();
+  return RowFetch::row;
+}
+
 // Takes the page of the place again; end when there is no slot at it.
 RowFetch scan_resume(RowScan &scan) {
   RowSystem &rows = *scan.rows;
   scan.counters = &rows.counters[row_touch(rows)];
+  if (const uint64_t cuts = data_systems(*rows.sm).chain_cuts; scan.cuts != cuts) {
+    const RowFetch relocated = scan_relocate(scan);
+    if (relocated != RowFetch::row) return relocated;
+    scan.cuts = cuts;
+  }
   if (static_cast<uint32_t>(scan.block) * rows.block_size + scan.offset == scan.counters->new_offset)
     return RowFetch::end;
   if (sm_page_get(*rows.sm, scan.block, row_page_group, scan.page)) return RowFetch::row;
@@ -49,6 +73,7 @@ void row_scan_start(RowScan &scan, RowSystem &rows) {
   scan.block = static_cast<BlockNo>(row_counters(rows).page_top);
   scan.offset = row_page_stream;
   scan.pages_passed = 0;
+  scan.cuts = data_systems(*rows.sm).chain_cuts;
 }
 
 RowFetch row_scan_next(RowScan &scan, void *buffer, int length, RowNo *row) {

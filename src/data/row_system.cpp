@@ -65,7 +65,7 @@ bool first_page(RowSystem &rows) {
     return false;
   }
   if (!sm_page_release_write(page)) return fail(status::row_page_write);
-  rows.counters[0] = RowCounters{block, block, 1, block * rows.block_size + row_page_stream, 0, 0, 0};
+  rows.counters[0] = RowCounters{block, block, 1, block * rows.block_size + row_page_stream, 0, 0, 0, 0};
   return true;
 }
 
@@ -145,6 +145,7 @@ RecordRead records_read(RowSystem &rows) {
   rows.kind = descriptor.kind;
   rows.row_size = descriptor.row_size;
   rows.counters[0] = descriptor.counters;
+  rows.counters[0].version = ++data_systems(*rows.sm).row_version;
   rows.autoinc[0] = values;
   rows.counters_changed[0] = rows.autoinc_changed[0] = false;
   rows.directory.pages.clear();
@@ -272,6 +273,7 @@ bool row_system_drop(RowSystem *rows) {
   if (row_kind_auto(rows->kind) && row_delete(system, rows->autoinc_number) != RowRead::active)
     return fail(status::row_drop_descriptor);
   rows->state.set_dropped(level);
+  (void)row_content_changes(*rows);
   row_system_close(rows);
   return true;
 }
@@ -286,6 +288,7 @@ void row_system_close(RowSystem *rows) {
 bool row_systems_reload_all(StorageManager &sm) {
   const LockGuard guard(sm.lock);
   DataSystems &systems = data_systems(sm);
+  ++systems.chain_cuts;
   if (reload(*systems.system_rows) == RecordRead::failed) return false;
   list_sweep(sm);
   for (RowSystem *rows = systems.rows.first; rows != nullptr; rows = rows->next) {

@@ -29,6 +29,14 @@ struct RowCounters {
   uint32_t free_list;    // row number of the first deleted slot, 0 when none
   uint32_t total_count;  // slots ever allocated
   uint32_t free_count;   // slots on the free list
+  uint64_t version;      // in memory only: of the rows' content, another one after every change
+};
+
+// What a thread sees of a row system at one time: while the state is the same, so are the rows.
+struct RowState {
+  uint64_t version;
+  uint64_t cuts;  // how often chains of the database may have lost pages
+  bool operator==(const RowState &) const = default;
 };
 
 inline constexpr int64_t autoinc_exhausted = INT64_MIN;  // the last value of 64 bits was given
@@ -131,6 +139,14 @@ enum class RowRead { active, deleted, failed };
 // operation trusts its row number. 30007, 30009, 1.
 [[nodiscard]] bool row_names_slot(RowSystem &rows, RowNo row, bool *names);
 
+inline bool row_system_visible(const RowSystem &rows) {  // is there for the calling thread
+  return rows.state.visible(sm_level(*rows.sm));
+}
+RowState row_state(const RowSystem &rows);
+// Is row, which was the number of a slot in an earlier state, one still? Not when the row system was dropped
+// or the transaction that added its page was rolled back. 30007, 30009, 1.
+[[nodiscard]] bool row_still_slot(RowSystem &rows, RowNo row, const RowState &earlier, bool *still);
+
 // 1 when row is the first slot of the stream. 30008.
 [[nodiscard]] bool row_previous(RowSystem &rows, RowNo row, RowNo *previous);
 
@@ -149,14 +165,16 @@ AutoIncrement row_autoinc_get(const RowSystem &rows);
 
 // A forward scan of the active rows, in stream order, that keeps its place: while it runs it holds the page
 // of its slot; row_scan_pause lets the page go (the place stays), which callers do before they return to the
-// application or begin or end a transaction. Rows inserted meanwhile behind the place are delivered too.
+// application or begin or end a transaction. Rows inserted meanwhile behind the place are delivered too; a
+// place whose pages a rollback took away is where the chain goes on, or its end.
 struct RowScan {
   RowSystem *rows = nullptr;
   Page page;
   const RowCounters *counters = nullptr;  // while the page is held: of a touched level, for they may change
   BlockNo block = 0;                      // page of the next slot
   uint32_t offset = 0;                    // of the next slot in it
-  uint32_t pages_passed = 0;              // a damaged chain cannot loop for ever
+  uint32_t pages_passed = 0;              // place of block in the chain; a damaged one cannot loop for ever
+  uint64_t cuts = 0;                      // when block was found
 };
 
 enum class RowFetch { row, end, failed };

@@ -37,6 +37,23 @@ void access_rewind(TableAccess &access) {
   row_scan_start(access.scan, *access.handle->table->rows);
 }
 
+void access_start(TableAccess &access) {
+  access.found = row_state(*access.handle->table->rows);
+  access_rewind(access);
+}
+
+bool access_outdated(const TableAccess &access) {
+  return !table_is_current(*access.handle->table);
+}
+
+bool access_stands(const TableAccess &access) {
+  return row_system_visible(*access.handle->table->rows);
+}
+
+bool access_written(const TableAccess &access) {
+  return access.found != row_state(*access.handle->table->rows);
+}
+
 namespace {
 
 // The next row of a scan goes straight into the handle's record.
@@ -51,7 +68,7 @@ RowFetch next_scanned(TableAccess &access) {
 RowFetch next_single(TableAccess &access) {
   if (access.next_row != 0 || access.row == 0) return RowFetch::end;
   access.next_row = 1;
-  switch (row_handle_read(*access.handle, access.row)) {
+  switch (row_handle_read_since(*access.handle, access.row, access.found)) {
     case RowLoad::loaded:
       return RowFetch::row;
     case RowLoad::absent:
@@ -73,7 +90,7 @@ RowFetch next_by_rowid(TableAccess &access) {
 RowFetch next_listed(TableAccess &access) {
   const Array<RowNo> &rows = access.rows->rows;
   while (access.next_row < rows.size()) {
-    const RowLoad load = row_handle_read(*access.handle, rows[access.next_row++]);
+    const RowLoad load = row_handle_read_since(*access.handle, rows[access.next_row++], access.found);
     if (load == RowLoad::loaded) return RowFetch::row;
     if (load == RowLoad::failed) return RowFetch::failed;
   }

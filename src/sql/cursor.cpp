@@ -36,8 +36,15 @@ RowFetch start_join(TableAccess *tables) {
 RowFetch next_combination(TableAccess &access) {
   if (access.next == nullptr) return access_next(access);
   for (;;) {
-    const RowFetch inner = next_combination(*access.next);
-    if (inner != RowFetch::end) return inner;
+    const RowLoad stands = row_handle_refresh(*access.handle);
+    if (stands == RowLoad::failed) return RowFetch::failed;
+    if (stands == RowLoad::loaded) {
+      const RowFetch inner = next_combination(*access.next);
+      if (inner != RowFetch::end) return inner;
+    } else {
+      for (TableAccess *inside = access.next; inside != nullptr; inside = inside->next)
+        access_rewind(*inside);
+    }
     const RowFetch outer = access_next(access);
     if (outer != RowFetch::row) return outer;
     const RowFetch restarted = start_join(access.next);
@@ -60,10 +67,36 @@ RowFetch join_next(Cursor &cursor) {
   return next_combination(*tables);
 }
 
+bool tables_written(const Cursor &cursor) {
+  for (const TableAccess *access = cursor.request.context.tables; access != nullptr; access = access->next)
+    if (access_written(*access)) return true;
+  return false;
+}
+
+// The whole condition, for the length of the scope: what the access path guaranteed holds no longer.
+class WholeCondition {
+ public:
+  WholeCondition(const Guaranteed &guaranteed, bool whole)
+      : condition_(whole ? guaranteed.condition : nullptr) {
+    if (condition_ != nullptr) condition_->kind = guaranteed.kind;
+  }
+  ~WholeCondition() {
+    if (condition_ != nullptr) condition_->kind = node::always_true;
+  }
+  WholeCondition(const WholeCondition &) = delete;
+  WholeCondition &operator=(const WholeCondition &) = delete;
+
+ private:
+  Node *condition_;
+};
+
 bool qualifies(Cursor &cursor, bool *yes) {
   const Node *condition = cursor.request.condition;
   *yes = true;
-  if (condition == nullptr || condition->kind == node::always_true) return true;
+  if (condition == nullptr) return true;
+  const WholeCondition whole(cursor.guaranteed,
+                             cursor.guaranteed.condition != nullptr && tables_written(cursor));
+  if (condition->kind == node::always_true) return true;
   const PoolScope scope(*cursor.request.context.pool);
   Truth truth;
   if (!condition_evaluate(cursor.request.context, condition, &truth)) return false;
@@ -190,22 +223,26 @@ bool sort_rows(Cursor &cursor) {
          sort_execute(*cursor.sorted, directions, request.order_count);
 }
 
-RowFetch sorted_next(Cursor &cursor) {
-  if (cursor.next_row == cursor.sorted->rows.size()) return RowFetch::end;
-  const SortRow &row = *cursor.sorted->rows[cursor.next_row++];
-  const RowNo *position = row.positions;
-  for (TableAccess *access = cursor.request.context.tables; access != nullptr; access = access->next) {
-    switch (row_handle_read(*access->handle, *position++)) {
-      case RowLoad::loaded:
-        break;
-      case RowLoad::absent:
-        err_set(status::record_not_found);
-        return RowFetch::failed;
-      default:
-        return RowFetch::failed;
-    }
+// Reads the rows of a combination; absent: one of them is deleted.
+RowLoad load_combination(TableAccess *access, const RowNo *positions) {
+  for (; access != nullptr; access = access->next) {
+    const RowLoad load = row_handle_read_since(*access->handle, *positions++, access->found);
+    if (load != RowLoad::loaded) return load;
   }
-  return RowFetch::row;
+  return RowLoad::loaded;
+}
+
+// A combination of which a table was written since it was sorted must meet the condition again.
+RowFetch sorted_next(Cursor &cursor) {
+  while (cursor.next_row < cursor.sorted->rows.size()) {
+    const SortRow &row = *cursor.sorted->rows[cursor.next_row++];
+    const RowLoad load = load_combination(cursor.request.context.tables, row.positions);
+    if (load == RowLoad::failed) return RowFetch::failed;
+    bool meets = load == RowLoad::loaded;
+    if (meets && tables_written(cursor) && !qualifies(cursor, &meets)) return RowFetch::failed;
+    if (meets) return RowFetch::row;
+  }
+  return RowFetch::end;
 }
 
 RowFetch plain_next(Cursor &cursor) {
@@ -306,6 +343,18 @@ bool materialized(const Cursor &cursor) {
   return cursor.results != nullptr || cursor.totals != nullptr;
 }
 
+// 141004 when the rows of a table are gone.
+bool tables_stand(const Cursor &cursor) {
+  for (const TableAccess *access = cursor.request.context.tables; access != nullptr; access = access->next)
+    if (!access_stands(*access)) return fail(status::table_missing);
+  return true;
+}
+
+RowFetch next_row(Cursor &cursor) {
+  if (materialized(cursor)) return result_next(cursor);
+  return tables_stand(cursor) ? plain_next(cursor) : RowFetch::failed;
+}
+
 // 172019 for an aggregate over DISTINCT arguments.
 bool supported(const CursorRequest &request) {
   for (int i = 0; i < request.column_count; ++i) {
@@ -324,13 +373,13 @@ bool materialize(Cursor &cursor) {
 bool start(Cursor &cursor) {
   CursorRequest &request = cursor.request;
   if (!supported(request)) return false;
-  if (request.context.tables != nullptr && !plan_query(request.context, request.condition)) return false;
+  TableAccess *const tables = request.context.tables;
+  for (TableAccess *access = tables; access != nullptr; access = access->next) access_start(*access);
+  if (tables != nullptr && !plan_query(request.context, request.condition, &cursor.guaranteed)) return false;
   const bool order_shows = request.order_count == 0 && !request.aggregate;
-  for (TableAccess *access = request.context.tables; access != nullptr; access = access->next) {
-    // Rows of a key lie scattered; in the order of their positions each page is read once.
-    if (!order_shows && access->rows != nullptr) rowset_sort(*access->rows);
-    access_rewind(*access);
-  }
+  // Rows of a key lie scattered; in the order of their positions each page is read once.
+  for (TableAccess *access = tables; !order_shows && access != nullptr; access = access->next)
+    if (access->rows != nullptr) rowset_sort(*access->rows);
   const bool done = materialize(cursor);
   access_pause(request.context.tables);
   cursor.pool_used = request.context.pool->used;
@@ -354,7 +403,7 @@ RowFetch cursor_fetch(Cursor &cursor) {
   MemoryPool &pool = *cursor.request.context.pool;
   pool.used = cursor.pool_used;
   pool.count = cursor.pool_count;
-  const RowFetch fetched = materialized(cursor) ? result_next(cursor) : plain_next(cursor);
+  const RowFetch fetched = next_row(cursor);
   access_pause(cursor.request.context.tables);
   cursor.place = fetched == RowFetch::row ? CursorPlace::on_row : CursorPlace::ended;
   return fetched;

@@ -64,6 +64,7 @@ struct Plan {
   Candidate *chosen;
   Node *rowid_condition;
   TableAccess *rowid_access;
+  Guaranteed guaranteed;
 };
 
 // ---- literals ----
@@ -425,10 +426,15 @@ bool set_up_row_list(const Plan &plan, const Candidate &candidate) {
   return true;
 }
 
-bool set_up_index(const Plan &plan, const Candidate &candidate) {
+void replace(Plan &plan, Node &condition) {
+  plan.guaranteed = {&condition, condition.kind};
+  condition.kind = node::always_true;
+}
+
+bool set_up_index(Plan &plan, const Candidate &candidate) {
   if (!(is_unique_key(candidate) ? set_up_unique_row(candidate) : set_up_row_list(plan, candidate)))
     return false;
-  candidate.condition->kind = node::always_true;
+  replace(plan, *candidate.condition);
   return true;
 }
 
@@ -442,7 +448,7 @@ RowNo row_number_of(const Node &literal) {
 void set_up_rowid(Plan &plan) {
   plan.rowid_access->path = AccessPath::rowid;
   plan.rowid_access->row = row_number_of(*plan.rowid_condition->second);
-  plan.rowid_condition->kind = node::always_true;
+  replace(plan, *plan.rowid_condition);
 }
 
 // ---- printing ----
@@ -495,8 +501,8 @@ void print_plan(const Plan &plan) {
 
 }  // namespace
 
-bool plan_query(EvalContext &context, Node *condition) {
-  Plan plan{context, false, PlanState::none, {}, 0, nullptr, nullptr, nullptr};
+bool plan_query(EvalContext &context, Node *condition, Guaranteed *guaranteed) {
+  Plan plan{context, false, PlanState::none, {}, 0, nullptr, nullptr, nullptr, {}};
   collect(plan, condition);
   choose(plan);
   if (plan.state == PlanState::none) {
@@ -507,6 +513,7 @@ bool plan_query(EvalContext &context, Node *condition) {
   }
   if (plan.state == PlanState::rowid) set_up_rowid(plan);
   if (plan.state == PlanState::index && !set_up_index(plan, *plan.chosen)) return false;
+  *guaranteed = plan.guaranteed;
   if (env_on(Env::query_plan)) print_plan(plan);
   return true;
 }

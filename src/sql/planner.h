@@ -7,8 +7,8 @@
 
 namespace tovik {
 
-// condition: checked, or null. May change nodes of its tree to always_true, and the accesses of the chain.
-// Statuses of literal conversion and index search; 1.
-[[nodiscard]] bool plan_query(EvalContext &context, Node *condition);
+// condition: checked, or null. May change the accesses of the chain, and one node of the tree to always_true,
+// which guaranteed then tells. Statuses of literal conversion and index search; 1.
+[[nodiscard]] bool plan_query(EvalContext &context, Node *condition, Guaranteed *guaranteed);
 
 }  // namespace tovik

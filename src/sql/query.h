@@ -74,12 +74,19 @@ struct CursorRequest {
   bool distinct;
 };
 
+// The part of a condition that the access path makes true, and the kind that its node had.
+struct Guaranteed {
+  Node *condition;  // null: none
+  uint16_t kind;
+};
+
 enum class CursorPlace { before, on_row, ended };
 
 struct Cursor {
   CursorRequest request;
   CursorPlace place;
-  bool started;                   // the join is inside its first table
+  bool started;  // the join is inside its first table
+  Guaranteed guaranteed;
   SortStore *sorted;              // ORDER BY: row numbers of the tables; owned
   SortStore *results;             // DISTINCT: result values; owned
   Value *totals;                  // aggregates: the values of the only row; in the pool
@@ -96,6 +103,10 @@ void query_release(Query *query);  // cursor, tables; the record itself lives in
     Query &query);  // opens the cursor: 172019, 143101, planner and evaluation statuses
 [[nodiscard]] RowFetch query_fetch(Query &query);
 
+// A cursor outlives what its own thread does between two fetches. Rows that were written meanwhile are
+// delivered as they are then, if they still meet the condition, and skipped if they do not or are deleted. A
+// table that is dropped or emptied, or whose creation is rolled back, ends the cursor with 141004; other
+// changes of its definition do not show.
 Cursor *cursor_open(const CursorRequest &request);
 [[nodiscard]] RowFetch cursor_fetch(Cursor &cursor);  // after the end or a failure: the end
 // The value of a result column in the current row; texts in it stay valid until the next fetch. 43010 without

@@ -1,5 +1,8 @@
 #include "sql/statement.h"
 
+#include <cstring>
+#include <utility>
+
 #include "frame/env.h"
 #include "frame/error.h"
 #include "sql/dispatcher.h"
@@ -32,12 +35,17 @@ void sql_destroy(Statement *statement) {
   mem_delete(statement);
 }
 
+static void end_reading(Statement &statement) {
+  if (statement.read_held) db_read_end(*statement.db, statement.reader);
+  statement.read_held = false;
+}
+
 void sql_clear(Statement &statement) {
   query_release(statement.query);
   statement.query = nullptr;
-  if (statement.read_held) db_read_end(*statement.db, statement.reader);
-  statement.read_held = false;
+  end_reading(statement);
   statement.root = nullptr;
+  statement.prepared = statement.spent = false;
   statement.stack.values.clear();
   if (statement.pool != nullptr) memory_pool_empty(*statement.pool);
 }
@@ -63,15 +71,49 @@ static bool nothing_to_execute(const char *text) {
   return *text == 0 || (text[0] == '-' && text[1] == '-');
 }
 
+static bool keep_text(Statement &statement, const char *text) {
+  if (!statement.prepared || statement.query == nullptr) return true;
+  const size_t size = strlen(text) + 1;
+  if (!statement.text.resize(static_cast<int>(size))) return fail(status::out_of_memory);
+  memcpy(statement.text.data(), text, size);
+  return true;
+}
+
 SqlResult sql_prepare(Statement &statement, const char *text, bool prepared) {
   sql_clear(statement);
   if (env_on(Env::sql_debug_print)) system_driver.print("%s\n", text);
   statement.prepared = prepared;
   if (nothing_to_execute(text)) return SqlResult::nothing;
-  if (env_on(Env::sql_time_watch)) system_driver.utc_now(&statement.start);
-  if (prepare(statement, text)) return SqlResult::done;
+  system_driver.utc_now(&statement.start);
+  if (prepare(statement, text) && keep_text(statement, text)) return SqlResult::done;
   sql_clear(statement);
   return SqlResult::failed;
+}
+
+static bool outdated(const Statement &statement) {
+  if (statement.query == nullptr || !statement.prepared) return false;
+  if (statement.spent) return true;
+  for (const TableAccess *access = statement.query->tables; access != nullptr; access = access->next)
+    if (access_outdated(*access)) return true;
+  return false;
+}
+
+// A failure leaves the statement as it was.
+static bool prepare_again(Statement &statement) {
+  Statement *fresh = sql_create(statement.db);
+  if (fresh == nullptr) return false;
+  const bool done = sql_prepare(*fresh, statement.text.data(), true) == SqlResult::done;
+  if (done) {
+    std::swap(statement.pool, fresh->pool);
+    std::swap(statement.root, fresh->root);
+    std::swap(statement.query, fresh->query);
+    std::swap(statement.read_held, fresh->read_held);
+    std::swap(statement.reader, fresh->reader);
+    statement.query->statement = &statement;
+    statement.spent = false;
+  }
+  sql_destroy(fresh);
+  return done;
 }
 
 static void print_elapsed(const Clock &start) {
@@ -88,9 +130,12 @@ static void print_elapsed(const Clock &start) {
 
 bool sql_execute(Statement &statement) {
   if (statement.root == nullptr) return true;
+  if (outdated(statement) && !prepare_again(statement)) return false;
   const bool done = dispatch(statement);
-  // Accumulators and replaced parts of the condition would spoil another execution.
-  if (!done) sql_clear(statement);
+  if (!done) {
+    statement.spent = true;
+    end_reading(statement);
+  }
   if (env_on(Env::sql_time_watch)) print_elapsed(statement.start);
   return done;
 }

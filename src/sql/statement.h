@@ -3,10 +3,13 @@
 // which takes the database for reading or opens an automatic transaction as the statement's kind asks.
 //
 //   empty --sql_prepare--> prepared --sql_execute--> executed (cursor open) --sql_clear--> empty
-//   sql_execute_text goes the whole way and ends empty; so does a preparation or an execution that fails.
+//   sql_execute_text goes the whole way and ends empty; so does a preparation that fails. An execution that
+//   fails leaves the statement prepared.
 //
 // A statement belongs to one thread at a time; a prepared SELECT keeps its thread's read hold until it is
-// cleared.
+// cleared or its execution fails. A query is prepared again from its text when the definition of a table was
+// replaced since, or an execution failed: accumulators and replaced parts of the condition would spoil
+// another one.
 #pragma once
 
 #include "data/database.h"
@@ -18,12 +21,14 @@ struct Statement {
   Database *db;
   ValueStack stack;
   MemoryPool *pool;
-  Node *root;       // null: empty, or nothing to execute
-  Query *query;     // SELECT and TEST_STMT only
-  bool prepared;    // for execution and fetching by the caller
-  bool read_held;   // the SELECT's read hold, taken when it was parsed
-  ThreadId reader;  // whose hold it is
-  Clock start;      // with HVI_SQL_TIME_WATCH
+  Node *root;        // null: empty, or nothing to execute
+  Query *query;      // SELECT and TEST_STMT only
+  bool prepared;     // for execution and fetching by the caller
+  bool spent;        // by an execution that failed
+  Array<char> text;  // of a prepared query
+  bool read_held;    // the SELECT's read hold, taken when it was parsed
+  ThreadId reader;   // whose hold it is
+  Clock start;       // with HVI_SQL_TIME_WATCH
 };
 
 Statement *sql_create(Database *db);  // 70001, 70003, 1
