@@ -375,6 +375,40 @@ TEST_F(Sql, DistinctAndAggregates) {
   });
 }
 
+// Local times that are skipped or repeated when clocks change, and rows of both passes of the repeated hour.
+TEST(SqlZones, IndexAccessGivesWhatAScanGivesWhenClocksChange) {
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  {
+    const Library library;
+    TestDatabase db;
+    const std::vector<std::string> tables = {"scan", "idx"}, columns = {"m", "s"},
+                                   clocks = {"015959", "020000", "023000", "025959", "030000", "033000"};
+    for (const std::string &table : tables) {
+      EXPECT_EQ(db.run("CREATE TABLE " + table + " (m microtimestamp, s time)"), 0);
+      EXPECT_EQ(db.run("BEGIN WORK"), 0);
+      for (const std::string day : {"20210328", "20211031"})
+        for (const char *gmt : {"'ON'", "'OFF'"}) {
+          EXPECT_EQ(db.run(std::string("SET HVI_GMT_TIME ") + gmt), 0);
+          for (const char *clock : {"003000", "005959", "010000", "013000", "020000", "023000", "030000"})
+            EXPECT_EQ(db.run("INSERT INTO " + table + " VALUES '" + day + clock + "', '" + day + clock + "'"),
+                      0);
+        }
+      EXPECT_EQ(db.run("COMMIT WORK"), 0);
+    }
+    for (const std::string &column : columns)
+      EXPECT_EQ(db.run("CREATE (1, 4) INDEX i" + column + column + " ON idx (" + column + ")"), 0);
+    for (const std::string &column : columns)
+      for (const std::string day : {"20210328", "20211031"})
+        for (const std::string &clock : clocks)
+          for (const std::string op : {" = ", " < ", " <= ", " > ", " >= "}) {
+            const std::string where = " WHERE " + column + op + "'" + day + clock + "' ORDER BY m, s";
+            EXPECT_EQ(db.rows("SELECT * FROM idx" + where), db.rows("SELECT * FROM scan" + where)) << where;
+          }
+    EXPECT_NE(db.rows("SELECT * FROM idx WHERE m = '20211031023000'"), "");
+  }
+  unsetenv("TZ");
+}
+
 TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
   const char *columns = " (k int, a int, b int, c char(6), d date, f float, n bigint)";
   for (const char *table : {"scan", "idx"})

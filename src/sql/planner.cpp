@@ -10,16 +10,17 @@
 //     are equal to one real number.
 //   - A number with more than seven digits for a float column, whose values are compared by seven digits.
 //   - A text that begins with the byte that marks a NULL text.
+//   - A local time that is not that of exactly one instant, for a column whose keys are universal time: where
+//     clocks are set forward it is that of none, where they are set back that of two.
 // A date column is compared by its days, a time column by its seconds, with or without an index. A literal
 // that its column cannot hold (a number out of range, a text that is too long) fails the query.
-// Keys of time and microtimestamp columns are universal time: where clocks are set back, the repeated hour of
-// local time comes in the order in which it passed.
 #include "sql/planner.h"
 
 #include <cmath>
 #include <cstring>
 
 #include "data/catalog.h"
+#include "data/datetime.h"
 #include "data/number_text.h"
 #include "data/stored_form.h"
 #include "frame/env.h"
@@ -102,6 +103,41 @@ double as_real(const Value &value) {
   return (value.type & TYPE_INTEGER) != 0 ? static_cast<double>(value.integer) : value.real;
 }
 
+bool same_time(const Column &column, const DateTimeRec &a, const DateTimeRec &b) {
+  int order;
+  return compare_values(column.type, &a, 0, column.type, &b, &order) && order == 0;
+}
+
+int64_t seconds_of(const DateTimeRec &time) {
+  return ((day_number(time.year, time.month, time.day) * 24 + time.hour) * 60 + time.minute) * 60 +
+         time.second;
+}
+
+bool local_at(const DateTimeRec &utc, int64_t amount, int unit, DateTimeRec *moved, DateTimeRec *local) {
+  if (!datetime_add(utc, amount, unit, moved)) return false;
+  *local = *moved;
+  return datetime_to_local(local);
+}
+
+// Would the zone's offset of the day before or after make literal the local time of a second instant?
+bool names_one_instant(const Column &column, const DateTimeRec &literal) {
+  const ErrorScope no_failure_of_the_query;
+  uint8_t key[btree_key_limit];
+  DateTimeRec back, utc, near, local;
+  if (store_value(column.type, ValueMode::binary, &literal, key, 0, 0) != Stored::value ||
+      fetch_value(column.type, ValueMode::binary, key, &back, 0, 0) != Stored::value ||
+      !same_time(column, back, literal))
+    return false;
+  const DateTimeRec instant = load_datetime_form(column.type, key);
+  for (const int days : {-1, 1}) {
+    if (!local_at(instant, days, unit_day, &near, &local)) return false;
+    const int64_t shift = seconds_of(back) - seconds_of(instant) - (seconds_of(local) - seconds_of(near));
+    if (!local_at(instant, shift, unit_second, &utc, &local)) return false;
+    if (shift != 0 && same_time(column, local, literal)) return false;
+  }
+  return true;
+}
+
 // Can the literal be a key of the column without losing anything?
 bool fits_key(const Column &column, const Value &value) {
   switch (datum_kind(column.type)) {
@@ -113,7 +149,8 @@ bool fits_key(const Column &column, const Value &value) {
       return column.type == type::float64 ||
              float32_rounded(static_cast<float>(as_real(value))) == as_real(value);
     case DatumKind::datetime:
-      return (value.type & TYPE_DATETIME) != 0;
+      return (value.type & TYPE_DATETIME) != 0 &&
+             (column.type == type::date || names_one_instant(column, value.datetime));
     default:
       return (value.type & TYPE_CHARACTER) != 0 && static_cast<uint8_t>(*value.text.text) != null_flag;
   }
