@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "data/row_set.h"
+#include "engine_support.h"
 #include "frame/env.h"
 #include "frame/error.h"
-#include "support.h"
 
 namespace tovik::test {
 namespace {
@@ -72,29 +72,47 @@ struct Store {
   SortStore *store;
 };
 
+// A row takes its values, 4 bytes per table, 4 more for a value without a fixed size, and NULL bits.
 TEST_F(SortTest, ExhaustedAreaRefusesTheRowAndKeepsTheOthers) {
   env_start("HVI_TMP_BUF_SIZE=1000");
-  Store store({{type::varchar, 100}});
   const std::string text(100, 'x');
-  const void *values[] = {text.c_str()};
-  int stored = 0;
-  while (stored < 100 && sort_store_row(*store, values, nullptr)) ++stored;
-  EXPECT_EQ(stored, 7);
-  EXPECT_EQ(error_record().entries[0].code, status::sort_memory_limit);
-  EXPECT_EQ(store->rows.size(), 7);
-  const int32_t used = store->area_used;
-  EXPECT_FALSE(sort_store_row(*store, values, nullptr));
-  EXPECT_EQ(store->area_used, used) << "a refused row takes nothing";
+  const int64_t number = 7;
+  const struct {
+    std::vector<SortColumn> columns;
+    std::vector<const void *> values;
+    int positions, rows;
+  } cases[] = {{{{type::varchar, 100}}, {text.c_str()}, 0, 9},                        // 4 + 104
+               {{{type::bigint, 0}}, {&number}, 1, 62},                               // 4 + 8 + 4
+               {{{type::bigint, 0}, {type::float64, 0}}, {&number, &number}, 2, 35},  // 8 + 16 + 4
+               {{{type::varchar, 9}, {type::varchar, 9}}, {nullptr, ""}, 0, 83}};     // 8 + 4
+  for (const auto &[columns, values, positions, rows] : cases) {
+    Store store(columns, positions);
+    const RowNo numbers[] = {1, 2};
+    int stored = 0;
+    while (stored < 100 && sort_store_row(*store, values.data(), numbers)) ++stored;
+    EXPECT_EQ(stored, rows);
+    EXPECT_EQ(first_status(), status::sort_memory_limit);
+    const int32_t used = store->area_used;
+    EXPECT_FALSE(sort_store_row(*store, values.data(), numbers));
+    EXPECT_EQ(store->area_used, used) << "a refused row takes nothing";
+    EXPECT_EQ(store->rows.size(), stored);
+  }
+  Store distinct({{type::bigint, 0}});
+  int64_t value = 0;
+  const void *values[] = {&value};
+  while (sort_store_distinct(*distinct, values)) ++value;
+  EXPECT_EQ(first_status(), status::sort_memory_limit);
+  for (value = 0; value < distinct->rows.size(); ++value) EXPECT_TRUE(sort_store_distinct(*distinct, values));
 }
 
 using Pair = std::pair<std::optional<int64_t>, std::string>;  // NULL comes first
 
 std::vector<Pair> content(const SortStore &store) {
   std::vector<Pair> rows;
-  for (const SortRow *row : store.rows) {
-    const int64_t *number = static_cast<const int64_t *>(row->values[0]);
-    rows.emplace_back(number == nullptr ? std::nullopt : std::optional(*number),
-                      static_cast<const char *>(row->values[1]));
+  for (int row = 0; row < store.rows.size(); ++row) {
+    const void *number = sort_value(store, row, 0);
+    rows.emplace_back(number == nullptr ? std::nullopt : std::optional(load_i64(number)),
+                      static_cast<const char *>(sort_value(store, row, 1)));
   }
   return rows;
 }
@@ -119,15 +137,15 @@ TEST_F(SortTest, RandomRowsSortAndBecomeDistinct) {
     if (random.one_in(4)) std::sort(rows.begin(), rows.end(), less);
     if (random.one_in(4)) std::reverse(rows.begin(), rows.end());
 
+    const bool distinct = random.one_in(2);
     Store store({{type::bigint, 0}, {type::varchar, 10}});
     for (const Pair &row : rows) {
       const void *values[] = {row.first.has_value() ? &*row.first : nullptr, row.second.c_str()};
-      ASSERT_TRUE(sort_store_row(*store, values, nullptr));
+      ASSERT_TRUE(distinct ? sort_store_distinct(*store, values) : sort_store_row(*store, values, nullptr));
     }
-    if (random.one_in(2)) {
+    if (distinct) {
       std::set<Pair> seen;
       std::erase_if(rows, [&seen](const Pair &row) { return !seen.insert(row).second; });
-      ASSERT_TRUE(sort_remove_duplicates(*store));
       ASSERT_EQ(content(*store), rows) << "the first of each, in order";
     }
     ASSERT_TRUE(sort_execute(*store, directions, count));

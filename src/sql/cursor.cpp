@@ -224,9 +224,10 @@ bool sort_rows(Cursor &cursor) {
 }
 
 // Reads the rows of a combination; absent: one of them is deleted.
-RowLoad load_combination(TableAccess *access, const RowNo *positions) {
-  for (; access != nullptr; access = access->next) {
-    const RowLoad load = row_handle_read_since(*access->handle, *positions++, access->found);
+RowLoad load_combination(TableAccess *access, const SortStore &sorted, int row) {
+  for (int table = 0; access != nullptr; access = access->next, ++table) {
+    const RowLoad load =
+        row_handle_read_since(*access->handle, sort_position(sorted, row, table), access->found);
     if (load != RowLoad::loaded) return load;
   }
   return RowLoad::loaded;
@@ -235,8 +236,7 @@ RowLoad load_combination(TableAccess *access, const RowNo *positions) {
 // A combination of which a table was written since it was sorted must meet the condition again.
 RowFetch sorted_next(Cursor &cursor) {
   while (cursor.next_row < cursor.sorted->rows.size()) {
-    const SortRow &row = *cursor.sorted->rows[cursor.next_row++];
-    const RowLoad load = load_combination(cursor.request.context.tables, row.positions);
+    const RowLoad load = load_combination(cursor.request.context.tables, *cursor.sorted, cursor.next_row++);
     if (load == RowLoad::failed) return RowFetch::failed;
     bool meets = load == RowLoad::loaded;
     if (meets && tables_written(cursor) && !qualifies(cursor, &meets)) return RowFetch::failed;
@@ -290,7 +290,7 @@ bool store_result_row(Cursor &cursor, const RowBuffers &buffers) {
     if (!row_value(cursor, column, EvalMode::row, &value)) return false;
     if (!result_form(*request.context.pool, column, value, &buffers.forms[i])) return false;
   }
-  return sort_store_row(*cursor.results, buffers.forms, nullptr);
+  return sort_store_distinct(*cursor.results, buffers.forms);
 }
 
 bool collect_distinct(Cursor &cursor) {
@@ -299,7 +299,7 @@ bool collect_distinct(Cursor &cursor) {
   if (!allocate_buffers(*cursor.request.context.pool, cursor.request.column_count, &buffers)) return false;
   if (!read_all(cursor, plain_next, [&] { return store_result_row(cursor, buffers); })) return false;
   cursor.next_row = 0;
-  return sort_remove_duplicates(*cursor.results);
+  return true;
 }
 
 bool is_aggregate(const ResultColumn &column) {
@@ -415,7 +415,7 @@ bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value) {
   const int number = static_cast<int>(&column - cursor.request.columns);
   *value = cursor.totals != nullptr
                ? cursor.totals[number]
-               : value_of_result(column, cursor.results->rows[cursor.next_row - 1]->values[number]);
+               : value_of_result(column, sort_value(*cursor.results, cursor.next_row - 1, number));
   return true;
 }
 
