@@ -13,7 +13,7 @@ namespace tovik {
 static WorkArea *area_new() {
   WorkArea *area = mem_new<WorkArea>();
   if (area == nullptr) return nullptr;
-  area->pool = memory_pool_create(env_number(Env::sql_buf_size));
+  area->pool = memory_pool_create(memory_pool_scaled(env_number(Env::sql_buf_size)));
   if (area->pool != nullptr) return area;
   mem_delete(area);
   return nullptr;

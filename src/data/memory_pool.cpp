@@ -27,6 +27,11 @@ bool grow(MemoryPool &pool, int64_t needed) {
 
 }  // namespace
 
+int32_t memory_pool_scaled(int32_t size) {
+  constexpr int32_t factor = sizeof(void *) > 4 ? sizeof(void *) / 4 : 1;
+  return size > INT32_MAX / factor ? INT32_MAX : size * factor;
+}
+
 MemoryPool *memory_pool_create(int32_t chunk_size) {
   if (chunk_size < 1) return fail_null(status::pool_size);
   MemoryPool *pool = mem_new<MemoryPool>();

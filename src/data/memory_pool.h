@@ -20,6 +20,9 @@ struct MemoryPool {
   int32_t count;  // allocations since the last emptying
 };
 
+// The size in which the trees of a pool of that size find room where pointers have four bytes.
+int32_t memory_pool_scaled(int32_t size);
+
 MemoryPool *memory_pool_create(int32_t chunk_size);  // 10001, 1
 void memory_pool_destroy(MemoryPool *pool);
 

@@ -15,7 +15,7 @@ Statement *sql_create(Database *db) {
   Statement *statement = mem_new<Statement>();
   if (statement == nullptr) return fail_null(status::out_of_memory);
   statement->db = db;
-  statement->pool = memory_pool_create(env_number(Env::sql_buf_size));
+  statement->pool = memory_pool_create(memory_pool_scaled(env_number(Env::sql_buf_size)));
   if (statement->pool == nullptr) {
     sql_destroy(statement);
     return nullptr;
