@@ -368,9 +368,14 @@ std::string read_all(tovik_cur *cursor, const char *column) {
                     date.minute, date.second, date.microseconds);
            return std::string(text);
          });
-  return all + " " + outcome(tovik_getcol_binary(cursor, column, text, sizeof text, &length), [&] {
-           return std::string(text, static_cast<size_t>(length));
-         });
+  all += " " + outcome(tovik_getcol_binary(cursor, column, text, sizeof text, &length),
+                       [&] { return std::string(text, static_cast<size_t>(length)); });
+  tovik_value value = {};
+  const std::string general = outcome(tovik_getcol(cursor, column, TOVIK_BINARY, &value), [&] {
+    return std::string(static_cast<const char *>(value.bytes.data), static_cast<size_t>(value.bytes.length));
+  });
+  EXPECT_EQ(general, all.substr(all.rfind(' ') + 1)) << column;
+  return all;
 }
 
 // What a column gives for the API data types 1 to 10, by a cursor over tables and, where that differs, over

@@ -1,5 +1,7 @@
 // The statement interface: states, argument codes, value conversion, column description.
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 #include <vector>
 
@@ -56,6 +58,30 @@ TEST(Library, TakesAllItsMemoryFromALimitedPool) {
   EXPECT_EQ(kld_api_remove_db(other.params().c_str()), 0);
   EXPECT_EQ(db.run("INSERT INTO t VALUES 1, 'x'"), 0);
   EXPECT_EQ(db.rows("SELECT COUNT(*) FROM t"), std::to_string(rows + 1));
+}
+
+// A database goes with its saved storages, once, and only what is one.
+TEST(Library, RemovesDatabases) {
+  const Library library;
+  TestDatabase db;
+  ASSERT_EQ(db.run("CREATE TABLE t (a int)"), 0);
+  db.close();
+  const auto files = [&db] {
+    const std::filesystem::directory_iterator directory(db.directory().path());
+    return std::distance(begin(directory), end(directory));
+  };
+  EXPECT_EQ(files(), 2);
+  std::ofstream(db.directory() / "other.dat") << std::string(4096, 'x');
+  const std::string other = "NAME=other;PATH=" + db.directory().path();
+  for (const auto &[params, code] : {std::pair(db.params() + ";NAME=u", 120102),
+                                     {other, 20003},
+                                     {db.params(), 0},
+                                     {db.params(), 120102}}) {
+    EXPECT_EQ(kld_api_remove_db(params.c_str()), code == 0 ? 0 : -1) << params;
+    EXPECT_EQ(error_code(), code) << params;
+  }
+  EXPECT_EQ(files(), 1);
+  EXPECT_EQ(kld_api_open_db(db.params().c_str()), nullptr);
 }
 
 class StatementApi : public testing::Test {

@@ -82,7 +82,6 @@ Statements golden_statements() {
              "CREATE TABLE gone (a char(60), b text)",
              "CREATE INDEX gone_a ON gone (a)",
              "INSERT INTO gone VALUES 'x', 'a text that makes chunks before all of it goes'",
-             "DROP TABLE gone",
              "DELETE FROM many WHERE b > 100 AND b < 130",
              "DELETE FROM counted WHERE id = 15",
              "UPDATE counted SET v = 'three' WHERE id = 20",
@@ -91,6 +90,7 @@ Statements golden_statements() {
              "RENAME TABLE named TO renamed",
              "RENAME ATTR renamed.old TO new",
              "CREATE TABLE vacant (a int)",
+             "DROP TABLE gone",
              // What the saved transaction storage holds.
              "BEGIN TRANSACTION",
              "INSERT INTO renamed VALUES 1",
@@ -214,6 +214,23 @@ TEST_F(Golden, StatementsMakeTheCommittedBytes) {
   expect_equal(files, made);
 }
 
+// Levels, their counters and the pages moved so far, in a transaction and after it.
+TEST(GoldenText, Transactions) {
+  const Engine engine("");
+  fault_driver::load(golden_image());
+  Session session(golden_params + ";TRAN_HASH=2;CACHE_SIZE_TRN=3;CACHE_RTS=0");
+  const std::string text = printed_by([&session] {
+    for (const char *sql : {"BEGIN TRANSACTION", "INSERT INTO deep VALUES 'key 5', 'x'", "INFO TM",
+                            "ROLLBACK TRANSACTION", "INFO TM"})
+      ASSERT_EQ(session.run(sql), 0) << sql;
+  });
+  EXPECT_EQ(text, "***  Transaction Information ***\n transaction running. tid[" + number(current_thread()) +
+                      "] level[1] hsz[2] atype[0]\n --- transaction level 1 information ---\n"
+                      " 1 : hsz[2] bcnt[55] fcnt[2] flst[51] icnt[1]\n"
+                      "\\t           --- transaction hash table ---\n           0 : dno[46] tno[1]\n"
+                      "***  Transaction Information ***\n transaction not running.\n");
+}
+
 // ---- Damage
 
 constexpr unsigned seconds_per_use = 20;
@@ -257,6 +274,8 @@ Statements use(const DiskImage &image, bool check_ignore, bool change_all) {
     run(sql);
   return texts;
 }
+
+const int any = static_cast<int>(tables.size());  // of tables may read otherwise
 
 class GoldenDamage : public Golden {
  protected:
@@ -324,20 +343,23 @@ class GoldenDamage : public Golden {
         change_word(image, name, block + at);
   }
 
-  // The storage ends early; one block stands in the place of another.
-  void cut_and_copy(const DiskImage &image, const std::string &name) {
-    const Bytes &good = image.at(name);
-    const int any = static_cast<int>(tables.size());
-    for (size_t at = 0; at < good.size() && !HasFailure(); at += block_size / 2) {
+  // One block stands in the place of another, random bytes among it; the storage ends early.
+  void copy_and_cut(const DiskImage &image, const std::string &name) {
+    const size_t size = image.at(name).size();
+    const auto below = [this](size_t limit) {
+      return static_cast<size_t>(random_.below(static_cast<int>(limit)));
+    };
+    for (size_t at = 0; at < size && !HasFailure(); at += block_size / 2) {
       DiskImage damaged = image;
-      damaged[name].resize(at + static_cast<size_t>(random_.below(2)));
-      try_image(damaged, name, at, "the end", false, any);
-      if (at % block_size != 0) continue;
+      Bytes &bytes = damaged[name];
+      const size_t block = at / block_size * block_size, source = below(size / block_size) * block_size;
+      memcpy(&bytes[block], &image.at(name)[source], block_size);
+      for (size_t i = below(4); i > 0; --i) bytes[below(size)] = static_cast<uint8_t>(random_.next());
+      try_image(damaged, name, at, "the block at " + number(static_cast<int>(source)), random_.one_in(2),
+                any);
       damaged = image;
-      const size_t blocks = good.size() / block_size;
-      const size_t source = block_size * static_cast<size_t>(random_.below(static_cast<int>(blocks)));
-      memcpy(&damaged[name][at], &good[source], block_size);
-      try_image(damaged, name, at, "the block at " + std::to_string(source), true, any);
+      damaged[name].resize(at + below(2));
+      try_image(damaged, name, at, "the end", random_.one_in(2), any);
     }
   }
 
@@ -352,7 +374,7 @@ class GoldenDamage : public Golden {
     add_state(image);
     change_words(image, name);
     flip_bytes(image, name);
-    cut_and_copy(image, name);
+    copy_and_cut(image, name);
     printf("%s: %d of %d damaged databases opened\n", name.c_str(), opened_, uses_);
   }
 
