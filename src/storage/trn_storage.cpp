@@ -70,11 +70,18 @@ bool create_storage(BlockManager &bm, const char *name) {
   return bm.io[part_trn] != nullptr;
 }
 
+// Of a storage that is kept. A creation becomes durable with the first flush through the handle that made it;
+// the next transaction, with a handle of its own, must not find a record in a storage that may lose its name.
+bool create_kept_storage(BlockManager &bm, const char *name) {
+  return create_storage(bm, name) && flush(bm.io[part_trn]);
+}
+
 bool reset_storage(BlockManager &bm) {
   StorageName name;
   if (!trn_name(bm, name) || !bm_close_storage(bm, part_trn)) return false;
-  if (!io_exists(bm_driver(bm), name)) return create_storage(bm, name);
-  if (!keeps_history(bm) && env_on(Env::tran_file_reuse)) return take_storage(bm);
+  const bool kept = !keeps_history(bm) && env_on(Env::tran_file_reuse);
+  if (!io_exists(bm_driver(bm), name)) return kept ? create_kept_storage(bm, name) : create_storage(bm, name);
+  if (kept) return take_storage(bm);
   // Left by a dead process. Its record is dead too and must not return after a power failure, when blocks of
   // the DAT part may be newer than the record.
   return trn_destroy_storage(bm, name) && create_storage(bm, name);
