@@ -67,7 +67,7 @@ TEST_F(BtreeTest, HandlesFollowAnotherProcess) {
   store.save();
   const auto elsewhere = [&](auto work) {
     StorageManager *other = sm_open(*store.sm->params);
-    ASSERT_NE(other, nullptr) << test::errors();
+    ASSERT_TRUE(other != nullptr && sm_open_systems(*other)) << test::errors();
     work(*other, btree_open(*other, number));
     EXPECT_TRUE(sm_direct_end(*other)) << test::errors();
     sm_close(other);

@@ -40,7 +40,7 @@ class StorageFixture {
     save();
     sm_close(sm);
     sm = sm_open(*params_);
-    ASSERT_NE(sm, nullptr) << errors();
+    ASSERT_TRUE(sm != nullptr && sm_open_systems(*sm)) << errors();
   }
 
   void begin() { EXPECT_TRUE(tm_start(*sm->tm, current_thread())) << errors(); }

@@ -299,6 +299,25 @@ TEST_P(FailureTest, EveryFailureOfClosing) {
   });
 }
 
+// A sort says so when it cannot read its rows, behind the cause.
+TEST(SortedQuery, TellsThatItsRowsCannotBeRead) {
+  const Silence silence;
+  const Engine engine("");
+  const DiskImage base = made_database(small_database, schema() + person_rows(0, 30));
+  int told = 0;
+  for (int call = 1;; ++call) {
+    fault_driver::load(base);
+    Session session(small_database);
+    ASSERT_EQ(kld_api_pre_stmt_char(session.statement(), "SELECT id FROM person ORDER BY note"), 0);
+    fault_driver::fail_call(call, Failure::from_then_on);
+    const bool done = kld_api_exec_stmt(session.statement()) == 0;
+    told += !done && error_record().last_code == status::sort_read;
+    fault_driver::heal();
+    if (done) break;
+  }
+  EXPECT_GT(told, 0);
+}
+
 // What a change outside a transaction could not write is not written while somebody else reads.
 TEST(DirectChange, IsFinishedUnderTheExclusiveLevel) {
   const Silence silence;

@@ -107,6 +107,7 @@ bool qualifies(Cursor &cursor, bool *yes) {
 RowFetch qualifying_next(Cursor &cursor) {
   for (;;) {
     const RowFetch fetched = join_next(cursor);
+    if (fetched == RowFetch::failed && cursor.sorted != nullptr) err_set(status::sort_read);
     if (fetched != RowFetch::row) return fetched;
     bool yes;
     if (!qualifies(cursor, &yes)) return RowFetch::failed;

@@ -503,10 +503,9 @@ bool cm_flush(CacheManager &cm, TransactionManager *tran) {
   return written && write_header(cm, tran);
 }
 
-void cm_drop(CacheManager &cm, DropWhat what) {
-  if (what == DropWhat::dirty && cm.dirty_count == 0) return;
+void cm_drop(CacheManager &cm) {
   for_each_page(cm, [&](CachePage *page) {
-    if (what == DropWhat::all || (page->status & page_dirty) != 0) retire(cm, page);
+    retire(cm, page);
     return true;
   });
 }

@@ -91,8 +91,7 @@ void cm_destroy(CacheManager *cm);
 // 21018.
 [[nodiscard]] bool cm_flush(CacheManager &cm, TransactionManager *tran);
 
-enum class DropWhat { all, dirty };
-void cm_drop(CacheManager &cm, DropWhat what);              // without writing; nobody holds the pages
+void cm_drop(CacheManager &cm);                             // every page, without writing; nobody holds them
 void cm_drop_block(CacheManager &cm, BlockNo block);        // one page, if cached
 [[nodiscard]] bool cm_clear(CacheManager &cm, bool write);  // frees every page; write: dirty ones first
 

@@ -240,7 +240,7 @@ RecordCheck tm_check_record(TransactionManager &tm) {
 bool tm_recover(TransactionManager &tm) {
   LockGuard guard(tm.sm->lock);
   tm.sm->reload = true;
-  cm_drop(*tm.dat, DropWhat::all);
+  cm_drop(*tm.dat);
   const Restart result = bm_read_header(*tm.bm, part_dat) ? restart_pending(tm) : Restart::failed;
   tm.sorted = Array<MapEntry>();
   if (result == Restart::failed) {

@@ -107,7 +107,7 @@ bool follow_header(StorageManager &sm, bool *changed) {
   if (!*changed && (sm.dat->state & cache_header_changed) != 0) return true;
   sm.bm->header = stored;
   if (!*changed) return true;
-  cm_drop(*sm.dat, DropWhat::all);
+  cm_drop(*sm.dat);
   sm.dat->state &= ~cache_header_changed;
   sm.direct_changed = false;
   return true;

@@ -64,7 +64,7 @@ void pop_level(TransactionManager &tm) {
 
 // No transaction is open any more; what becomes of the TRN storage is the caller's business.
 void end_outermost(TransactionManager &tm) {
-  cm_drop(*tm.trn, DropWhat::all);
+  cm_drop(*tm.trn);
   pop_level(tm);
   tm.sorted = Array<MapEntry>();
   tm.left_blocks = Array<BlockNo>();
@@ -78,7 +78,7 @@ bool open_outermost(TransactionManager &tm) {
   if (tm.sm->direct_changed && !sm_data_layer().write_counters(*tm.sm)) return false;
   if (!cm_flush(*tm.dat, nullptr)) return fail(status::tran_start_flush);
   tm.sm->creating = false;
-  cm_drop(*tm.trn, DropWhat::all);
+  cm_drop(*tm.trn);
   return push_level(tm, bm_counters(*tm.bm, part_dat));
 }
 
@@ -166,7 +166,7 @@ bool write_record(TransactionManager &tm) {
 void leave_record_pending(TransactionManager &tm) {
   sm_data_layer().level_dropped(*tm.sm, 1);
   end_outermost(tm);
-  cm_drop(*tm.dat, DropWhat::all);
+  cm_drop(*tm.dat);
   bm_trn_abandon(*tm.bm);
   tm.record_pending = true;
   tm.pending_number = 0;
@@ -226,7 +226,7 @@ bool rollback_outermost(TransactionManager &tm) {
 }
 
 void rollback_inner(TransactionManager &tm) {
-  cm_drop(*tm.trn, DropWhat::all);
+  cm_drop(*tm.trn);
   for (const MapEntry &entry : tm.levels[tm.level - 1]->entries) leave_block(tm, entry.tno);
   sm_data_layer().level_dropped(*tm.sm, tm.level);
   pop_level(tm);
