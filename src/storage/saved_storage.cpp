@@ -122,7 +122,7 @@ bool bm_saved_drop_stale(BlockManager &bm) {
 }
 
 void bm_saved_give_up(BlockManager &bm) {
-  if (bm_sync(bm, part_dat)) bm_saved_prune(bm, false);
+  if (bm_sync(bm, part_dat)) bm_saved_remove_all(bm);
 }
 
 void bm_saved_prune(BlockManager &bm, bool at_open) {
