@@ -81,14 +81,14 @@ TOVIK_API void kld_api_clear_error(void);
 
 /* ---- databases ---- */
 
-/* Creates the database that params describes (docs/PARAMETERS.md) and closes it again. 190010: the library is
- * not started in this process; 120101: it exists (and OVERWRITE is not true); 20006: it is to be overwritten,
- * and somebody has it open; 112xxx: a parameter is wrong; 101: no such directory, or no right to write there.
- */
+/* Creates the database that params describes (docs/PARAMETERS.md) and closes it again; a creation that fails
+ * leaves no file. 190010: the library is not started in this process; 120101: it exists (and OVERWRITE is not
+ * true); 20006: OVERWRITE while somebody has it open; 112xxx: a parameter is wrong; 101: no such directory, or
+ * no right to write there. */
 TOVIK_API int kld_api_create_db(const char *params);
 
-/* Removes the database with all its files. 190010; 112xxx; 120102: there is none; 108: somebody has it open,
- * or the system refused. */
+/* Removes the database with all its files. 190010; 112xxx; 120102: there is none; 108: somebody, in
+ * this process or another, has it open, or the system refused. */
 TOVIK_API int kld_api_remove_db(const char *params);
 
 /* Opens a database; a commit cut short by a crash is completed first. docs/PARAMETERS.md tells which

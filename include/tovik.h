@@ -170,8 +170,8 @@ TOVIK_API void tovik_geterrinfo(char *buffer, int size);
  * characters. All: 202114 (name null or empty), 202101 (library not started), 112012 (texts too long), other
  * 112xxx (a parameter is wrong). */
 
-/* Creates the database and closes it again. 120101: it exists (and OVERWRITE is not true); 20006: it is to be
- * overwritten, and somebody has it open; 101 (no such directory, no right to write there). */
+/* Creates the database and closes it again. 120101: it exists (and OVERWRITE is not true); 20006:
+ * OVERWRITE while somebody has it open; 101 (no such directory, no right to write there). */
 TOVIK_API int tovik_create(const char *name, const char *params);
 
 /* Removes the database of that name, with all its files; a directory stands in the name ("/data/shop").

@@ -82,6 +82,15 @@ class Process {
     return std::to_string(status) + " " + rows;
   }
 
+  static void count_all_calls() {
+    count_calls<&IoDriver::file_write>(file_driver.file_write);
+    count_calls<&IoDriver::file_sync>(file_driver.file_sync);
+    count_calls<&IoDriver::file_truncate>(file_driver.file_truncate);
+    count_calls<&IoDriver::file_remove>(file_driver.file_remove);
+    count_calls<&IoDriver::file_rename>(file_driver.file_rename);
+    count_calls<&IoDriver::file_unlock>(file_driver.file_unlock);
+  }
+
  private:
   // Texts end with a NUL.
   static void put(FILE *file, const std::string &text) {
@@ -96,12 +105,7 @@ class Process {
   }
 
   [[noreturn]] void serve(const std::string &params) {
-    count_calls<&IoDriver::file_write>(file_driver.file_write);
-    count_calls<&IoDriver::file_sync>(file_driver.file_sync);
-    count_calls<&IoDriver::file_truncate>(file_driver.file_truncate);
-    count_calls<&IoDriver::file_remove>(file_driver.file_remove);
-    count_calls<&IoDriver::file_rename>(file_driver.file_rename);
-    count_calls<&IoDriver::file_unlock>(file_driver.file_unlock);
+    count_all_calls();
     const Engine engine("");
     Session session(params);
     put(answers_, std::to_string(session.open_status()) + " opened");
@@ -160,6 +164,57 @@ TEST_F(ProcessTest, OthersSeeTheCommittedStateAndASecondWriterGivesUp) {
   expect_of_others(all, "0 1,11;2,21;3,30");
   expect_of_others("SELECT v FROM t WHERE id = 3", "0 30");
   expect_of_others("SELECT * FROM fresh", "0 ");
+}
+
+// What another process has open stays, until that closes it or dies. One that is killed anywhere on the way
+// of a removal or a replacement leaves the old database, the new one, or what counts as none.
+TEST_F(ProcessTest, OpenDatabasesStayUntilTheirHolderDies) {
+  const auto create_again = [&] { create({"CREATE TABLE t (id int)", "INSERT INTO t VALUES 1"}); };
+  create_again();
+  const Engine engine("");
+  const std::string overwrite = params() + "OVERWRITE=true";
+  const auto remove = [&] { return kld_api_remove_db(params().c_str()) == 0 ? 0 : error_code(); };
+  const auto replace = [&] { return kld_api_create_db(overwrite.c_str()) == 0 ? 0 : error_code(); };
+  {
+    Process holder(params());
+    ASSERT_EQ(holder.ask("BEGIN TRANSACTION"), "0");
+    ASSERT_EQ(holder.ask("INSERT INTO t VALUES 2"), "0");
+    EXPECT_EQ(remove(), status::io_remove);
+    EXPECT_EQ(replace(), status::block_remove_old);
+    ASSERT_EQ(holder.ask("COMMIT TRANSACTION"), "0");
+    EXPECT_EQ(holder.ask("SELECT id FROM t"), "0 1;2");
+    ASSERT_EQ(holder.ask("kill 1"), "armed");
+    EXPECT_FALSE(holder.ask("INSERT INTO t VALUES 3").has_value());
+    EXPECT_EQ(replace(), 0);
+  }
+  EXPECT_EQ(Session(params()).rows("SELECT id FROM t"), "error 141004");
+  EXPECT_EQ(remove(), 0);
+
+  for (const bool replaced : {false, true}) {
+    for (int call = 1;; ++call) {
+      SCOPED_TRACE(testing::Message() << "killed at call " << call << " replaced " << replaced);
+      ASSERT_EQ(replace(), 0);
+      ASSERT_EQ(Session(params()).run("CREATE TABLE t (id int)"), 0);
+      const pid_t pid = fork();
+      if (pid == 0) {
+        const Engine own("");
+        Process::count_all_calls();
+        calls_until_kill = call;
+        _exit(replaced ? replace() : remove());
+      }
+      int ended = 0;
+      waitpid(pid, &ended, 0);
+      const bool survived = WIFEXITED(ended);
+      ASSERT_TRUE(!survived || WEXITSTATUS(ended) == 0);
+      Session left(params());
+      if (left.open()) {
+        EXPECT_EQ(database_fault(left), "");
+        const std::string rows = left.rows("SELECT * FROM t");
+        EXPECT_TRUE(rows == "" || (replaced && rows == "error 141004")) << rows;
+      }
+      if (survived) break;
+    }
+  }
 }
 
 // A process dies at each call of a commit that changes a file. Another that has had the database open all the

@@ -51,7 +51,8 @@ LockResult db_lock(Database &db, ThreadId thread, DbLock mode);
 [[nodiscard]] bool db_read_begin(Database &db, ThreadId thread);
 void db_read_end(Database &db, ThreadId thread);
 
-// started; nested: the thread's own transaction is open and allow_nested. 140004, 40022, 140003.
+// started; nested: the thread's own transaction is open and allow_nested. 140004, 40022, 140003; 120112 when
+// the database was opened read-only.
 enum class DbStart { started, nested, failed };
 DbStart db_start(Database &db, ThreadId thread, bool allow_nested);
 [[nodiscard]] bool db_commit(Database &db, ThreadId thread);    // 140002, 40022, 140003, 120103, 22015, 22016
@@ -75,7 +76,7 @@ template <class Change>
 
 // Changes outside a transaction (automatic commit off): the exclusive level is held from begin to end, and
 // end writes and flushes everything with a new update counter, so that other processes follow. nested when
-// the thread's own transaction is open: then there is nothing to end. 140003.
+// the thread's own transaction is open: then there is nothing to end. 140003, 120112.
 DbStart db_direct_begin(Database &db, ThreadId thread);
 [[nodiscard]] bool db_direct_end(Database &db, ThreadId thread);
 

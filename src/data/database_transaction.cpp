@@ -29,6 +29,14 @@ bool lock_disabled(const Database &db) {
   return db.storage->lm == nullptr || db.storage->lm->disabled;
 }
 
+// A database opened with OPT=1 reads only. The status has its text from here.
+bool check_writable(const Database &db) {
+  if (!bm_read_only(*db.storage->bm)) return true;
+  err_set_full(status::database_read_only, "the database was opened read-only (OPT=1)", nullptr, 0, false, 0,
+               0);
+  return false;
+}
+
 void sleep_between_tries(int milliseconds) {
   if (milliseconds > 0) system_driver.sleep_ms(milliseconds);
 }
@@ -302,6 +310,7 @@ DbStart db_start(Database &db, ThreadId thread, bool allow_nested) {
     err_set(status::transaction_not_owned);
     return DbStart::failed;
   }
+  if (!check_writable(db)) return DbStart::failed;
   if (!lock_disabled(db) && !settle_releases(db, thread)) return DbStart::failed;
   if (holds_write(db, thread)) return start_again(db, thread, allow_nested);
   switch (lock_with_retries(db, thread, DbLock::write, db.params->begin_retry, db.params->begin_sleep)) {
@@ -378,6 +387,7 @@ bool db_whole_end(Database &db, int level, bool done) {
 // ---- changes outside a transaction ----
 
 DbStart db_direct_begin(Database &db, ThreadId thread) {
+  if (db.storage->tm != nullptr && !check_writable(db)) return DbStart::failed;
   if (!lock_disabled(db) && !settle_releases(db, thread)) return DbStart::failed;
   if (db.storage->tm == nullptr || holds_write(db, thread) || db_in_transaction(db, thread))
     return DbStart::nested;

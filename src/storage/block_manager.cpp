@@ -146,12 +146,24 @@ bool reserve_storage(BlockManager &bm) {
   return true;
 }
 
+// Of a creation that fails before it knows the file for its own: an empty file that nobody else has is.
+void drop_empty_file(BlockManager &bm, const char *name) {
+  ErrorScope it_stays_otherwise;
+  if (io_size(bm.io[part_dat]) == 0 &&
+      storage_use(bm.io[part_dat], StorageUse::sole) == LockResult::granted &&
+      io_is_named(bm.io[part_dat], name))
+    (void)io_remove(bm_driver(bm), name);
+}
+
 bool create_dat(BlockManager &bm) {
   StorageName name;
   if (!dat_name(bm, name) || !free_dat_name(bm, name)) return false;
   bm.io[part_dat] = io_create(bm_driver(bm), bm.params->io, name, part_dat);
   if (bm.io[part_dat] == nullptr) return fail(status::block_create_dat);
-  if (!begin_creation(bm, status::database_exists) || !is_new_file(bm, name)) return false;
+  if (!begin_creation(bm, status::database_exists) || !is_new_file(bm, name)) {
+    drop_empty_file(bm, name);
+    return false;
+  }
   bm.discard = true;
   if (bm.common.size_dat == 0) return true;
   return reserve_storage(bm) || fail(status::block_create_dat);

@@ -271,6 +271,7 @@ bool tm_commit(TransactionManager &tm, ThreadId thread) {
   if (!check_owner(tm, thread)) return false;
   {
     LockGuard guard(tm.sm->lock);
+    if (tm.level == 1 && !bm_check_current(*tm.bm)) return false;
     if (!sm_data_layer().write_counters(*tm.sm)) return false;
     if (!cm_flush(*tm.trn, &tm)) return fail(status::tran_cache_flush);
     if (tm.level > 1 || tm.record_durable) return true;

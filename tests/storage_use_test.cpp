@@ -1,0 +1,207 @@
+// A database that somebody has open is neither removed nor replaced; a handle whose database went all the
+// same changes nothing of the one that took its name.
+#include <cstring>
+#include <fstream>
+#include <optional>
+#include <thread>
+
+#include "engine.h"
+#include "frame/env.h"
+
+namespace tovik::test {
+namespace {
+
+struct Layout {
+  const char *name;
+  std::string options;
+  int taken;    // by a creation without OVERWRITE
+  int removed;  // what an open tells afterwards
+};
+
+const Layout layouts[] = {
+    {"files", "", 120101, 120102},
+    {"one file", "TYPE2=RAW;SIZE_DAT=200B;SIZE_TRN=100B;", 120101, 120102},
+    {"a device", "TYPE2=RAW_DEV;SIZE_DAT=200B;SIZE_TRN=100B;", 120104, 120106},
+    {"memory", "TYPE=MEMORY;", 120101, 120102},
+};
+
+// The layouts, each in a directory of its own.
+template <class Test>
+void each_layout(Test test) {
+  for (const Layout &layout : layouts) {
+    SCOPED_TRACE(layout.name);
+    const TempDir dir;
+    const bool device = layout.options.find("RAW_DEV") != std::string::npos;
+    std::string text =
+        layout.options +
+        "CACHE_SIZE_DAT=40;CACHE_SIZE_TRN=40;LOCK_RETRY=3;LOCK_SLEEP=1;BEGIN_RETRY=3;BEGIN_SLEEP=1;NAME=t;";
+    if (device) std::ofstream(dir / "device");
+    if (layout.options != "TYPE=MEMORY;") text += "PATH=" + dir.path() + (device ? "/device" : "");
+    test(layout, text);
+  }
+}
+
+int create(const std::string &text) {
+  return kld_api_create_db(text.c_str()) == 0 ? 0 : error_code();
+}
+int remove(const std::string &text) {
+  return kld_api_remove_db(text.c_str()) == 0 ? 0 : error_code();
+}
+
+TEST(StorageUse, AnOpenDatabaseStays) {
+  each_layout([](const Layout &layout, const std::string &text) {
+    const Library library("HVI_TRAN_HISTORY=0");
+    ASSERT_EQ(create(text), 0);
+    const auto refused = [&] {
+      EXPECT_EQ(remove(text), status::io_remove);
+      EXPECT_EQ(create(text + ";OVERWRITE=true"), status::block_remove_old);
+      EXPECT_EQ(create(text + ";OVERWRITE=true;BLOCK_SIZE=8192"), status::block_remove_old);
+      EXPECT_EQ(create(text), layout.taken);
+    };
+    {
+      Session writer(text);
+      ASSERT_EQ(writer.run("CREATE TABLE t (a int)"), 0);
+      ASSERT_EQ(writer.run("INSERT INTO t VALUES 1, 2"), 0);
+      {
+        Session reader(text);
+        ASSERT_EQ(kld_api_pre_stmt_char(reader.statement(), "SELECT a FROM t"), 0);
+        ASSERT_EQ(kld_api_exec_stmt(reader.statement()), 0);
+        ASSERT_EQ(writer.run("BEGIN TRANSACTION"), 0);
+        ASSERT_EQ(writer.run("INSERT INTO t VALUES 3"), 0);
+        refused();
+        std::string rows;
+        EXPECT_EQ(reader.fetch_all(&rows), 0);
+        EXPECT_EQ(rows, "1;2");
+      }
+      refused();
+      EXPECT_EQ(writer.run("COMMIT TRANSACTION"), 0);
+      EXPECT_EQ(writer.rows("SELECT a FROM t"), "1;2;3");
+    }
+    EXPECT_EQ(Session(text).rows("SELECT a FROM t"), "1;2;3");
+    EXPECT_EQ(create(text + ";OVERWRITE=true"), 0);
+    EXPECT_EQ(Session(text).rows("SELECT a FROM t"), "error 141004");
+    EXPECT_EQ(remove(text), 0);
+    EXPECT_EQ(Session(text).open_status(), layout.removed);
+    EXPECT_EQ(create(text), 0);
+  });
+}
+
+// Where locks do not work, or the files are removed behind the engine's back.
+TEST(StorageUse, AnOldHandleLeavesTheNewDatabaseAlone) {
+  enum Way { removed, overwritten, unlinked };
+  for (const char *settings : {"HVI_TRAN_HISTORY=0", "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF", ""})
+    for (const Way way : {removed, overwritten, unlinked})
+      for (const bool busy : {false, true})  // with a transaction open when the database goes
+        each_layout([&](const Layout &layout, const std::string &text) {
+          const bool device = strcmp(layout.name, "a device") == 0;  // the same one afterwards, locks and all
+          if ((way == unlinked && strcmp(layout.name, "files") != 0) || (device && busy)) return;
+          SCOPED_TRACE(testing::Message() << settings << " way " << way << " busy " << busy);
+          const Library library(settings);
+          ASSERT_EQ(create(text), 0);
+          std::optional<Session> old(text);
+          ASSERT_EQ(old->run("CREATE TABLE t (a int)"), 0);
+          ASSERT_EQ(old->run("INSERT INTO t VALUES 1"), 0);
+          if (busy) {
+            ASSERT_EQ(old->run("BEGIN TRANSACTION"), 0);
+            ASSERT_EQ(old->run("INSERT INTO t VALUES 2"), 0);
+          }
+          env_set("HVI_LOCK_DISABLE", "ON");
+          ASSERT_EQ(way == removed ? remove(text) : 0, 0);
+          if (way == unlinked) {
+            const std::string stem = text.substr(text.find("PATH=") + 5) + "/t.";
+            std::filesystem::remove(stem + "trn");
+            std::filesystem::remove(stem + "dat");
+          }
+          ASSERT_EQ(create(text + (way == overwritten ? ";OVERWRITE=true" : "")), 0);
+          env_set("HVI_LOCK_DISABLE", "OFF");
+
+          Session fresh(text);
+          ASSERT_EQ(fresh.run("CREATE TABLE n (a int)"), 0);
+          ASSERT_EQ(fresh.run("INSERT INTO n VALUES 1"), 0);
+          ASSERT_EQ(fresh.run("BEGIN TRANSACTION"), 0);
+          ASSERT_EQ(fresh.run("INSERT INTO n VALUES 2"), 0);
+          EXPECT_EQ(busy ? old->run("COMMIT TRANSACTION") : 120106, status::storage_deleted);
+          const std::string seen = old->rows("SELECT a FROM t");
+          EXPECT_TRUE(seen == "error 120106" || (way == unlinked && seen == "1")) << seen;
+          for (const char *sql : {"INSERT INTO t VALUES 3", "BEGIN TRANSACTION", "CREATE TABLE x (a int)"})
+            EXPECT_EQ(old->run(sql), device ? status::database_busy : status::storage_deleted) << sql;
+          if (!device) old.reset();
+          ASSERT_EQ(fresh.run("COMMIT TRANSACTION"), 0);
+          EXPECT_EQ(device ? old->run("INSERT INTO t VALUES 3") : 120106, status::storage_deleted);
+          old.reset();
+          EXPECT_EQ(fresh.rows("SELECT a FROM n"), "1;2");
+          EXPECT_EQ(Session(text).rows("SELECT a FROM n"), "1;2");
+          EXPECT_EQ(database_fault(fresh), "");
+        });
+}
+
+// A process that dies between the mark and the removal leaves a database that is neither there nor in the
+// way.
+TEST(StorageUse, AnInterruptedRemovalIsFinished) {
+  const Library library;
+  const TempDir dir;
+  const std::string text = "NAME=t;PATH=" + dir.path();
+  for (const bool by_removal : {true, false}) {
+    ASSERT_EQ(create(text), 0);
+    std::fstream(dir / "t.dat", std::ios::binary | std::ios::in | std::ios::out).seekp(0xD4).put(1);
+    EXPECT_EQ(Session(text).open_status(), status::storage_deleted);
+    EXPECT_EQ(by_removal ? remove(text) : create(text), 0);
+    EXPECT_EQ(Session(text).open_status(), by_removal ? status::database_missing : 0);
+  }
+}
+
+TEST(StorageUse, FourHandlesOfOneDatabaseLoseNothing) {
+  each_layout([](const Layout &, const std::string &text) {
+    const Library library("HVI_TRAN_SYNC=OFF");
+    const std::string patient = text + ";LOCK_RETRY=20000;BEGIN_RETRY=20000;BEGIN_SLEEP=1";
+    ASSERT_EQ(create(text), 0);
+    Session watcher(patient);
+    ASSERT_EQ(watcher.run("CREATE TABLE t (id int, thread int)"), 0);
+    ASSERT_EQ(watcher.run("CREATE UNIQUE INDEX t_id ON t (id)"), 0);
+    constexpr int threads = 4, inserts = 150;
+    std::vector<std::thread> writers;
+    for (int thread = 0; thread < threads; ++thread)
+      writers.emplace_back([&patient, thread] {
+        Session session(patient);
+        for (int i = 0; i < inserts; ++i) {
+          const std::string id = std::to_string(thread * inserts + i);
+          EXPECT_EQ(session.run("INSERT INTO t VALUES " + id + ", " + std::to_string(thread)), 0) << id;
+        }
+      });
+    for (std::thread &writer : writers) writer.join();
+    EXPECT_EQ(watcher.rows("SELECT COUNT(*), SUM(id) FROM t"), "600,179700");
+    EXPECT_EQ(database_fault(watcher), "");
+  });
+}
+
+TEST(StorageUse, OptionOneOnlyReads) {
+  const Library library;
+  const TempDir dir;
+  const std::string text = "NAME=t;PATH=" + dir.path();
+  ASSERT_EQ(create(text), 0);
+  {
+    Session writer(text);
+    ASSERT_EQ(writer.run("CREATE TABLE t (a int)"), 0);
+    ASSERT_EQ(writer.run("INSERT INTO t VALUES 1"), 0);
+  }
+  std::ofstream(dir / "t.99.trn_");  // what an open for writing would prune
+  kld_db *db = kld_api_open_db((text + ";OPT=1").c_str());
+  ASSERT_NE(db, nullptr);
+  EXPECT_EQ(error_code(), 0);
+  {
+    Session reader(db);
+    EXPECT_EQ(reader.rows("SELECT a FROM t"), "1");
+    for (const char *commit : {"ON", "OFF"}) {
+      env_set("HVI_AUTO_COMMIT", commit);
+      for (const char *sql : {"INSERT INTO t VALUES 2", "DELETE FROM t", "CREATE TABLE x (a int)"})
+        EXPECT_EQ(reader.run(sql), status::database_read_only) << sql;
+    }
+    EXPECT_EQ(reader.run("BEGIN TRANSACTION"), status::database_read_only);
+    EXPECT_NE(reader.printed("INFO PAR").find("\n  btree split rati: 80\n"), std::string::npos);
+  }
+  kld_api_close_db(db);
+  EXPECT_TRUE(std::filesystem::exists(dir / "t.99.trn_"));
+}
+
+}  // namespace
+}  // namespace tovik::test
