@@ -69,8 +69,11 @@ TEST_F(Blocks, OpeningChecksTheHeader) {
   patch("orders.dat", 0x30, block_of('n', 32));  // not terminated
   EXPECT_FALSE(open());
   patch("orders.dat", 0, good);
+  patch("orders.dat", 0x0A, "\3");  // no language
+  EXPECT_FALSE(open("CHECK_IGNORE=true"));
+  patch("orders.dat", 0, good);
   EXPECT_FALSE(open("BLOCK_SIZE=1024"));
-  EXPECT_EQ(take_recorded(), (Codes{20019, 20014}));
+  EXPECT_EQ(take_recorded(), (Codes{20019, 20019, 20014}));
 }
 
 TEST_F(Blocks, CreateOpenRemove) {

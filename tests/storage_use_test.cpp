@@ -1,5 +1,6 @@
 // A database that somebody has open is neither removed nor replaced; a handle whose database went all the
 // same changes nothing of the one that took its name.
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <optional>
@@ -165,7 +166,11 @@ TEST(StorageUse, FourHandlesOfOneDatabaseLoseNothing) {
         Session session(patient);
         for (int i = 0; i < inserts; ++i) {
           const std::string id = std::to_string(thread * inserts + i);
+          const bool whole = i % 2 == 0;  // in a transaction that others would like to cut into
+          EXPECT_EQ(whole ? session.run("BEGIN TRANSACTION") : 0, 0);
           EXPECT_EQ(session.run("INSERT INTO t VALUES " + id + ", " + std::to_string(thread)), 0) << id;
+          std::this_thread::sleep_for(std::chrono::microseconds(20));
+          EXPECT_EQ(whole ? session.run("COMMIT TRANSACTION") : 0, 0);
         }
       });
     for (std::thread &writer : writers) writer.join();
