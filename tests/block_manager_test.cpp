@@ -138,6 +138,9 @@ TEST_F(Blocks, TransfersStayInsideThePart) {
   EXPECT_FALSE(bm_write_block(*database, part_dat, 30, block.data()));
   EXPECT_FALSE(bm_read_block(*endless, part_dat, INT32_MAX, read.data()));
   EXPECT_EQ(recorded(), (Codes{20001, 20001, 20002, 120105, 104, 20011}));
+  const ErrorEntry &unread = error_record().entries[5];
+  EXPECT_EQ(unread.detail1, part_dat);
+  EXPECT_EQ(unread.detail2, INT32_MAX);
   EXPECT_TRUE(bm_block_valid(*database, part_trn, 9));
   EXPECT_FALSE(bm_block_valid(*database, part_trn, 10));
 }

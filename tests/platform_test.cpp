@@ -88,6 +88,12 @@ TEST_F(FileDriver, NamesAndRenames) {
   const std::string target = "c:" + directory_.path() + "/sub\\two";
   EXPECT_EQ(0, file_driver.file_rename(name("sub\\one").c_str(), target.c_str()));
   EXPECT_EQ(1, file_driver.file_exists(name("sub\\two").c_str()));
+  const DriverHandle two = open("sub\\two", 0), other = open("other", open_create);
+  EXPECT_EQ(1, file_driver.file_is_named(two, name("sub\\..\\sub\\two").c_str()));
+  for (const char *no_longer : {"sub\\one", "other"})
+    EXPECT_EQ(0, file_driver.file_is_named(two, name(no_longer).c_str())) << no_longer;
+  file_driver.file_close(two);
+  file_driver.file_close(other);
 
   setenv("TMPDIR", (directory_ / "sub").c_str(), 1);
   EXPECT_EQ(1, file_driver.file_exists("C:/TEMP\\two"));

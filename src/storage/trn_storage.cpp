@@ -98,7 +98,7 @@ bool save_storage(BlockManager &bm, const char *name) {
   const uint32_t ucnt = bm_counters(bm, part_dat).ucnt;
   StorageName saved, previous;
   if (!saved_storage_name(name, ucnt, saved) || !saved_storage_name(name, ucnt - 1, previous)) return false;
-  return bm_saved_remove(bm, ucnt) && io_rename(bm_driver(bm), name, saved) && remove_trn(bm, previous);
+  return trn_destroy_storage(bm, saved) && io_rename(bm_driver(bm), name, saved) && remove_trn(bm, previous);
 }
 
 // Without a record on disk there is nothing that could come back to life, so nothing is flushed.
