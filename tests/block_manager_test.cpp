@@ -223,7 +223,7 @@ TEST_F(Blocks, RoomIsReserved) {
       EXPECT_FALSE(create(params + layout));
       EXPECT_EQ(take_recorded()[0], 20007);
     }
-    EXPECT_EQ(files(), Names{}) << "a creation that fails leaves nothing";
+    EXPECT_EQ(files(), Names{}) << "a creation that fails leaves no file";
     BlockDatabase database = create(params);
     ASSERT_TRUE(database && bm_write_block(*database, part_dat, 1, block_of('b').data()));
     const std::string before = content("orders.dat");

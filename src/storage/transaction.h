@@ -71,7 +71,8 @@ void tm_destroy(TransactionManager *tm);
 // recorded), then writes the commit record; it is durable on success. May be called again when the exclusive
 // level stayed busy: nothing is written when nothing changed since, and a change after the first call
 // withdraws the record before it reaches a shadow block. Inner levels: only their pages are written.
-// Statuses 22001, 22002, 122002, 22003, 120103, 22009, 22011, 22012, 22014; 120106 when the database is gone.
+// Statuses 22001, 22002, 122002, 22003, 120103, 22009, 22011, 22012, 22014; 120106 when the database is
+// gone.
 [[nodiscard]] bool tm_commit(TransactionManager &tm, ThreadId thread);
 
 // Outermost level: the copy and the end of the level, under the exclusive level; without changes
