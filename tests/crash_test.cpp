@@ -187,7 +187,7 @@ TEST_P(CrashTest, EveryCallOfACommit) {
 
 TEST_P(CrashTest, EveryCallOfAWorkload) {
   const Statements statements =
-      schema() + person_rows(0, 6) +
+      Statements{"BEGIN TRANSACTION", "ROLLBACK TRANSACTION"} + schema() + person_rows(0, 6) +
       Statements{
           "UPDATE person SET note = 'a longer text that needs chunks of its own to be stored' WHERE id = 2",
           "DELETE FROM person WHERE id = 3",
