@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <thread>
 
 #include "api_support.h"
@@ -531,6 +532,43 @@ TEST_P(CursorModel, RandomInterleavedStatements) {
     if (step % 100 == 99) expect_model();
   }
   if (HasFailure()) std::cout << trace.substr(trace.size() > 4000 ? trace.size() - 4000 : 0);
+}
+
+// Row numbers, those that a table has and those that it had, asked for behind the changes of another
+// connection: chains grow, and go to make room for others.
+TEST(RowNumbers, RandomNumbersNameTheRowsThatAreThere) {
+  const Library library("HVI_TRAN_SYNC=OFF");
+  TestDatabase db("BLOCK_SIZE=1024");
+  Session other(db.params());
+  Random random;
+  const auto fill = [&](const std::string &table, int rows) {
+    std::string sql = "INSERT INTO " + table + " VALUES 'x'";
+    while (--rows > 0) sql += ", 'x'";
+    EXPECT_EQ(other.run(sql), 0);
+  };
+  std::set<int> ever;
+  for (const char *table : {"t", "u"})
+    EXPECT_EQ(other.run(std::string("CREATE TABLE ") + table + " (a char(90))"), 0);
+  for (int round = 0; round < 40 && !testing::Test::HasFailure(); ++round) {
+    if (random.one_in(4)) {
+      for (const std::string sql : {"DROP TABLE t", "CREATE TABLE t (a char(90))"})
+        EXPECT_EQ(other.run(sql), 0);
+    }
+    EXPECT_EQ(random.one_in(4) ? other.run("EMPTY u") : 0, 0);
+    for (int i = random.below(4); i >= 0; --i) fill(random.one_in(3) ? "u" : "t", 1 + random.below(60));
+    std::set<int> rows;
+    std::istringstream numbers(other.rows("SELECT rowid FROM t"));
+    for (std::string number; std::getline(numbers, number, ';');) rows.insert(atoi(number.c_str()));
+    ever.insert(rows.begin(), rows.end());
+    const bool scanned = random.one_in(3);
+    EXPECT_EQ(scanned ? db.rows("SELECT COUNT(*) FROM t") : "", scanned ? std::to_string(rows.size()) : "");
+    for (int tries = 0; tries < 60; ++tries) {
+      const int number = *std::next(ever.begin(), random.below(static_cast<int>(ever.size())));
+      EXPECT_EQ(db.rows("SELECT COUNT(*) FROM t WHERE rowid = " + std::to_string(number)),
+                rows.contains(number) ? "1" : "0")
+          << number << " in round " << round;
+    }
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(, CursorModel, testing::Bool(),

@@ -2,8 +2,8 @@
 // needs as much of the statement's pool as one row.
 #include "api/library.h"
 #include "data/database.h"
+#include "engine_support.h"
 #include "sql/statement.h"
-#include "support.h"
 #include "tovik.h"
 
 namespace tovik::test {
@@ -129,6 +129,45 @@ TEST_F(HotPath, ARecordReadByKeyOrInsertedTakesNothingFromTheHeapOnceWarm) {
   EXPECT_EQ(heap_calls, 0);
   EXPECT_EQ(tovik_rollback(records), 0);
   tovik_close(records);
+}
+
+// A row by its number costs the pages that the table got since, not its chain: after a scan, and after
+// another connection's commit.
+TEST(RowByNumber, ReadsNoChainThatWasPassed) {
+  FaultDriver driver;
+  ASSERT_TRUE(library_start(""));
+  const TempDir directory;
+  const std::string params = "NAME=h;DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=8;PATH=" + directory.path();
+  Database *db = db_create(params.c_str());
+  Statement *statement = sql_create(db);
+  const auto run = [&](const std::string &sql) {
+    EXPECT_EQ(sql_execute_text(*statement, sql.c_str()), SqlResult::done) << sql;
+  };
+  run("CREATE TABLE t (s char(200))");
+  run("BEGIN WORK");
+  for (int i = 0; i < 800; ++i) run("INSERT INTO t VALUES 'x'");
+  run("COMMIT WORK");
+  const auto reads = [&](const char *sql) {
+    driver.take_log();
+    EXPECT_EQ(sql_prepare(*statement, sql, true), SqlResult::done);
+    EXPECT_TRUE(sql_execute(*statement));
+    while (sql_fetch(*statement) == RowFetch::row) continue;
+    sql_clear(*statement);
+    int count = 0;
+    for (const std::string &call : driver.take_log()) count += call.starts_with("read");
+    return count;
+  };
+  EXPECT_GT(reads("SELECT COUNT(*) FROM t"), 150);
+  EXPECT_LT(reads("SELECT s FROM t WHERE rowid = 123456"), 10);
+  Database *other = db_open(params.c_str());
+  Statement *elsewhere = sql_create(other);
+  EXPECT_EQ(sql_execute_text(*elsewhere, "INSERT INTO t VALUES 'y'"), SqlResult::done);
+  EXPECT_LT(reads("SELECT s FROM t WHERE rowid = 123456"), 50);
+  sql_destroy(elsewhere);
+  db_close(other);
+  sql_destroy(statement);
+  db_close(db);
+  library_end();
 }
 
 }  // namespace

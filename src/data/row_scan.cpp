@@ -62,6 +62,7 @@ bool scan_across(RowScan &scan, bool active, void *buffer, int length) {
   scan.page = std::move(at.page);
   scan.block = scan.page.block();
   scan.offset = at.offset;
+  if (scan.learns) row_directory_passes(rows, scan.pages_passed, scan.block);
   return true;
 }
 
@@ -74,6 +75,7 @@ void row_scan_start(RowScan &scan, RowSystem &rows) {
   scan.offset = row_page_stream;
   scan.pages_passed = 0;
   scan.cuts = data_systems(*rows.sm).chain_cuts;
+  scan.learns = row_directory_expects(rows);
 }
 
 RowFetch row_scan_next(RowScan &scan, void *buffer, int length, RowNo *row) {

@@ -3,7 +3,7 @@
 // Invariants
 //   1. At most one handle of a number is visible at a level; a number that is dropped and given out again in
 //      one transaction has two handles, one visible to the owner and one to everybody else.
-//   2. A handle whose level has unwritten counters stays on the list, held or not.
+//   2. A handle whose level has unwritten counters, or that knows its pages, stays on the list, held or not.
 //   3. The records of an auto-increment row system lie 41 apart: descriptor, then auto-increment record.
 #include "data/row_system.h"
 
@@ -44,12 +44,13 @@ RowSystem *list_find(StorageManager &sm, RowNo number) {
   return rows;
 }
 
-bool unwritten(const RowSystem &rows) {
-  return rows.counters_changed[0] || rows.autoinc_changed[0];
+// What is known of the chain outlives the table definitions, which another process's commit ends.
+bool worth_keeping(const RowSystem &rows) {
+  return rows.counters_changed[0] || rows.autoinc_changed[0] || !rows.directory.pages.empty();
 }
 
 void list_sweep(StorageManager &sm) {
-  data_systems(sm).rows.sweep(data_systems(sm).open_levels, unwritten);
+  data_systems(sm).rows.sweep(data_systems(sm).open_levels, worth_keeping);
 }
 
 // The first page, zero-filled, and counters that describe it.
@@ -144,11 +145,11 @@ RecordRead records_read(RowSystem &rows) {
   }
   rows.kind = descriptor.kind;
   rows.row_size = descriptor.row_size;
+  row_directory_reloads(rows);
   rows.counters[0] = descriptor.counters;
   rows.counters[0].version = ++data_systems(*rows.sm).row_version;
   rows.autoinc[0] = values;
   rows.counters_changed[0] = rows.autoinc_changed[0] = false;
-  rows.directory.pages.clear();
   return RecordRead::ok;
 }
 
@@ -282,7 +283,7 @@ void row_system_close(RowSystem *rows) {
   if (rows == nullptr) return;
   StorageManager &sm = *rows->sm;
   const LockGuard guard(sm.lock);
-  data_systems(sm).rows.give_back(*rows, data_systems(sm).open_levels, unwritten);
+  data_systems(sm).rows.give_back(*rows, data_systems(sm).open_levels, worth_keeping);
 }
 
 bool row_systems_reload_all(StorageManager &sm) {

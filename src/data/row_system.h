@@ -54,7 +54,9 @@ struct RowPage {
 };
 struct RowDirectory {
   Array<RowPage> pages;
-  BlockNo first, last;  // of the pages known, in chain order
+  BlockNo last;        // of the pages known, in chain order
+  bool confirmed;      // no other process has committed since they were known to be the chain's
+  RowCounters former;  // unless confirmed: the committed ones when they were
 };
 
 struct RowSystem {
@@ -139,6 +141,12 @@ enum class RowRead { active, deleted, failed };
 // operation trusts its row number. 30007, 30009, 1.
 [[nodiscard]] bool row_names_slot(RowSystem &rows, RowNo row, bool *names);
 
+// For the scans and for the reading of counters anew. expects: are there pages to be told of? passes: block
+// is the chain's page with that ordinal. reloads: the committed counters are about to be another process's.
+bool row_directory_expects(RowSystem &rows);
+void row_directory_passes(RowSystem &rows, uint32_t ordinal, BlockNo block);
+void row_directory_reloads(RowSystem &rows);
+
 inline bool row_system_visible(const RowSystem &rows) {  // is there for the calling thread
   return rows.state.visible(sm_level(*rows.sm));
 }
@@ -175,6 +183,7 @@ struct RowScan {
   uint32_t offset = 0;                    // of the next slot in it
   uint32_t pages_passed = 0;              // place of block in the chain; a damaged one cannot loop for ever
   uint64_t cuts = 0;                      // when block was found
+  bool learns = false;                    // tells the directory of the pages that it passes
 };
 
 enum class RowFetch { row, end, failed };
