@@ -314,9 +314,10 @@ TEST(SortedQuery, TellsThatItsRowsCannotBeRead) {
   for (int call = 1;; ++call) {
     fault_driver::load(base);
     Session session(small_database);
-    ASSERT_EQ(kld_api_pre_stmt_char(session.statement(), "SELECT id FROM person ORDER BY note"), 0);
-    fault_driver::fail_call(call, Failure::from_then_on);
-    const bool done = kld_api_exec_stmt(session.statement()) == 0;
+    fault_driver::fail_call(call, Failure::once);
+    const bool done =
+        kld_api_pre_stmt_char(session.statement(), "SELECT id FROM person ORDER BY note") == 0 &&
+        kld_api_exec_stmt(session.statement()) == 0 && kld_api_fetch_stmt(session.statement()) == 1;
     told += !done && error_record().last_code == status::sort_read;
     fault_driver::heal();
     if (done) break;
