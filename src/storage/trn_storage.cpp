@@ -73,7 +73,11 @@ bool create_storage(BlockManager &bm, const char *name) {
 // Of a storage that is kept. A creation becomes durable with the first flush through the handle that made it;
 // the next transaction, with a handle of its own, must not find a record in a storage that may lose its name.
 bool create_kept_storage(BlockManager &bm, const char *name) {
-  return create_storage(bm, name) && flush(bm.io[part_trn]);
+  if (!create_storage(bm, name)) return false;
+  if (flush(bm.io[part_trn])) return true;
+  ErrorScope told_already;
+  if (bm_close_storage(bm, part_trn)) (void)io_remove(bm_driver(bm), name);
+  return false;
 }
 
 bool reset_storage(BlockManager &bm) {
