@@ -238,6 +238,37 @@ TEST_F(TransactionTest, RollbackAfterTheRecordIsFinal) {
   EXPECT_EQ(8, call);  // each of the six calls that destroy it was reached
 }
 
+// Headers pass through a buffer that other threads use under the storage manager's lock, too.
+TEST_F(TransactionTest, HeadersAreWrittenUnderTheLock) {
+  static Lock *lock;
+  static int depth, headers, unguarded;
+  static decltype(system_driver.lock_enter) enter;
+  static decltype(system_driver.lock_leave) leave;
+  static decltype(file_driver.file_write) write;
+  lock = (*db_)->lock;
+  depth = headers = unguarded = 0;
+  enter = system_driver.lock_enter;
+  leave = system_driver.lock_leave;
+  write = file_driver.file_write;
+  const SlotGuard<decltype(enter)> enters(system_driver.lock_enter, [](Lock *entered) {
+    depth += entered == lock;
+    return enter(entered);
+  });
+  const SlotGuard<decltype(leave)> leaves(system_driver.lock_leave, [](Lock *left) {
+    depth -= left == lock;
+    return leave(left);
+  });
+  const SlotGuard<decltype(write)> writes(
+      file_driver.file_write, [](DriverHandle handle, const void *buffer, int64_t length, int64_t offset) {
+        headers += offset == 0;
+        unguarded += offset == 0 && depth == 0;
+        return write(handle, buffer, length, offset);
+      });
+  ASSERT_TRUE(commit_change({3}, 60));
+  EXPECT_EQ(3, headers);  // an empty record, the record, the DAT header
+  EXPECT_EQ(0, unguarded);
+}
+
 // Any one call of the copy fails: it is done again, before anybody hears of it, and when room lacked the
 // saved storage makes some.
 TEST_F(TransactionTest, CopyThatFailsIsDoneAgain) {
