@@ -179,6 +179,22 @@ TEST(StorageUse, FourHandlesOfOneDatabaseLoseNothing) {
   });
 }
 
+// The cache lets go of changed pages long before a commit writes the header of their storage.
+TEST(StorageUse, ReadersOfOtherHandlesBesideALongTransaction) {
+  each_layout([](const Layout &, const std::string &text) {
+    const Library library("HVI_TRAN_SYNC=OFF");
+    ASSERT_EQ(create(text), 0);
+    Session writer(text + ";CACHE_SIZE_TRN=6"), reader(text);
+    ASSERT_EQ(writer.run("CREATE TABLE t (id int, name char(200))"), 0);
+    ASSERT_EQ(writer.run("BEGIN TRANSACTION"), 0);
+    for (int i = 0; i < 400; ++i)
+      ASSERT_EQ(writer.run("INSERT INTO t VALUES " + std::to_string(i) + ", 'x'"), 0);
+    EXPECT_EQ(reader.rows("SELECT COUNT(*) FROM t"), "0");
+    ASSERT_EQ(writer.run("COMMIT TRANSACTION"), 0);
+    EXPECT_EQ(reader.rows("SELECT COUNT(*) FROM t"), "400");
+  });
+}
+
 TEST(StorageUse, OptionOneOnlyReads) {
   const Library library;
   const TempDir dir;

@@ -212,6 +212,13 @@ bool trn_destroy_storage(BlockManager &bm, const char *name) {
   return emptied && closed && io_remove(bm_driver(bm), name);
 }
 
+// Shadow blocks may come long before the header, and whoever looks for a record meanwhile must find that
+// there is none. In a file what was never written reads as zeros; in memory it cannot be read.
+static bool room_for_header(BlockManager &bm) {
+  return bm.params->io.storage_type != StorageType::memory || bm_single(bm) ||
+         io_reserve(bm.io[part_trn], 0, 0, bm.block_buffer);
+}
+
 bool bm_trn_reset(BlockManager &bm) {
   switch (trn_record(bm)) {
     case TrnRecord::none:
@@ -221,7 +228,7 @@ bool bm_trn_reset(BlockManager &bm) {
     case TrnRecord::failed:
       return false;
   }
-  if (!bm_check_current(bm) || (!bm_single(bm) && !reset_storage(bm))) return false;
+  if (!bm_check_current(bm) || (!bm_single(bm) && !reset_storage(bm)) || !room_for_header(bm)) return false;
   clear_state(bm);
   bm.header.commit.tstat = tran_open;
   return true;
