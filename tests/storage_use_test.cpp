@@ -116,10 +116,11 @@ TEST(StorageUse, AnOldHandleLeavesTheNewDatabaseAlone) {
           ASSERT_EQ(create(text + (way == overwritten ? ";OVERWRITE=true" : "")), 0);
           env_set("HVI_LOCK_DISABLE", "OFF");
 
-          Session fresh(text);
+          Session fresh(text + ";CACHE_SIZE_TRN=3");
           ASSERT_EQ(fresh.run("CREATE TABLE n (a int)"), 0);
           ASSERT_EQ(fresh.run("INSERT INTO n VALUES 1"), 0);
           ASSERT_EQ(fresh.run("BEGIN TRANSACTION"), 0);
+          ASSERT_EQ(fresh.run("CREATE TABLE m (a int AUTO_INCREMENT)"), 0);  // reaches its TRN storage
           ASSERT_EQ(fresh.run("INSERT INTO n VALUES 2"), 0);
           EXPECT_EQ(busy ? old->run("COMMIT TRANSACTION") : 120106, status::storage_deleted);
           const std::string seen = old->rows("SELECT a FROM t");

@@ -82,7 +82,6 @@ Verdict judge_record(TransactionManager &tm, const char *saved_name) {
 // The same beside a writer elsewhere, who may empty or remove the storage while it is read: a second look
 // then finds no header.
 Verdict judge_moving_record(TransactionManager &tm) {
-  if (!bm_read_header(*tm.bm, part_dat)) return Verdict::unreadable;
   const TrnPresence presence = bm_trn_open(*tm.bm);
   if (presence != TrnPresence::present)
     return presence == TrnPresence::absent ? Verdict::none : Verdict::unreadable;
@@ -230,9 +229,12 @@ RecordCheck tm_check_record(TransactionManager &tm) {
     return presence == TrnPresence::absent ? RecordCheck::none : check_failed();
   const HeaderRecord kept = bm.header;  // sm_refresh compares it with the disk
   bm_trn_abandon(bm);
-  const Verdict verdict = judge_moving_record(tm);
+  // A database that is gone says so: the record that was found may be its successor's.
+  const bool current = bm_read_header(bm, part_dat);
+  const Verdict verdict = current ? judge_moving_record(tm) : Verdict::none;
   bm_trn_abandon(bm);
   bm.header = kept;
+  if (!current) return RecordCheck::failed;
   if (verdict == Verdict::unreadable) return check_failed();
   return verdict == Verdict::applicable ? RecordCheck::pending : RecordCheck::none;
 }

@@ -96,7 +96,8 @@ void tm_destroy(TransactionManager *tm);
 // TRN storage. The caller holds the shared level and found no writer elsewhere. A writer that has appeared
 // since may have its record on disk and wait for the exclusive level: when the caller, told pending, cannot
 // get the reserved level, the record's writer is alive and will copy it.
-// failed (22023): the record cannot be read, so nobody knows.
+// failed: the record cannot be read (22023), so nobody knows; or the DAT header cannot, or says that the
+// database is gone (its statuses, 120106).
 enum class RecordCheck { none, pending, failed };
 RecordCheck tm_check_record(TransactionManager &tm);
 
