@@ -8,11 +8,11 @@
 #include <string>
 
 #include "api/library.h"
-#include "data/btree.h"
 #include "data/database.h"
+#include "data/index/btree.h"
 #include "frame/error.h"
 #include "kld_api.h"
-#include "sql/statement.h"
+#include "sql/statement/statement.h"
 
 namespace tovik {
 namespace {

@@ -102,7 +102,7 @@ TEST(Documents, ParametersAreComplete) {
     }
     EXPECT_EQ(count, 0) << source;
   };
-  expect_rows("src/storage/params.cpp", "    {\"", text.substr(0, environment), 41);
+  expect_rows("src/storage/params/params.cpp", "    {\"", text.substr(0, environment), 41);
   expect_rows("src/frame/env.cpp", "    {\"HVI_", text.substr(environment), 48);
 }
 

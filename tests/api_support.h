@@ -126,8 +126,7 @@ class Session {
 // A fresh database in a directory of its own (or in memory), open, with one session.
 class TestDatabase {
  public:
-  explicit TestDatabase(const std::string &more_params = "")
-      : params_("NAME=t;" + more_params) {
+  explicit TestDatabase(const std::string &more_params = "") : params_("NAME=t;" + more_params) {
     if (more_params.find("TYPE=MEMORY") == std::string::npos) params_ += ";PATH=" + directory_.path();
     EXPECT_EQ(kld_api_create_db(params_.c_str()), 0) << error_code();
     open();

@@ -1,4 +1,4 @@
-#include "storage/block_manager.h"
+#include "storage/block/block_manager.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -155,7 +155,7 @@ TEST_F(Blocks, TemporaryDatabase) {
   ASSERT_TRUE(database) << "a dead process's storage is no obstacle";
   EXPECT_TRUE(bm_write_header(*database, part_dat));
   EXPECT_EQ(content(name), "") << "never a header";
-  EXPECT_TRUE(bm_saved_drop_stale(*database));
+  EXPECT_TRUE(saved_drop_stale(*database));
   database.bm.reset();
   EXPECT_EQ(files(), (Names{"alter.trn", "alter.1.trn_"})) << "another database's storages stay";
 }
@@ -167,12 +167,12 @@ TEST_F(Blocks, SingleStorageHoldsBothParts) {
     BlockDatabase database = create(raw);
     ASSERT_TRUE(database);
     EXPECT_EQ(size("orders"), 120u * 4096);
-    EXPECT_EQ(bm_trn_exists(*database), TrnPresence::absent);
+    EXPECT_EQ(trn_exists(*database), TrnPresence::absent);
     write_record(*database);
     EXPECT_EQ(content("orders").substr(101 * 4096, 4096), block_of('s'));
     EXPECT_FALSE(bm_write_block(*database, part_trn, 20, block_of('x').data()));
-    EXPECT_EQ(bm_trn_exists(*database), TrnPresence::present);
-    EXPECT_FALSE(bm_trn_reset(*database)) << "the record waits";
+    EXPECT_EQ(trn_exists(*database), TrnPresence::present);
+    EXPECT_FALSE(trn_reset(*database)) << "the record waits";
     EXPECT_EQ(take_recorded(), (Codes{120105, 22016}));
   }
   fs::rename(file("orders"), file("orders.dat"));

@@ -1,4 +1,4 @@
-#include "data/builtin.h"
+#include "data/function/builtin.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "storage/cache.h"
+#include "storage/cache/cache.h"
 
 #include <map>
 #include <set>
@@ -170,7 +170,7 @@ class ModelRun {
 
   void check_all() {
     for (const auto &[block, number] : now()) check(block, number);
-    const Counters &counters = levels_.size() > 1 ? tm_counters(*sm().tm) : db_.counters();
+    const Counters &counters = levels_.size() > 1 ? shadow_counters(*sm().tm) : db_.counters();
     EXPECT_EQ(counters.bcnt, static_cast<int>(now().size()) + counters.fcnt);  // every block is live or free
     std::set<BlockNo> seen;
     for (BlockNo block = counters.flst; block != 0; block = load_i32(db_.get(block).data()))

@@ -1,5 +1,5 @@
 // What the definitions of the catalog may hold, and what its changes leave in the file.
-#include "data/catalog.h"
+#include "data/table/catalog.h"
 
 #include "database_support.h"
 

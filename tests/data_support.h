@@ -6,14 +6,14 @@
 #include <functional>
 #include <set>
 
-#include "data/btree_tree.h"
+#include "data/index/btree_tree.h"
 #include "engine_support.h"
 
 namespace tovik::test {
 
 // As the calling thread sees them.
 inline BlockNo blocks_in_use(const StorageManager &sm) {
-  const Counters &counters = sm_level(sm) > 0 ? tm_counters(*sm.tm) : bm_counters(*sm.bm, part_dat);
+  const Counters &counters = sm_level(sm) > 0 ? shadow_counters(*sm.tm) : bm_counters(*sm.bm, part_dat);
   return counters.bcnt - counters.fcnt;
 }
 

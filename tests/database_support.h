@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "data/catalog.h"
 #include "data/database.h"
-#include "data/row_handle.h"
+#include "data/table/catalog.h"
+#include "data/table/row_handle.h"
 #include "data_support.h"
 
 namespace tovik::test {

@@ -1,4 +1,4 @@
-#include "data/datetime.h"
+#include "data/value/datetime.h"
 
 #include <gtest/gtest.h>
 

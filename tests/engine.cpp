@@ -4,9 +4,9 @@
 #include <set>
 
 #include "api/statement_database.h"
-#include "data/catalog.h"
-#include "data/data_layer.h"
 #include "data/database.h"
+#include "data/row/data_systems.h"
+#include "data/table/catalog.h"
 #include "frame/error.h"
 #include "support.h"
 

@@ -12,9 +12,10 @@
 #include <vector>
 
 #include "data/data_layer.h"
+#include "data/row/data_systems.h"
 #include "frame/env.h"
 #include "frame/error.h"
-#include "storage/io.h"
+#include "storage/io/io.h"
 #include "support.h"
 
 namespace tovik::test {

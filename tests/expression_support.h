@@ -6,10 +6,10 @@
 #include <cstdio>
 #include <string>
 
-#include "data/datetime.h"
+#include "data/value/datetime.h"
 #include "frame/error.h"
-#include "sql/evaluator.h"
-#include "sql/parser.h"
+#include "sql/evaluate/evaluator.h"
+#include "sql/parse/parser.h"
 
 namespace tovik::test {
 

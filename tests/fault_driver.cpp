@@ -6,7 +6,7 @@
 #include <set>
 #include <utility>
 
-#include "storage/io.h"
+#include "storage/io/io.h"
 
 namespace tovik {
 

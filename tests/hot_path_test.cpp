@@ -3,7 +3,7 @@
 #include "api/library.h"
 #include "data/database.h"
 #include "engine_support.h"
-#include "sql/statement.h"
+#include "sql/statement/statement.h"
 #include "tovik.h"
 
 namespace tovik::test {

@@ -1,4 +1,4 @@
-#include "storage/io.h"
+#include "storage/io/io.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 
 #include "engine_support.h"
-#include "storage/memory_store.h"
+#include "storage/io/memory_store.h"
 
 using namespace tovik;
 using namespace tovik::test;

@@ -1,4 +1,4 @@
-#include "sql/lexer.h"
+#include "sql/parse/lexer.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 
 #include "frame/env.h"
 #include "frame/error.h"
-#include "sql/grammar.h"
+#include "sql/parse/grammar.h"
 
 using namespace tovik;
 

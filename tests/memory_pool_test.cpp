@@ -1,4 +1,4 @@
-#include "data/memory_pool.h"
+#include "frame/memory_pool.h"
 
 #include <gtest/gtest.h>
 

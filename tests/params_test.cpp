@@ -1,4 +1,4 @@
-#include "storage/params.h"
+#include "storage/params/params.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 
 #include "engine_support.h"
 #include "platform/held.h"
-#include "storage/block_format.h"
+#include "storage/block/block_format.h"
 
 using namespace tovik;
 using namespace tovik::test;

@@ -1,4 +1,4 @@
-#include "sql/parser.h"
+#include "sql/parse/parser.h"
 
 #include <gtest/gtest.h>
 

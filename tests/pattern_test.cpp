@@ -1,4 +1,4 @@
-#include "sql/pattern.h"
+#include "sql/evaluate/pattern.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "data/row_handle.h"
+#include "data/table/row_handle.h"
 
 #include <functional>
 
@@ -15,7 +15,7 @@ class RowHandles : public DatabaseTest {
   static bool update(Rows &rows, RowNo row,
                      const std::vector<std::pair<const char *, std::string>> &changes) {
     EXPECT_EQ(row_handle_read(*rows.handle, row), RowLoad::loaded);
-    Rows writer(*rows.handle->table->db, rows.handle->table->name);
+    Rows writer(static_cast<Database &>(*rows.handle->table->catalog), rows.handle->table->name);
     row_handle_copy(*writer.handle, *rows.handle);
     for (const auto &[name, value] : changes) EXPECT_TRUE(writer.set(name, value)) << errors();
     const bool updated = row_handle_update(*writer.handle);

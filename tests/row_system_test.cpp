@@ -1,5 +1,5 @@
 // Row systems at their edges: numbers of no row, what other processes changed, and the end of addresses.
-#include "data/row_system.h"
+#include "data/row/row_system.h"
 
 #include <vector>
 

@@ -1,12 +1,12 @@
 // Row-number sets against std::set, and sorting and making rows distinct against std::stable_sort.
-#include "data/sort.h"
+#include "sql/query/sort.h"
 
 #include <algorithm>
 #include <optional>
 #include <set>
 #include <vector>
 
-#include "data/row_set.h"
+#include "data/index/row_set.h"
 #include "engine_support.h"
 #include "frame/env.h"
 #include "frame/error.h"

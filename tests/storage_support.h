@@ -10,7 +10,7 @@
 #include "engine_support.h"
 #include "platform/held.h"
 #include "storage/storage_manager.h"
-#include "storage/trn_storage.h"
+#include "storage/transaction/trn_storage.h"
 
 namespace tovik::test {
 
@@ -81,7 +81,7 @@ inline std::string block_of(char fill, int size = 4096) {
 
 // Commits as a transaction of one changed block does, up to the durable record.
 inline void write_record(BlockManager &bm) {
-  ASSERT_TRUE(bm_trn_reset(bm));
+  ASSERT_TRUE(trn_reset(bm));
   ASSERT_TRUE(bm_write_block(bm, part_trn, 1, block_of('s', bm_block_size(bm)).data()));
   ASSERT_TRUE(bm_write_block(bm, part_trn, 2, block_of('m', bm_block_size(bm)).data()));
   bm_counters(bm, part_trn).bcnt = 2;

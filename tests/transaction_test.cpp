@@ -1,4 +1,4 @@
-#include "storage/transaction.h"
+#include "storage/transaction/transaction.h"
 
 #include <algorithm>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "storage/trn_storage.h"
+#include "storage/transaction/trn_storage.h"
 
 #include <algorithm>
 #include <string>
@@ -57,7 +57,7 @@ TEST_F(Blocks, TransactionEndLeavesWhatTheSettingsSay) {
     write_record(*database);
     if (test.committed) apply_record(*database);
     driver.take_log();
-    EXPECT_TRUE(bm_trn_release(*database, test.committed));
+    EXPECT_TRUE(trn_release(*database, test.committed));
     EXPECT_EQ(driver.take_log(), test.calls);
     EXPECT_EQ(files(), test.left);
     EXPECT_EQ(database->header.commit.tstat, 0u);
@@ -72,11 +72,11 @@ TEST_F(Blocks, HistoryKeepsTheLastCommit) {
   for (uint32_t number = 1; number <= 3; ++number) {
     write_record(*database);
     apply_record(*database);
-    ASSERT_TRUE(bm_trn_release(*database, true));
+    ASSERT_TRUE(trn_release(*database, true));
     EXPECT_EQ(files(), (Names{"orders.dat", "orders." + std::to_string(number) + ".trn_"}));
   }
   touch({"orders.2.trn_", "orders.4.trn_", "orders.5.trn_"});
-  EXPECT_TRUE(bm_saved_drop_stale(*database));
+  EXPECT_TRUE(saved_drop_stale(*database));
   EXPECT_EQ(files(), (Names{"orders.dat", "orders.2.trn_", "orders.5.trn_"}));
   EXPECT_EQ(recorded(), Codes{});
 }
@@ -90,30 +90,30 @@ TEST_F(Blocks, ARecordThatWaitsIsNeverDestroyed) {
     ASSERT_TRUE(database);
     write_record(*database);
     const std::string record = content("orders.trn");
-    bm_trn_abandon(*database);
-    EXPECT_FALSE(bm_trn_reset(*database));
-    EXPECT_FALSE(bm_saved_drop_stale(*database));
+    trn_abandon(*database);
+    EXPECT_FALSE(trn_reset(*database));
+    EXPECT_FALSE(saved_drop_stale(*database));
     EXPECT_EQ(take_recorded(), (Codes{22016, 22016}));
     for (int call = 1; call <= 3; ++call) {  // nor when it cannot be read
       driver.fail_call(call);
-      EXPECT_FALSE(bm_trn_reset(*database)) << call;
+      EXPECT_FALSE(trn_reset(*database)) << call;
     }
     err_clear();
     EXPECT_EQ(content("orders.trn"), record);
 
     // Applied, or not this database's, it is dead and makes room for the next transaction, durably.
-    ASSERT_TRUE(bm_trn_reopen(*database) && bm_read_header(*database, part_trn));
+    ASSERT_TRUE(trn_reopen(*database) && bm_read_header(*database, part_trn));
     apply_record(*database);
-    bm_trn_abandon(*database);
+    trn_abandon(*database);
     driver.take_log();
-    EXPECT_TRUE(bm_trn_reset(*database));
+    EXPECT_TRUE(trn_reset(*database));
     EXPECT_EQ(content("orders.trn"), "");
     const Calls log = driver.take_log();
     EXPECT_NE(std::find(log.begin(), log.end(), "sync orders.trn"), log.end());
-    EXPECT_TRUE(bm_trn_release(*database, false));
+    EXPECT_TRUE(trn_release(*database, false));
 
     put("orders.trn", record);
-    EXPECT_TRUE(bm_saved_drop_stale(*database));
+    EXPECT_TRUE(saved_drop_stale(*database));
     EXPECT_FALSE(files().contains("orders.trn"));
     EXPECT_EQ(files(), Names{"orders.dat"});
     EXPECT_EQ(recorded(), Codes{});

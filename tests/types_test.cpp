@@ -1,11 +1,11 @@
-#include "data/types.h"
+#include "data/value/types.h"
 
 #include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "data/datetime.h"
+#include "data/value/datetime.h"
 #include "engine_support.h"
 
 namespace tovik {

@@ -4,7 +4,7 @@
 #include "data/database.h"
 #include "frame/error.h"
 #include "kld_api.h"
-#include "sql/statement.h"
+#include "sql/statement/statement.h"
 
 using namespace tovik;
 

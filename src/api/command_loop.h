@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "sql/statement.h"
+#include "sql/statement/statement.h"
 
 namespace tovik {
 

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "data/datetime.h"
-#include "data/number_text.h"
+#include "data/value/datetime.h"
+#include "data/value/number_text.h"
 #include "frame/error.h"
 #include "platform/charset/charset.h"
 

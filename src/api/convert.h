@@ -1,7 +1,7 @@
 // Conversion of a column value into the buffer type that the caller names; shared by both interfaces.
 #pragma once
 
-#include "data/value.h"
+#include "data/value/value.h"
 
 namespace tovik {
 

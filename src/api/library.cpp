@@ -9,7 +9,7 @@
 #include "frame/error.h"
 #include "frame/param_text.h"
 #include "kld_api.h"
-#include "storage/io.h"
+#include "storage/io/io.h"
 #include "tovik.h"
 
 namespace tovik {

@@ -10,7 +10,7 @@
 #include "api/library.h"
 #include "data/database.h"
 #include "frame/error.h"
-#include "sql/evaluator.h"
+#include "sql/evaluate/evaluator.h"
 #include "tovik.h"
 
 namespace tovik {

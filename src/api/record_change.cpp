@@ -3,7 +3,7 @@
 
 #include "api/record_cursor.h"
 #include "api/record_operand.h"
-#include "sql/set_value.h"
+#include "sql/evaluate/set_value.h"
 
 using namespace tovik;
 

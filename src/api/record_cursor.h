@@ -5,7 +5,7 @@
 
 #include "api/record.h"
 #include "api/record_names.h"
-#include "sql/statement.h"
+#include "sql/statement/statement.h"
 
 namespace tovik {
 

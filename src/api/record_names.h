@@ -3,7 +3,7 @@
 // A known place is looked at again each time: it stands for a name only while it bears it.
 #pragma once
 
-#include "data/memory_pool.h"
+#include "frame/memory_pool.h"
 
 namespace tovik {
 

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "api/convert.h"
-#include "data/number_text.h"
+#include "data/value/number_text.h"
 #include "frame/error.h"
 
 namespace tovik {

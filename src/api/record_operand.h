@@ -2,8 +2,8 @@
 // values when it is used.
 #pragma once
 
-#include "data/memory_pool.h"
-#include "data/value.h"
+#include "data/value/value.h"
+#include "frame/memory_pool.h"
 #include "tovik.h"
 
 namespace tovik {

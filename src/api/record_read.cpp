@@ -7,8 +7,8 @@
 
 #include "api/convert.h"
 #include "api/record_cursor.h"
-#include "data/number_text.h"
-#include "data/stored_form.h"
+#include "data/value/number_text.h"
+#include "data/value/stored_form.h"
 
 using namespace tovik;
 

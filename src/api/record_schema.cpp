@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "api/record.h"
-#include "data/catalog.h"
-#include "sql/keywords.h"
+#include "data/table/catalog.h"
+#include "sql/parse/keywords.h"
 
 using namespace tovik;
 

@@ -2,7 +2,7 @@
 // typed literals - nothing is parsed -, a sort order the keys of ORDER BY.
 #pragma once
 
-#include "sql/query.h"
+#include "sql/query/query.h"
 #include "tovik.h"
 
 namespace tovik {

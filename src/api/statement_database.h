@@ -3,7 +3,7 @@
 #pragma once
 
 #include "api/handle.h"
-#include "sql/statement.h"
+#include "sql/statement/statement.h"
 
 namespace tovik {
 

@@ -1,5 +1,7 @@
-// The storage manager's events, passed on to the row systems and the B-trees.
 #include "data/data_layer.h"
+
+#include "data/index/btree.h"
+#include "data/row/data_systems.h"
 
 #include "frame/error.h"
 
@@ -73,12 +75,6 @@ constexpr DataLayerOps operations = {.row_create = rows_create,
                                      .level_dropped = level_dropped};
 
 }  // namespace
-
-void data_torn(const StorageManager &sm) {
-  const LockGuard guard(sm.lock);
-  DataSystems &systems = data_systems(sm);
-  if (systems.torn_level == 0) systems.torn_level = sm_level(sm);
-}
 
 void data_layer_register() {
   sm_register_data_layer(operations);

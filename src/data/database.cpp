@@ -8,8 +8,8 @@
 //     4  index management ROW
 #include "data/database.h"
 
-#include "data/catalog_records.h"
-#include "data/data_layer.h"
+#include "data/row/data_systems.h"
+#include "data/table/catalog_records.h"
 #include "frame/dump.h"
 #include "frame/env.h"
 #include "frame/error.h"

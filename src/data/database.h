@@ -8,7 +8,7 @@
 // The data layer is registered (data_layer_register) before the first database is created or opened.
 #pragma once
 
-#include "data/table.h"
+#include "data/table/table.h"
 #include "frame/env.h"
 
 namespace tovik {
@@ -18,14 +18,9 @@ struct ReadHold {
   int32_t count;
 };
 
-struct Database {
+struct Database : Catalog {
   Params *params;
-  StorageManager *storage;
-  RowSystem *table_rows, *column_rows, *index_rows;
-  Btree *table_names, *index_names;
-  Lock *lock;         // guards holds and the refresh after a lock grant
-  Lock *tables_lock;  // guards the open-table list
-  Table *tables;
+  Lock *lock;  // guards holds and the refresh after a lock grant
   ReadHold holds[lock_table_size];
   ThreadId owed[lock_table_size];  // threads whose last release failed: it is repeated before the next grant
   int32_t unlocked_reads;          // begun while locks were off (HVI_LOCK_DISABLE)
@@ -34,7 +29,7 @@ struct Database {
 
 // Durable when it returns; a creation that fails leaves no file. 40002 to 40007 over the cause's status.
 Database *db_create(const char *params);
-Database *db_open(const char *params);    // 40008 to 40015, 140003
+Database *db_open(const char *params);  // 40008 to 40015, 140003
 void db_close(Database *db);
 [[nodiscard]] bool db_remove(const char *params);  // 40014
 bool db_exists(const char *params);                // records nothing
@@ -60,19 +55,6 @@ DbStart db_start(Database &db, ThreadId thread, bool allow_nested);
 // A commit that, when it fails, rolls back what it did not end.
 [[nodiscard]] bool db_commit_or_roll_back(Database &db, ThreadId thread);
 bool db_in_transaction(const Database &db, ThreadId thread);
-
-// Inside the calling thread's transaction: changes of several steps that take effect as a whole or not at
-// all. begin opens a level of their own, and end merges it into the transaction or, unless done, rolls it
-// back; level is 0 where there is none, outside a transaction and inside the innermost level. end gives done,
-// or false when the level could not be merged. 22003, 22006, 22021.
-[[nodiscard]] bool db_whole_begin(Database &db, int *level);
-[[nodiscard]] bool db_whole_end(Database &db, int level, bool done);
-
-template <class Change>
-[[nodiscard]] bool db_as_a_whole(Database &db, Change change) {
-  int level;
-  return db_whole_begin(db, &level) && db_whole_end(db, level, change());
-}
 
 // Changes outside a transaction (automatic commit off): the exclusive level is held from begin to end, and
 // end writes and flushes everything with a new update counter, so that other processes follow. nested when

@@ -362,28 +362,6 @@ bool db_commit_or_roll_back(Database &db, ThreadId thread) {
   return false;
 }
 
-bool db_whole_begin(Database &db, int *level) {
-  const int outer = sm_level(*db.storage);
-  *level = 0;
-  if (outer == 0 || outer == tran_level_limit) return true;
-  if (!tm_start(*db.storage->tm, current_thread())) return false;
-  *level = outer + 1;
-  return true;
-}
-
-bool db_whole_end(Database &db, int level, bool done) {
-  if (level == 0) return done;
-  TransactionManager &tm = *db.storage->tm;
-  const ThreadId thread = current_thread();
-  if (done && tm_commit(tm, thread) && tm_apply(tm, thread)) {
-    tables_level_merged(db, level);
-    return true;
-  }
-  (void)tm_rollback(tm, thread);  // of an inner level: cannot fail
-  tables_level_dropped(db, level);
-  return false;
-}
-
 // ---- changes outside a transaction ----
 
 DbStart db_direct_begin(Database &db, ThreadId thread) {

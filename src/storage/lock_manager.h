@@ -11,7 +11,7 @@
 
 #include <atomic>
 
-#include "storage/block_manager.h"
+#include "storage/block/block_manager.h"
 
 namespace tovik {
 

@@ -19,7 +19,7 @@ bool is_owner(const TransactionManager *tm) {
 
 struct Target {
   CacheManager *cache;
-  TransactionManager *tran;  // null for the DAT cache
+  ShadowMap *shadows;  // null for the DAT cache
 };
 
 Target target_of_caller(StorageManager &sm) {
@@ -33,11 +33,12 @@ Target target_of_page(StorageManager &sm, const CachePage &page) {
 // While a commit record waits for its copy the DAT part may be half of it: nobody sees that, not even who
 // holds a lock since before or works without locks.
 bool is_whole(const StorageManager &sm, const Target &target) {
-  return target.tran != nullptr || sm.tm == nullptr || !sm.tm->record_pending || fail(status::tran_bad_state);
+  return target.shadows != nullptr || sm.tm == nullptr || !sm.tm->record_pending ||
+         fail(status::tran_bad_state);
 }
 
 void note_change(StorageManager &sm, const Target &target) {
-  if (target.tran == nullptr) sm.direct_changed = true;
+  if (target.shadows == nullptr) sm.direct_changed = true;
 }
 
 }  // namespace
@@ -68,7 +69,7 @@ bool sm_page_new(StorageManager &sm, int32_t group, Page &page) {
   if (page.held()) return fail(status::page_argument);
   LockGuard guard(sm.lock);
   const Target target = target_of_caller(sm);
-  if (!is_whole(sm, target) || !cm_new_page(*target.cache, group, target.tran, &page.block_, &page.data_))
+  if (!is_whole(sm, target) || !cm_new_page(*target.cache, group, target.shadows, &page.block_, &page.data_))
     return false;
   page.sm_ = &sm;
   note_change(sm, target);
@@ -79,7 +80,7 @@ bool sm_page_get(StorageManager &sm, BlockNo block, int32_t group, Page &page) {
   if (page.held()) return fail(status::page_argument);
   LockGuard guard(sm.lock);
   const Target target = target_of_caller(sm);
-  if (!is_whole(sm, target) || !cm_get_page(*target.cache, block, group, target.tran, &page.data_))
+  if (!is_whole(sm, target) || !cm_get_page(*target.cache, block, group, target.shadows, &page.data_))
     return false;
   page.sm_ = &sm;
   page.block_ = block;
@@ -103,7 +104,7 @@ bool sm_page_release_write(Page &page) {
   if (header == nullptr) return false;
   const Target target = target_of_page(*page.sm_, *header);
   note_change(*page.sm_, target);
-  return cm_release_write(data, target.tran);
+  return cm_release_write(data, target.shadows);
 }
 
 bool sm_page_delete(Page &page) {
@@ -116,7 +117,7 @@ bool sm_page_delete(Page &page) {
   }
   const Target target = target_of_page(*page.sm_, *header);
   note_change(*page.sm_, target);
-  const bool deleted = cm_delete_page(page.data_, target.tran);
+  const bool deleted = cm_delete_page(page.data_, target.shadows);
   if (deleted || header->references == 0) page.data_ = nullptr;  // a refused page stays held
   return deleted;
 }
@@ -124,7 +125,7 @@ bool sm_page_delete(Page &page) {
 bool sm_chain_free(StorageManager &sm, int32_t group, BlockNo head, BlockNo tail, int32_t count) {
   LockGuard guard(sm.lock);
   const Target target = target_of_caller(sm);
-  if (!is_whole(sm, target) || !cm_free_chain(*target.cache, group, head, tail, count, target.tran))
+  if (!is_whole(sm, target) || !cm_free_chain(*target.cache, group, head, tail, count, target.shadows))
     return false;
   note_change(sm, target);
   return true;

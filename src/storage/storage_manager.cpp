@@ -9,26 +9,10 @@
 #include "frame/env.h"
 #include "frame/error.h"
 #include "platform/held.h"
-#include "storage/trn_storage.h"
+#include "storage/transaction/trn_storage.h"
 
 namespace tovik {
 namespace {
-
-bool succeed(StorageManager &) {
-  return true;
-}
-
-const DataLayerOps no_data_layer = {succeed,
-                                    succeed,
-                                    succeed,
-                                    succeed,
-                                    [](StorageManager &) {},
-                                    succeed,
-                                    [](StorageManager &, int) {},
-                                    [](StorageManager &, int) {},
-                                    [](StorageManager &, int) {}};
-
-DataLayerOps data_layer = no_data_layer;
 
 // Closes a storage manager that did not get finished.
 using Unfinished = Held<StorageManager, sm_close>;
@@ -60,7 +44,7 @@ bool create_lock_manager(StorageManager &sm) {
 }
 
 bool create_transaction_manager(StorageManager &sm) {
-  sm.tm = tm_create(sm, *sm.params);
+  sm.tm = tm_create(sm, sm, *sm.dat, *sm.trn, *sm.params);
   return sm.tm != nullptr || fail(status::storage_tran_create);
 }
 
@@ -74,8 +58,8 @@ bool allocate_first_blocks(StorageManager &sm) {
 }
 
 bool create_systems(StorageManager &sm) {
-  if (!data_layer.row_create(sm)) return fail(status::storage_row_create);
-  return data_layer.btree_create(sm) || fail(status::storage_btree_create);
+  if (!sm_data_layer().row_create(sm)) return fail(status::storage_row_create);
+  return sm_data_layer().btree_create(sm) || fail(status::storage_btree_create);
 }
 
 // Runs only when every level can be had at once; an open beside other users goes on without it.
@@ -116,19 +100,11 @@ bool follow_header(StorageManager &sm, bool *changed) {
 // What was changed outside a transaction and not finished reaches the DAT part as far as it can, unless that
 // is another database's by now.
 void write_leftovers(StorageManager &sm) {
-  if (sm.data != nullptr && sm.direct_changed && !data_layer.write_counters(sm)) return;
+  if (sm.data != nullptr && sm.direct_changed && !sm_data_layer().write_counters(sm)) return;
   if (sm.tm != nullptr && dat_is_dirty(sm) && bm_check_current(*sm.bm)) (void)flush_dat(sm);
 }
 
 }  // namespace
-
-void sm_register_data_layer(const DataLayerOps &ops) {
-  data_layer = ops;
-}
-
-const DataLayerOps &sm_data_layer() {
-  return data_layer;
-}
 
 StorageManager *sm_create(Params &params) {
   Unfinished sm(allocate(params));
@@ -154,8 +130,8 @@ StorageManager *sm_open(Params &params) {
 }
 
 bool sm_open_systems(StorageManager &sm) {
-  if (!data_layer.row_open(sm)) return fail(status::storage_row_open);
-  return data_layer.btree_open(sm) || fail(status::storage_btree_open);
+  if (!sm_data_layer().row_open(sm)) return fail(status::storage_row_open);
+  return sm_data_layer().btree_open(sm) || fail(status::storage_btree_open);
 }
 
 StorageManager *sm_create_work(Params &params) {
@@ -173,7 +149,7 @@ void sm_close(StorageManager *sm) {
   if (sm == nullptr) return;
   while (sm->tm != nullptr && sm->tm->level > 0) (void)tm_rollback(*sm->tm, sm->tm->tid);
   if (sm->dat != nullptr && !sm->bm->discard) write_leftovers(*sm);
-  if (sm->bm != nullptr) data_layer.close(*sm);
+  if (sm->bm != nullptr) sm_data_layer().close(*sm);
   cm_destroy(sm->dat);
   cm_destroy(sm->trn);
   tm_destroy(sm->tm);
@@ -197,13 +173,13 @@ bool sm_direct_begin(StorageManager &sm) {
   if (sm.tm == nullptr) return true;
   LockGuard guard(sm.lock);
   if (sm.tm->record_pending) return fail(status::tran_bad_state);
-  return bm_saved_drop_stale(*sm.bm);
+  return saved_drop_stale(*sm.bm);
 }
 
 bool sm_direct_end(StorageManager &sm) {
   if (sm.tm == nullptr) return true;
   LockGuard guard(sm.lock);
-  if (!data_layer.write_counters(sm)) return false;
+  if (!sm_data_layer().write_counters(sm)) return false;
   if (!sm.direct_changed && (sm.dat->state & cache_header_changed) == 0) return true;
   Counters &counters = bm_counters(*sm.bm, part_dat);
   if (!bm_reserve(*sm.bm, counters.bcnt)) return false;

@@ -6,7 +6,7 @@
 #include "engine.h"
 #include "frame/env.h"
 #include "platform/platform.h"
-#include "storage/params.h"
+#include "storage/params/params.h"
 
 namespace {
 

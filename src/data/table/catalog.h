@@ -1,0 +1,54 @@
+// The catalog: creates, drops, renames and empties tables, creates and drops indices, and writes the records
+// that describe them. Validation leaves everything untouched; the enclosing transaction undoes a failure
+// after it.
+#pragma once
+
+#include "data/table/table.h"
+
+namespace tovik {
+
+struct ColumnDefinition {
+  char name[name_size];
+  TypeCode type;
+  int16_t p1, p2, p3;
+  bool not_null;
+  bool auto_increment;
+};
+
+struct AutoIncrementOptions {
+  int64_t init;
+  int32_t step;
+  int64_t next;
+};
+
+// Statuses of table_create and its validation: 141001 to 141009, 142001 to 142009, 41002 to 41007. The result
+// is held.
+Table *table_create(Catalog &catalog, const char *name, const ColumnDefinition *columns, int column_count,
+                    const AutoIncrementOptions &options);
+[[nodiscard]] bool table_drop(Catalog &catalog, const char *name);  // 141004, 41014 to 41018
+[[nodiscard]] bool table_rename(Catalog &catalog, const char *name,
+                                const char *new_name);  // 141001, 141003, 41014 ...
+[[nodiscard]] bool table_empty(Catalog &catalog, const char *name);
+[[nodiscard]] bool column_rename(Catalog &catalog, const char *table, const char *name,
+                                 const char *new_name);  // 142006, 142003
+
+struct IndexDefinition {
+  char name[name_size];
+  bool unique;
+  bool timeseries;
+  int master_count;
+  int column_count;
+  char columns[btree_part_limit][name_size];
+};
+
+// 145001 to 145011, 45003 to 45006, 45014 to 45017, 143001; index names at most 31 bytes (172013).
+[[nodiscard]] bool index_create(Catalog &catalog, const char *table, const IndexDefinition &definition);
+[[nodiscard]] bool index_drop(Catalog &catalog, const char *name);  // 145006, 145012, 45011 to 45013
+
+// The definition from which an index of the table can be created again.
+IndexDefinition index_definition(const Table &table, const Btree &index);
+
+// The key of a record (record_size bytes) in an index of its table: key_size bytes at key.
+void index_key(const Table &table, const Btree &index, const uint8_t *record, uint8_t *key);
+
+}  // namespace tovik

@@ -1,0 +1,235 @@
+// The indices of tables: creation, removal, and their records in the catalog.
+#include <cstdio>
+
+#include "data/table/catalog_internal.h"
+#include "frame/error.h"
+
+namespace tovik {
+
+namespace {
+
+using NameValue = uint8_t[index_name_value_size];
+
+BtreeFind name_value_find(Catalog &catalog, const char *name, NameValue value) {
+  return btree_find_value(*catalog.index_names, NameKey(name), value);
+}
+
+}  // namespace
+
+BtreeFind index_name_find(Catalog &catalog, const char *name, RowNo *descriptor) {
+  NameValue value;
+  const BtreeFind found = name_value_find(catalog, name, value);
+  if (found == BtreeFind::found) *descriptor = load_u32(value);
+  return found;
+}
+
+void auto_index_name(RowNo table_id, char *name) {
+  snprintf(name, name_size, "__auto_inc__%d", static_cast<int32_t>(table_id));
+}
+
+bool btree_drop_shared(const Btree &index) {
+  Btree *held = btree_open(*index.sm, index.number);
+  if (held == nullptr) return false;
+  if (btree_drop(held)) return true;
+  btree_close(held);
+  return false;
+}
+
+namespace {
+
+// Writes the index list and, for its length, the table record.
+bool index_list_write(Table &table, StatusCode status) {
+  Catalog &catalog = *table.catalog;
+  uint8_t list[index_list_size] = {};
+  for (int i = 0; i < table.index_count; ++i) store_u32(list + 4 * i, table.indices[i]->number);
+  if (table.index_list_row == 0) {
+    if (!row_insert(*catalog.index_rows, list, index_list_size, &table.index_list_row))
+      return fail(status::index_list_create);
+  } else {
+    RowNo row = table.index_list_row;
+    if (!row_update(*catalog.index_rows, &row, list, index_list_size)) return fail(status);
+  }
+  return table_record_write(table, status);
+}
+
+// Enters every row of the table, in row order.
+bool index_build(const Table &table, Btree &index) {
+  uint8_t *record = static_cast<uint8_t *>(mem_alloc(static_cast<size_t>(table.record_size)));
+  if (record == nullptr) return fail(status::out_of_memory);
+  RowScan scan;
+  row_scan_start(scan, *table.rows);
+  bool built = false;
+  for (;;) {
+    RowNo row;
+    const RowFetch fetched = row_scan_next(scan, record, table.record_size, &row);
+    if (fetched == RowFetch::failed) err_set(status::index_build_read);
+    if (fetched == RowFetch::end) built = true;
+    if (fetched != RowFetch::row) break;
+    uint8_t key[btree_key_limit], value[4];
+    index_key(table, index, record, key);
+    store_u32(value, row);
+    const BtreeInsert inserted = btree_insert(index, key, value);
+    if (inserted == BtreeInsert::inserted) continue;
+    err_set(inserted == BtreeInsert::exists ? status::unique_violation : status::index_build_insert);
+    break;
+  }
+  mem_free(record);
+  return built;
+}
+
+bool index_list_append(Table &table, Btree &index) {
+  table.indices[table.index_count++] = &index;
+  if (index_list_write(table, status::index_list_append)) return true;
+  table.indices[--table.index_count] = nullptr;
+  return false;
+}
+
+}  // namespace
+
+bool index_name_insert(Catalog &catalog, const Btree &index) {
+  NameValue value = {};
+  store_u32(value, index.number);
+  return btree_insert(*catalog.index_names, NameKey(index.definition.index_name), value) ==
+             BtreeInsert::inserted ||
+         fail(status::index_name_insert);
+}
+
+bool index_name_delete(Catalog &catalog, const Btree &index) {
+  NameValue value;
+  if (name_value_find(catalog, index.definition.index_name, value) != BtreeFind::found ||
+      load_u32(value) != index.number)
+    return fail(status::index_name_delete);
+  return btree_delete(*catalog.index_names, NameKey(index.definition.index_name), value) ||
+         fail(status::index_name_delete);
+}
+
+bool index_attach(Table &table, const IndexDefinition &definition) {
+  BtreeDefinition tree;
+  if (!index_validate(table, definition, &tree)) return false;
+  Btree *index = btree_create(*table.catalog->storage, tree, table.name);
+  if (index == nullptr) return fail(status::index_btree_create);
+  const bool named = index_build(table, *index) && index_name_insert(*table.catalog, *index);
+  if (named && index_list_append(table, *index)) return true;
+  const ErrorScope keep;  // the failure is told already
+  if (named) (void)index_name_delete(*table.catalog, *index);
+  if (!btree_drop(index)) btree_close(index);
+  return false;
+}
+
+bool index_tree_add(Table &table, const BtreeDefinition &tree) {
+  Btree *index = btree_create(*table.catalog->storage, tree, table.name);
+  if (index == nullptr) return fail(status::index_btree_create);
+  if (index_list_append(table, *index)) return true;
+  const ErrorScope keep;
+  if (!btree_drop(index)) btree_close(index);
+  return false;
+}
+
+namespace {
+
+bool create(Catalog &catalog, Table &old, const IndexDefinition &definition) {
+  Table *made = definition_copy(old);
+  if (made == nullptr) return false;
+  if (!index_attach(*made, definition)) {
+    definition_free(made);
+    return false;
+  }
+  tables_replace(catalog, &old, made);
+  table_close(made);
+  return true;
+}
+
+}  // namespace
+
+bool index_create(Catalog &catalog, const char *table, const IndexDefinition &definition) {
+  const TableHold old(table_open(catalog, table));
+  return old != nullptr && catalog_as_a_whole(catalog, [&] { return create(catalog, *old, definition); });
+}
+
+namespace {
+
+// The table of an index; null with 145006, 145012, 45007 to 45009.
+Table *index_table(Catalog &catalog, const char *name) {
+  if (name == nullptr || name[0] == 0) return fail_null(status::index_argument);
+  if (strlen(name) >= name_size) return fail_null(status::index_missing);
+  RowNo number = 0;
+  switch (index_name_find(catalog, name, &number)) {
+    case BtreeFind::failed:
+      return fail_null(status::index_drop_search);
+    case BtreeFind::absent:
+      return fail_null(status::index_missing);
+    case BtreeFind::found:
+      break;
+  }
+  Btree *index = btree_open(*catalog.storage, number);
+  if (index == nullptr) return fail_null(status::index_drop_open);
+  char table_name[btree_name_size];
+  strcpy(table_name, btree_table_name(*index));
+  btree_close(index);
+  RowNo id;
+  if (table_name_find(catalog, table_name, &id) == BtreeFind::absent)
+    return fail_null(status::index_no_table);
+  Table *table = table_open(catalog, table_name);
+  return table != nullptr ? table : fail_null(status::index_drop_table_open);
+}
+
+int index_place(const Table &table, const char *name) {
+  for (int i = 0; i < table.index_count; ++i)
+    if (strcmp(table.indices[i]->definition.index_name, name) == 0) return i;
+  return -1;
+}
+
+bool index_detach(Table &table, Btree &index, int place) {
+  for (int i = place; i + 1 < table.index_count; ++i) table.indices[i] = table.indices[i + 1];
+  table.indices[--table.index_count] = nullptr;
+  if (!index_name_delete(*table.catalog, index) || !index_list_write(table, status::index_list_remove))
+    return false;
+  return btree_drop_shared(index) || fail(status::index_btree_drop);
+}
+
+bool drop(Catalog &catalog, Table &old, int place) {
+  Table *made = definition_copy(old);
+  if (made == nullptr) return false;
+  Btree *index = made->indices[place];
+  const bool dropped = index_detach(*made, *index, place);
+  btree_close(index);
+  if (!dropped) {
+    definition_free(made);
+    return false;
+  }
+  tables_replace(catalog, &old, made);
+  table_close(made);
+  return true;
+}
+
+}  // namespace
+
+bool index_drop(Catalog &catalog, const char *name) {
+  const TableHold old(index_table(catalog, name));
+  if (old == nullptr) return false;
+  const int place = index_place(*old, name);
+  if (place < 0) return fail(status::index_no_table);
+  return catalog_as_a_whole(catalog, [&] { return drop(catalog, *old, place); });
+}
+
+IndexDefinition index_definition(const Table &table, const Btree &index) {
+  IndexDefinition definition = {};
+  name_encode(index.definition.index_name, definition.name);
+  definition.unique = btree_is_unique(index);
+  definition.timeseries = (index.definition.flags & btree_timeseries) != 0;
+  definition.master_count = index.definition.master_count;
+  definition.column_count = index.definition.part_count;
+  for (int i = 0; i < definition.column_count; ++i)
+    name_encode(table.columns[index.definition.parts[i].column - 1].name, definition.columns[i]);
+  return definition;
+}
+
+void index_key(const Table &table, const Btree &index, const uint8_t *record, uint8_t *key) {
+  for (int i = 0; i < index.definition.part_count; ++i) {
+    const BtreeKeyPart &part = index.definition.parts[i];
+    memcpy(key, record + table.columns[part.column - 1].offset, part.size);
+    key += part.size;
+  }
+}
+
+}  // namespace tovik

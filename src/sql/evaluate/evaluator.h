@@ -1,0 +1,77 @@
+// The evaluator: computes expressions and conditions of a statement tree. The check pass, once per statement,
+// binds column names, types and coerces literals, checks operand types and rewrites the tree in place; the
+// evaluation pass, once per row, does no name look-up, no parsing of literals and no allocation but for new
+// texts. Conditions are three-valued: a truth value is 1, 0 or -1 (unknown).
+//
+// Integer arithmetic is that of 64-bit two's complement: a result outside the range wraps around.
+#pragma once
+
+#include "data/function/builtin.h"
+#include "platform/array.h"
+#include "sql/evaluate/access.h"
+#include "sql/parse/tree.h"
+
+namespace tovik {
+
+// Operands pass from node to node in the callers' frames; the stack holds the arguments of the function calls
+// that are being computed, and is empty between two expressions.
+struct ValueStack {
+  Array<Value> values;
+};
+
+inline constexpr int value_stack_start = 64;
+
+[[nodiscard]] bool value_stack_push(ValueStack &stack, const Value &value);  // 1
+
+struct EvalContext {
+  ValueStack *stack;
+  MemoryPool *pool;
+  TableAccess *tables;  // FROM order; null for TEST_STMT and INSERT
+};
+
+enum class CheckLabels { none, build };
+
+// A further flag of checked values: an aggregate call in the expression has DISTINCT.
+inline constexpr uint16_t value_distinct = 16;
+
+// Another one: the value's class is known in each row only, and may be another than the checked one (NVL).
+inline constexpr uint16_t value_mixed = 32;
+
+// Expressions inside expressions: operands to the right of an operator, and arguments. What only follows - a
+// chain of operators, a row of signs or of NOT - counts once. A deeper tree is refused by its check with
+// 150004. The walks over the deepest take 33 KiB of the thread's stack in an optimised build, 76 KiB in a
+// plain one.
+inline constexpr int expression_depth_limit = 300;
+
+// Check pass over the tree under expression; *result (optional) tells type, flags and label of its value. A
+// literal result is typed and carries its datum. The label is built for every expression, or with none only
+// known for columns and literals (else null); it stays valid as long as the pool does. The tree may be
+// checked once only. Statuses 50001, 50010, 50012, 50013, 150002 to 150008, 153xxx.
+[[nodiscard]] bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Value *result);
+
+// The condition that rows must meet: a truth value, and no aggregate in it, which has no value before the
+// last row. 150004 otherwise.
+[[nodiscard]] bool condition_check(EvalContext &context, Node *condition);
+
+enum class EvalMode {
+  row,   // evaluates a row; an aggregate call folds the row into its accumulator and is NULL itself
+  total  // after the last row: aggregate calls give their final values, columns are NULL
+};
+
+// Evaluation pass over a checked tree. Texts in *result live in the tree, in the handles' records or in the
+// pool. A column value keeps its own type in declared, a date-time result the type it is shown as. 150003 to
+// 150006, 151001, 50010, 110002 and the statuses of functions and dates.
+[[nodiscard]] bool expr_evaluate(EvalContext &context, const Node *expression, EvalMode mode, Value *result);
+
+// The text form of a value that is not NULL: a text or the bytes of a blob as they are, digits written into
+// buffer (number_text_size bytes) for any other. 13001, 13002.
+[[nodiscard]] bool value_text(const Value &value, char *buffer, TextRef *text);
+
+enum class Truth : int { unknown = -1, no = 0, yes = 1 };
+[[nodiscard]] bool condition_evaluate(EvalContext &context, const Node *condition, Truth *truth);
+
+// A column by name among the tables in FROM order; table (alias or name) is null for an unqualified name.
+// False with 150008, or 50001 without a name or tables.
+[[nodiscard]] bool column_lookup(TableAccess *tables, const char *table, const char *name, ColumnRef *found);
+
+}  // namespace tovik

@@ -1,0 +1,430 @@
+// The cursor: a nested loop over the tables in FROM order, the first table outermost; filtered; and, where
+// asked, read to its end when it is opened: into a sort store, or into the totals of aggregates.
+//
+// Cost per delivered row of a plain query: one step of the innermost access, one evaluation of the condition.
+// What a row needs from the statement's pool is given back when the next row is fetched, so that a result of
+// any length fits the pool.
+#include <cstring>
+
+#include "frame/error.h"
+#include "sql/query/mixed_value.h"
+#include "sql/query/planner.h"
+#include "sql/query/query.h"
+
+namespace tovik {
+
+namespace {
+
+int table_count(const TableAccess *tables) {
+  int count = 0;
+  for (; tables != nullptr; tables = tables->next) ++count;
+  return count;
+}
+
+// ---- the join ----
+
+// Every table but the innermost stands on its first row afterwards. end: one of them has none.
+RowFetch start_join(TableAccess *tables) {
+  for (; tables->next != nullptr; tables = tables->next) {
+    const RowFetch first = access_next(*tables);
+    if (first != RowFetch::row) return first;
+  }
+  return RowFetch::row;
+}
+
+// The next combination of access and the tables inside it. An exhausted table is before its first row again.
+RowFetch next_combination(TableAccess &access) {
+  if (access.next == nullptr) return access_next(access);
+  for (;;) {
+    const RowLoad stands = row_handle_refresh(*access.handle);
+    if (stands == RowLoad::failed) return RowFetch::failed;
+    if (stands == RowLoad::loaded) {
+      const RowFetch inner = next_combination(*access.next);
+      if (inner != RowFetch::end) return inner;
+    } else {
+      for (TableAccess *inside = access.next; inside != nullptr; inside = inside->next)
+        access_rewind(*inside);
+    }
+    const RowFetch outer = access_next(access);
+    if (outer != RowFetch::row) return outer;
+    const RowFetch restarted = start_join(access.next);
+    if (restarted != RowFetch::row) return restarted;
+  }
+}
+
+RowFetch join_next(Cursor &cursor) {
+  TableAccess *tables = cursor.request.context.tables;
+  if (tables == nullptr) {  // items without a table: one row
+    const bool first = !cursor.started;
+    cursor.started = true;
+    return first ? RowFetch::row : RowFetch::end;
+  }
+  if (!cursor.started) {
+    const RowFetch first = start_join(tables);
+    if (first != RowFetch::row) return first;
+    cursor.started = true;
+  }
+  return next_combination(*tables);
+}
+
+bool tables_written(const Cursor &cursor) {
+  for (const TableAccess *access = cursor.request.context.tables; access != nullptr; access = access->next)
+    if (access_written(*access)) return true;
+  return false;
+}
+
+// The whole condition, for the length of the scope: what the access path guaranteed holds no longer.
+class WholeCondition {
+ public:
+  WholeCondition(const Guaranteed &guaranteed, bool whole)
+      : condition_(whole ? guaranteed.condition : nullptr) {
+    if (condition_ != nullptr) condition_->kind = guaranteed.kind;
+  }
+  ~WholeCondition() {
+    if (condition_ != nullptr) condition_->kind = node::always_true;
+  }
+  WholeCondition(const WholeCondition &) = delete;
+  WholeCondition &operator=(const WholeCondition &) = delete;
+
+ private:
+  Node *condition_;
+};
+
+bool qualifies(Cursor &cursor, bool *yes) {
+  const Node *condition = cursor.request.condition;
+  *yes = true;
+  if (condition == nullptr) return true;
+  const WholeCondition whole(cursor.guaranteed,
+                             cursor.guaranteed.condition != nullptr && tables_written(cursor));
+  if (condition->kind == node::always_true) return true;
+  const PoolScope scope(*cursor.request.context.pool);
+  Truth truth;
+  if (!condition_evaluate(cursor.request.context, condition, &truth)) return false;
+  *yes = truth == Truth::yes;
+  return true;
+}
+
+RowFetch qualifying_next(Cursor &cursor) {
+  for (;;) {
+    const RowFetch fetched = join_next(cursor);
+    if (fetched == RowFetch::failed && cursor.sorted != nullptr) err_set(status::sort_read);
+    if (fetched != RowFetch::row) return fetched;
+    bool yes;
+    if (!qualifies(cursor, &yes)) return RowFetch::failed;
+    if (yes) return RowFetch::row;
+  }
+}
+
+// Calls take for every row that next gives; what take needs from the pool ends with it.
+template <class Take>
+bool read_all(Cursor &cursor, RowFetch (*next)(Cursor &cursor), Take take) {
+  return each_row([&] { return next(cursor); },
+                  [&] {
+                    const PoolScope scope(*cursor.request.context.pool);
+                    return take();
+                  });
+}
+
+// ---- values in and out of a sort store ----
+
+// The exchange form of a value, null for NULL; false when its class is not the column's, or when a blob's
+// copy finds no room in the pool.
+bool exchange_form(MemoryPool &pool, const Value &value, TypeCode type, const void **form) {
+  *form = nullptr;
+  if (value.is_null()) return true;
+  if (datum_kind(value.type) != datum_kind(type)) return fail(status::not_comparable);
+  if ((type & TYPE_BINARY) == 0) {
+    *form = value_datum(value);
+    return true;
+  }
+  uint8_t *copy = static_cast<uint8_t *>(memory_pool_alloc(pool, int64_t{4} + value.text.length));
+  if (copy == nullptr) return false;
+  memcpy(copy, &value.text.length, sizeof value.text.length);
+  memcpy(copy + 4, value.text.text, static_cast<size_t>(value.text.length));
+  *form = copy;
+  return true;
+}
+
+TextRef text_of_form(TypeCode type, const void *form) {
+  const char *bytes = static_cast<const char *>(form);
+  if ((type & TYPE_BINARY) == 0) return {bytes, static_cast<int32_t>(strlen(bytes))};
+  int32_t length;
+  memcpy(&length, bytes, sizeof length);
+  return {bytes + sizeof length, length};
+}
+
+Value value_of_form(TypeCode type, const void *form) {
+  Value value{};
+  value.kind = value_kind::computed;
+  value.declared = value.type = type;
+  if (form == nullptr) {
+    value.flags = value_null;
+    return value;
+  }
+  switch (datum_kind(type)) {
+    case DatumKind::integer:
+      memcpy(&value.integer, form, sizeof value.integer);
+      break;
+    case DatumKind::real:
+      memcpy(&value.real, form, sizeof value.real);
+      break;
+    case DatumKind::datetime:
+      memcpy(&value.datetime, form, sizeof value.datetime);
+      break;
+    case DatumKind::text:
+      value.text = text_of_form(type, form);
+      break;
+  }
+  return value;
+}
+
+// ---- materialized results ----
+
+// The row being stored: its values and their exchange forms, which may point into the values.
+struct RowBuffers {
+  Value *values;
+  const void **forms;
+};
+
+bool allocate_buffers(MemoryPool &pool, int count, RowBuffers *buffers) {
+  buffers->values = memory_pool_new<Value>(pool, count);
+  buffers->forms = memory_pool_new<const void *>(pool, count);
+  return buffers->values != nullptr && buffers->forms != nullptr;
+}
+
+bool store_sort_row(Cursor &cursor, const RowBuffers &buffers) {
+  const CursorRequest &request = cursor.request;
+  for (int i = 0; i < request.order_count; ++i) {
+    const ColumnRef &key = request.order[i].column;
+    Value &value = buffers.values[i];
+    if (!row_handle_value(*key.row, *key.column, &value)) return false;
+    if (!exchange_form(*request.context.pool, value, key.column->type, &buffers.forms[i])) return false;
+  }
+  RowNo positions[from_table_limit];
+  int table = 0;
+  for (const TableAccess *access = request.context.tables; access != nullptr; access = access->next) {
+    positions[table++] = access->handle->row;
+  }
+  return sort_store_row(*cursor.sorted, buffers.forms, positions);
+}
+
+bool sort_rows(Cursor &cursor) {
+  const CursorRequest &request = cursor.request;
+  SortColumn columns[order_key_limit];
+  SortDirection directions[order_key_limit];
+  for (int i = 0; i < request.order_count; ++i) {
+    columns[i] = {request.order[i].column.column->type, request.order[i].column.column->p1};
+    directions[i] = request.order[i].direction;
+  }
+  RowBuffers buffers;
+  if (!allocate_buffers(*request.context.pool, request.order_count, &buffers)) return false;
+  cursor.sorted = sort_store_create(columns, request.order_count, table_count(request.context.tables));
+  if (cursor.sorted == nullptr) return false;
+  return read_all(cursor, qualifying_next, [&] { return store_sort_row(cursor, buffers); }) &&
+         sort_execute(*cursor.sorted, directions, request.order_count);
+}
+
+// Reads the rows of a combination; absent: one of them is deleted.
+RowLoad load_combination(TableAccess *access, const SortStore &sorted, int row) {
+  for (int table = 0; access != nullptr; access = access->next, ++table) {
+    const RowLoad load =
+        row_handle_read_since(*access->handle, sort_position(sorted, row, table), access->found);
+    if (load != RowLoad::loaded) return load;
+  }
+  return RowLoad::loaded;
+}
+
+// A combination of which a table was written since it was sorted must meet the condition again.
+RowFetch sorted_next(Cursor &cursor) {
+  while (cursor.next_row < cursor.sorted->rows.size()) {
+    const RowLoad load = load_combination(cursor.request.context.tables, *cursor.sorted, cursor.next_row++);
+    if (load == RowLoad::failed) return RowFetch::failed;
+    bool meets = load == RowLoad::loaded;
+    if (meets && tables_written(cursor) && !qualifies(cursor, &meets)) return RowFetch::failed;
+    if (meets) return RowFetch::row;
+  }
+  return RowFetch::end;
+}
+
+RowFetch plain_next(Cursor &cursor) {
+  return cursor.sorted != nullptr ? sorted_next(cursor) : qualifying_next(cursor);
+}
+
+bool is_mixed(const ResultColumn &column) {
+  return (column.flags & value_mixed) != 0;
+}
+
+bool result_form(MemoryPool &pool, const ResultColumn &column, const Value &value, const void **form) {
+  if (!is_mixed(column)) return exchange_form(pool, value, column.type, form);
+  *form = value.is_null() ? nullptr : mixed_form(pool, value);
+  return value.is_null() || *form != nullptr;
+}
+
+Value value_of_result(const ResultColumn &column, const void *form) {
+  return is_mixed(column) && form != nullptr ? value_of_mixed_form(form) : value_of_form(column.type, form);
+}
+
+bool create_results(Cursor &cursor) {
+  const CursorRequest &request = cursor.request;
+  SortColumn *columns = memory_pool_new<SortColumn>(*request.context.pool, request.column_count);
+  if (columns == nullptr) return false;
+  for (int i = 0; i < request.column_count; ++i) {
+    const ResultColumn &column = request.columns[i];
+    const TypeCode stored = is_mixed(column) ? type::blob : column.type;
+    columns[i] = {stored, column.kind == ResultKind::column ? column.column.column->p1 : int16_t{0}};
+  }
+  cursor.results = sort_store_create(columns, request.column_count, 0);
+  return cursor.results != nullptr;
+}
+
+bool row_value(Cursor &cursor, const ResultColumn &column, EvalMode mode, Value *value) {
+  if (column.kind == ResultKind::column)
+    return row_handle_value(*column.column.row, *column.column.column, value);
+  return expr_evaluate(cursor.request.context, column.expression, mode, value);
+}
+
+bool store_result_row(Cursor &cursor, const RowBuffers &buffers) {
+  const CursorRequest &request = cursor.request;
+  for (int i = 0; i < request.column_count; ++i) {
+    const ResultColumn &column = request.columns[i];
+    Value &value = buffers.values[i];
+    if (!row_value(cursor, column, EvalMode::row, &value)) return false;
+    if (!result_form(*request.context.pool, column, value, &buffers.forms[i])) return false;
+  }
+  return sort_store_distinct(*cursor.results, buffers.forms);
+}
+
+bool collect_distinct(Cursor &cursor) {
+  RowBuffers buffers;
+  if (!create_results(cursor)) return false;
+  if (!allocate_buffers(*cursor.request.context.pool, cursor.request.column_count, &buffers)) return false;
+  if (!read_all(cursor, plain_next, [&] { return store_result_row(cursor, buffers); })) return false;
+  cursor.next_row = 0;
+  return true;
+}
+
+bool is_aggregate(const ResultColumn &column) {
+  return (column.flags & value_aggregate) != 0;
+}
+
+bool fold_row(Cursor &cursor) {
+  for (int i = 0; i < cursor.request.column_count; ++i) {
+    const ResultColumn &column = cursor.request.columns[i];
+    Value ignored;
+    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::row, &ignored)) return false;
+  }
+  return true;
+}
+
+// One row: the final values of the aggregate columns, NULL in the others.
+bool collect_aggregates(Cursor &cursor) {
+  const CursorRequest &request = cursor.request;
+  if (!read_all(cursor, qualifying_next, [&cursor] { return fold_row(cursor); })) return false;
+  cursor.totals = memory_pool_new<Value>(*request.context.pool, request.column_count);
+  if (cursor.totals == nullptr) return false;
+  for (int i = 0; i < request.column_count; ++i) {
+    const ResultColumn &column = request.columns[i];
+    Value &total = cursor.totals[i];
+    total.flags = value_null;
+    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::total, &total)) return false;
+  }
+  return true;
+}
+
+// ---- delivery ----
+
+RowFetch result_next(Cursor &cursor) {
+  const int rows = cursor.totals != nullptr ? 1 : cursor.results->rows.size();
+  if (cursor.next_row == rows) return RowFetch::end;
+  ++cursor.next_row;
+  return RowFetch::row;
+}
+
+bool materialized(const Cursor &cursor) {
+  return cursor.results != nullptr || cursor.totals != nullptr;
+}
+
+// 141004 when the rows of a table are gone.
+bool tables_stand(const Cursor &cursor) {
+  for (const TableAccess *access = cursor.request.context.tables; access != nullptr; access = access->next)
+    if (!access_stands(*access)) return fail(status::table_missing);
+  return true;
+}
+
+RowFetch next_row(Cursor &cursor) {
+  if (materialized(cursor)) return result_next(cursor);
+  return tables_stand(cursor) ? plain_next(cursor) : RowFetch::failed;
+}
+
+// 172019 for an aggregate over DISTINCT arguments.
+bool supported(const CursorRequest &request) {
+  for (int i = 0; i < request.column_count; ++i) {
+    if ((request.columns[i].flags & value_distinct) != 0) return fail(status::unsupported);
+  }
+  return true;
+}
+
+bool materialize(Cursor &cursor) {
+  const CursorRequest &request = cursor.request;
+  if (request.aggregate) return collect_aggregates(cursor);
+  if (request.order_count > 0 && !sort_rows(cursor)) return false;
+  return !request.distinct || collect_distinct(cursor);
+}
+
+bool start(Cursor &cursor) {
+  CursorRequest &request = cursor.request;
+  if (!supported(request)) return false;
+  TableAccess *const tables = request.context.tables;
+  for (TableAccess *access = tables; access != nullptr; access = access->next) access_start(*access);
+  if (tables != nullptr && !plan_query(request.context, request.condition, &cursor.guaranteed)) return false;
+  const bool order_shows = request.order_count == 0 && !request.aggregate;
+  // Rows of a key lie scattered; in the order of their positions each page is read once.
+  for (TableAccess *access = tables; !order_shows && access != nullptr; access = access->next)
+    if (access->rows != nullptr) rowset_sort(*access->rows);
+  const bool done = materialize(cursor);
+  access_pause(request.context.tables);
+  cursor.pool_used = request.context.pool->used;
+  cursor.pool_count = request.context.pool->count;
+  return done;
+}
+
+}  // namespace
+
+Cursor *cursor_open(const CursorRequest &request) {
+  Cursor *cursor = memory_pool_new<Cursor>(*request.context.pool);
+  if (cursor == nullptr) return nullptr;
+  cursor->request = request;
+  if (start(*cursor)) return cursor;
+  cursor_close(cursor);
+  return nullptr;
+}
+
+RowFetch cursor_fetch(Cursor &cursor) {
+  if (cursor.place == CursorPlace::ended) return RowFetch::end;
+  MemoryPool &pool = *cursor.request.context.pool;
+  pool.used = cursor.pool_used;
+  pool.count = cursor.pool_count;
+  const RowFetch fetched = next_row(cursor);
+  access_pause(cursor.request.context.tables);
+  cursor.place = fetched == RowFetch::row ? CursorPlace::on_row : CursorPlace::ended;
+  return fetched;
+}
+
+bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value) {
+  if (cursor.place != CursorPlace::on_row) return fail(status::record_not_found);
+  if (!materialized(cursor)) return row_value(cursor, column, EvalMode::row, value);
+  const int number = static_cast<int>(&column - cursor.request.columns);
+  *value = cursor.totals != nullptr
+               ? cursor.totals[number]
+               : value_of_result(column, sort_value(*cursor.results, cursor.next_row - 1, number));
+  return true;
+}
+
+void cursor_close(Cursor *cursor) {
+  access_pause(cursor->request.context.tables);
+  if (cursor->sorted != nullptr) sort_store_destroy(cursor->sorted);
+  if (cursor->results != nullptr) sort_store_destroy(cursor->results);
+  cursor->sorted = cursor->results = nullptr;
+}
+
+}  // namespace tovik

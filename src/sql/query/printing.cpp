@@ -1,0 +1,298 @@
+// Widths count a character of one byte as one column and a longer one as two.
+#include "sql/query/printing.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "data/value/datetime.h"
+#include "frame/charset_current.h"
+#include "frame/env.h"
+#include "frame/error.h"
+
+namespace tovik {
+
+namespace {
+
+constexpr int decimal_width = 14;            // a double from a decimal literal
+constexpr int default_character_width = 20;  // a text without a declared length
+
+int character_width(const char *character, const char *next) {
+  return next - character > 1 ? 2 : 1;
+}
+
+int display_width(const char *text) {
+  const Charset &charset = charset_current();
+  int width = 0;
+  for (const char *next; (next = charset.next(text)) != nullptr; text = next)
+    width += character_width(text, next);
+  return width;
+}
+
+void print_blanks(int count) {
+  if (count > 0) system_driver.print("%*s", count, "");
+}
+
+enum class Align { left, right, none };
+
+void print_aligned(const char *text, int width, Align align) {
+  const int padding = align == Align::none ? 0 : width - display_width(text);
+  if (align == Align::right) print_blanks(padding);
+  system_driver.print("%s", text);
+  if (align == Align::left) print_blanks(padding);
+}
+
+// ---- cells ----
+
+// One value of the row being printed; a large value may need several lines.
+struct Cell {
+  Value value;
+  const char *rest;  // large: what is still to be printed
+  int rest_length;   // bytes
+  bool large;
+};
+
+// What the value says of its type: of a function that chooses, another in each row.
+TypeCode shown_type(const Value &value) {
+  return value.declared != 0 ? value.declared : value.type;
+}
+
+void print_datetime(const ResultColumn &column, const Value &value) {
+  char text[32] = "";
+  if (!format_datetime(shown_type(value), value.datetime, text)) text[0] = 0;
+  system_driver.print(column.value_format, text);
+}
+
+void print_real(const ResultColumn &column, double real) {
+  if (std::isnan(real)) {
+    print_aligned("nan", column.width, column.compact ? Align::none : Align::left);
+  } else {
+    system_driver.print(column.value_format, real);
+  }
+}
+
+// Bytes of the next piece of a text that fit the width: whole characters, at least one.
+int text_piece(const Cell &cell, int width) {
+  const Charset &charset = charset_current();
+  const char *at = cell.rest, *end = cell.rest + cell.rest_length;
+  for (int used = 0; at < end;) {
+    const char *next = charset.next(at);
+    if (next == nullptr || next > end) next = end;
+    used += character_width(at, next);
+    if (used > width && at > cell.rest) break;
+    at = next;
+  }
+  return static_cast<int>(at - cell.rest);
+}
+
+int print_binary_piece(const Cell &cell, int width, int *printed) {
+  const int bytes = std::min(cell.rest_length, std::max(1, (width + 1) / 3));
+  for (int i = 0; i < bytes; ++i) {
+    system_driver.print(i == 0 ? "%02x" : " %02x",
+                        static_cast<unsigned>(static_cast<unsigned char>(cell.rest[i])));
+  }
+  *printed = 3 * bytes - 1;
+  return bytes;
+}
+
+int print_text_piece(const Cell &cell, int width, int *printed) {
+  const int bytes = text_piece(cell, width);
+  system_driver.print("%.*s", bytes, cell.rest);
+  *printed = 0;
+  const Charset &charset = charset_current();
+  for (const char *at = cell.rest; at < cell.rest + bytes;) {
+    const char *next = charset.next(at);
+    if (next == nullptr) break;
+    *printed += character_width(at, next);
+    at = next;
+  }
+  return bytes;
+}
+
+// The next piece of a large value, padded to the width unless it ends the line.
+void print_large(const ResultColumn &column, Cell &cell, bool last) {
+  const int width = column.compact ? INT32_MAX - 1 : column.width;
+  int printed;
+  const int bytes = (shown_type(cell.value) & TYPE_BINARY) != 0 ? print_binary_piece(cell, width, &printed)
+                                                                : print_text_piece(cell, width, &printed);
+  cell.rest += bytes;
+  cell.rest_length -= bytes;
+  if (!last && !column.compact) print_blanks(width - printed);
+}
+
+void print_text(const ResultColumn &column, const Value &value, bool last) {
+  print_aligned(value.text.text, column.width, last || column.compact ? Align::none : Align::left);
+}
+
+void print_null(const ResultColumn &column) {
+  const char *text = env_text(Env::sql_sel_nul_str);
+  print_aligned(text == nullptr ? "" : text, column.width, column.compact ? Align::none : Align::right);
+}
+
+void print_value(const ResultColumn &column, const Value &value, bool last) {
+  switch (datum_kind(value.type)) {
+    case DatumKind::integer:
+      system_driver.print(column.value_format, static_cast<long long>(value.integer));
+      break;
+    case DatumKind::real:
+      print_real(column, value.real);
+      break;
+    case DatumKind::datetime:
+      print_datetime(column, value);
+      break;
+    case DatumKind::text:
+      print_text(column, value, last);
+      break;
+  }
+}
+
+// NVL may give a value of another class than its column has: it is printed as a value of its own class, to
+// the column's width.
+void print_odd_value(const ResultColumn &column, const Value &value, bool last) {
+  ResultColumn own = column;
+  own.type = shown_type(value);
+  own.flags = value.flags;
+  own.label = "";
+  print_format_column(own);
+  const bool number = type_numeric(own.type);
+  const int missing = column.compact ? 0 : column.width - own.width;
+  if (number) print_blanks(missing);
+  print_value(own, value, last);
+  if (!number && !last) print_blanks(missing);
+}
+
+void print_cell(const ResultColumn &column, Cell &cell, bool last) {
+  if (cell.value.is_null()) {
+    print_null(column);
+  } else if (cell.large) {
+    print_large(column, cell, last);
+  } else if ((column.flags & value_mixed) != 0 || datum_kind(cell.value.type) != datum_kind(column.type)) {
+    print_odd_value(column, cell.value, last);
+  } else {
+    print_value(column, cell.value, last);
+  }
+}
+
+bool read_cells(const Query &query, Cell *cells) {
+  for (int i = 0; i < query.column_count; ++i) {
+    Cell &cell = cells[i];
+    if (!cursor_value(*query.cursor, query.columns[i], &cell.value)) return false;
+    cell.large = !cell.value.is_null() && (shown_type(cell.value) & TYPE_LARGE) != 0;
+    cell.rest = cell.large ? cell.value.text.text : nullptr;
+    cell.rest_length = cell.large ? cell.value.text.length : 0;
+  }
+  return true;
+}
+
+bool anything_left(const Cell *cells, int count) {
+  return std::any_of(cells, cells + count, [](const Cell &cell) { return cell.rest_length > 0; });
+}
+
+// A further line of the row: pieces of large values, blanks in the other columns.
+void print_continuation(const Query &query, Cell *cells) {
+  for (int i = 0; i < query.column_count; ++i) {
+    const bool last = i == query.column_count - 1;
+    if (i > 0) system_driver.print("%s", query.separator);
+    if (cells[i].rest_length > 0) {
+      print_large(query.columns[i], cells[i], last);
+    } else if (!last) {
+      print_blanks(query.columns[i].width);
+    }
+  }
+  system_driver.print("%s", "\n");
+}
+
+void print_row(const Query &query, Cell *cells) {
+  for (int i = 0; i < query.column_count; ++i) {
+    if (i > 0) system_driver.print("%s", query.separator);
+    print_cell(query.columns[i], cells[i], i == query.column_count - 1);
+  }
+  system_driver.print("%s", "\n");
+  while (anything_left(cells, query.column_count)) print_continuation(query, cells);
+}
+
+Align header_align(const ResultColumn &column, bool last) {
+  if (type_numeric(column.type) || (column.type & TYPE_DATETIME) != 0) return Align::right;
+  return last && (column.type & TYPE_CHARACTER) != 0 ? Align::none : Align::left;
+}
+
+bool print_rows(const Query &query, Cell *cells) {
+  return each_row([&] { return cursor_fetch(*query.cursor); },
+                  [&] {
+                    if (!read_cells(query, cells)) return false;
+                    print_row(query, cells);
+                    return true;
+                  });
+}
+
+// The cells outlive every fetch, and with it what the pool gives.
+Cell *cells_new(const Query &query) {
+  Cell *cells = static_cast<Cell *>(mem_alloc(sizeof(Cell) * static_cast<size_t>(query.column_count)));
+  return cells == nullptr ? fail_null(status::out_of_memory) : cells;
+}
+
+void set_number_format(ResultColumn &column, int width, const char *conversion) {
+  column.width = std::max(width, display_width(column.label));
+  if (column.compact) {
+    snprintf(column.value_format, sizeof column.value_format, "%%%s", conversion);
+  } else {
+    snprintf(column.value_format, sizeof column.value_format, "%%%d%s", column.width, conversion);
+  }
+}
+
+void set_text_format(ResultColumn &column, int width) {
+  column.width = width;
+  if (column.compact) {
+    snprintf(column.value_format, sizeof column.value_format, "%%s");
+  } else {
+    snprintf(column.value_format, sizeof column.value_format, "%%-%ds", column.width);
+  }
+}
+
+}  // namespace
+
+void print_format_column(ResultColumn &column) {
+  const TypeRow *type = type_row(column.type);
+  const int type_width = type == nullptr ? 0 : type->text_width;
+  const int declared_length = column.kind == ResultKind::column ? column.column.column->p1 : 0;
+  if ((column.type & TYPE_INTEGER) != 0) {
+    set_number_format(column, type_width, "lld");
+  } else if ((column.type & TYPE_FLOAT) != 0 && (column.flags & value_decimal) != 0) {
+    set_number_format(column, decimal_width, ".2f");
+  } else if ((column.type & TYPE_FLOAT) != 0) {
+    set_number_format(column, type_width, column.type == type::float32 ? ".6e" : ".14e");
+  } else if ((column.type & TYPE_CHARACTER) != 0) {
+    const int length = declared_length > 0 ? declared_length : default_character_width;
+    set_text_format(column, std::max(length, display_width(column.label)));
+  } else {
+    const int length = type_width > 0 ? type_width : declared_length;
+    set_text_format(column,
+                    length > 0 ? length : std::max(default_character_width, display_width(column.label)));
+  }
+}
+
+void print_header(const Query &query) {
+  for (int i = 0; i < query.column_count; ++i) {
+    const ResultColumn &column = query.columns[i];
+    if (i > 0) system_driver.print("%s", query.separator);
+    print_aligned(column.label, column.width, header_align(column, i == query.column_count - 1));
+  }
+  system_driver.print("%s", "\n");
+}
+
+bool print_result(Query &query) {
+  if (env_on(Env::sql_sel_hdr)) print_header(query);
+  Cell *cells = cells_new(query);
+  const bool printed = cells != nullptr && print_rows(query, cells);
+  mem_free(cells);
+  cursor_close(query.cursor);
+  query.cursor = nullptr;
+  return printed;
+}
+
+bool print_items(Query &query) {
+  return query_open(query) && print_result(query);
+}
+
+}  // namespace tovik

@@ -1,0 +1,250 @@
+// Preparing a query: FROM tables, select items, WHERE, ORDER BY, in this order.
+#include "sql/query/query.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "frame/env.h"
+#include "frame/error.h"
+#include "sql/query/printing.h"
+
+namespace tovik {
+
+namespace {
+
+MemoryPool &pool_of(Query &query) {
+  return *query.pool;
+}
+
+EvalContext context_of(Query &query) {
+  return {query.stack, query.pool, query.tables};
+}
+
+Query *query_new(Catalog &catalog, const EvalContext &context) {
+  Query *query = memory_pool_new<Query>(*context.pool);
+  if (query == nullptr) return fail_null(status::sql_memory);
+  query->catalog = &catalog;
+  query->stack = context.stack;
+  query->pool = context.pool;
+  query->separator = memory_pool_text(*context.pool, env_text(Env::sql_sel_sep));
+  return query->separator == nullptr ? fail_null(status::sql_memory) : query;
+}
+
+void read_output(Query &query, const Node *file) {
+  if (file == nullptr) return;
+  query.output_file = node_name(*file);
+  query.output_mode = file->qual == file_dump_into ? OutputMode::dump_into : OutputMode::into;
+}
+
+bool open_tables(Query &query, const Node *name) {
+  TableAccess **end = &query.tables;
+  for (int count = 0; name != nullptr; name = name->first) {
+    if (++count > from_table_limit) return fail(status::too_many_from_tables);
+    Table *table = table_open(*query.catalog, node_name(*name));
+    if (table == nullptr) return false;
+    *end = access_open(pool_of(query), table, node_second_name(*name));
+    if (*end == nullptr) return false;
+    end = &(*end)->next;
+  }
+  return true;
+}
+
+// ---- result columns ----
+
+bool allocate_columns(Query &query, int count) {
+  query.columns = memory_pool_new<ResultColumn>(pool_of(query), count);
+  if (query.columns == nullptr) return fail(status::sql_memory);
+  query.column_count = count;
+  for (int i = 0; i < count; ++i)
+    query.columns[i].compact = query.items_only || query.output_mode == OutputMode::dump_into;
+  return true;
+}
+
+bool all_columns(Query &query) {
+  int count = 0;
+  for (const TableAccess *access = query.tables; access != nullptr; access = access->next) {
+    count += access->handle->table->column_count;
+  }
+  if (!allocate_columns(query, count)) return false;
+  ResultColumn *result = query.columns;
+  for (TableAccess *access = query.tables; access != nullptr; access = access->next) {
+    const Table &table = *access->handle->table;
+    for (int i = 0; i < table.column_count; ++i, ++result) {
+      result->kind = ResultKind::column;
+      result->column = {&table.columns[i], access->handle};
+      result->type = table.columns[i].type;
+      result->label = table.columns[i].name;
+      print_format_column(*result);
+    }
+  }
+  return true;
+}
+
+ResultKind kind_of(const Node &expression) {
+  switch (expression.kind) {
+    case value_kind::column:
+      return ResultKind::column;
+    case value_kind::literal:
+    case value_kind::date_literal:
+      return ResultKind::typed_constant;
+    case value_kind::string:
+      return ResultKind::string_constant;
+    default:
+      return ResultKind::computed;
+  }
+}
+
+const char *string_label(MemoryPool &pool, const char *text) {
+  const size_t size = strlen(text) + sizeof " ''";
+  char *label = static_cast<char *>(memory_pool_alloc(pool, static_cast<int64_t>(size)));
+  if (label == nullptr) return fail_null(status::expr_label_memory);
+  snprintf(label, size, " '%s'", text);
+  return label;
+}
+
+bool label_item(Query &query, const Node &item, const Value &value, ResultColumn &result) {
+  if (item.second != nullptr) {
+    result.label = node_name(*item.second);
+  } else if (result.kind == ResultKind::string_constant) {
+    result.label = string_label(pool_of(query), value.text.text);
+  } else {
+    result.label = value.label == nullptr ? "" : value.label;
+  }
+  return result.label != nullptr;
+}
+
+bool read_item(Query &query, const Node &item, ResultColumn &result, int *expression_count) {
+  EvalContext context = context_of(query);
+  const bool named = item.second != nullptr;
+  Value value{};
+  if (!expr_check(context, item.third, named ? CheckLabels::none : CheckLabels::build, &value)) return false;
+  result.kind = kind_of(*item.third);
+  result.expression = item.third;
+  result.flags = value.flags;
+  result.type = value.type;
+  if (result.kind == ResultKind::column) {
+    result.column = item.third->value->column;
+    result.type = result.column.column->type;
+  } else {
+    if (value.declared != 0) result.type = value.declared;
+    if (!named) result.expression_number = ++*expression_count;
+  }
+  if ((value.flags & value_aggregate) != 0) ++query.aggregate_count;
+  if (!label_item(query, item, value, result)) return false;
+  print_format_column(result);
+  return true;
+}
+
+bool read_items(Query &query, const Node *item) {
+  const int count = node_count(item);
+  if (count == 0) return fail(status::select_no_column);
+  if (count > select_item_limit) return fail(status::select_too_many_columns);
+  if (!allocate_columns(query, count)) return false;
+  int expression_count = 0;
+  for (ResultColumn *result = query.columns; item != nullptr; item = item->first, ++result) {
+    if (!read_item(query, *item, *result, &expression_count)) return false;
+  }
+  return true;
+}
+
+// ---- WHERE and ORDER BY ----
+
+bool read_condition(Query &query, const Node *where) {
+  if (where == nullptr) return true;
+  query.condition = where->first;
+  EvalContext context = context_of(query);
+  return condition_check(context, query.condition);
+}
+
+bool read_order(Query &query, const Node *item) {
+  for (; item != nullptr; item = item->first) {
+    const Node &name = *item->second;
+    const bool qualified = name.kind == node::qualified_column;
+    ColumnRef found;
+    if (!column_lookup(query.tables, qualified ? node_name(name) : nullptr,
+                       qualified ? node_second_name(name) : node_name(name), &found)) {
+      return false;
+    }
+    if (query.order_count == order_key_limit) return fail(status::too_many_order_keys);
+    const SortDirection direction = item->qual == 0 ? SortDirection::ascending : SortDirection::descending;
+    if (!order_add(query.order, &query.order_count, {found, direction})) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool order_add(OrderKey *keys, int *count, const OrderKey &key) {
+  for (int i = 0; i < *count; ++i) {
+    const ColumnRef &other = keys[i].column;
+    if (other.row == key.column.row && other.column == key.column.column)
+      return fail(status::sort_column_twice);
+  }
+  keys[(*count)++] = key;
+  return true;
+}
+
+const char *result_name(const ResultColumn &column, char (&buffer)[result_name_size]) {
+  if (column.kind == ResultKind::column) return column.column.column->name;
+  if (column.expression_number == 0) return column.label;
+  snprintf(buffer, sizeof buffer, "EXPRESSION_%d", column.expression_number);
+  return buffer;
+}
+
+bool query_prepare_select(Catalog &catalog, const EvalContext &context, const Node &root, Query **made) {
+  *made = nullptr;
+  const Node *tree = root.first;
+  const Node *list = tree == nullptr ? nullptr : tree->second;
+  const Node *from = list == nullptr ? nullptr : list->second;
+  if (from == nullptr) return fail(status::select_argument);
+  const Node *order = root.second;
+  const Node *file = order;
+  if (order != nullptr && order->kind == node::order_by) {
+    file = order->second;
+  } else {
+    order = nullptr;
+  }
+  Query *query = *made = query_new(catalog, context);
+  if (query == nullptr) return false;
+  read_output(*query, file);
+  if (!open_tables(*query, from->first)) return false;
+  query->distinct = list->qual != 0;
+  const bool columns = list->first == nullptr ? all_columns(*query) : read_items(*query, list->first);
+  return columns && read_condition(*query, from->second) &&
+         (order == nullptr || read_order(*query, order->first));
+}
+
+bool query_prepare_items(Catalog &catalog, const EvalContext &context, const Node &root, Query **made) {
+  Query *query = *made = query_new(catalog, context);
+  if (query == nullptr) return false;
+  query->items_only = true;
+  return read_items(*query, root.second);
+}
+
+void query_release(Query *query) {
+  if (query == nullptr) return;
+  if (query->cursor != nullptr) cursor_close(query->cursor);
+  query->cursor = nullptr;
+  access_close(query->tables);
+  query->tables = nullptr;
+}
+
+bool query_open(Query &query) {
+  CursorRequest request{};
+  request.context = context_of(query);
+  request.condition = query.condition;
+  request.order = query.order;
+  request.order_count = query.order_count;
+  request.columns = query.columns;
+  request.column_count = query.column_count;
+  request.aggregate = query.aggregate_count > 0;
+  request.distinct = query.distinct;
+  query.cursor = cursor_open(request);
+  return query.cursor != nullptr;
+}
+
+RowFetch query_fetch(Query &query) {
+  return cursor_fetch(*query.cursor);
+}
+
+}  // namespace tovik

@@ -1,0 +1,352 @@
+// The temporary store, and the sorting of its rows.
+//
+// Area: blocks taken from the front, rounded up to a multiple of 4; a request that would reach the end of the
+// area fails. Addresses in it are offsets of 4 bytes.
+//
+// Row
+//   positions   4 bytes per table
+//   slots       per column: the value itself where the type has a size, else 4 bytes: where the value lies, 0
+//               for NULL
+//   NULL bits   one per column, if any has its value in its slot
+// followed by the values that do not lie in slots.
+//
+// Distinct rows are found through an open hash table beside the area, at most half full.
+//
+// Sorting is a quicksort whose pivot is the middle entry for small ranges, the median of three above 7
+// entries and the median of three medians above 40; below 7 entries insertion sort. It moves pointers only,
+// allocates nothing and recurses into the smaller part, so that its depth is logarithmic.
+#include "sql/query/sort.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "frame/env.h"
+#include "frame/error.h"
+
+namespace tovik {
+
+namespace {
+
+constexpr int first_row_capacity = 1000;
+constexpr int64_t area_unit = 4;
+
+// The offset of a block of the area; false without a status.
+bool area_take(SortStore &store, int64_t size, uint32_t *offset) {
+  const int64_t rounded = (size + area_unit - 1) / area_unit * area_unit;
+  if (store.area_used + rounded >= store.area_size) return false;
+  *offset = static_cast<uint32_t>(store.area_used);
+  store.area_used += static_cast<int32_t>(rounded);
+  return true;
+}
+
+bool is_character(const SortColumn &column) {
+  return (column.type & TYPE_CHARACTER) != 0;
+}
+bool is_binary(const SortColumn &column) {
+  return (column.type & TYPE_BINARY) != 0;
+}
+
+// Bytes of a value in exchange form; -1 for a length that cannot be.
+int64_t value_size(const SortSlot &slot, const void *value) {
+  if (slot.size > 0) return slot.size;
+  if (is_character(slot.column)) return static_cast<int64_t>(strlen(static_cast<const char *>(value))) + 1;
+  const int32_t length = load_i32(value);
+  return length < 0 ? -1 : int64_t{length} + 4;
+}
+
+// A type that has no size is refused when a value of it is stored.
+SortSlot slot_of(const SortColumn &column, int32_t offset) {
+  const TypeRow *row = type_row(column.type);
+  if (row == nullptr || is_character(column) || is_binary(column)) return {column, offset, 0};
+  return {column, offset, row->exchange_size > 0 ? row->exchange_size : column.p1};
+}
+
+int32_t slot_room(const SortSlot &slot) {
+  return slot.size > 0 ? (slot.size + 3) / 4 * 4 : static_cast<int32_t>(sizeof(uint32_t));
+}
+
+bool copy_value(SortStore &store, const SortSlot &slot, const void *value, uint32_t row) {
+  const int64_t size = type_row(slot.column.type) == nullptr ? -1 : value_size(slot, value);
+  if (size < 0) return fail(status::sort_argument);
+  uint32_t at = row + static_cast<uint32_t>(slot.offset);
+  if (slot.size == 0) {
+    uint8_t *place = store.area + at;
+    if (!area_take(store, size, &at)) return fail(status::sort_memory_limit);
+    memcpy(place, &at, sizeof at);
+  }
+  memcpy(store.area + at, value, static_cast<size_t>(size));
+  return true;
+}
+
+bool copy_row(SortStore &store, const void *const *values, const RowNo *positions, uint32_t *row) {
+  if (!area_take(store, store.row_size, row)) return fail(status::sort_memory_limit);
+  uint8_t *bytes = store.area + *row;
+  memset(bytes, 0, static_cast<size_t>(store.row_size));
+  if (positions != nullptr)
+    memcpy(bytes, positions, sizeof(RowNo) * static_cast<size_t>(store.position_count));
+  for (int column = 0; column < store.columns.size(); ++column) {
+    const SortSlot &slot = store.columns[column];
+    if (values[column] != nullptr) {
+      if (!copy_value(store, slot, values[column], *row)) return false;
+    } else if (slot.size > 0) {
+      bytes[store.nulls + column / 8] |= static_cast<uint8_t>(1 << column % 8);
+    }
+  }
+  return true;
+}
+
+const void *value_at(const SortStore &store, uint32_t row, int column) {
+  const uint8_t *bytes = store.area + row;
+  const SortSlot &slot = store.columns[column];
+  if (slot.size > 0)
+    return (bytes[store.nulls + column / 8] >> column % 8 & 1) != 0 ? nullptr : bytes + slot.offset;
+  uint32_t at;
+  memcpy(&at, bytes + slot.offset, sizeof at);
+  return at == 0 ? nullptr : store.area + at;
+}
+
+// Compares values. A comparison that fails makes every later one 0 and is told at the end.
+struct RowOrder {
+  const SortStore &store;
+  const SortDirection *directions;  // of the first count columns
+  int count;
+  bool failed = false;
+
+  int compare_column(int column, const void *a, const void *b) {
+    if (a == nullptr || b == nullptr) return (a != nullptr) - (b != nullptr);
+    const SortColumn &key = store.columns[column].column;
+    // Only values of raw bytes do not tell their own length.
+    const int length = (key.type & ~type_index_mask) == 0 ? key.p1 : 0;
+    int result = 0;
+    if (!compare_values(key.type, a, length, key.type, b, &result)) failed = true;
+    return result;
+  }
+
+  int compare(uint32_t a, uint32_t b) {
+    for (int column = 0; column < count && !failed; ++column) {
+      const int result = compare_column(column, value_at(store, a, column), value_at(store, b, column));
+      if (result != 0) return directions[column] == SortDirection::descending ? -result : result;
+    }
+    return 0;
+  }
+};
+
+// ---- distinct rows ----
+
+constexpr int first_places = 1024;
+
+uint64_t hash_bytes(uint64_t hash, const void *bytes, int64_t size) {
+  for (const uint8_t *at = static_cast<const uint8_t *>(bytes); size > 0; ++at, --size)
+    hash = (hash ^ *at) * 0x100000001b3;
+  return hash;
+}
+
+// Values that compare equal have one hash: both zeros, every not-a-number, dates that differ in what their
+// type does not keep.
+uint64_t hash_value(uint64_t hash, const SortSlot &slot, const void *value) {
+  const TypeCode type = slot.column.type;
+  if ((type & TYPE_FLOAT) != 0) {
+    double real;
+    memcpy(&real, value, sizeof real);
+    if (real == 0 || real != real) real = real == 0 ? 0.0 : 1.0;
+    return hash_bytes(hash, &real, sizeof real);
+  }
+  if ((type & TYPE_DATETIME) == 0) return hash_bytes(hash, value, value_size(slot, value));
+  const uint8_t *fields = static_cast<const uint8_t *>(value);
+  hash = hash_bytes(hash, fields,
+                    type == type::date ? offsetof(DateTimeRec, hour) : offsetof(DateTimeRec, zero));
+  if (type == type::date || type == type::time) return hash;
+  return hash_bytes(hash, fields + offsetof(DateTimeRec, microseconds), sizeof(int32_t));
+}
+
+template <class ValueOf>
+uint64_t hash_row(const SortStore &store, ValueOf value_of) {
+  uint64_t hash = 0xcbf29ce484222325;
+  for (int column = 0; column < store.columns.size(); ++column) {
+    const void *value = value_of(column);
+    hash = value == nullptr ? hash_bytes(hash, "", 1) : hash_value(hash, store.columns[column], value);
+  }
+  return hash ^ hash >> 32;
+}
+
+// The place that same, a bool(row index), takes, or the free one where the row belongs.
+template <class Same>
+uint32_t &place_of(SortStore &store, uint64_t hash, Same same) {
+  const uint32_t mask = static_cast<uint32_t>(store.places.size()) - 1;
+  for (uint32_t at = static_cast<uint32_t>(hash) & mask;; at = (at + 1) & mask) {
+    uint32_t &place = store.places[static_cast<int>(at)];
+    if (place == 0 || same(static_cast<int>(place) - 1)) return place;
+  }
+}
+
+bool grow_places(SortStore &store) {
+  const int rows = store.rows.size();
+  if (2 * (rows + 1) <= store.places.size()) return true;
+  Array<uint32_t> larger;
+  if (!larger.resize(std::max(first_places, 2 * store.places.size()))) return fail(status::out_of_memory);
+  store.places.swap(larger);
+  for (int row = 0; row < rows; ++row) {
+    const uint64_t hash =
+        hash_row(store, [&](int column) { return value_at(store, store.rows[row], column); });
+    place_of(store, hash, [](int) { return false; }) = static_cast<uint32_t>(row) + 1;
+  }
+  return true;
+}
+
+// ---- sorting ----
+
+template <class T, class Compare>
+T *median_of_three(T *a, T *b, T *c, Compare &compare) {
+  if (compare(*a, *b) < 0) return compare(*b, *c) < 0 ? b : compare(*a, *c) < 0 ? c : a;
+  return compare(*b, *c) > 0 ? b : compare(*a, *c) > 0 ? c : a;
+}
+
+template <class T, class Compare>
+T *choose_pivot(T *items, int count, Compare &compare) {
+  T *low = items, *middle = items + count / 2, *high = items + count - 1;
+  if (count == 7) return middle;
+  if (count > 40) {
+    const int step = count / 8;
+    low = median_of_three(low, low + step, low + 2 * step, compare);
+    middle = median_of_three(middle - step, middle, middle + step, compare);
+    high = median_of_three(high - 2 * step, high - step, high, compare);
+  }
+  return median_of_three(low, middle, high, compare);
+}
+
+template <class T, class Compare>
+void insertion_sort(T *items, int count, Compare &compare) {
+  for (int index = 1; index < count; ++index) {
+    for (int at = index; at > 0 && compare(items[at - 1], items[at]) > 0; --at)
+      std::swap(items[at - 1], items[at]);
+  }
+}
+
+// Entries equal to the pivot gather at both ends of the range and are then swapped into the middle, so that
+// many equal keys cost one pass.
+template <class T, class Compare>
+void quicksort(T *items, int count, Compare &compare) {
+  while (count >= 7) {
+    std::swap(items[0], *choose_pivot(items, count, compare));
+    const T pivot = items[0];
+    int equal_left = 1, left = 1, right = count - 1, equal_right = count - 1;
+    for (;;) {
+      int order = 0;
+      for (; left <= right && (order = compare(items[left], pivot)) <= 0; ++left)
+        if (order == 0) std::swap(items[equal_left++], items[left]);
+      for (; left <= right && (order = compare(items[right], pivot)) >= 0; --right)
+        if (order == 0) std::swap(items[right], items[equal_right--]);
+      if (left > right) break;
+      std::swap(items[left++], items[right--]);
+    }
+    const int below = left - equal_left, above = equal_right - right;
+    const int front = std::min(equal_left, below);
+    std::swap_ranges(items, items + front, items + left - front);
+    const int back = std::min(above, count - 1 - equal_right);
+    std::swap_ranges(items + left, items + left + back, items + count - back);
+    T *high = items + count - above;
+    if (below < above) {
+      quicksort(items, below, compare);
+      items = high, count = above;
+    } else {
+      quicksort(high, above, compare);
+      count = below;
+    }
+  }
+  insertion_sort(items, count, compare);
+}
+
+bool directions_right(const SortDirection *directions, int count) {
+  for (int index = 0; index < count; ++index) {
+    if (directions[index] != SortDirection::ascending && directions[index] != SortDirection::descending)
+      return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool sort_add_key(SortKeyList &list, const void *table, int column, SortDirection direction) {
+  if (!directions_right(&direction, 1)) return fail(status::sort_argument);
+  for (const SortKey &key : list.keys) {
+    if (key.table == table && key.column == column) return fail(status::sort_column_twice);
+  }
+  return list.keys.push(SortKey{table, column, direction}) || fail(status::out_of_memory);
+}
+
+SortStore *sort_store_create(const SortColumn *columns, int column_count, int position_count) {
+  SortStore *store = mem_new<SortStore>();
+  if (store == nullptr) return fail_null(status::out_of_memory);
+  store->position_count = position_count;
+  store->area_size = std::max(env_number(Env::tmp_buf_size), 0);
+  store->area = static_cast<uint8_t *>(mem_alloc(static_cast<size_t>(store->area_size) + 1));
+  store->nulls = position_count * static_cast<int32_t>(sizeof(RowNo));
+  bool complete = store->area != nullptr && store->rows.reserve(first_row_capacity);
+  bool in_slots = false;
+  for (int index = 0; complete && index < column_count; ++index) {
+    const SortSlot slot = slot_of(columns[index], store->nulls);
+    complete = store->columns.push(slot);
+    store->nulls += slot_room(slot);
+    in_slots |= slot.size > 0;
+  }
+  store->row_size = store->nulls + (in_slots ? (column_count + 7) / 8 : 0);
+  if (complete) return store;
+  sort_store_destroy(store);
+  return fail_null(status::out_of_memory);
+}
+
+void sort_store_destroy(SortStore *store) {
+  if (store == nullptr) return;
+  mem_free(store->area);
+  mem_delete(store);
+}
+
+bool sort_store_row(SortStore &store, const void *const *values, const RowNo *positions) {
+  const int32_t mark = store.area_used;
+  uint32_t row;
+  const bool copied = copy_row(store, values, positions, &row);
+  if (copied && store.rows.push(row)) return true;
+  store.area_used = mark;
+  return copied && fail(status::out_of_memory);
+}
+
+bool sort_store_distinct(SortStore &store, const void *const *values) {
+  if (!grow_places(store)) return false;
+  RowOrder order{store, nullptr, 0};
+  const uint64_t hash = hash_row(store, [&](int column) { return values[column]; });
+  uint32_t &place = place_of(store, hash, [&](int row) {
+    int column = 0;
+    while (column < store.columns.size() &&
+           order.compare_column(column, values[column], value_at(store, store.rows[row], column)) == 0)
+      ++column;
+    return column == store.columns.size();
+  });
+  if (order.failed) return false;
+  if (place != 0) return true;
+  if (!sort_store_row(store, values, nullptr)) return false;
+  place = static_cast<uint32_t>(store.rows.size());
+  return true;
+}
+
+bool sort_execute(SortStore &store, const SortDirection *directions, int count) {
+  if (count < 0 || count > store.columns.size() || (count > 0 && directions == nullptr) ||
+      !directions_right(directions, count))
+    return fail(status::sort_argument);
+  RowOrder order{store, directions, count};
+  auto compare = [&order](uint32_t a, uint32_t b) { return order.compare(a, b); };
+  quicksort(store.rows.data(), store.rows.size(), compare);
+  return !order.failed;
+}
+
+const void *sort_value(const SortStore &store, int row, int column) {
+  return value_at(store, store.rows[row], column);
+}
+
+RowNo sort_position(const SortStore &store, int row, int table) {
+  RowNo position;
+  memcpy(&position, store.area + store.rows[row] + sizeof position * static_cast<size_t>(table),
+         sizeof position);
+  return position;
+}
+
+}  // namespace tovik

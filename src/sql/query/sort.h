@@ -1,0 +1,67 @@
+// Sorting of result rows: the key list of ORDER BY, and the temporary in-memory store into which rows are
+// copied before they are sorted or made distinct. Row entries and values live in one area of HVI_TMP_BUF_SIZE
+// bytes, taken when the store is opened; exhausting it fails the statement with 143101. Of rows that are made
+// distinct only the first of each set takes room.
+#pragma once
+
+#include "data/row/row_system.h"
+#include "data/value/types.h"
+#include "platform/array.h"
+
+namespace tovik {
+
+enum class SortDirection : int { ascending = 0, descending = 1 };
+
+struct SortKey {
+  const void *table;  // identity of the table or result that the column belongs to
+  int column;         // column number in it
+  SortDirection direction;
+};
+
+struct SortKeyList {
+  Array<SortKey> keys;
+};
+
+[[nodiscard]] bool sort_add_key(SortKeyList &list, const void *table, int column,
+                                SortDirection direction);  // 161001, 1
+
+struct SortColumn {
+  TypeCode type;
+  int16_t p1;
+};
+
+struct SortSlot {
+  SortColumn column;
+  int32_t offset;  // of its slot in a row
+  int32_t size;    // of a value that lies in the slot; 0: the slot tells where it lies
+};
+
+struct SortStore {
+  Array<SortSlot> columns;
+  int position_count;  // tables whose row numbers a row begins with
+  int32_t nulls;       // offset of the bits in a row that tell NULL values
+  int32_t row_size;
+  uint8_t *area;
+  int32_t area_size, area_used;
+  Array<uint32_t> rows;    // offsets in the area
+  Array<uint32_t> places;  // of distinct rows by their hash: index in rows and 1, 0 for none
+};
+
+SortStore *sort_store_create(const SortColumn *columns, int column_count, int position_count);  // 1
+void sort_store_destroy(SortStore *store);
+
+// Copies one row: values in exchange form (binary: 32-bit length and bytes), null for NULL. 143101, 1.
+[[nodiscard]] bool sort_store_row(SortStore &store, const void *const *values, const RowNo *positions);
+
+// The same, unless a row that is equal in all columns (NULL equals NULL) is there. Only for a store without
+// positions all of whose rows come this way.
+[[nodiscard]] bool sort_store_distinct(SortStore &store, const void *const *values);
+
+// Sorts by the first count columns of the store in order; NULL is lowest. 61001.
+[[nodiscard]] bool sort_execute(SortStore &store, const SortDirection *directions, int count);
+
+// The exchange form of a value, at any address, or null for NULL.
+const void *sort_value(const SortStore &store, int row, int column);
+RowNo sort_position(const SortStore &store, int row, int table);
+
+}  // namespace tovik

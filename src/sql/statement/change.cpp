@@ -1,0 +1,198 @@
+// INSERT, UPDATE and DELETE.
+//
+// What one row needs from the statement's pool ends with that row. Cost per inserted row beside the row
+// handle's own: one check and one evaluation per value.
+#include <cstring>
+
+#include "frame/error.h"
+#include "sql/evaluate/set_value.h"
+#include "sql/query/planner.h"
+#include "sql/statement/executors.h"
+
+namespace tovik {
+
+namespace {
+
+// The columns that a source names (or all), and the values for them.
+struct Targets {
+  const Column **columns;
+  int column_count;
+  Node *values;  // chain of value items, or of assignment items
+  int value_count;
+};
+
+RowHandle *open_row(Database &db, const char *table_name) {
+  Table *table = table_open(db, table_name);
+  return table == nullptr ? nullptr : row_handle_open(table);
+}
+
+// ---- binding ----
+
+bool bind_column(const Table &table, const char *name, Targets &targets) {
+  const Column *column = table_find_column(table, name);
+  if (column == nullptr) return fail(status::column_not_found);
+  if (column_is_rowid(*column)) return fail(status::rowid_not_assignable);
+  for (int i = 0; i < targets.column_count; ++i) {
+    if (targets.columns[i] == column) return fail(status::column_named_twice);
+  }
+  targets.columns[targets.column_count++] = column;
+  return true;
+}
+
+bool allocate_columns(MemoryPool &pool, int count, Targets &targets) {
+  targets.columns = memory_pool_new<const Column *>(pool, count);
+  return targets.columns != nullptr || fail(status::sql_memory);
+}
+
+bool bind_all(MemoryPool &pool, const Table &table, const Node &values, Targets &targets) {
+  if (!allocate_columns(pool, table.column_count, targets)) return false;
+  for (int i = 0; i < table.column_count; ++i) targets.columns[i] = &table.columns[i];
+  targets.column_count = table.column_count;
+  targets.values = values.second;
+  targets.value_count = node_count(values.second);
+  return true;
+}
+
+bool bind_list(MemoryPool &pool, const Table &table, const Node &names, Targets &targets) {
+  if (!allocate_columns(pool, node_count(&names), targets)) return false;
+  for (const Node *name = &names; name != nullptr; name = name->first) {
+    if (!bind_column(table, node_name(*name), targets)) return false;
+  }
+  targets.values = names.second->second;
+  targets.value_count = node_count(targets.values);
+  return true;
+}
+
+bool bind_assignments(MemoryPool &pool, const Table &table, const Node &list, Targets &targets) {
+  targets.value_count = node_count(list.second);
+  if (!allocate_columns(pool, targets.value_count, targets)) return false;
+  for (const Node *item = list.second; item != nullptr; item = item->first) {
+    const Node *pair = item->second;
+    if (pair == nullptr || pair->first == nullptr || pair->second == nullptr)
+      return fail(status::assignment_tree);
+    if (!bind_column(table, node_name(*pair->first), targets)) return false;
+  }
+  targets.values = list.second;
+  return true;
+}
+
+// The expression of a value item or of an assignment item.
+Node *value_expression(const Node &item) {
+  return item.kind == node::assignment_item ? item.second->second : item.second;
+}
+
+bool names_file(const Node &source) {
+  if (source.kind == node::file_name) return true;
+  return source.kind == node::column_name && source.second->kind == node::file_name;
+}
+
+enum class Rows { many, one };
+
+// How many values a source must give: whole rows for INSERT, one row for UPDATE.
+bool value_count_fits(const Targets &targets, Rows rows) {
+  if (rows == Rows::one) return targets.value_count == targets.column_count;
+  return targets.value_count >= targets.column_count && targets.value_count % targets.column_count == 0;
+}
+
+bool bind_source(MemoryPool &pool, const Table &table, const Node &source, Rows rows, Targets &targets) {
+  switch (source.kind) {
+    case node::assignment_list:
+      return bind_assignments(pool, table, source, targets);
+    case node::values:
+      if (!bind_all(pool, table, source, targets)) return false;
+      return value_count_fits(targets, rows) || fail(status::value_count_rows);
+    default:
+      if (!bind_list(pool, table, source, targets)) return false;
+      return value_count_fits(targets, rows) || fail(status::value_count_columns);
+  }
+}
+
+// ---- rows ----
+
+// Builds and inserts one row from the values at item; *next is the item after them.
+bool insert_row(EvalContext &context, RowHandle &row, const Targets &targets, Node *item, Node **next) {
+  const PoolScope scope(*context.pool);
+  row_handle_reset(row);
+  for (int i = 0; i < targets.column_count; ++i, item = item->first) {
+    Node *expression = value_expression(*item);
+    if (!set_value_check(context, expression)) return false;
+    if (!set_value(context, *expression, row, *targets.columns[i])) return false;
+  }
+  *next = item;
+  return row_handle_insert(row);
+}
+
+bool update_row(EvalContext &context, RowHandle &writer, const RowHandle &reader, const Targets &targets) {
+  const PoolScope scope(*context.pool);
+  row_handle_copy(writer, reader);
+  const Node *item = targets.values;
+  for (int i = 0; i < targets.column_count; ++i, item = item->first) {
+    if (!set_value(context, *value_expression(*item), writer, *targets.columns[i])) return false;
+  }
+  return row_handle_update(writer);
+}
+
+bool check_values(EvalContext &context, const Targets &targets) {
+  for (Node *item = targets.values; item != nullptr; item = item->first) {
+    if (!set_value_check(context, value_expression(*item))) return false;
+  }
+  return true;
+}
+
+// Calls change for every row that meets the condition of where (null: every row).
+template <class Change>
+bool change_rows(EvalContext &context, const Node *where, Change change) {
+  Node *condition = where == nullptr ? nullptr : where->first;
+  if (condition != nullptr && !condition_check(context, condition)) return false;
+  CursorRequest request{};
+  request.context = context;
+  request.condition = condition;
+  const CursorHold cursor(cursor_open(request));
+  return cursor.get() != nullptr && each_row([&] { return cursor_fetch(*cursor); }, change);
+}
+
+TableAccess *open_access(Statement &statement, const char *table_name) {
+  Table *table = table_open(*statement.db, table_name);
+  return table == nullptr ? nullptr : access_open(*statement.pool, table, nullptr);
+}
+
+}  // namespace
+
+bool exec_insert(Statement &statement) {
+  const Node &source = *statement.root->second;
+  const RowHandleHold row(open_row(*statement.db, node_name(*statement.root->first)));
+  if (row.get() == nullptr) return false;
+  if (names_file(source)) return true;
+  Targets targets{};
+  if (!bind_source(*statement.pool, *row->table, source, Rows::many, targets)) return false;
+  EvalContext context = sql_context(statement, nullptr);
+  for (Node *item = targets.values; item != nullptr;) {
+    if (!insert_row(context, *row, targets, item, &item)) return false;
+  }
+  return true;
+}
+
+bool exec_update(Statement &statement) {
+  const Node &root = *statement.root;
+  const char *table_name = node_name(*root.first);
+  const AccessHold access(open_access(statement, table_name));
+  if (access.get() == nullptr) return false;
+  const RowHandleHold writer(open_row(*statement.db, table_name));
+  if (writer.get() == nullptr) return false;
+  if (names_file(*root.second)) return fail(status::unsupported);
+  Targets targets{};
+  if (!bind_source(*statement.pool, *writer->table, *root.second, Rows::one, targets)) return false;
+  EvalContext context = sql_context(statement, access.get());
+  if (!check_values(context, targets)) return false;
+  return change_rows(context, root.third,
+                     [&] { return update_row(context, *writer, *access->handle, targets); });
+}
+
+bool exec_delete(Statement &statement) {
+  const AccessHold access(open_access(statement, node_name(*statement.root->first)));
+  if (access.get() == nullptr) return false;
+  EvalContext context = sql_context(statement, access.get());
+  return change_rows(context, statement.root->second, [&] { return row_handle_delete(*access->handle); });
+}
+
+}  // namespace tovik
