@@ -11,6 +11,9 @@ namespace tovik::test {
 namespace {
 
 const char *const table[] = {"t"};
+char text[64];
+const char *found;
+int32_t length;
 
 // One database in files, open through any number of handles. Whoever meets another's hold fails at once.
 class Handles : public testing::Test {
@@ -37,155 +40,130 @@ class Handles : public testing::Test {
 
 // ---- random orders ----
 
+enum Kind { statements, statement, records, cursor };
+// What a handle gives that ended or is none of its kind.
+const int refused[] = {190001, 190001, 202115, 202116};
+
 // A handle that was given out, and whether it still stands.
 struct Given {
-  enum Kind { statements, statement, records, cursor } kind;
+  Kind kind;
   void *handle;
   bool live;
   void *database;  // of a statement or a cursor
-
-  template <class T>
-  T *as() const {
-    return static_cast<T *>(handle);
-  }
 };
 
-class RandomOrder {
- public:
-  explicit RandomOrder(Random &random) : random_(random) {}
-
-  void add(Given::Kind kind, void *handle, void *database = nullptr) {
-    if (handle == nullptr) return;
-    for (const Given &old : given) EXPECT_NE(old.handle, handle) << "given out before";
-    given.push_back({kind, handle, true, database});
-  }
-  Given *some(Given::Kind kind) {
-    for (int tries = 0; tries < 50 && !given.empty(); ++tries) {
-      Given &one = given[static_cast<size_t>(random_.below(static_cast<int>(given.size())))];
-      if (one.kind == kind) return &one;
-    }
-    return nullptr;
-  }
-  void closed(Given &one) {
-    if (one.live)
-      for (Given &other : given)
-        if (other.live && other.database == one.handle) other.live = false;
-    one.live = false;
-  }
-  int live(Given::Kind kind) const {
-    return static_cast<int>(std::count_if(given.begin(), given.end(),
-                                          [kind](const Given &one) { return one.live && one.kind == kind; }));
-  }
-
-  std::vector<Given> given;
-
- private:
-  Random &random_;
+// The calls that use a handle; before anything else they check it.
+int (*const statement_calls[])(kld_stmt *) = {
+    [](kld_stmt *stmt) { return kld_api_pre_stmt_char(stmt, "SELECT a, 1 / (a - 1) FROM t ORDER BY a"); },
+    [](kld_stmt *stmt) { return kld_api_pre_stmt_char(stmt, "SELECT SUM(1 / (a - 1)) FROM t"); },
+    [](kld_stmt *stmt) { return kld_api_exec_stmt(stmt); },
+    [](kld_stmt *stmt) { return kld_api_fetch_stmt(stmt); },
+    [](kld_stmt *stmt) { return kld_api_get_data(stmt, 1, 99, nullptr, 0, nullptr, nullptr); },
+    [](kld_stmt *stmt) { return kld_api_get_cols_count(stmt, nullptr); },
+    [](kld_stmt *stmt) {
+      return kld_api_get_cols_desc(stmt, 1, nullptr, 0, nullptr, nullptr, nullptr, nullptr);
+    },
+    [](kld_stmt *stmt) { return kld_api_exec_sql_wchar(stmt, wide(u"INSERT INTO t VALUES 3")); },
+    [](kld_stmt *stmt) { return kld_api_exec_sql_char(stmt, "DELETE FROM t WHERE a = 3"); },
+};
+int (*const records_calls[])(tovik_db *) = {
+    [](tovik_db *db) { return tovik_begin(db); },
+    [](tovik_db *db) { return tovik_commit(db); },
+    [](tovik_db *db) { return tovik_rollback(db); },
+    [](tovik_db *db) { return tovik_execsql_char(db, "INSERT INTO t VALUES 4"); },
+    [](tovik_db *db) { return tovik_execsql_wchar(db, wide(u"DELETE FROM t WHERE a = 4")); },
+    [](tovik_db *db) { return tovik_insert(db, nullptr, nullptr, 1); },
+    [](tovik_db *db) { return tovik_update(db, nullptr, nullptr, 1, nullptr); },
+    [](tovik_db *db) { return tovik_delete(db, nullptr, nullptr); },
+    [](tovik_db *db) { return tovik_createtbl(db, nullptr, nullptr, 0); },
+    [](tovik_db *db) { return tovik_createtbl_ex(db, nullptr, nullptr, 1, nullptr); },
+    [](tovik_db *db) { return tovik_droptbl(db, nullptr); },
+    [](tovik_db *db) { return tovik_createidx(db, nullptr, nullptr, 1, nullptr, 0, 0); },
+    [](tovik_db *db) { return tovik_dropidx(db, nullptr); },
+    [](tovik_db *db) { return tovik_gettbllst(db, nullptr, 0); },
+    [](tovik_db *db) { return tovik_getcolilst(db, nullptr, nullptr, 0); },
+    [](tovik_db *db) { return tovik_opencur(db, nullptr, 0, nullptr, nullptr) == nullptr ? -1 : 0; },
+    [](tovik_db *db) {
+      return tovik_opencur_dist(db, nullptr, 0, nullptr, nullptr, nullptr, 0) == nullptr ? -1 : 0;
+    },
+    [](tovik_db *db) { return tovik_selectsql_char(db, nullptr) == nullptr ? -1 : 0; },
+};
+int (*const cursor_calls[])(tovik_cur *) = {
+    [](tovik_cur *cursor) { return tovik_fetchcur(cursor); },
+    [](tovik_cur *cursor) { return tovik_getcol(cursor, nullptr, 99, nullptr); },
+    [](tovik_cur *cursor) { return tovik_getcol_double(cursor, nullptr, nullptr); },
+    [](tovik_cur *cursor) { return tovik_getcol_binary(cursor, "a", text, sizeof text, &length); },
+    [](tovik_cur *cursor) { return tovik_getcol_ibuf_char(cursor, "a", &found, &length); },
 };
 
-// The calls that use a statement or a cursor; the one code is what a handle that ended gives each time.
-int use_statement(kld_stmt *stmt, int call) {
-  int32_t number = 0, not_null = 0;
-  switch (call) {
-    case 0:
-      return kld_api_pre_stmt_char(stmt, "SELECT a, 1 / (a - 1) FROM t ORDER BY a");
-    case 1:
-      return kld_api_pre_stmt_char(stmt, "SELECT SUM(1 / (a - 1)) FROM t");
-    case 2:
-      return kld_api_exec_stmt(stmt);
-    case 3:
-      return kld_api_fetch_stmt(stmt);
-    case 4:
-      return kld_api_get_data(stmt, 1, TOVIK_INT32, &number, sizeof number, nullptr, &not_null);
-    case 5:
-      return kld_api_get_cols_count(stmt, &number);
-    case 6:
-      return kld_api_get_cols_desc(stmt, 1, nullptr, 0, &number, nullptr, nullptr, nullptr);
-    case 7:
-      return kld_api_exec_sql_wchar(stmt, wide(u"INSERT INTO t VALUES 3"));
-    default:
-      return kld_api_exec_sql_char(stmt, "DELETE FROM t WHERE a = 3");
-  }
+int use(Kind kind, void *handle, size_t call) {
+  if (kind == statement)
+    return statement_calls[call % std::size(statement_calls)](static_cast<kld_stmt *>(handle));
+  if (kind == records) return records_calls[call % std::size(records_calls)](static_cast<tovik_db *>(handle));
+  return cursor_calls[call % std::size(cursor_calls)](static_cast<tovik_cur *>(handle));
 }
-constexpr int statement_calls = 9;
-
-int use_cursor(tovik_cur *cursor, int call) {
-  int32_t number;
-  tovik_value value;
-  return call == 0   ? tovik_fetchcur(cursor)
-         : call == 1 ? tovik_getcol(cursor, "a", TOVIK_WCHAR, &value)
-                     : tovik_getcol_i32(cursor, "a", &number);
+void close(Kind kind, void *handle) {
+  if (kind == statements) kld_api_close_db(static_cast<kld_db *>(handle));
+  if (kind == statement) kld_api_destroy_stmt(static_cast<kld_stmt *>(handle));
+  if (kind == records) tovik_close(static_cast<tovik_db *>(handle));
+  if (kind == cursor) tovik_closecur(static_cast<tovik_cur *>(handle));
 }
-constexpr int cursor_calls = 3;
-
-int use_records(tovik_db *db, int call) {
-  tovik_colval value;
-  tovik_setcol_i32(&value, "a", 4);
-  char names[32];
-  return call == 0   ? tovik_insert(db, "t", &value, 1)
-         : call == 1 ? tovik_gettbllst(db, names, sizeof names)
-         : call == 2 ? tovik_begin(db)
-         : call == 3 ? tovik_rollback(db)
-                     : tovik_execsql_char(db, "DELETE FROM t WHERE a = 4");
-}
-constexpr int records_calls = 5;
 
 TEST_F(Handles, RandomOrders) {
   Random random;
-  RandomOrder order(random);
-  const auto close = [&](Given &one) {
-    const auto work = [&] {
-      switch (one.kind) {
-        case Given::statements:
-          return kld_api_close_db(one.as<kld_db>());
-        case Given::statement:
-          return kld_api_destroy_stmt(one.as<kld_stmt>());
-        case Given::records:
-          return tovik_close(one.as<tovik_db>());
-        case Given::cursor:
-          return tovik_closecur(one.as<tovik_cur>());
-      }
-    };
-    if (random.one_in(4)) {
-      std::thread(work).join();
-    } else {
-      work();
-    }
-    order.closed(one);
+  std::vector<Given> given;
+  const auto add = [&](Kind kind, void *handle, void *database) {
+    for (const Given &old : given) EXPECT_NE(old.handle, handle) << "given out before";
+    if (handle != nullptr) given.push_back({kind, handle, true, database});
   };
-  for (int step = 0; step < 1000 && !HasFailure(); ++step) {
+  // A handle of the kind, or, now and then, of another one or null.
+  const auto some = [&](Kind kind) {
+    Given one = {kind, nullptr, false, nullptr};
+    for (int tries = random.one_in(4) ? random.below(2) : 50; tries > 0 && !given.empty(); --tries) {
+      one = given[static_cast<size_t>(random.below(static_cast<int>(given.size())))];
+      if (one.kind == kind) return one;
+    }
+    one.live = false;
+    return one;
+  };
+  const auto live = [&](Kind kind) {
+    return std::count_if(given.begin(), given.end(),
+                         [&](const Given &one) { return one.live && one.kind == kind; });
+  };
+  for (int step = 0; step < 2000 && !HasFailure(); ++step) {
     SCOPED_TRACE("step " + std::to_string(step));
-    const Given::Kind kind = static_cast<Given::Kind>(random.below(4));
-    const Given::Kind owner = kind <= Given::statement ? Given::statements : Given::records;
-    Given *one = order.some(kind), *database = order.some(owner);
+    const Kind kind = static_cast<Kind>(random.below(4)), owner = kind <= statement ? statements : records;
+    const Given one = some(kind), database = some(owner);
     if (random.one_in(200)) {
       kld_api_end();
-      for (Given &each : order.given) each.live = false;
+      for (Given &each : given) each.live = false;
       ASSERT_EQ(tovik_init("HVI_TRAN_SYNC=OFF"), 0);
-    } else if (kind == owner && order.live(kind) < 3 && random.one_in(3)) {
-      order.add(kind, kind == Given::statements ? static_cast<void *>(open_statements()) : open_records());
-    } else if (kind != owner && database != nullptr && order.live(kind) < 8 && random.one_in(3)) {
-      void *made = kind == Given::statement ? static_cast<void *>(kld_api_create_stmt(database->as<kld_db>()))
-                   : random.one_in(2) ? tovik_opencur(database->as<tovik_db>(), table, 1, nullptr, nullptr)
-                                      : tovik_selectsql_char(database->as<tovik_db>(), "SELECT a FROM t");
-      EXPECT_EQ(made != nullptr, database->live) << error_code();
-      if (made == nullptr) {
-        EXPECT_EQ(error_code(), kind == Given::statement ? 190001 : 202115);
-      }
-      order.add(kind, made, database->handle);
-    } else if (one != nullptr && random.one_in(5)) {
-      if (kind == Given::statement && random.one_in(2)) {
-        kld_api_clear_stmt(one->as<kld_stmt>());
+    } else if (kind == owner && live(kind) < 3 && random.one_in(3)) {
+      add(kind, kind == statements ? static_cast<void *>(open_statements()) : open_records(), nullptr);
+    } else if (kind != owner && live(kind) < 8 && random.one_in(3)) {
+      tovik_db *const db = static_cast<tovik_db *>(database.handle);
+      void *made = kind == statement
+                       ? static_cast<void *>(kld_api_create_stmt(static_cast<kld_db *>(database.handle)))
+                   : random.one_in(2) ? tovik_opencur(db, table, 1, nullptr, nullptr)
+                                      : tovik_selectsql_char(db, "SELECT a FROM t");
+      EXPECT_EQ(made == nullptr ? error_code() : 0, database.live ? 0 : refused[owner]);
+      add(kind, made, database.handle);
+    } else if (kind == statement && random.one_in(10)) {
+      kld_api_clear_stmt(static_cast<kld_stmt *>(one.handle));
+    } else if (random.one_in(8)) {
+      const int code = error_code();
+      if (random.one_in(4)) {
+        std::thread(close, kind, one.handle).join();
       } else {
-        close(*one);
+        close(kind, one.handle);
       }
-    } else if (one != nullptr && kind != Given::statements) {
-      const int ended = kind == Given::statement ? 190001 : kind == Given::records ? 202115 : 202116;
-      const int result =
-          kind == Given::statement ? use_statement(one->as<kld_stmt>(), random.below(statement_calls))
-          : kind == Given::records ? use_records(one->as<tovik_db>(), random.below(records_calls))
-                                   : use_cursor(one->as<tovik_cur>(), random.below(cursor_calls));
-      EXPECT_EQ(result < 0 && error_code() == ended, !one->live) << kind << " " << result << error_code();
+      EXPECT_EQ(one.live ? code : error_code(), code) << "of the call before";
+      for (Given &each : given)
+        if (one.live && (each.handle == one.handle || each.database == one.handle)) each.live = false;
+    } else if (kind != statements) {
+      const int result = use(kind, one.handle, random.next());
+      EXPECT_EQ(result < 0 && error_code() == refused[kind], !one.live)
+          << kind << " " << result << error_code();
     }
   }
   kld_api_end();  // with whatever is still open
@@ -199,8 +177,8 @@ TEST_F(Handles, RandomOrders) {
 TEST_F(Handles, ClosedByThreadsAtTheSameTime) {
   constexpr int thread_count = 3;
   for (int round = 0; round < 40; ++round) {
-    kld_db *statements = open_statements();
-    tovik_db *records = open_records();
+    kld_db *statements_db = open_statements();
+    tovik_db *records_db = open_records();
     std::atomic<int> ready{0};
     std::vector<std::thread> threads;
     for (int i = 0; i < thread_count; ++i)
@@ -208,9 +186,9 @@ TEST_F(Handles, ClosedByThreadsAtTheSameTime) {
         kld_stmt *made[3];
         tovik_cur *cursors[3];
         for (int each = 0; each < 3; ++each) {
-          EXPECT_NE(made[each] = kld_api_create_stmt(statements), nullptr);
-          EXPECT_EQ(use_statement(made[each], 0), 0) << error_code();
-          EXPECT_NE(cursors[each] = tovik_opencur(records, table, 1, nullptr, nullptr), nullptr);
+          EXPECT_NE(made[each] = kld_api_create_stmt(statements_db), nullptr);
+          EXPECT_EQ(use(statement, made[each], 0), 0) << error_code();
+          EXPECT_NE(cursors[each] = tovik_opencur(records_db, table, 1, nullptr, nullptr), nullptr);
         }
         for (++ready; ready < thread_count;) std::this_thread::yield();
         for (int each = 0; each < 3; ++each) {
@@ -220,8 +198,8 @@ TEST_F(Handles, ClosedByThreadsAtTheSameTime) {
         }
       });
     while (ready < thread_count) std::this_thread::yield();
-    kld_api_close_db(statements);
-    tovik_close(records);
+    kld_api_close_db(statements_db);
+    tovik_close(records_db);
     for (std::thread &thread : threads) thread.join();
   }
   EXPECT_EQ(count(), 2);
@@ -240,35 +218,34 @@ int in_child(Work work) {
 }
 
 TEST_F(Handles, AreRefusedInAProcessThatForkMade) {
-  kld_db *statements = open_statements();
-  kld_stmt *stmt = kld_api_create_stmt(statements);
-  tovik_db *records = open_records();
-  tovik_cur *cursor = tovik_opencur(records, table, 1, nullptr, nullptr);
-  ASSERT_EQ(tovik_fetchcur(cursor), 1);
-  ASSERT_EQ(use_statement(stmt, 0), 0);
+  kld_db *statements_db = open_statements();
+  kld_stmt *stmt = kld_api_create_stmt(statements_db);
+  tovik_db *records_db = open_records();
+  tovik_cur *rows = tovik_opencur(records_db, table, 1, nullptr, nullptr);
+  ASSERT_EQ(tovik_fetchcur(rows), 1);
+  ASSERT_EQ(use(statement, stmt, 0), 0);
   // Another thread is inside a call at the moment of the fork.
   std::atomic<bool> done{false};
   int acknowledged = 0;
   Session writer(params_);
-  const auto all_refused = [&](int code_of_statements, int code_of_records) {
-    for (int call = 0; call < statement_calls; ++call)
-      if (use_statement(stmt, call) != -1 || error_code() != code_of_statements) return 1 + call;
-    for (int call = 0; call < cursor_calls; ++call)
-      if (use_cursor(cursor, call) != -1 || (tovik_geterr() != code_of_records && tovik_geterr() != 202116))
-        return 20 + call;
-    for (int call = 0; call < records_calls; ++call)
-      if (use_records(records, call) != -1 || tovik_geterr() != code_of_records) return 30 + call;
-    return kld_api_create_stmt(statements) == nullptr && error_code() == code_of_statements ? 0 : 40;
+  const auto all_refused = [&](int by_statements, int by_records) {
+    for (size_t call = 0; call < 20; ++call) {
+      if (use(statement, stmt, call) != -1 || error_code() != by_statements) return 1;
+      if (use(cursor, rows, call) != -1 || (error_code() != by_records && error_code() != refused[cursor]))
+        return 2;
+      if (use(records, records_db, call) != -1 || error_code() != by_records) return 3;
+    }
+    return kld_api_create_stmt(statements_db) == nullptr && error_code() == by_statements ? 0 : 4;
   };
   const auto close_all = [&] {
     kld_api_clear_stmt(stmt);
     kld_api_destroy_stmt(stmt);
-    kld_api_close_db(statements);
-    tovik_closecur(cursor);
-    tovik_close(records);
+    kld_api_close_db(statements_db);
+    tovik_closecur(rows);
+    tovik_close(records_db);
   };
   kld_api_clear_stmt(stmt);
-  tovik_closecur(cursor);
+  tovik_closecur(rows);
   std::thread inserts([&] {
     for (; !done; usleep(1000))
       if (writer.run("INSERT INTO t VALUES 5") == 0) ++acknowledged;
@@ -297,8 +274,8 @@ TEST_F(Handles, AreRefusedInAProcessThatForkMade) {
   done = true;
   inserts.join();
   EXPECT_EQ(count(), 2 + acknowledged + 5);
-  EXPECT_EQ(use_statement(stmt, 0), 0) << "the parent's handles go on";
-  EXPECT_EQ(use_records(records, 1), 1);
+  EXPECT_EQ(use(statement, stmt, 0), 0) << "the parent's handles go on";
+  EXPECT_EQ(use(records, records_db, 0), 0);
   close_all();
 }
 
