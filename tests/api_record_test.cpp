@@ -36,11 +36,7 @@ class Arguments : public testing::Test {
  protected:
   void SetUp() override {
     db.run({"CREATE TABLE t (a int, b char(20), l blob(20, 4, 20))", "INSERT INTO t VALUES 1, 'one', '01'"});
-    tables[0] = "t";
-    ASSERT_EQ(tovik_fetchcur(cursor = db.open_cursor("t")), 1);
   }
-  void TearDown() override { tovik_closecur(cursor); }
-
   void conditions();
   void values();
   void schema();
@@ -48,8 +44,7 @@ class Arguments : public testing::Test {
   void reads();
 
   RecordDatabase db;
-  tovik_cur *cursor = nullptr;
-  const char *tables[2] = {};
+  const char *tables[1] = {"t"};
   tovik_cond cond, one;
   tovik_order order;
   tovik_colval value;
@@ -79,19 +74,15 @@ void Arguments::conditions() {
   GIVES(202129) << tovik_comp(nullptr, nullptr, 0, 0, nullptr) << tovik_isnull(nullptr, "a")
                 << tovik_range_wchar(nullptr, "a", xs, 1, xs, 1) << tovik_compcol(nullptr, "a", 0, "b")
                 << tovik_and(nullptr, nullptr, nullptr) << tovik_not(nullptr, nullptr);
-  GIVES(202131) << tovik_comp(&cond, "a", 100, 3, nullptr) << tovik_comp(&cond, "a", TOVIK_AND, 3, &number)
+  GIVES(202131) << tovik_comp(&cond, "a", TOVIK_AND, 3, &number)
                 << tovik_compcol(&cond, "a", TOVIK_LIKE, "b");
   GIVES(202132) << tovik_comp(&cond, "a", TOVIK_EQ, -1, &number)
-                << tovik_comp(&cond, "a", TOVIK_GE, 10, &number)
                 << tovik_comp(&cond, "a", TOVIK_LIKE, 3, &number)
                 << tovik_range(&cond, "a", 10, nullptr, 1, &number, 1);
-  GIVES(0) << tovik_comp(&cond, "a", TOVIK_NE, 0, nullptr) << tovik_comp(&cond, "a", TOVIK_LIKE, 8, &xs);
   GIVES(202133) << tovik_comp(&cond, "a", TOVIK_GE, 9, nullptr)
                 << tovik_comp(&cond, "a", TOVIK_LIKE, 7, &no_text)
-                << tovik_range(&cond, "a", 3, &number, 1, nullptr, 1)
                 << tovik_range_wchar(&cond, "a", xs, 1, nullptr, 1);
-  GIVES(202113) << tovik_compcol(&cond, "a", TOVIK_LIKE, "");
-  GIVES(0) << tovik_comp_i32(&one, "a", TOVIK_EQ, 1);
+  GIVES(0) << tovik_comp_i32(&one, "a", TOVIK_EQ, 1) << tovik_comp(&cond, "a", TOVIK_NE, 0, nullptr);
   GIVES(202134) << tovik_and(&cond, nullptr, nullptr) << tovik_or(&cond, nullptr, &one);
   GIVES(202135) << tovik_and(&cond, &one, nullptr);
   GIVES(202130) << tovik_not(&cond, nullptr);
@@ -100,7 +91,7 @@ void Arguments::conditions() {
   GIVES(0) << tovik_sort(&order, 2, "a", 0, longest_column.c_str(), 1);
   for (const char *bad : bad_columns)
     GIVES(202113) << tovik_comp(&cond, bad, 0, 99, nullptr) << tovik_isnull(&cond, bad)
-                  << tovik_range_i64(&cond, bad, 1, 1, 2, 1) << tovik_compcol(&cond, "a", TOVIK_EQ, bad)
+                  << tovik_range_i64(&cond, bad, 1, 1, 2, 1) << tovik_compcol(&cond, "a", TOVIK_LIKE, bad)
                   << tovik_compcol(&cond, bad, TOVIK_EQ, "a") << tovik_sort(&order, 2, "a", 0, bad, 0);
   expect_typed<int8_t>(TOVIK_INT8, tovik_comp_i8, tovik_range_i8, tovik_setcol_i8);
   expect_typed<int16_t>(TOVIK_INT16, tovik_comp_i16, tovik_range_i16, tovik_setcol_i16);
@@ -112,29 +103,24 @@ void Arguments::conditions() {
 
 void Arguments::values() {
   const int32_t number = 7;
-  const char *text = "x", *no_text = nullptr;
-  const tovik_bytes no_bytes = {nullptr, 1}, empty = {"x", 0};
-  GIVES(202118) << tovik_setcol(nullptr, nullptr, 99, nullptr);
-  GIVES(202111) << tovik_setcol(&value, nullptr, 99, nullptr) << tovik_setcol_double(&value, "", 1)
+  const char *no_text = nullptr;
+  const tovik_bytes empty = {"x", 0};
+  GIVES(202118) << tovik_setcol(nullptr, nullptr, 99, nullptr) << tovik_insert(db, "nosuch", nullptr, 0);
+  GIVES(202111) << tovik_setcol(&value, nullptr, 99, nullptr)
                 << tovik_setcolnull(&value, too_long_name.c_str());
   GIVES(202151) << tovik_setcol(&value, "a", 11, &number) << tovik_setcol(&value, "a", -1, nullptr);
   GIVES(202103) << tovik_setcol(&value, "a", 3, nullptr) << tovik_setcol_ctime(&value, "a", nullptr);
   GIVES(202123) << tovik_setcol(&value, "a", 7, &no_text) << tovik_setcol_wchar(&value, "a", nullptr);
-  GIVES(202124) << tovik_setcol(&value, "a", 10, &no_bytes) << tovik_setcol(&value, "a", 10, &empty)
-                << tovik_setcol_binary(&value, "a", "x", -1);
-  GIVES(0) << tovik_setcol(&value, "a", 7, &text)
-           << tovik_setcol(&value, too_long_name.c_str() + 1, 0, nullptr);
+  GIVES(202124) << tovik_setcol(&value, "a", 10, &empty) << tovik_setcol_binary(&value, "a", "x", -1);
+  GIVES(0) << tovik_setcol(&value, too_long_name.c_str() + 1, 0, nullptr);
   GIVES(202110) << tovik_insert(db, nullptr, nullptr, 0) << tovik_update(db, "", nullptr, 0, nullptr)
                 << tovik_delete(db, nullptr, nullptr);
-  GIVES(202118) << tovik_insert(db, "nosuch", nullptr, 0) << tovik_update(db, "t", nullptr, 0, nullptr);
   GIVES(202120) << tovik_insert(db, "nosuch", &value, 0) << tovik_update(db, "t", &value, 201, nullptr);
   GIVES(141004) << tovik_insert(db, "nosuch", &value, 1) << tovik_delete(db, "nosuch", nullptr);
   GIVES(202150) << tovik_insert(db, "t", &value, 1) << tovik_update(db, "t", &value, 1, nullptr);
   GIVES(0) << tovik_setcol_binary(&value, "a", "x", 1);
   GIVES(202154) << tovik_insert(db, "t", &value, 1);
-  value = {};
-  strcpy(value.name, "a");
-  value.type = TOVIK_CHAR;  // by hand, without a text
+  value = {"a", TOVIK_CHAR, {}};  // by hand, without a text
   GIVES(202123) << tovik_insert(db, "t", &value, 1);
   GIVES(0) << tovik_setcol_i32(&value, "rowid", 1);
   GIVES(142010) << tovik_insert(db, "t", &value, 1);
@@ -143,8 +129,7 @@ void Arguments::values() {
 
 void Arguments::schema() {
   const char *columns[] = {"a", "b", "a"}, *null_column[] = {"a", nullptr};
-  const tovik_coldef good = coldef("c", TOVIK_COL_INT), with_digit = coldef("1c", TOVIK_COL_INT),
-                     keyword = coldef("Select", TOVIK_COL_INT),
+  const tovik_coldef good = coldef("c", TOVIK_COL_INT), keyword = coldef("Select", TOVIK_COL_INT),
                      unended = coldef(too_long_name.c_str(), TOVIK_COL_INT), varchar = coldef("c", 0x20d, 5),
                      byte = coldef("c", 0x13), wide_char = coldef("c", TOVIK_COL_CHAR, 32768),
                      wide_row = coldef("c", TOVIK_COL_TEXT, 20, 65536);
@@ -154,16 +139,14 @@ void Arguments::schema() {
   GIVES(202110) << tovik_createtbl(db, nullptr, nullptr, 0) << tovik_droptbl(db, "")
                 << tovik_createidx(db, too_long_name.c_str(), columns, 1, "t", 0, 0);
   GIVES(202117) << tovik_createtbl(db, "n", nullptr, 0) << tovik_getcolilst(db, "t", nullptr, 0);
-  GIVES(202120) << tovik_createtbl(db, "n", &with_digit, 0) << tovik_createtbl(db, "n", &good, 201)
+  GIVES(202120) << tovik_createtbl(db, "n", &keyword, 0) << tovik_createtbl(db, "n", &good, 201)
                 << tovik_getcolilst(db, "t", list, 0);
-  GIVES(202111) << tovik_createtbl(db, "n", &with_digit, 1) << tovik_createtbl(db, "n", &keyword, 1)
-                << tovik_createtbl(db, "n", &unended, 1);
+  GIVES(202111) << tovik_createtbl(db, "n", &keyword, 1) << tovik_createtbl(db, "n", &unended, 1);
   GIVES(202152) << tovik_createtbl(db, "n", &varchar, 1);
   GIVES(202153) << tovik_createtbl_ex(db, "n", &byte, 1, nullptr);
   GIVES(142007) << tovik_createtbl(db, "n", &wide_char, 1);
   GIVES(142008) << tovik_createtbl(db, "n", &wide_row, 1);
-  GIVES(202121) << tovik_createidx(db, "i", nullptr, 0, nullptr, 0, 0)
-                << tovik_createidx(db, "i", null_column, 2, "t", 0, 0);
+  GIVES(202121) << tovik_createidx(db, "i", null_column, 2, "t", 0, 0);
   GIVES(202122) << tovik_createidx(db, "i", columns, 0, "t", 0, 0)
                 << tovik_createidx(db, "i", columns, 3, nullptr, 0, 0);
   GIVES(202144) << tovik_gettbllst(db, nullptr, 0);
@@ -185,21 +168,19 @@ void Arguments::cursors() {
   tovik_order unsorted = {}, wrong, twice;
   tovik_sort(&wrong, 1, "nosuch", 0);
   tovik_sort(&twice, 3, "a", 0, "b", 0, "t.a", 1);
-  GIVES(202125) << tovik_opencur(db, nullptr, 0, nullptr, nullptr)
-                << tovik_opencur(db, no_name, 2, nullptr, nullptr);
+  GIVES(202125) << tovik_opencur(db, no_name, 2, nullptr, nullptr);
   GIVES(202126) << tovik_opencur(db, tables, 0, nullptr, nullptr);
   GIVES(172002) << tovik_opencur(db, unknown, 17, nullptr, nullptr);
-  GIVES(202160) << tovik_opencur(db, tables, 1, &too_deep, nullptr);
-  GIVES(202161) << tovik_opencur(db, tables, 1, &nothing, &wrong)
-                << tovik_update(db, "t", &value, 1, &nothing);
-  GIVES(150004) << tovik_opencur(db, tables, 1, &ring, nullptr);
-  GIVES(202138) << tovik_opencur(db, tables, 1, &one, &unsorted);
-  GIVES(161001) << tovik_opencur(db, tables, 1, &one, &twice);
-  GIVES(150008) << tovik_opencur(db, tables, 1, &one, &wrong)
+  GIVES(202160) << db.open_cursor("t", &too_deep);
+  GIVES(202161) << db.open_cursor("t", &nothing, &wrong) << tovik_update(db, "t", &value, 1, &nothing);
+  GIVES(150004) << db.open_cursor("t", &ring);
+  GIVES(202138) << db.open_cursor("t", &one, &unsorted);
+  GIVES(161001) << db.open_cursor("t", &one, &twice);
+  GIVES(150008) << db.open_cursor("t", &one, &wrong)
                 << tovik_opencur_dist(db, tables, 1, &one, nullptr, unknown, 1);
   GIVES(202113) << tovik_opencur_dist(db, tables, 1, &one, nullptr, bad_distinct, 2);
   GIVES(0) << tovik_comp_char(&cond, "t.a", TOVIK_EQ, "x");
-  GIVES(150003) << tovik_opencur(db, tables, 1, &cond, nullptr);
+  GIVES(150003) << db.open_cursor("t", &cond);
   GIVES(202136) << tovik_execsql_char(db, " \t\r\n") << tovik_execsql_wchar(db, nullptr)
                 << tovik_selectsql_char(db, nullptr) << tovik_selectsql_wchar(db, wide(u" "));
   GIVES(202142) << tovik_execsql_char(db, " sElEcT * FROM t");
@@ -209,46 +190,40 @@ void Arguments::cursors() {
 }
 
 void Arguments::reads() {
-  tovik_cur *sql = tovik_selectsql_char(db, "SELECT a, b AS name, a + 1, 1 / (a - 1) FROM t");
-  const char *name[] = {"b"};
-  tovik_cur *distinct = tovik_opencur_dist(db, tables, 1, nullptr, nullptr, name, 1);
-  int32_t number = 5;
-  const char *text = "untouched";
-  const void *bytes = nullptr;
+  const char *name[] = {"b"}, *text;
+  tovik_cur *sql = tovik_selectsql_char(db, "SELECT a, b AS name, 1 / (a - 1) FROM t"),
+            *distinct = tovik_opencur_dist(db, tables, 1, nullptr, nullptr, name, 1),
+            *cursor = db.open_cursor("t");
+  int32_t number;
+  const void *bytes;
   uint16_t *const wide_buffer = reinterpret_cast<uint16_t *>(buffer);
+  GIVES(43010) << tovik_getcol_char(distinct, "b", buffer, 9) << tovik_getcol_i32(cursor, "a", &number);
+  GIVES(0) << tovik_fetchcur(sql) << tovik_fetchcur(distinct) << tovik_fetchcur(cursor);
   for (const char *bad : bad_columns)
     GIVES(202113) << tovik_getcol(cursor, bad, 99, nullptr) << tovik_getcol_i32(sql, bad, nullptr)
                   << tovik_getcol_char(distinct, bad, buffer, 1)
                   << tovik_getcol_ibuf_binary(cursor, bad, &bytes, &length);
-  GIVES(43010) << tovik_getcol_char(distinct, "b", buffer, 9);
-  GIVES(0) << tovik_fetchcur(sql) << tovik_fetchcur(distinct);
   GIVES(202154) << tovik_getcol(cursor, "a", 0, nullptr) << tovik_getcol(cursor, "a", 11, nullptr)
                 << tovik_getcol_ibuf_char(cursor, "a", &text, &length)
                 << tovik_getcol_ibuf_binary(cursor, "b", &bytes, &length);
   GIVES(150008) << tovik_getcol(cursor, "nosuch", 3, nullptr);
-  GIVES(202119) << tovik_getcol_i8(cursor, "a", nullptr) << tovik_getcol_double(distinct, "b", nullptr)
-                << tovik_getcol_char(cursor, "b", nullptr, 1)
+  GIVES(202119) << tovik_getcol_i8(cursor, "a", nullptr) << tovik_getcol_char(cursor, "b", nullptr, 1)
                 << tovik_getcol_binary(nullptr, "l", nullptr, 1, &length);
   GIVES(202127) << tovik_getcol_char(nullptr, nullptr, nullptr, 0)
                 << tovik_getcol_binary(nullptr, "l", nullptr, 0, nullptr);
   GIVES(202128) << tovik_getcol_char(cursor, "b", buffer, 3) << tovik_getcol_char(cursor, "l", buffer, 2);
   GIVES(190016) << tovik_getcol_wchar(cursor, "b", wide_buffer, 7);
   GIVES(0) << tovik_getcol_char(cursor, "b", buffer, 4) << tovik_getcol_char(cursor, "l", buffer, 3)
-           << tovik_getcol_wchar(cursor, "b", wide_buffer, 8) << tovik_getcol_char(sql, "name", buffer, 9)
-           << tovik_getcol_i32(sql, "EXPRESSION_1", &number);
+           << tovik_getcol_wchar(cursor, "b", wide_buffer, 8) << tovik_getcol_char(sql, "name", buffer, 4);
   GIVES(202139) << tovik_getcol_binary(nullptr, "l", nullptr, 1, nullptr);
   GIVES(202145) << tovik_getcol_ibuf_char(nullptr, "b", nullptr, nullptr);
   GIVES(202146) << tovik_getcol_ibuf_binary(nullptr, "b", &bytes, nullptr);
   GIVES(202147) << tovik_getcol_ibuf_char(cursor, "l", &text, &length);
   GIVES(202140) << tovik_getcol_char(sql, "B", buffer, 9) << tovik_getcol_i32(distinct, "a", &number);
-  GIVES(202141) << tovik_getcol_i32(sql, "EXPRESSION_2", &number);
-  GIVES(0) << tovik_fetchcur(cursor);
+  GIVES(202141) << tovik_getcol_i32(sql, "EXPRESSION_1", &number);
+  for (int i = 0; i < 2; ++i) GIVES(0) << tovik_fetchcur(cursor);
   GIVES(43010) << tovik_getcol_i32(cursor, "a", &number);
-  GIVES(0) << tovik_fetchcur(cursor);
-  EXPECT_EQ(number, 2);
-  EXPECT_STREQ(text, "untouched");
-  tovik_closecur(sql);
-  tovik_closecur(distinct);
+  for (tovik_cur *each : {sql, distinct, cursor}) tovik_closecur(each);
 }
 
 TEST_F(Arguments, AreCheckedInTheirOrder) {
@@ -266,62 +241,6 @@ TEST(RecordLibrary, MustBeStarted) {
   GIVES(202101) << tovik_create("r", nullptr) << tovik_drop("r")
                 << (tovik_open("r", nullptr) == nullptr ? -1 : 0);
   GIVES(202114) << tovik_drop("") << (tovik_open("", nullptr) == nullptr ? -1 : 0);
-}
-
-// Closed, foreign and null handles give their code or are ignored.
-TEST(RecordHandles, AreChecked) {
-  RecordDatabase db;
-  db.run({"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1"});
-  tovik_cur *open = db.open_cursor("t"), *closed_early = db.open_cursor("t"), *at_close = db.open_cursor("t");
-  tovik_closecur(closed_early);
-  EXPECT_EQ(tovik_fetchcur(at_close), 1);
-  tovik_db *second = tovik_open("r", db.params());
-  kld_db *foreign = kld_api_open_db((std::string("name=r;") + db.params()).c_str());
-  ASSERT_NE(foreign, nullptr);
-  tovik_cur *of_second = tovik_selectsql_char(second, "SELECT a FROM t");
-  tovik_close(second);
-  const char *tables[] = {"t"}, *columns[] = {"a"};
-  tovik_colval value;
-  tovik_setcol_i32(&value, "a", 2);
-  const tovik_coldef definition = coldef("a", TOVIK_COL_INT);
-  char buffer[64];
-  void *const not_databases[] = {nullptr, open, foreign, second};
-  for (void *handle : not_databases) {
-    tovik_db *bad = static_cast<tovik_db *>(handle);
-    GIVES(202115) << tovik_begin(bad) << tovik_commit(bad) << tovik_rollback(bad)
-                  << tovik_createtbl(bad, nullptr, nullptr, 0)
-                  << tovik_createtbl_ex(bad, "n", &definition, 1, nullptr) << tovik_droptbl(bad, nullptr)
-                  << tovik_createidx(bad, nullptr, columns, 1, "t", 0, 0) << tovik_dropidx(bad, "i")
-                  << tovik_gettbllst(bad, nullptr, 0) << tovik_getcolilst(bad, "t", nullptr, 0)
-                  << tovik_opencur(bad, nullptr, 0, nullptr, nullptr)
-                  << tovik_opencur_dist(bad, tables, 1, nullptr, nullptr, columns, 1)
-                  << tovik_insert(bad, nullptr, &value, 1) << tovik_update(bad, "t", nullptr, 1, nullptr)
-                  << tovik_delete(bad, nullptr, nullptr) << tovik_execsql_char(bad, nullptr)
-                  << tovik_execsql_wchar(bad, wide(u"SELECT 1")) << tovik_selectsql_char(bad, nullptr);
-    EXPECT_EQ(tovik_begin(bad), -1);
-    tovik_close(bad);
-    EXPECT_EQ(tovik_geterr(), 202115) << "a close leaves the record alone";
-  }
-  void *const not_cursors[] = {nullptr, db, foreign, closed_early, of_second};
-  for (void *handle : not_cursors) {
-    tovik_cur *bad = static_cast<tovik_cur *>(handle);
-    const char *text;
-    int32_t length;
-    GIVES(202116) << tovik_getcol(bad, nullptr, 99, nullptr) << tovik_getcol_double(bad, nullptr, nullptr)
-                  << tovik_getcol_char(bad, nullptr, buffer, 1)
-                  << tovik_getcol_binary(bad, "a", buffer, 1, &length)
-                  << tovik_getcol_ibuf_char(bad, nullptr, &text, &length) << tovik_fetchcur(bad);
-    tovik_closecur(bad);
-    EXPECT_EQ(tovik_geterr(), 202116) << "a close leaves the record alone";
-  }
-  EXPECT_EQ(rows_of(open, {"a"}), "1") << "the calls above closed nothing";
-  kld_api_close_db(foreign);
-  GIVES(0) << tovik_begin(db) << tovik_insert(db, "t", &value, 1);
-  tovik_close(db);  // with a cursor and a transaction
-  GIVES(202116) << tovik_fetchcur(at_close);
-  GIVES(202115) << tovik_commit(db);
-  db.open();
-  EXPECT_EQ(db.rows("t", {"a"}), "1");
 }
 
 // ---- reads ----
@@ -385,13 +304,11 @@ struct ColumnReads {
 };
 const ColumnReads column_reads[] = {
     {"i1", "tinyint", "-5", "-5 -5 -5 -5 - - -5 -5 - -", "-5 -5 -5 -5 -5 -5 -5 -5 - -"},
-    {"i2", "smallint", "300", "- 300 300 300 - - 300 300 - -", "44 300 300 300 300 300 300 300 - -"},
     {"i4", "int", "70000", "- - 70000 70000 - - 70000 70000 - -",
      "112 4464 70000 70000 70000 70000 70000 70000 - -"},
     {"i8", "bigint", "-1", "- - - -1 - - -1 -1 - -", "-1 -1 -1 -1 -1 -1 -1 -1 - -"},
     {"c2", "csmallint", "-32768", "- -32768 -32768 -32768 - - -32768 -32768 - -",
      "0 -32768 -32768 -32768 -32768 -32768 -32768 -32768 - -"},
-    {"c8", "cbigint", "9", "- - - 9 - - 9 9 - -", "9 9 9 9 9 9 9 9 - -"},
     {"f", "float", "-2.75", "- - - - -2.75 -2.75 -2.750000e+00 -2.750000e+00 - -",
      "-2 -2 -2 -2 -2.75 -2.75 -2.750000e+00 -2.750000e+00 - -"},
     {"d", "double", "300.5", "- - - - 300.5 300.5 3.00500000000000e+02 3.00500000000000e+02 - -",
@@ -454,48 +371,37 @@ TEST(RecordReads, EveryColumnAsEveryType) {
 TEST(RecordReads, ByManyNamesAndByOnesThatSeveralBear) {
   RecordDatabase db;
   std::string columns, values, items;
-  std::vector<std::string> names;
   for (int i = 0; i < 200; ++i) {
-    const std::string name = "c" + std::to_string(i);
-    columns += (i == 0 ? "" : ", ") + name + " int";
-    values += (i == 0 ? "" : ", ") + std::to_string(i);
-    if (i < 128) items += (i == 0 ? "" : ", ") + name + (i % 2 == 0 ? "" : " + 0 AS " + name);
-    names.push_back(name);
+    const std::string comma = i == 0 ? "" : ", ", name = "c" + std::to_string(i);
+    columns += comma + name + " int";
+    values += comma + std::to_string(i);
+    if (i < 128) items += comma + name + (i % 2 == 0 ? "" : " + 0 AS " + name);
   }
   db.run({("CREATE TABLE t (" + columns + ")").c_str(), ("INSERT INTO t VALUES " + values).c_str(),
           ("INSERT INTO t VALUES " + values).c_str(), "CREATE TABLE u (x int, c1 int)",
-          "INSERT INTO u VALUES 1, 7", "UPDATE t SET c199 = 0"});
+          "INSERT INTO u VALUES 1, 7"});
   const char *tables[] = {"t", "u"};
   Random random;
+  int32_t value = -1;
   for (const bool sql : {false, true}) {
     tovik_cur *cursor = sql ? tovik_selectsql_char(db, ("SELECT " + items + " FROM t").c_str())
                             : tovik_opencur(db, tables, 2, nullptr, nullptr);
-    for (int row = 0; row < 2; ++row) {
-      ASSERT_EQ(tovik_fetchcur(cursor), 1) << tovik_geterr();
-      for (int read = 0; read < 2000; ++read) {
-        const int i = random.below(sql ? 128 : 199);
-        const std::string name = (sql || random.one_in(2) ? "" : "t.") + names[static_cast<size_t>(i)];
-        int32_t value = -1;
-        ASSERT_EQ(tovik_getcol_i32(cursor, name.c_str(), &value), 1) << name << tovik_geterr();
-        ASSERT_EQ(value, i) << name;
-      }
-      int32_t value = -1;
-      GIVES(sql ? 202140 : 0) << tovik_getcol_i32(cursor, "u.c1", &value);
-      EXPECT_EQ(value, sql ? -1 : 7);
+    for (int read = 0; read < 4000; ++read) {
+      ASSERT_EQ(read % 2000 == 0 ? tovik_fetchcur(cursor) : 1, 1);
+      const int i = random.below(sql ? 128 : 200);
+      const std::string name = (sql || random.one_in(2) ? "c" : "t.c") + std::to_string(i);
+      ASSERT_EQ(tovik_getcol_i32(cursor, name.c_str(), &value), 1) << name << tovik_geterr();
+      ASSERT_EQ(value, i) << name;
     }
+    GIVES(sql ? 202140 : 0) << tovik_getcol_i32(cursor, "u.c1", &value);
     tovik_closecur(cursor);
   }
-  tovik_cur *cursor = tovik_selectsql_char(db, "SELECT x AS c1, c1, c1 + 1, x + 1, x AS EXPRESSION_2 FROM u");
-  GIVES(0) << tovik_fetchcur(cursor);
-  const std::pair<const char *, int> first[] = {
-      {"c1", 1}, {"x", 1}, {"EXPRESSION_1", 8}, {"EXPRESSION_2", 2}, {"c1", 1}};
-  int32_t value = -1;
-  for (const auto &[name, expected] : first) {
-    GIVES(0) << tovik_getcol_i32(cursor, name, &value);
-    EXPECT_EQ(value, expected) << name;
-  }
+  EXPECT_EQ(rows_of(tovik_selectsql_char(db, "SELECT x AS c1, c1, c1 + 1, x + 1, x AS EXPRESSION_2 FROM u"),
+                    {"c1", "x", "EXPRESSION_1", "EXPRESSION_2"}),
+            "1,1,8,2");
+  tovik_cur *cursor = tovik_selectsql_char(db, "SELECT c1 + 1 FROM u");
   GIVES(202140) << tovik_getcol_i32(cursor, "EXPRESSION_01", &value)
-                << tovik_getcol_i32(cursor, "EXPRESSION_3", &value);
+                << tovik_getcol_i32(cursor, "EXPRESSION_2", &value);
   tovik_closecur(cursor);
 }
 
@@ -536,27 +442,16 @@ TEST(RecordReads, TextsStayUntilTheNextFetch) {
 TEST(RecordReads, AConditionOnAnIndexedColumnLooksAtNoOtherRows) {
   RecordDatabase db;
   db.run({"CREATE TABLE t (id int, s char(20), x char(20))", "CREATE UNIQUE INDEX ti ON t (id)",
-          "CREATE INDEX ts ON t (s)", "BEGIN WORK"});
-  for (int id = 0; id < 40; ++id) {
-    const std::string number = std::to_string(id), name = std::to_string(id / 4);
-    EXPECT_EQ(db.sql("INSERT INTO t VALUES " + number + ", 'name " + name + "', 'x" + number + "'"), 0);
-  }
-  db.run({"COMMIT WORK", "SET HVI_QUERY_PLAN 'ON'"});
-  tovik_cond conds[6];
-  tovik_comp_i64(&conds[0], "id", TOVIK_EQ, 7);
-  tovik_comp_char(&conds[1], "t.s", TOVIK_EQ, "name 1");
-  tovik_range_i32(&conds[2], "id", 5, 1, 9, 0);
-  tovik_comp_char(&conds[3], "x", TOVIK_LIKE, "_7");
-  tovik_and(&conds[4], &conds[3], &conds[1]);
-  tovik_and(&conds[5], &conds[1], &conds[2]);
-  tovik_order by_id;
-  tovik_sort(&by_id, 1, "id", 0);
-  const char *const expected[] = {"7", "4;5;6;7", "5;6;7;8", "7", "7", "5;6;7"};
-  for (int i = 0; i < 6; ++i) {
-    std::string rows;
-    const std::string plan = printed_by([&] { rows = db.rows("t", {"id"}, &conds[i], &by_id); });
-    EXPECT_EQ(rows, expected[i]);
-    EXPECT_EQ(plan.find("Use records from indices") != std::string::npos, i != 3) << i << plan;
+          "CREATE INDEX ts ON t (s)", "SET HVI_QUERY_PLAN 'ON'"});
+  tovik_cond conds[5];
+  tovik_comp_char(&conds[0], "x", TOVIK_LIKE, "_7");
+  tovik_comp_i64(&conds[1], "id", TOVIK_EQ, 7);
+  tovik_comp_char(&conds[2], "t.s", TOVIK_EQ, "name 1");
+  tovik_range_i32(&conds[3], "id", 5, 1, 9, 0);
+  tovik_and(&conds[4], &conds[0], &conds[2]);
+  for (const tovik_cond &cond : conds) {
+    const std::string plan = printed_by([&] { db.rows("t", {"id"}, &cond); });
+    EXPECT_EQ(plan.find("Use records from indices") != std::string::npos, &cond != &conds[0]) << plan;
   }
 }
 
@@ -571,18 +466,16 @@ TEST(RecordTexts, WideTextsAndTheirSurrogates) {
            << tovik_setcol_wchar(&values[3], "n", wide(u"-12")) << tovik_insert(db, "t", values, 4)
            << tovik_execsql_wchar(db, wide(u"UPDATE t SET x = '\U0001F600' WHERE s LIKE 'a_\u00fc'"));
   EXPECT_EQ(db.rows("t", {"s", "x", "l", "n"}), "a\xF0\x9F\x98\x80\xC3\xBC,\xF0\x9F\x98\x80,0aff,-12");
-  tovik_cond conds[4], invalid[2];
+  tovik_cond conds[4];
   tovik_comp_wchar(&conds[0], "s", TOVIK_EQ, text);
   tovik_comp_wchar(&conds[1], "s", TOVIK_LIKE, wide(u"_\U0001F600_"));
   tovik_comp_wchar(&conds[2], "s", TOVIK_MATCH, wide(u"A?\u00fc"));
   tovik_range_wchar(&conds[3], "s", text, 1, text, 1);
-  tovik_comp_wchar(&invalid[0], "s", TOVIK_EQ, bad);
-  tovik_range_wchar(&invalid[1], "s", text, 1, bad, 1);
   for (const tovik_cond &cond : conds) EXPECT_EQ(db.rows("t", {"n"}, &cond), "-12");
-  GIVES(0) << tovik_setcol_wchar(&values[0], "s", bad);
+  GIVES(0) << tovik_setcol_wchar(&values[0], "s", bad) << tovik_comp_wchar(&conds[0], "s", TOVIK_EQ, bad)
+           << tovik_range_wchar(&conds[1], "s", text, 1, bad, 1);
   GIVES(301) << tovik_insert(db, "t", values, 2) << tovik_update(db, "t", values, 1, nullptr)
-             << db.open_cursor("t", &invalid[0]) << tovik_update(db, "t", &values[3], 1, &invalid[1])
-             << tovik_delete(db, "t", &invalid[0]);
+             << db.open_cursor("t", &conds[0]) << tovik_update(db, "t", &values[3], 1, &conds[1]);
   const uint16_t *const select = wide(u"SELECT s FROM t WHERE s = 'a\U0001F600\u00fc'");
   for (tovik_cur *cursor : {db.open_cursor("t"), tovik_selectsql_wchar(db, select)}) {
     uint16_t buffer[5];
@@ -597,21 +490,18 @@ TEST(RecordTexts, WideTextsAndTheirSurrogates) {
 TEST(RecordReads, RowsOfSeveralTables) {
   RecordDatabase db;
   db.run({"CREATE TABLE p (id int, name char(9))", "CREATE TABLE o (id int, p int, price double)",
-          "CREATE INDEX op ON o (p)", "INSERT INTO p VALUES 1, 'ann', 2, 'bob', 3, NULL",
+          "INSERT INTO p VALUES 1, 'ann', 2, 'bob', 3, NULL",
           "INSERT INTO o VALUES 7, 2, 1.5, 8, 1, 2.5, 9, 2, 2.5, 10, NULL, 1"});
   const char *tables[] = {"p", "o"}, *names[] = {"name"};
-  tovik_cond joined, cheap, ambiguous;
-  GIVES(0) << tovik_compcol(&joined, "p.id", TOVIK_EQ, "o.p")
-           << tovik_comp_double(&cheap, "price", TOVIK_LE, 2)
-           << tovik_comp_i32(&ambiguous, "id", TOVIK_EQ, 3);
+  tovik_cond joined, ambiguous;
   tovik_order order;
-  GIVES(0) << tovik_sort(&order, 2, "price", 1, "name", 0);
+  GIVES(0) << tovik_compcol(&joined, "p.id", TOVIK_EQ, "o.p") << tovik_comp_i32(&ambiguous, "id", TOVIK_EQ, 3)
+           << tovik_sort(&order, 2, "price", 1, "name", 0);
   const std::vector<const char *> read = {"name", "o.id", "id"};
-  EXPECT_EQ(rows_of(tovik_opencur(db, tables, 2, &joined, nullptr), read), "ann,8,1;bob,7,2;bob,9,2");
   EXPECT_EQ(rows_of(tovik_opencur(db, tables, 2, &joined, &order), read), "ann,8,1;bob,9,2;bob,7,2");
   EXPECT_EQ(rows_of(tovik_opencur(db, tables, 2, &ambiguous, nullptr), read), "-,7,3;-,8,3;-,9,3;-,10,3")
       << "the first table's id";
-  EXPECT_EQ(rows_of(tovik_opencur_dist(db, tables, 2, &cheap, nullptr, names, 1), {"p.name"}), "ann;bob;-");
+  EXPECT_EQ(rows_of(tovik_opencur_dist(db, tables, 2, nullptr, nullptr, names, 1), {"p.name"}), "ann;bob;-");
 }
 
 // As long as the pool holds, and as deep as expressions may be, on a small stack.
@@ -632,19 +522,6 @@ TEST(RecordReads, LongAndDeepConditions) {
   }
 }
 
-TEST(RecordReads, DatesInConditions) {
-  RecordDatabase db;
-  db.run({"CREATE TABLE t (id int, m microtimestamp)", "CREATE INDEX tm ON t (m)",
-          "INSERT INTO t VALUES 1, '20240229', 2, '20240229120000000001', 3, '20240301', 4, NULL"});
-  const DateTimeRec day = {2024, 2, 29, 0, 0, 0, 0, 0}, next = {2024, 3, 1, 0, 0, 0, 0, 0};
-  tovik_cond conds[3];
-  GIVES(0) << tovik_comp_ctime(&conds[0], "m", TOVIK_EQ, &day)
-           << tovik_comp_ctime(&conds[1], "m", TOVIK_GT, &day)
-           << tovik_range_ctime(&conds[2], "m", &day, 1, &next, 0);
-  const char *const expected[] = {"1", "2;3", "1;2"};
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(db.rows("t", {"id"}, &conds[i]), expected[i]) << i;
-}
-
 TEST(RecordErrors, TheRecordAsText) {
   RecordDatabase db;
   char text[200], cut[9];
@@ -663,51 +540,43 @@ TEST(RecordRows, ValuesIntoColumnsOfOtherTypes) {
   RecordDatabase db;
   db.run({"CREATE TABLE t (i int, s char(9), x text(20, 4, 20), l blob(20, 4, 20), da date)"});
   const DateTimeRec date = {2024, 2, 29, 0, 0, 0, 0, 0}, no_date = {2023, 2, 29, 0, 0, 0, 0, 0};
-  tovik_colval good[5], bad[5];
+  tovik_colval good[4], bad[3];
   GIVES(0) << tovik_setcol_double(&good[0], "i", -7.9) << tovik_setcol_i32(&good[1], "s", 77)
-           << tovik_setcol_char(&good[2], "x", "text") << tovik_setcol_binary(&good[3], "l", "\0\1\xFE", 3)
-           << tovik_setcol_ctime(&good[4], "da", &date) << tovik_insert(db, "t", good, 5)
-           << tovik_setcol_i64(&bad[0], "i", -(int64_t{1} << 31)) << tovik_setcol_ctime(&bad[1], "i", &date)
-           << tovik_setcol_char(&bad[2], "s", "ten bytes.") << tovik_setcol_char(&bad[3], "x", "")
-           << tovik_setcol_ctime(&bad[4], "da", &no_date);
-  const int codes[] = {113002, 150001, 113003, 144001, 113006};
-  for (int i = 0; i < 5; ++i) GIVES(codes[i]) << tovik_update(db, "t", &bad[i], 1, nullptr);
-  EXPECT_EQ(db.rows("t", {"i", "s", "x", "l", "da"}), "-7,77,text,0001fe,20240229");
+           << tovik_setcol_binary(&good[2], "l", "\0\1\xFE", 3) << tovik_setcol_ctime(&good[3], "da", &date)
+           << tovik_insert(db, "t", good, 4) << tovik_setcol_ctime(&bad[0], "i", &date)
+           << tovik_setcol_char(&bad[1], "x", "") << tovik_setcol_ctime(&bad[2], "da", &no_date);
+  const int codes[] = {150001, 144001, 113006};
+  for (int i = 0; i < 3; ++i) GIVES(codes[i]) << tovik_update(db, "t", &bad[i], 1, nullptr);
+  EXPECT_EQ(db.rows("t", {"i", "s", "x", "l", "da"}), "-7,77,-,0001fe,20240229");
 }
 
-TEST(RecordRows, AutomaticTransactions) {
+TEST(RecordRows, Transactions) {
   RecordDatabase db;
-  db.run({"CREATE TABLE t (a int, b int)", "CREATE UNIQUE INDEX ta ON t (a)",
-          "INSERT INTO t VALUES 1, 10, 2, 20, 3, 30"});
-  tovik_colval a, b;
+  db.run({"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1, 2"});
+  tovik_colval a;
   tovik_setcol_i32(&a, "a", 5);
-  tovik_setcol_i32(&b, "b", 5);
   const tovik_coldef column = coldef("c", TOVIK_COL_INT);
-  GIVES(143001) << tovik_update(db, "t", &a, 1, nullptr);
-  EXPECT_EQ(db.rows("t", {"a", "b"}), "1,10;2,20;3,30") << "the first row too";
   GIVES(0) << tovik_begin(db);
   GIVES(140004) << tovik_begin(db);
-  GIVES(0) << tovik_createtbl(db, "n", &column, 1) << tovik_insert(db, "t", &a, 1)
-           << tovik_update(db, "t", &b, 1, nullptr);
-  EXPECT_EQ(db.rows("t", {"a", "b"}), "1,5;2,5;3,5;5,5") << "a unique key takes no NULL, b does";
-  GIVES(0) << tovik_rollback(db);
+  GIVES(0) << tovik_createtbl(db, "n", &column, 1) << tovik_rollback(db);
   GIVES(140002) << tovik_rollback(db) << tovik_commit(db);
-  GIVES(0) << tovik_createtbl(db, "n", &column, 1) << tovik_insert(db, "t", &a, 1);
-  db.reopen();
-  EXPECT_EQ(db.rows("t", {"a", "b"}), "1,10;2,20;3,30;5,-");
-  EXPECT_EQ(db.rows("n", {"c"}), "");
+  GIVES(0) << tovik_createtbl(db, "n", &column, 1) << tovik_begin(db) << tovik_insert(db, "t", &a, 1);
+  tovik_cur *cursor = db.open_cursor("t");
+  db.reopen();  // with a cursor and a transaction
+  GIVES(202116) << tovik_fetchcur(cursor);
+  EXPECT_EQ(db.rows("t", {"a"}) + db.rows("n", {"c"}), "1;2");
   db.run({"SET HVI_AUTO_COMMIT 'OFF'"});
   GIVES(0) << tovik_delete(db, "t", nullptr) << tovik_begin(db) << tovik_insert(db, "t", &a, 1)
            << tovik_rollback(db) << tovik_droptbl(db, "n");
   db.reopen();
   EXPECT_EQ(db.rows("t", {"a"}), "");
   GIVES(141004) << tovik_droptbl(db, "n");
-  db.expect_sound("t");
 }
 
 // A read hold of another thread makes a commit fail until its last cursor is closed; one's own does not.
 TEST(RecordRows, OpenCursorsAndCommits) {
   RecordDatabase db("LOCK_RETRY=2;LOCK_SLEEP=1;BEGIN_RETRY=2;BEGIN_SLEEP=1");
+  db.run({"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1"});
   tovik_colval value;
   tovik_setcol_i32(&value, "a", 2);
   const auto insert_elsewhere = [&](int code) {
@@ -717,26 +586,15 @@ TEST(RecordRows, OpenCursorsAndCommits) {
       GIVES(140002) << tovik_rollback(db);
     }).join();
   };
-  for (const bool by_sql : {false, true}) {
-    const auto open = [&] {
-      return by_sql ? tovik_selectsql_char(db, "SELECT a FROM t") : db.open_cursor("t");
-    };
-    db.run({"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1"});
-    tovik_cur *first = open(), *second = open();
-    tovik_closecur(second);
+  tovik_cur *first = db.open_cursor("t"), *second = tovik_selectsql_char(db, "SELECT a FROM t");
+  for (tovik_cur *cursor : {first, second}) {
     insert_elsewhere(140003);
     GIVES(0) << tovik_begin(db) << tovik_update(db, "t", &value, 1, nullptr) << tovik_commit(db)
-             << tovik_fetchcur(first);
-    insert_elsewhere(140003);
-    tovik_closecur(first);
-    insert_elsewhere(0);
-    EXPECT_EQ(db.rows("t", {"a"}), "2;2");
-    first = open();
-    GIVES(0) << tovik_fetchcur(first) << tovik_droptbl(db, "t");
-    int32_t number;
-    (void)tovik_getcol_i32(first, "a", &number);
-    tovik_closecur(first);
+             << tovik_fetchcur(cursor);
+    tovik_closecur(cursor);
   }
+  insert_elsewhere(0);
+  EXPECT_EQ(db.rows("t", {"a"}), "2;2");
 }
 
 // ---- schema ----
@@ -771,23 +629,18 @@ TEST(RecordSchema, CountingColumnsAndIndices) {
   RecordDatabase db;
   const tovik_coldef columns[] = {coldef("a", TOVIK_COL_INT), coldef("b", TOVIK_COL_CHAR)};
   const tovik_autoinc counts = {1, 100, 5}, no_integer = {2, 1, 1};
-  GIVES(0) << tovik_createtbl_ex(db, "t", columns, 2, &counts) << tovik_createtbl(db, "u", columns, 2);
-  GIVES(141006) << tovik_createtbl_ex(db, "n", columns, 2, &no_integer);
-  tovik_colval values[2];
-  GIVES(0) << tovik_setcol_i32(&values[0], "a", 7) << tovik_setcol_char(&values[1], "b", "x");
-  for (const char *table : {"t", "u"})
-    GIVES(0) << tovik_insert(db, table, values + 1, 1) << tovik_insert(db, table, values, 2)
-             << tovik_insert(db, table, values + 1, 1);
-  EXPECT_EQ(db.rows("t", {"a"}), "100;7;105");
   const char *const both[] = {"a", "b"};
+  tovik_colval values[2];
+  GIVES(0) << tovik_createtbl_ex(db, "t", columns, 2, &counts) << tovik_setcol_i32(&values[0], "a", 7)
+           << tovik_setcol_char(&values[1], "b", "x");
+  GIVES(141006) << tovik_createtbl_ex(db, "n", columns, 2, &no_integer);
+  for (const int given : {1, 0, 1}) GIVES(0) << tovik_insert(db, "t", values + given, 2 - given);
+  EXPECT_EQ(db.rows("t", {"a"}), "100;7;105");
   GIVES(145005) << tovik_createidx(db, "ta", both, 1, "t", 0, 0);  // a counting column has one
-  GIVES(0) << tovik_createidx(db, "tba", both, 2, " t ", 0, 7);
-  GIVES(143001) << tovik_createidx(db, "ua", both, 1, "u", 1, 17);  // NULL equals NULL
-  tovik_cond unset;
-  GIVES(0) << tovik_isnull(&unset, "a") << tovik_delete(db, "u", &unset)
-           << tovik_createidx(db, "ua", both, 1, "u", 1, 17);
-  GIVES(143001) << tovik_insert(db, "u", values, 2);
-  GIVES(0) << tovik_dropidx(db, "ua") << tovik_insert(db, "u", values, 2);
+  GIVES(143001) << tovik_createidx(db, "tb", both + 1, 1, "t", 1, 17);
+  GIVES(0) << tovik_createidx(db, "tba", both, 2, " t ", 1, 7);
+  GIVES(143001) << tovik_insert(db, "t", values, 2);
+  GIVES(0) << tovik_dropidx(db, "tba");
 }
 
 }  // namespace

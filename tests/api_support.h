@@ -45,6 +45,15 @@ class Library {
   Library &operator=(const Library &) = delete;
 };
 
+// Every row is found through every index, as the report of INFO CHECK tells.
+inline void expect_sound(const std::string &report) {
+  const size_t at = report.find(" record count :[");
+  ASSERT_NE(at, std::string::npos) << report;
+  const std::string count = report.substr(at + 16, report.find(']', at) - at - 15);
+  for (size_t hit = 0; (hit = report.find(" btree hit count :[", hit)) != std::string::npos; ++hit)
+    EXPECT_EQ(report.substr(hit + 19, count.size()), count) << report;
+}
+
 // A statement on a database, and short ways to use it.
 class Session {
  public:

@@ -94,16 +94,6 @@ class RecordDatabase {
     return rows_of(open_cursor(table, cond, order), columns);
   }
 
-  // Every row is found through every index.
-  void expect_sound(const std::string &table) {
-    const std::string report = printed_by([&] { sql("INFO CHECK " + table); });
-    const size_t at = report.find(" record count :[");
-    ASSERT_NE(at, std::string::npos) << report;
-    const std::string count = report.substr(at + 16, report.find(']', at) - at - 16);
-    for (size_t hit = 0; (hit = report.find(" btree hit count :[", hit)) != std::string::npos; ++hit)
-      EXPECT_EQ(report.substr(hit + 19, count.size() + 1), count + "]") << report;
-  }
-
  private:
   TempDir directory_;
   std::string params_;
