@@ -80,12 +80,12 @@ TEST_F(Command, KeepsAHistoryOfThirtyTwo) {
     all += (i < 10 ? "   " : "  ") + std::to_string(i) + " ECHO '" + std::to_string(i) + "';\n";
   }
   const std::string printed =
-      loop(many + "rc all;\nrun 5;\nrc 4294967305;\nrc 12;\nrun 12;\nrun;\nrc;\n  ECHO 'x';\nRC;\n");
+      loop(many + "rc all;\nrun 5;\nrc 4294967305;\nrc 12;\nrun 12;\nrc 9;\nrun;\nrc;\n  ECHO 'x';\nRC;\n");
   const size_t listing = printed.find("40\n") + 3;
   EXPECT_EQ(printed.substr(listing),
             all +
                 "*** Error: invalid command\n*** Error: no command\n  12 ECHO '12';\n  12 ECHO '12';\n12\n"
-                "  41 ECHO '12';\n12\n  42 ECHO '12';\nx\n  43   ECHO 'x';\n");
+                "*** Error: no command\n  41 ECHO '12';\n12\n  42 ECHO '12';\nx\n  43   ECHO 'x';\n");
 }
 
 TEST_F(Command, RunsSystemCommandsAndScripts) {
