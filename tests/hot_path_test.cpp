@@ -1,6 +1,7 @@
 // What a row costs beside its work: a fetch takes nothing from the general heap, and a result of any length
 // needs as much of the statement's pool as one row.
 #include "api/library.h"
+#include "api_support.h"
 #include "data/database.h"
 #include "engine_support.h"
 #include "sql/statement/statement.h"
@@ -135,39 +136,23 @@ TEST_F(HotPath, ARecordReadByKeyOrInsertedTakesNothingFromTheHeapOnceWarm) {
 // another connection's commit.
 TEST(RowByNumber, ReadsNoChainThatWasPassed) {
   FaultDriver driver;
-  ASSERT_TRUE(library_start(""));
-  const TempDir directory;
-  const std::string params = "NAME=h;DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=8;PATH=" + directory.path();
-  Database *db = db_create(params.c_str());
-  Statement *statement = sql_create(db);
-  const auto run = [&](const std::string &sql) {
-    EXPECT_EQ(sql_execute_text(*statement, sql.c_str()), SqlResult::done) << sql;
-  };
-  run("CREATE TABLE t (s char(200))");
-  run("BEGIN WORK");
-  for (int i = 0; i < 800; ++i) run("INSERT INTO t VALUES 'x'");
-  run("COMMIT WORK");
+  const Library library;
+  TestDatabase db("DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=8");
+  EXPECT_EQ(db.run("CREATE TABLE t (s char(200))"), 0);
+  EXPECT_EQ(db.run("BEGIN WORK"), 0);
+  for (int i = 0; i < 800; ++i) EXPECT_EQ(db.run("INSERT INTO t VALUES 'x'"), 0);
+  EXPECT_EQ(db.run("COMMIT WORK"), 0);
   const auto reads = [&](const char *sql) {
     driver.take_log();
-    EXPECT_EQ(sql_prepare(*statement, sql, true), SqlResult::done);
-    EXPECT_TRUE(sql_execute(*statement));
-    while (sql_fetch(*statement) == RowFetch::row) continue;
-    sql_clear(*statement);
-    int count = 0;
-    for (const std::string &call : driver.take_log()) count += call.starts_with("read");
-    return count;
+    EXPECT_EQ(db.rows(sql).find("error"), std::string::npos);
+    const std::vector<std::string> calls = driver.take_log();
+    return std::count_if(calls.begin(), calls.end(),
+                         [](const auto &call) { return call.starts_with("read"); });
   };
   EXPECT_GT(reads("SELECT COUNT(*) FROM t"), 150);
   EXPECT_LT(reads("SELECT s FROM t WHERE rowid = 123456"), 10);
-  Database *other = db_open(params.c_str());
-  Statement *elsewhere = sql_create(other);
-  EXPECT_EQ(sql_execute_text(*elsewhere, "INSERT INTO t VALUES 'y'"), SqlResult::done);
+  EXPECT_EQ(Session(db.params()).run("INSERT INTO t VALUES 'y'"), 0);
   EXPECT_LT(reads("SELECT s FROM t WHERE rowid = 123456"), 50);
-  sql_destroy(elsewhere);
-  db_close(other);
-  sql_destroy(statement);
-  db_close(db);
-  library_end();
 }
 
 }  // namespace
