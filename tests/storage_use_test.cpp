@@ -137,6 +137,32 @@ TEST(StorageUse, AnOldHandleLeavesTheNewDatabaseAlone) {
         });
 }
 
+// A name that goes between the look at it and the opening is absent.
+std::string vanishing;
+
+TEST(StorageUse, ANameThatVanishesWhileLookedAtIsAbsent) {
+  const TempDir dir;
+  const std::string text = "NAME=t;PATH=" + dir.path();
+  const Library library("HVI_TRAN_SYNC=OFF");
+  static const IoDriver real = file_driver;
+  vanishing = dir / "t.dat";
+  const auto open = [&text](const std::string &) { return Session(text).open_status(); };
+  const auto overwrite = [](const std::string &what) { return create(what + ";OVERWRITE=true"); };
+  const auto code_of = [&](auto call) {
+    EXPECT_EQ(create(text), 0);
+    file_driver.file_open = [](const char *name, int flags, int mode, int number, int size) {
+      if ((flags & open_create) == 0) std::filesystem::remove(vanishing);
+      return real.file_open(name, flags, mode, number, size);
+    };
+    const StatusCode code = call(text);
+    file_driver.file_open = real.file_open;
+    return code;
+  };
+  EXPECT_EQ(code_of(open), status::database_missing);
+  EXPECT_EQ(code_of(remove), status::database_missing);
+  EXPECT_EQ(code_of(overwrite), 0);
+}
+
 // A process that dies between the mark and the removal leaves a database that is neither there nor in the
 // way.
 TEST(StorageUse, AnInterruptedRemovalIsFinished) {

@@ -67,9 +67,9 @@ bool fill_header(BlockManager &bm, DatabaseType type) {
   return true;
 }
 
-bool open_dat(BlockManager &bm, const char *name, StatusCode failure) {
-  bm.io[part_dat] = io_open(bm_driver(bm), bm.params->io, name, part_dat);
-  return bm.io[part_dat] != nullptr || fail(failure);
+bool open_unnamed_dat(BlockManager &bm) {
+  bm.io[part_dat] = io_open(bm_driver(bm), bm.params->io, nullptr, part_dat);
+  return bm.io[part_dat] != nullptr || fail(status::block_open_storage);
 }
 
 bool take_use(BlockManager &bm, StorageUse use, StatusCode taken) {
@@ -81,12 +81,15 @@ bool take_use(BlockManager &bm, StorageUse use, StatusCode taken) {
 // taken: what is told when the storage cannot be had alone.
 bool open_existing_dat(BlockManager &bm, StorageUse use, StatusCode taken = 0) {
   constexpr int name_tries = 8;
-  if (layout_unnamed(bm.params->manage_type))
-    return open_dat(bm, nullptr, status::block_open_storage) && take_use(bm, use, taken);
+  if (layout_unnamed(bm.params->manage_type)) return open_unnamed_dat(bm) && take_use(bm, use, taken);
   StorageName name;
   if (!dat_name(bm, name)) return false;
-  for (int tries = 0; tries < name_tries && io_exists(bm_driver(bm), name); ++tries) {
-    if (!open_dat(bm, name, status::block_open_file) || !take_use(bm, use, taken)) return false;
+  for (int tries = 0; tries < name_tries; ++tries) {
+    bool absent;
+    bm.io[part_dat] = io_open_present(bm_driver(bm), bm.params->io, name, part_dat, &absent);
+    if (absent) break;
+    if (bm.io[part_dat] == nullptr) return fail(status::block_open_file);
+    if (!take_use(bm, use, taken)) return false;
     if (io_is_named(bm.io[part_dat], name)) return true;
     if (!bm_close_storage(bm, part_dat)) return false;
   }

@@ -75,15 +75,16 @@ bool storage_share(BlockManager &bm) {
 }
 
 bool storage_free_name(const BlockManager &bm, const char *name, Replace what) {
-  for (int tries = 0; io_exists(bm_driver(bm), name); ++tries) {
+  for (int tries = 0;; ++tries) {
     OldStorage old = {bm.params->io, nullptr, {}};
     old.params.open_option &= ~open_read_only;
-    old.io.reset(io_open(bm_driver(bm), old.params, name, part_dat));
+    bool absent;
+    old.io.reset(io_open_present(bm_driver(bm), old.params, name, part_dat, &absent));
+    if (absent) return true;
     if (old.io == nullptr || tries == name_tries) return false;
     if (storage_use(old.io.get(), StorageUse::sole) != LockResult::granted) return false;
     if (io_is_named(old.io.get(), name)) return retire(bm, old, name, what);
   }
-  return true;
 }
 
 }  // namespace tovik

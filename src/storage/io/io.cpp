@@ -225,6 +225,20 @@ IoObject *io_open(int driver_no, const IoParams &params, const char *name, int f
   return open_storage(driver_no, params, name, file_kind, false);
 }
 
+IoObject *io_open_present(int driver_no, const IoParams &params, const char *name, int file_kind,
+                          bool *absent) {
+  constexpr int race_limit = 4;
+  *absent = false;
+  for (int tries = 1; io_exists(driver_no, name); ++tries) {
+    if (tries == race_limit) return io_open(driver_no, params, name, file_kind);
+    ErrorScope may_be_gone;
+    IoObject *object = io_open(driver_no, params, name, file_kind);
+    if (object != nullptr) return object;
+  }
+  *absent = true;
+  return nullptr;
+}
+
 bool io_close(IoObject *object) {
   if (object == nullptr || !unlink_object(object)) return fail(status::io_already_closed);
   const IoDriver &driver = driver_of(*object);

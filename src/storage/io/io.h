@@ -68,6 +68,10 @@ Lock *io_lock_object();             // the process-wide I/O lock; recursive
 
 IoObject *io_create(int driver_no, const IoParams &params, const char *name, int file_kind);  // 11101, 101
 IoObject *io_open(int driver_no, const IoParams &params, const char *name, int file_kind);    // 11101, 102
+
+// Opens a storage that others may remove at any moment; *absent, with null and no status: the name is gone.
+IoObject *io_open_present(int driver_no, const IoParams &params, const char *name, int file_kind,
+                          bool *absent);
 [[nodiscard]] bool io_close(IoObject *object);  // 11104, 103; the object is gone either way
 
 [[nodiscard]] bool io_remove(int driver_no, const char *name);  // 11101, 108

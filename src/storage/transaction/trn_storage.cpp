@@ -42,13 +42,10 @@ bool open_storage(BlockManager &bm, const char *name) {
 // A writer elsewhere makes and removes its storage while we look: an open that fails because the name is gone
 // says that there is none.
 TrnPresence open_existing(BlockManager &bm, const char *name) {
-  constexpr int race_limit = 4;
-  for (int tries = 1; io_exists(bm_driver(bm), name); ++tries) {
-    if (tries == race_limit) return open_storage(bm, name) ? TrnPresence::present : TrnPresence::failed;
-    ErrorScope may_be_gone;
-    if (open_storage(bm, name)) return TrnPresence::present;
-  }
-  return TrnPresence::absent;
+  bool absent;
+  bm.io[part_trn] = io_open_present(bm_driver(bm), bm.params->io, name, part_trn, &absent);
+  if (absent) return TrnPresence::absent;
+  return bm.io[part_trn] == nullptr ? TrnPresence::failed : TrnPresence::present;
 }
 
 // Cuts an open TRN storage to nothing.
