@@ -118,19 +118,14 @@ class Model : public testing::TestWithParam<std::vector<const char *>> {
     }
     const int type = type_for(column);
     const Operand low = operand(column, type), high = operand(column, type);
-    const DateTimeRec *from_date = &low.form.datetime, *to_date = &high.form.datetime;
-    const bool date = type == TOVIK_DATETIME;
     if (kind > 3)
-      return built(
-          date ? tovik_comp_ctime(cond, name, op, from_date) : tovik_comp(cond, name, op, type, &low.form),
-          cond, [=](const Row &row) { return compare(op, row[column], low.value); });
+      return built(tovik_comp(cond, name, op, type, &low.form), cond,
+                   [=](const Row &row) { return compare(op, row[column], low.value); });
     const char from = random.one_in(2), to = random.one_in(2);
-    return built(date ? tovik_range_ctime(cond, name, from_date, from, to_date, to)
-                      : tovik_range(cond, name, type, &low.form, from, &high.form, to),
-                 cond, [=](const Row &row) {
-                   return both(compare(from ? TOVIK_GE : TOVIK_GT, row[column], low.value),
-                               compare(to ? TOVIK_LE : TOVIK_LT, row[column], high.value));
-                 });
+    return built(tovik_range(cond, name, type, &low.form, from, &high.form, to), cond, [=](const Row &row) {
+      return both(compare(from ? TOVIK_GE : TOVIK_GT, row[column], low.value),
+                  compare(to ? TOVIK_LE : TOVIK_LT, row[column], high.value));
+    });
   }
   Condition tree(int depth) {
     const int kind = random.below(depth == 0 ? 1 : 8);

@@ -522,6 +522,19 @@ TEST(RecordReads, LongAndDeepConditions) {
   }
 }
 
+TEST(RecordReads, DatesInConditions) {
+  RecordDatabase db;
+  db.run({"CREATE TABLE t (id int, m microtimestamp)", "CREATE INDEX tm ON t (m)",
+          "INSERT INTO t VALUES 1, '20240229', 2, '20240229120000000001', 3, '20240301', 4, NULL"});
+  const DateTimeRec day = {2024, 2, 29, 0, 0, 0, 0, 0}, next = {2024, 3, 1, 0, 0, 0, 0, 0};
+  tovik_cond conds[3];
+  GIVES(0) << tovik_comp_ctime(&conds[0], "m", TOVIK_EQ, &day)
+           << tovik_comp_ctime(&conds[1], "m", TOVIK_GT, &day)
+           << tovik_range_ctime(&conds[2], "m", &day, 0, &next, 1);
+  const char *const expected[] = {"1", "2;3", "2;3"};
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(db.rows("t", {"id"}, &conds[i]), expected[i]) << i;
+}
+
 TEST(RecordErrors, TheRecordAsText) {
   RecordDatabase db;
   char text[200], cut[9];
