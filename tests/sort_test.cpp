@@ -1,4 +1,4 @@
-// Row-number sets against std::set, and sorting and making rows distinct against std::stable_sort.
+// Sorting and making rows distinct against std::sort and std::set.
 #include "sql/query/sort.h"
 
 #include <algorithm>
@@ -6,50 +6,12 @@
 #include <set>
 #include <vector>
 
-#include "data/index/row_set.h"
 #include "engine_support.h"
 #include "frame/env.h"
 #include "frame/error.h"
 
 namespace tovik::test {
 namespace {
-
-RowSet *set_of(const std::set<RowNo> &rows) {
-  RowSet *set = rowset_new();
-  for (auto row = rows.rbegin(); row != rows.rend(); ++row) EXPECT_TRUE(rowset_add(*set, *row));
-  rowset_sort(*set);
-  return set;
-}
-
-// The rows of a set, which is freed; none for no set.
-std::set<RowNo> take(RowSet *set) {
-  if (set == nullptr) return {};
-  const std::set<RowNo> rows(set->rows.begin(), set->rows.end());
-  rowset_free(set);
-  return rows;
-}
-
-TEST(RowSetTest, RandomSetsAgreeWithStdSet) {
-  Random random;
-  for (int round = 0; round < 300; ++round) {
-    const int limit = 1 << random.below(12);
-    const auto some = [&] {
-      std::set<RowNo> rows;
-      for (int i = random.below(random.one_in(3) ? 1000 : 10); i > 0; --i)
-        rows.insert(static_cast<RowNo>(1 + random.below(limit)));
-      return rows;
-    };
-    const std::set<RowNo> a = some(), b = some();
-    std::set<RowNo> all = a, common = a;
-    all.insert(b.begin(), b.end());
-    std::erase_if(common, [&b](RowNo row) { return b.count(row) == 0; });
-    RowSet *both = nullptr;
-    EXPECT_TRUE(rowset_union(set_of(a), set_of(b), &both));
-    EXPECT_EQ(both->rows.size(), static_cast<int>(all.size())) << "each once";
-    EXPECT_EQ(take(both), all);
-    EXPECT_EQ(take(rowset_intersect(set_of(a), set_of(b))), common);
-  }
-}
 
 class SortTest : public testing::Test {
  protected:

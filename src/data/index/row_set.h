@@ -1,4 +1,4 @@
-// Sets of row numbers, as index searches give them and the planner combines them.
+// Sets of row numbers, as index searches give them.
 #pragma once
 
 #include "data/row/row_system.h"
@@ -15,10 +15,6 @@ RowSet *rowset_new();  // null with 1
 void rowset_free(RowSet *set);
 [[nodiscard]] bool rowset_add(RowSet &set, RowNo row);  // 1; the set stays as it was
 void rowset_sort(RowSet &set);
-
-// Both sets sorted; both are used up. The result is one of them, or null when nothing is common.
-RowSet *rowset_intersect(RowSet *a, RowSet *b);
-// The result is sorted and without duplicates. False with 1; then both sets are freed.
-[[nodiscard]] bool rowset_union(RowSet *a, RowSet *b, RowSet **result);
+void rowset_make_distinct(RowSet &set);  // sorted, each row once
 
 }  // namespace tovik

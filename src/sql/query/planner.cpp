@@ -369,7 +369,7 @@ bool search(Btree &index, const uint8_t *key, RowSet &rows) {
   return btree_search(index, key, &rows) != BtreeFind::failed;
 }
 
-// Two items may give the same rows: the set loses what it has twice when it is sorted.
+// Two items may give the same rows.
 bool search_list(const Plan &plan, const Candidate &candidate, RowSet &rows) {
   uint8_t key[btree_key_limit];
   for (const Node *item = candidate.condition->third; item != nullptr; item = item->first) {
@@ -378,8 +378,8 @@ bool search_list(const Plan &plan, const Candidate &candidate, RowSet &rows) {
     if (!store_key(*candidate.column, value, key)) return false;
     if (!search(*candidate.index, key, rows)) return false;
   }
-  RowSet *sorted;
-  return rowset_union(&rows, nullptr, &sorted);
+  rowset_make_distinct(rows);
+  return true;
 }
 
 bool search_comparison(const Candidate &candidate, RowSet &rows) {
