@@ -1,9 +1,8 @@
+// Values of the column types: as texts, stored, compared; and the calendar.
 #include "data/value/types.h"
 
-#include <cmath>
+#include <climits>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "data/value/datetime.h"
 #include "engine_support.h"
@@ -22,99 +21,79 @@ class TypesTest : public testing::Test {
   }
 };
 
-// "value", "null" or the status that was recorded.
-std::string outcome(Stored stored) {
-  if (stored == Stored::value) return "value";
-  if (stored == Stored::null) return "null";
+std::vector<uint8_t> stored_text(TypeCode code, const char *text) {
+  std::vector<uint8_t> stored(static_cast<size_t>(type_stored_size(code, 5, 0)), 0xEE);
+  const ValueMode mode = text == nullptr ? ValueMode::null : ValueMode::text;
+  if (store_value(code, mode, text, stored.data(), 5, 0) == Stored::failed) stored.clear();
+  return stored;
+}
+
+// The text, or the only status that was recorded.
+std::string fetched_text(TypeCode code, const std::vector<uint8_t> &stored) {
+  std::string text(static_cast<size_t>(type_text_size(code, 5)), '#');
+  if (!stored.empty()) {
+    EXPECT_EQ(fetch_value(code, ValueMode::text, stored.data(), text.data(), 5, 0), Stored::value);
+    return text.c_str();
+  }
   EXPECT_EQ(error_record().count, 1);
   return std::to_string(first_status());
 }
 
-std::string store_text(TypeCode code, const char *text, std::vector<uint8_t> *stored, int p1 = 5) {
-  stored->assign(static_cast<size_t>(type_stored_size(code, p1, 0)), 0xEE);
-  return outcome(store_value(code, ValueMode::text, text, stored->data(), p1, 0));
-}
-
-std::string fetch_text(TypeCode code, const std::vector<uint8_t> &stored, int p1 = 5) {
-  std::string text(static_cast<size_t>(type_text_size(code, p1)), '#');
-  const std::string result = outcome(fetch_value(code, ValueMode::text, stored.data(), text.data(), p1, 0));
-  return result == "value" ? text.c_str() : result;
-}
-
 TEST_F(TypesTest, TextIsStoredAndReadBack) {
-  const struct {
-    TypeCode code;
-    const char *text;
-    const char *result;  // of storing
-    const char *fetched;
-  } cases[] = {
-      {type::tinyint, "128", "113002", ""},
-      {type::tinyint, "-128", "113002", ""},
-      {type::int32, " \t+42", "value", "42"},
-      {type::bigint, "-9223372036854775808", "113002", ""},
-      {type::cbigint, "-99999999999999999999", "value", "-9223372036854775808"},
-      {type::cbigint, "99999999999999999999", "113001", ""},
-      {type::cbigint, nullptr, "113015", ""},
-      {type::float32, "-123456789", "value", "-1.234568e+08"},
-      {type::float64, "-1.2345678901234567e-300", "value", "-1.23456789012346e-300"},  // the widest
-      {type::float64, "0x1.8p1", "value", "3.00000000000000e+00"},
-      {type::float64, "1e309", "113001", ""},
-      {type::character, "abcde", "value", "abcde"},
-      {type::character, "abcdef", "113003", ""},
-      {type::decimal, "1.50", "value", "1.50"},
-      {type::character, "", "null", ""},
-      {type::date, "20200101123456", "value", "20200101"},
-      {type::microtimestamp, "20000229235959123456", "value", "20000229235959123456"},
+  const std::tuple<TypeCode, const char *, const char *> cases[] = {
+      {type::tinyint, "128", "113002"},
+      {type::tinyint, "-128", "113002"},
+      {type::int32, " \t+42", "42"},
+      {type::bigint, "-9223372036854775808", "113002"},
+      {type::cbigint, "-99999999999999999999", "-9223372036854775808"},
+      {type::cbigint, "99999999999999999999", "113001"},
+      {type::cbigint, "", "113015"},
+      {type::float32, "-123456789", "-1.234568e+08"},
+      {type::float64, "-1.2345678901234567e-300", "-1.23456789012346e-300"},  // the widest
+      {type::float64, "0x1.8p1", "3.00000000000000e+00"},
+      {type::float64, "1e309", "113001"},
+      {type::character, "abcde", "abcde"},
+      {type::character, "abcdef", "113003"},
+      {type::character, "", ""},
+      {type::decimal, "1.50", "1.50"},
+      {type::date, "20200101123456", "20200101"},
+      {type::microtimestamp, "20000229235959123456", "20000229235959123456"},
   };
-  for (const auto &c : cases) {
-    SCOPED_TRACE(std::string(type_row(c.code)->name) + " " + (c.text == nullptr ? "(absent)" : c.text));
-    std::vector<uint8_t> stored;
-    const std::string result = store_text(c.code, c.text, &stored);
-    EXPECT_EQ(result, c.result);
-    if (result == "value" || result == "null") {
-      EXPECT_EQ(fetch_text(c.code, stored), c.fetched);
-    }
-  }
+  for (const auto &[code, text, expected] : cases)
+    EXPECT_EQ(fetched_text(code, stored_text(code, text)), expected) << type_row(code)->name << " " << text;
 }
 
 TEST_F(TypesTest, TimesAreStoredInUtc) {
   env_table[static_cast<int>(Env::gmt_time)].number = 0;
-  std::vector<uint8_t> stored;
-  // The first and the last hour of the calendar lie outside it in UTC.
-  for (const char *zone : {"EST5", "JST-9"}) {
+  const auto use = [](const char *zone) {
     setenv("TZ", zone, 1);
     ASSERT_EQ(system_driver.sys_start(), 0);
-    for (const char *text : {"00010101000000", "20200101100000", "99991231235959"}) {
-      EXPECT_EQ(store_text(type::time, text, &stored), "value");
-      EXPECT_EQ(fetch_text(type::time, stored), text) << zone;
-    }
-  }
-  EXPECT_EQ(store_text(type::time, "20200101100000", &stored), "value");
-  EXPECT_EQ(stored[4], 1);
-
-  // Stored in one zone and read in another; what is read can be stored again.
+  };
+  // The first and the last hour of the calendar lie outside it in UTC. What was stored in one zone is read in
+  // another, and can be stored again.
   const struct {
     const char *stored_in, *text, *read_in, *expected;
-  } moved[] = {
+  } cases[] = {
+      {"EST5", "00010101000000", "EST5", "00010101000000"},
+      {"EST5", "99991231235959", "EST5", "99991231235959"},
+      {"JST-9", "00010101000000", "JST-9", "00010101000000"},
+      {"JST-9", "99991231235959", "JST-9", "99991231235959"},
+      {"JST-9", "20200101100000", "UTC", "20200101010000"},
       {"UTC", "99991231235959", "JST-9", "99991231235959"},
       {"JST-9", "00010101020000", "UTC", "00010101000000"},
       {"JST-9", "00010101020000", "EST5", "00010101000000"},
       {"JST-9", "15821015010000", "UTC", "15821004160000"},
       {"JST-9", "15000301010000", "UTC", "15000229160000"},
   };
-  for (const auto &c : moved)
+  for (const auto &c : cases)
     for (const TypeCode code : {type::time, type::microtimestamp}) {
-      SCOPED_TRACE(c.text);
-      const auto use = [](const char *zone) {
-        setenv("TZ", zone, 1);
-        ASSERT_EQ(system_driver.sys_start(), 0);
-      };
+      SCOPED_TRACE(std::string(c.text) + " in " + c.stored_in);
       use(c.stored_in);
-      EXPECT_EQ(store_text(code, c.text, &stored), "value");
+      const std::vector<uint8_t> stored = stored_text(code, c.text);
       use(c.read_in);
       DateTimeRec record;
       ASSERT_EQ(fetch_value(code, ValueMode::binary, stored.data(), &record, 0, 0), Stored::value);
-      EXPECT_EQ(fetch_text(code, stored).substr(0, 14), c.expected);
+      EXPECT_EQ(fetched_text(code, stored).substr(0, 14), c.expected);
       EXPECT_TRUE(check_datetime(type::microtimestamp, record));
       EXPECT_TRUE(code == type::microtimestamp || record.microseconds == 0);
     }
@@ -150,23 +129,15 @@ TEST_F(TypesTest, ValuesOfTwoTypesCompare) {
 }
 
 TEST_F(TypesTest, Literals) {
-  const struct {
-    TypeCode classes;
-    const char *text;
-    std::string value;  // empty: it fails
-    StatusCode code;
-  } cases[] = {
-      {TYPE_BINARY, "fFABC", bytes_of(3) + "\xFF\xAB\x0C", 0},
-      {TYPE_FLOAT, "1e999", "", 113001},
-      {type::microtimestamp, "2020", "", 113012},
-      {TYPE_BINARY, "0g", "", 113013},
-  };
-  for (const auto &c : cases)
+  char target[32];
+  EXPECT_TRUE(parse_literal(TYPE_BINARY, "fFABC", true, target));
+  EXPECT_EQ(std::string(target, 7), bytes_of(3) + "\xFF\xAB\x0C");
+  const std::tuple<TypeCode, const char *, StatusCode> failing[] = {
+      {TYPE_FLOAT, "1e999", 113001}, {type::microtimestamp, "2020", 113012}, {TYPE_BINARY, "0g", 113013}};
+  for (const auto &[classes, text, code] : failing)
     for (const bool records : {true, false}) {
-      char target[32];
-      EXPECT_EQ(parse_literal(c.classes, c.text, records, target), c.code == 0);
-      EXPECT_TRUE(c.code != 0 || std::string(target, c.value.size()) == c.value) << "case " << &c - cases;
-      EXPECT_EQ(first_status(), records ? c.code : 0) << "case " << &c - cases;
+      EXPECT_FALSE(parse_literal(classes, text, records, target)) << text;
+      EXPECT_EQ(first_status(), records ? code : 0) << text;
     }
 }
 
@@ -186,17 +157,12 @@ TEST_F(TypesTest, StoredValuesHaveTheirOrder) {
       {{type::time, type::microtimestamp}, {nullptr, "20200101000001", "20200101000100", "20200101010000"}},
       {{type::microtimestamp}, {"20200101000000000001", "20200101000000000256", "20200101000000065536"}},
   };
-  const auto stored = [](TypeCode code, const char *text) {
-    std::vector<uint8_t> bytes(16);
-    const ValueMode mode = text == nullptr ? ValueMode::null : ValueMode::text;
-    EXPECT_NE(store_value(code, mode, text, bytes.data(), 5, 0), Stored::failed) << text;
-    return bytes;
-  };
   for (const auto &c : cases)
     for (const TypeCode code : c.codes)
       for (size_t i = 0; i < c.ascending.size(); ++i)
         for (size_t j = 0; j < c.ascending.size(); ++j) {
-          const std::vector<uint8_t> a = stored(code, c.ascending[i]), b = stored(code, c.ascending[j]);
+          const std::vector<uint8_t> a = stored_text(code, c.ascending[i]),
+                                     b = stored_text(code, c.ascending[j]);
           SCOPED_TRACE(type_row(code)->name + (": " + testing::PrintToString(a)) + testing::PrintToString(b));
           const int expected = (i > j) - (i < j);
           int general = 9;
@@ -204,6 +170,121 @@ TEST_F(TypesTest, StoredValuesHaveTheirOrder) {
           EXPECT_EQ(general, expected);
           EXPECT_EQ(stored_compare_of(code)(a.data(), b.data(), 5), expected);
         }
+}
+
+// ---- dates ----
+
+DateTimeRec record_of(const char *text) {
+  DateTimeRec record{};
+  EXPECT_TRUE(parse_datetime(type::microtimestamp, text, true, &record)) << text;
+  return record;
+}
+
+std::string text_of(const DateTimeRec &record) {
+  char text[24];
+  EXPECT_TRUE(format_datetime(type::microtimestamp, record, text));
+  return text;
+}
+
+TEST(DatetimeTest, ParsingChecksEveryField) {
+  const std::tuple<TypeCode, const char *, StatusCode> cases[] = {
+      {type::date, "20000229", 0},
+      {type::date, "19000229", 113006},
+      {type::date, "20231301", 113005},
+      {type::date, "00000101", 113004},
+      {type::date, "15821004", 0},
+      {type::date, "15821005", 113019},
+      {type::date, "15821015", 0},
+      {type::date, "15000229", 0},  // the Julian calendar has it
+      {type::date, "15010229", 113006},
+      {type::date, "2020-01-01", 113011},
+      {type::date, "2020010112345", 113012},
+      {type::time, "20200101240000", 113007},
+      {type::time, "20200101236000", 113008},
+      {type::time, "20200101235960", 113009},
+      {type::microtimestamp, "20200101235959999999", 0},
+  };
+  for (const auto &[code, text, status] : cases)
+    for (const bool reports : {true, false}) {
+      err_clear();
+      DateTimeRec record;
+      EXPECT_EQ(parse_datetime(code, text, reports, &record), status == 0) << text;
+      EXPECT_EQ(error_record().last_code, reports ? status : 0) << text;
+    }
+}
+
+TEST(DatetimeTest, WordsAndDamagedRecords) {
+  {
+    const test::SlotGuard<decltype(system_driver.local_now)> clock(
+        system_driver.local_now, [](DateTimeRec *now) { *now = {2021, 2, 3, 4, 5, 6, 0, 789000}; });
+    EXPECT_EQ(text_of(record_of("NOW")), "20210203040506789000");
+    EXPECT_EQ(text_of(record_of("Today")), "20210203000000000000");
+  }
+  EXPECT_EQ(text_of({20, 1, 2, 3, 4, 5, 0, 6}), "00200102030405000006");
+  EXPECT_EQ(text_of({INT16_MIN, -128, -128, -128, -128, -128, 0, INT_MIN}).size(), 20u) << "and no more";
+}
+
+TEST(DatetimeTest, Arithmetic) {
+  const std::tuple<const char *, int64_t, int, const char *> cases[] = {
+      {"20200229120000", 1, unit_year, "20210301120000000000"},
+      {"20200315", -2019, unit_year, "00010315000000000000"},
+      {"20210131235959", 1, unit_month, "20210303235959000000"},
+      {"20211231", -1, unit_month, "20211201000000000000"},
+      {"15821004", 1, unit_day, "15821015000000000000"},
+      {"15821015", -1, unit_day, "15821004000000000000"},
+      {"15811010123456", 1, unit_year, "15821015123456000000"},
+      {"15821114", -1, unit_month, "15821015000000000000"},
+      {"15000301", -1, unit_second, "15000229235959000000"},
+      {"15000131", 1, unit_month, "15000302000000000000"},
+      {"15040229", -4, unit_year, "15000229000000000000"},
+      {"20200228230000", 25, unit_hour, "20200301000000000000"},
+      {"20200101", -1, unit_microsecond, "20191231235959999999"},
+      {"00010101", 315537897599999999, unit_microsecond, "99991229235959999999"},
+  };
+  for (const auto &[start, amount, unit, expected] : cases) {
+    DateTimeRec result;
+    ASSERT_TRUE(datetime_add(record_of(start), amount, unit, &result)) << start;
+    EXPECT_EQ(text_of(result), expected) << start << " + " << amount << " of " << unit;
+  }
+}
+
+TEST(DatetimeTest, ResultsOutsideTheCalendarFail) {
+  const DateTimeRec first = record_of("00010101"), last = record_of("99991231235959999999");
+  for (int unit = unit_year; unit <= unit_microsecond; ++unit) {
+    DateTimeRec result;
+    for (const int64_t amount : {int64_t{1}, INT64_MAX, INT64_MAX - 1}) {
+      err_clear();
+      EXPECT_FALSE(datetime_add(last, amount, unit, &result)) << unit << " " << amount;
+      EXPECT_EQ(error_record().last_code, 113004);
+      EXPECT_FALSE(datetime_add(first, -amount, unit, &result)) << unit << " " << -amount;
+    }
+    EXPECT_FALSE(datetime_add(first, INT64_MIN, unit, &result)) << unit;
+  }
+}
+
+TEST(DatetimeTest, DayNumbersCountEveryDayOfTheCalendar) {
+  EXPECT_EQ(day_number(2000, 1, 1), 2451545);
+  EXPECT_EQ(weekday_of(day_number(2000, 1, 1)), 6);
+  EXPECT_EQ(weekday_of(day_number(2023, 1, 1)), 0);
+  int64_t number = day_number(1, 1, 1) - 1;
+  for (int year = 1; year <= 9999; ++year) {
+    const bool leap = year < 1582 ? year % 4 == 0 : leap_year(year);
+    for (int month = 1; month <= 12; ++month) {
+      const int days = month == 2 ? (leap ? 29 : 28) : days_in_month(year, month);
+      for (int day = 1; day <= days; ++day) {
+        if (year == 1582 && month == 10 && day == 5) day = 15;
+        ++number;
+        ASSERT_TRUE(check_datetime(type::date, {static_cast<int16_t>(year), static_cast<int8_t>(month),
+                                                static_cast<int8_t>(day), 0, 0, 0, 0, 0}));
+        int64_t back_year;
+        int back_month, back_day;
+        date_from_day_number(number, &back_year, &back_month, &back_day);
+        ASSERT_TRUE(day_number(year, month, day) == number && back_year == year && back_month == month &&
+                    back_day == day)
+            << year << "-" << month << "-" << day;
+      }
+    }
+  }
 }
 
 }  // namespace
