@@ -39,65 +39,61 @@ class Frame : public ::testing::Test {
   ~Frame() override { env_release(); }
 };
 
-using ErrorRecordTest = Frame;
-using EnvTest = Frame;
-using LogTest = Frame;
-
-TEST_F(ErrorRecordTest, CategoriesAndEntryTexts) {
+TEST_F(Frame, TextsOfErrors) {
   EXPECT_EQ("[UXA error information]\nNo error.(code:0)\n", formatted("[UXA error information]"));
-  static const struct {
-    StatusCode code;
-    int category;
-    const char *start;
-  } cases[] = {
-      {-5, 3, "Error:[DRV--00005] "},     {9999, 0, "Error:[SYS-009999] "},
-      {10000, 1, "Error:[INT-010000] "},  {99999, 1, "Error:[INT-099999] "},
-      {100000, 2, "Error:[USR-100000] "}, {1234567, 2, "Error:[USR-1234567] "},
+  static const std::pair<StatusCode, const char *> cases[] = {
+      {-5, "Error:[DRV--00005] "},    {9999, "Error:[SYS-009999] "},   {10000, "Error:[INT-010000] "},
+      {99999, "Error:[INT-099999] "}, {100000, "Error:[USR-100000] "}, {1234567, "Error:[USR-1234567] "},
   };
-  for (const auto &c : cases) {
+  for (const auto &[code, start] : cases) {
     err_clear();
-    err_set(c.code);
-    const ErrorEntry &entry = error_record().entries[0];
-    EXPECT_EQ(c.category, entry.category) << c.code;
-    EXPECT_EQ(std::string(c.start) + err_message(c.code), entry.text);
+    err_set(code);
+    EXPECT_EQ(std::string(start) + err_message(code), error_record().entries[0].text);
   }
-}
-
-TEST_F(ErrorRecordTest, ErrnoAndSourceDecorateTheText) {
   errno = ENOENT;
   err_set(status::io_open);
   EXPECT_EQ(0, errno);
-  err_set(status::io_create);
   err_set_full(-1, "text", "pager.c", 12, false, 0, 0);
   const auto *entries = error_record().entries;
   EXPECT_EQ(std::string("Error:[SYS-000102] ") + err_message(102) + " No such file or directory (errno:2)",
-            entries[0].text);
-  EXPECT_EQ(std::string("Error:[SYS-000101] ") + err_message(101), entries[1].text);
+            entries[1].text);
   EXPECT_STREQ("Error:[DRV--00001] text \"pager.c\" line:12 ", entries[2].text);
+  const std::string whole = formatted("title");
+  for (size_t size = 2; size < whole.size() + 3; ++size) {
+    const std::string cut = formatted("title", static_cast<int>(size));
+    EXPECT_TRUE(whole.starts_with(cut)) << cut;
+    EXPECT_GE(cut.size() + 2, std::min(size, whole.size() + 2)) << "room left unused";
+  }
 }
 
-TEST_F(ErrorRecordTest, SeventeenthErrorReplacesTheSixteenth) {
-  for (int i = 1; i <= 17; ++i) record(-i, "x");
-  EXPECT_EQ(17, error_record().count);
-  EXPECT_EQ(-17, error_record().last_code);
-  EXPECT_EQ(-1, error_record().primary->code);
-  const std::string last_two = "[15]:-15(0) Error:[DRV--00015] x\n[16]:-17(0) Error:[DRV--00017] x\n";
-  EXPECT_TRUE(formatted().ends_with(last_two)) << formatted();
+TEST_F(Frame, MessagesByCode) {
+  for (int i = 0; i < status_text_count; ++i) {
+    EXPECT_TRUE(i == 0 || status_texts[i - 1].code < status_texts[i].code) << "row " << i;
+    EXPECT_EQ(status_texts[i].text, err_message(status_texts[i].code)) << status_texts[i].code;
+  }
+  EXPECT_STREQ("\x83\x81\x83\x82\x83\x8a\x8a\x6d\x95\xdb\x82\xc9\x8e\xb8\x94\x73", err_message(1));
+  for (const StatusCode unknown : {-5, 0, 3, 119, 22013, 190018, 2147483647})
+    EXPECT_STREQ("Not found error message.", err_message(unknown)) << unknown;
 }
 
-TEST_F(ErrorRecordTest, TextPoolFillsToItsLastByte) {
+TEST_F(Frame, ErrorsPastTheLimits) {
   // "Error:[DRV--00001] " takes 19 characters; two texts of 255 with their zeros fill the pool exactly.
   const std::string longest(236, 'a');
   record(-1, longest);
   record(-2, longest + "cut off");
   record(-3, "c", true);
-  const ErrorRecord &found = error_record();
-  EXPECT_EQ("Error:[DRV--00002] " + longest, found.entries[1].text);
-  EXPECT_STREQ("", found.entries[2].text);
-  EXPECT_EQ(512, found.texts_used);
+  EXPECT_EQ("Error:[DRV--00002] " + longest, error_record().entries[1].text);
+  EXPECT_STREQ("", error_record().entries[2].text);
+  EXPECT_EQ(512, error_record().texts_used);
+  err_clear();
+  for (int i = 1; i <= 17; ++i) record(-i, "x");
+  EXPECT_EQ(17, error_record().count);
+  EXPECT_EQ(-1, error_record().primary->code);
+  const std::string last_two = "[15]:-15(0) Error:[DRV--00015] x\n[16]:-17(0) Error:[DRV--00017] x\n";
+  EXPECT_TRUE(formatted().ends_with(last_two)) << formatted();
 }
 
-TEST_F(ErrorRecordTest, SnapshotsAndScopes) {
+TEST_F(Frame, SnapshotsAndScopesOfErrors) {
   err_set(status::unique_violation);
   err_set(status::out_of_memory);
   const std::string before = formatted();
@@ -107,7 +103,6 @@ TEST_F(ErrorRecordTest, SnapshotsAndScopes) {
     record(-9, "other", true);
   }
   EXPECT_EQ(before, formatted());
-  EXPECT_EQ(status::unique_violation, error_record().primary->code);
   err_save();
   err_clear();
   err_save();  // an empty record saves nothing
@@ -118,18 +113,7 @@ TEST_F(ErrorRecordTest, SnapshotsAndScopes) {
   EXPECT_EQ(status::unique_violation, snapshot.primary.code);
 }
 
-TEST_F(ErrorRecordTest, FormatIsCutToItsBuffer) {
-  record(-1, "first");
-  record(-2, "second");
-  const std::string whole = formatted("title");
-  for (size_t size = 2; size < whole.size() + 3; ++size) {
-    const std::string cut = formatted("title", static_cast<int>(size));
-    EXPECT_TRUE(whole.starts_with(cut)) << cut;
-    EXPECT_GE(cut.size() + 2, std::min(size, whole.size() + 2)) << "room left unused";
-  }
-}
-
-TEST_F(EnvTest, ItemsApplyByType) {
+TEST_F(Frame, ParametersApplyByType) {
   static const struct {
     const char *items;
     Env parameter;
@@ -153,7 +137,7 @@ TEST_F(EnvTest, ItemsApplyByType) {
   }
 }
 
-TEST_F(EnvTest, InitTextBeatsTheEnvironmentBeatsTheDefault) {
+TEST_F(Frame, InitTextBeatsTheEnvironmentBeatsTheDefault) {
   setenv("HVI_LOCK_RETRY", "7", 1);
   setenv("HVI_LOCK_SLEEP", "8", 1);
   env_start("HVI_LOCK_SLEEP=9");
@@ -163,23 +147,17 @@ TEST_F(EnvTest, InitTextBeatsTheEnvironmentBeatsTheDefault) {
   unsetenv("HVI_LOCK_SLEEP");
   env_set("HVI_BLOCK_SIZE", "512");
   EXPECT_EQ(4096, env_number(Env::block_size)) << "fixed once the library has started";
-}
-
-TEST_F(EnvTest, Listing) {
   testing::internal::CaptureStdout();
   env_show(nullptr);
   const std::string all = testing::internal::GetCapturedStdout();
   EXPECT_EQ(50, std::count(all.begin(), all.end(), '\n'));
-  EXPECT_TRUE(all.find("HVI_LANG                    \"UTF-8\"                 STR  LANG     P DB\n") !=
-              std::string::npos);
+  EXPECT_NE(all.find("HVI_LANG                    \"UTF-8\"                 STR  LANG     P DB\n"),
+            std::string::npos);
 }
 
 TEST(ParamText, Pairs) {
   using Pairs = std::vector<std::pair<std::string, std::string>>;
-  static const struct {
-    const char *text;
-    Pairs pairs;
-  } cases[] = {
+  static const std::pair<const char *, Pairs> cases[] = {
       {" a b = 1 2 ; c ", {{"a b", "1 2"}, {"c", ""}}},
       {"a=1;;b=2;", {{"a", "1"}, {"", ""}, {"b", "2"}}},
       {"a=b=c", {{"a", "b=c"}}},
@@ -189,16 +167,16 @@ TEST(ParamText, Pairs) {
       {"0123456789=abcdefghij;k=v", {{"01234567", "abcd"}, {"k", "v"}}},
       {"0123456 89='abc  fghij'", {{"0123456", "abc "}}},
   };
-  for (const auto &c : cases) {
+  for (const auto &[text, expected] : cases) {
     Pairs pairs;
     char key[9], value[5];
-    for (const char *p = c.text; (p = next_pair(p, key, sizeof key, value, sizeof value)) != nullptr;)
+    for (const char *p = text; (p = next_pair(p, key, sizeof key, value, sizeof value)) != nullptr;)
       pairs.emplace_back(key, value);
-    EXPECT_EQ(c.pairs, pairs) << c.text;
+    EXPECT_EQ(expected, pairs) << text;
   }
 }
 
-TEST_F(LogTest, LinesByLevel) {
+TEST_F(Frame, LinesOfTheLog) {
   const test::TempDir directory;
   const std::string path = directory / "log";
   env_set("HVI_LOG_FILE", path.c_str());
