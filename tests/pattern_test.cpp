@@ -14,8 +14,8 @@ namespace {
 
 class PatternTest : public ::testing::Test {
  protected:
-  void SetUp() override { env_start(nullptr); }
-  void TearDown() override { env_release(); }
+  PatternTest() { env_start(nullptr); }
+  ~PatternTest() override { env_release(); }
 };
 
 template <bool fold>
@@ -93,7 +93,7 @@ TEST_F(PatternTest, CharactersOfTheCurrentSet) {
 TEST_F(PatternTest, HostilePatterns) {
   const auto repeated = [](const char *text, int count) {
     std::string all;
-    for (int i = 0; i < count; ++i) all += text;
+    while (count-- > 0) all += text;
     return all;
   };
   const std::string text(1000, 'a'), stars = repeated("*a", 200), groups = repeated("{a}", 400);

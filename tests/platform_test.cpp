@@ -24,11 +24,7 @@ namespace {
 
 // What the file driver flushed since the last look, in order.
 std::string flushes;
-int failing_directory_flushes = 0;
-
-std::string take_flushes() {
-  return std::exchange(flushes, {});
-}
+bool directory_fails = false;
 
 }  // namespace
 
@@ -39,14 +35,10 @@ extern "C" int fdatasync(int file) {
 }
 
 extern "C" int fsync(int directory) {
-  if (failing_directory_flushes > 0) {
-    --failing_directory_flushes;
-    flushes += "directory-failed ";
-    errno = EIO;
-    return -1;
-  }
-  flushes += "directory ";
-  return static_cast<int>(syscall(SYS_fsync, directory));
+  flushes += directory_fails ? "directory-failed " : "directory ";
+  if (!directory_fails) return static_cast<int>(syscall(SYS_fsync, directory));
+  errno = EIO;
+  return -1;
 }
 
 namespace {
@@ -117,19 +109,16 @@ TEST_F(FileDriver, LocksBelongToTheOpenFile) {
 }
 
 TEST_F(FileDriver, FirstFlushOfACreatedFileFlushesItsDirectory) {
-  take_flushes();  // those of earlier tests
+  flushes.clear();
   const DriverHandle created = open("a.dat", open_create);
-  failing_directory_flushes = 1;
+  directory_fails = true;
   EXPECT_EQ(-1, file_driver.file_sync(created)) << "not durable before its directory is";
-  EXPECT_EQ("file directory-failed ", take_flushes());
-  EXPECT_EQ(0, file_driver.file_sync(created));
-  EXPECT_EQ("file directory ", take_flushes());
-  EXPECT_EQ(0, file_driver.file_sync(created));
-  EXPECT_EQ("file ", take_flushes());
+  directory_fails = false;
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(0, file_driver.file_sync(created));
+  EXPECT_EQ("file directory-failed file directory file ", flushes);
   file_driver.file_close(created);
-}
 
-TEST_F(FileDriver, ManyUnflushedCreationsLeaveNoDescriptor) {
+  // Many that were never flushed leave no descriptor behind.
   std::vector<DriverHandle> files;
   for (int i = 0; i < 100; ++i) files.push_back(open(std::to_string(i).c_str(), open_create));
   for (size_t i = 0; i < files.size(); ++i) {
@@ -220,6 +209,11 @@ TEST_F(TimeZone, AgreesWithTheSystem) {
       ASSERT_EQ(0, memcmp(&local, &again, sizeof local)) << zone << " " << seconds;
       ASSERT_LE(back, seconds) << zone;  // the first occurrence
     }
+    DateTimeRec now, before, after;
+    system_driver.seconds_to_local(&before, time(nullptr));
+    system_driver.local_now(&now);
+    system_driver.seconds_to_local(&after, time(nullptr));
+    EXPECT_TRUE(text(before) <= text(now) && text(now) <= text(after)) << zone;
   }
 }
 
@@ -229,48 +223,34 @@ TEST(TextConvert, BothWaysAtTheBoundaries) {
   const std::u16string utf16 = u"\u007F\u0080\u07FF\u0800\uD7FF\uE000\uFFFF\U00010000x\U0010FFFF";
   char16_t wide[13];
   char narrow[31];
-  const int wide_size = static_cast<int>(sizeof wide), narrow_size = static_cast<int>(utf8.size()) + 1;
+  const int wide_size = sizeof wide, narrow_size = static_cast<int>(utf8.size()) + 1;
   EXPECT_EQ(-1, system_driver.text_convert(3, 2, utf8.c_str(), 0, wide, wide_size - 1, 0));
   EXPECT_EQ(wide_size, system_driver.text_convert(3, 2, utf8.c_str(), 0, wide, wide_size, 0));
   EXPECT_EQ(utf16, wide);
   EXPECT_EQ(-1, system_driver.text_convert(2, 3, utf16.c_str(), 0, narrow, narrow_size - 1, 0));
   EXPECT_EQ(narrow_size, system_driver.text_convert(2, 3, utf16.c_str(), 0, narrow, narrow_size, 0));
   EXPECT_EQ(utf8, narrow);
-}
-
-TEST(TextConvert, Failures) {
-  char target[64];
   for (const char *malformed :
        {"\x80", "\xC0\x80", "\xC1\xBF", "\xC3", "\xC3x", "\xE0\x9F\xBF", "\xE3\x81", "\xED\xA0\x80",
-        "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF8\x88\x80\x80\x80"}) {
-    EXPECT_EQ(-1, system_driver.text_convert(3, 2, malformed, 0, target, sizeof target, 0)) << malformed;
-  }
+        "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF8\x88\x80\x80\x80"})
+    EXPECT_EQ(-1, system_driver.text_convert(3, 2, malformed, 0, wide, wide_size, 0)) << malformed;
   for (const std::u16string &malformed : {std::u16string{0xD800}, std::u16string{0xDC00},
-                                          std::u16string{0xD800, 'x'}, std::u16string{0xDC00, 0xD800}}) {
-    EXPECT_EQ(-1, system_driver.text_convert(2, 3, malformed.c_str(), 0, target, sizeof target, 0));
-  }
-  EXPECT_EQ(-1, system_driver.text_convert(1, 3, u"abc", 0, target, sizeof target, 0)) << "UTF-16LE to EUC";
+                                          std::u16string{0xD800, 'x'}, std::u16string{0xDC00, 0xD800}})
+    EXPECT_EQ(-1, system_driver.text_convert(2, 3, malformed.c_str(), 0, narrow, narrow_size, 0));
+  EXPECT_EQ(-1, system_driver.text_convert(1, 3, u"abc", 0, narrow, narrow_size, 0)) << "UTF-16LE to EUC";
 }
 
-class Pool : public ::testing::Test {
- protected:
-  void SetUp() override { ASSERT_EQ(0, memory_table.mem_start(1)); }
-  void TearDown() override { memory_table.mem_end(); }
-  static MemoryStats stats() {
-    MemoryStats stats;
-    memory_table.mem_stats(&stats);
-    return stats;
-  }
-};
+MemoryStats memory_stats() {
+  MemoryStats stats;
+  memory_table.mem_stats(&stats);
+  return stats;
+}
 
-TEST_F(Pool, RandomUseKeepsBlocksApart) {
+TEST(PoolTest, RandomUseKeepsBlocksApart) {
+  ASSERT_EQ(0, memory_table.mem_start(1));
   EXPECT_EQ(nullptr, mem_alloc(SIZE_MAX));
   test::Random random;
-  struct Held {
-    char *block;
-    std::string content;
-  };
-  std::vector<Held> held;
+  std::vector<std::pair<char *, std::string>> held;
   for (int i = 0; i < 20000; ++i) {
     const int size = random.below(random.one_in(10) ? 20000 : 300);
     const std::string content(static_cast<size_t>(size), static_cast<char>(i));
@@ -279,34 +259,33 @@ TEST_F(Pool, RandomUseKeepsBlocksApart) {
       block = mem_alloc(content.size());
     } else {
       std::swap(held.back(), held[static_cast<size_t>(random.below(static_cast<int>(held.size())))]);
-      const Held &old = held.back();
-      ASSERT_EQ(0, memcmp(old.block, old.content.data(), old.content.size()));
-      block = random.one_in(2) ? mem_realloc(old.block, content.size()) : nullptr;
-      if (block == nullptr)
-        mem_free(old.block);
-      else
-        ASSERT_EQ(0, memcmp(block, old.content.data(), std::min(content.size(), old.content.size())));
+      const auto [old, kept] = held.back();
       held.pop_back();
+      ASSERT_EQ(0, memcmp(old, kept.data(), kept.size()));
+      block = random.one_in(2) ? mem_realloc(old, content.size()) : nullptr;
+      if (block == nullptr)
+        mem_free(old);
+      else
+        ASSERT_EQ(0, memcmp(block, kept.data(), std::min(content.size(), kept.size())));
     }
     if (block == nullptr) continue;
     ASSERT_EQ(0u, reinterpret_cast<uintptr_t>(block) % (size > 4 ? 16 : 8)) << size;
     memcpy(block, content.data(), content.size());
-    held.push_back({static_cast<char *>(block), content});
+    held.emplace_back(static_cast<char *>(block), content);
   }
-  for (const Held &one : held) mem_free(one.block);
-  EXPECT_EQ(0, stats().bytes_in_use);
+  for (const auto &[block, content] : held) mem_free(block);
+  EXPECT_EQ(0, memory_stats().bytes_in_use);
+  memory_table.mem_end();
 }
 
-TEST(MemoryTableTest, AFailedStartLeavesNoPoolInTheWay) {
+TEST(PoolTest, AFailedStartLeavesNoPoolInTheWay) {
   const auto sys_start = std::exchange(system_driver.sys_start, [] { return -1; });
   err_clear();
   EXPECT_FALSE(library_start("HVI_MEM_LIMIT_SIZE=1;HVI_SQL_SEL_SEP=from the pool"));
   EXPECT_EQ(status::system_start, error_record().entries[0].code);
   system_driver.sys_start = sys_start;
   ASSERT_TRUE(library_start("HVI_SQL_SEL_SEP=x")) << "without a pool this time";
-  MemoryStats stats;
-  memory_table.mem_stats(&stats);
-  EXPECT_EQ(0, stats.pool_active);
+  EXPECT_EQ(0, memory_stats().pool_active);
   library_end();
 }
 

@@ -62,24 +62,14 @@ TEST_F(RowHandles, LargeValueOfAChangedRowIsRefused) {
     EXPECT_EQ(row_handle_read(*writer.handle, row), RowLoad::loaded);
     return row_handle_delete(*writer.handle);
   };
+  const auto insert = [&](const std::string &text) { return writer.insert({text, "2"}); };
+  const auto set = [&](const char *name, const std::string &to) { return update(writer, row, {{name, to}}); };
   const std::tuple<const char *, bool, std::function<bool()>> changes[] = {
-      {"another row", true,
-       [&] {
-         return writer.insert({other, "2"});
-       }},
-      {"another column", true,
-       [&] {
-         return update(writer, row, {{"n", "2"}});
-       }},
-      {"the value", false,
-       [&] {
-         return update(writer, row, {{"v", other}});
-       }},
+      {"another row", true, [&] { return insert(other); }},
+      {"another column", true, [&] { return set("n", "2"); }},
+      {"the value", false, [&] { return set("v", other); }},
       {"deleted", false, erase},
-      {"another row in its slot", false,
-       [&] {
-         return erase() && writer.insert({std::string(30, 'c'), "1"});
-       }},
+      {"another row in its slot", false, [&] { return erase() && insert(std::string(30, 'c')); }},
       {"no table", false, [&] { return table_drop(db(), "t"); }},
   };
   for (const auto &[what, stands, change] : changes) {
@@ -95,7 +85,7 @@ TEST_F(RowHandles, LargeValueOfAChangedRowIsRefused) {
   }
   // The pages of the row and of its chunks are gone.
   store.begin();
-  for (int i = 0; i < 200; ++i) ASSERT_TRUE(writer.insert({other, "3"}));
+  for (int i = 0; i < 200; ++i) ASSERT_TRUE(insert(other));
   ASSERT_EQ(row_handle_read(*reader.handle, writer.handle->row), RowLoad::loaded);
   store.rollback();
   Value read;
@@ -122,38 +112,34 @@ TEST_F(RowHandles, StaleDefinitionIsNotWritten) {
 TEST(RowHandle, RandomWritesIntoAFullStorage) {
   Engine engine;
   TestDatabase store("BLOCK_SIZE=1024;SIZE_DAT=60B");
-  Database &db = *store.db;
   ASSERT_TRUE(store.create_table("t", {column("a", type::int32), column("b", type::character, 60, 1),
                                        column("c", type::text, 1, 4, 40), column("d", type::tinyint)}));
   for (const IndexDefinition &index : {unique_on("u", {"a"}), index_on("i", {"b"}), index_on("o", {"d"})})
-    ASSERT_TRUE(index_create(db, "t", index));
+    ASSERT_TRUE(index_create(*store.db, "t", index));
   store.begin();
   Random random;
-  Rows rows(db, "t");
-  RowSystem &chunks = *rows.handle->table->large_rows[0];
+  Rows rows(*store.db, "t");
   for (int key = 0, failures = 0; failures < 40; ++key) {
-    const std::vector<std::string> values = {std::to_string(key), std::to_string(random.next()),
-                                             std::string(static_cast<size_t>(1 + random.below(400)), 'x'),
-                                             std::to_string(random.below(3))};
-    const std::vector<RowNo> present = rows.all();
+    const std::string a = std::to_string(key), b = std::to_string(random.next());
+    const std::string c(static_cast<size_t>(1 + random.below(400)), 'x'), d = std::to_string(random.below(3));
+    const std::vector<RowNo> all = rows.all();
     const bool done =
-        present.empty() || random.one_in(2)
-            ? rows.insert(values)
-            : RowHandles::update(rows,
-                                 present[static_cast<size_t>(random.below(static_cast<int>(present.size())))],
-                                 {{"a", values[0]}, {"b", values[1]}, {"c", values[2]}, {"d", values[3]}});
+        all.empty() || random.one_in(2)
+            ? rows.insert({a, b, c, d})
+            : RowHandles::update(rows, all[static_cast<size_t>(random.below(static_cast<int>(all.size())))],
+                                 {{"a", a}, {"b", b}, {"c", c}, {"d", d}});
     if (done) continue;
     ++failures;
     EXPECT_EQ(first_status(), status::cache_argument) << "no block is left";
     ASSERT_NO_FATAL_FAILURE(rows.check_indices());
-    size_t pieces = 0;
+    uint32_t pieces = 0;
     for (const RowNo row : rows.all()) {
       ASSERT_EQ(row_handle_read(*rows.handle, row), RowLoad::loaded);
       const std::string text = rows.get("c");
-      EXPECT_EQ(text.find_first_not_of('x'), std::string::npos) << errors();
-      pieces += text.size() <= 4 ? 0 : (text.size() - 4 + 35) / 36;
+      EXPECT_EQ(text, std::string(text.size(), 'x')) << errors();
+      pieces += static_cast<uint32_t>(text.size() <= 4 ? 0 : (text.size() - 4 + 35) / 36);
     }
-    EXPECT_EQ(row_active_count(chunks), pieces);
+    EXPECT_EQ(row_active_count(*rows.handle->table->large_rows[0]), pieces);
   }
   store.commit();
 }
