@@ -9,7 +9,7 @@
 
 #include "frame/env.h"
 #include "frame/error.h"
-#include "sql/grammar.h"
+#include "sql/parse/grammar.h"
 #include "sql/parse/lexer.h"
 
 using namespace tovik;
