@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -24,13 +23,27 @@ Names words(const char *text) {
 }
 
 const fs::path root = TOVIK_SOURCE_DIR;
-const std::vector<std::string> layers = {"platform", "frame", "storage",
-                                         "data",     "sql",   "api"};  // bottom first
-// The rooms of a layer, bottom first; the files that stand in none are above them all.
-const std::map<std::string, std::vector<std::string>> rooms = {
-    {"storage", {"io", "params", "block", "cache", "transaction"}},
-    {"data", {"value", "function", "row", "index", "table"}},
-    {"sql", {"parse", "evaluate", "query", "statement"}}};
+// The folders of src, bottom first: the rooms of a layer, and what stands in none above them all.
+const std::vector<std::string> folders = {"platform",
+                                          "frame",
+                                          "storage/io",
+                                          "storage/params",
+                                          "storage/block",
+                                          "storage/cache",
+                                          "storage/transaction",
+                                          "storage",
+                                          "data/value",
+                                          "data/function",
+                                          "data/row",
+                                          "data/index",
+                                          "data/table",
+                                          "data",
+                                          "sql/parse",
+                                          "sql/evaluate",
+                                          "sql/query",
+                                          "sql/statement",
+                                          "sql",
+                                          "api"};
 const Names interface_headers = {"kld_api.h", "tovik.h", "tovik_types.h"};
 
 // What the engine uses of the standard library. Containers, strings and streams are missing on purpose:
@@ -65,66 +78,46 @@ std::vector<Include> includes_below(const char *folder) {
   return found;
 }
 
-std::string first_part(const std::string &path) {
-  return path.substr(0, path.find('/'));
-}
-
-int place_in(const std::vector<std::string> &order, const std::string &name) {
-  const auto found = std::find(order.begin(), order.end(), name);
-  return found == order.end() ? -1 : static_cast<int>(found - order.begin());
-}
-
-int layer_of(const std::string &folder) {
-  return place_in(layers, folder);
-}
-
-// The place of the room in which path, below src, stands; -1 for a folder that the layer does not know.
-int room_of(const std::string &path) {
-  const auto layer = rooms.find(first_part(path));
-  if (layer == rooms.end()) return 0;
-  const std::string rest = path.substr(layer->first.size() + 1);
-  if (rest.find('/') == std::string::npos) return static_cast<int>(layer->second.size());
-  return place_in(layer->second, first_part(rest));
+// The place of the folder in which path, below src, stands; -1 for one that is not known.
+int place_of(const std::string &path) {
+  const std::string folder = path.starts_with("platform/") ? "platform" : path.substr(0, path.rfind('/'));
+  const auto found = std::find(folders.begin(), folders.end(), folder);
+  return found == folders.end() ? -1 : static_cast<int>(found - folders.begin());
 }
 
 // Why an include of src/ breaks the rules, or an empty text.
 std::string fault_of(const Include &include) {
-  const std::string below_src = include.file.generic_string().substr(4);
-  const std::string own = first_part(below_src);
-  if (layer_of(own) < 0) return "stands outside every layer";
-  if (room_of(below_src) < 0) return "stands in a room that its layer does not have";
+  const std::string file = include.file.generic_string().substr(4);
+  const int own = place_of(file), api = place_of("api/any"), target = place_of(include.name);
+  if (own < 0) return "stands in a folder that is not known";
   if (!include.quoted) {
-    if (own == "platform" || standard_headers.contains(include.name)) return "";
     // The command interpreter switches its input stream to binary mode itself.
-    if (own == "api" && below_src.find("command") != std::string::npos &&
-        (include.name == "io.h" || include.name == "fcntl.h"))
-      return "";
-    return "is for src/platform only (operating system, or allocates)";
+    const bool of_console = own == api && file.find("command") != std::string::npos &&
+                            (include.name == "io.h" || include.name == "fcntl.h");
+    return own == place_of("platform/any") || of_console || standard_headers.contains(include.name)
+               ? ""
+               : "is for src/platform only (operating system, or allocates)";
   }
   if (interface_headers.contains(include.name))
-    return include.name == "tovik_types.h" || own == "api" ? "" : "is for src/api only";
-  const int target = layer_of(first_part(include.name));
+    return include.name == "tovik_types.h" || own == api ? "" : "is for src/api only";
   if (target < 0) return "is not rooted at src/";
-  if (target > layer_of(own)) return "points up";
-  return target < layer_of(own) || room_of(include.name) <= room_of(below_src) ? ""
-                                                                               : "points up inside its layer";
+  return target <= own ? "" : "points up";
 }
 
-TEST(Repository, IncludesPointDownTheLayersOnly) {
+TEST(Repository, IncludesPointDownOnly) {
   const std::vector<Include> includes = includes_below("src");
   ASSERT_GT(includes.size(), 20u);
   for (const Include &include : includes) EXPECT_EQ(fault_of(include), "") << include.text();
-  EXPECT_EQ(fault_of({"src/data/row.cpp", 1, true, "sql/value.h"}), "points up");
-  EXPECT_EQ(fault_of({"src/data/row/row.cpp", 1, true, "data/table/table.h"}), "points up inside its layer");
+  EXPECT_EQ(fault_of({"src/data/row/row.cpp", 1, true, "data/table/table.h"}), "points up");
+  EXPECT_NE(fault_of({"src/data/row/row.cpp", 1, false, "vector"}), "");
 }
 
 TEST(Repository, ToolsAndExamplesUseOnlyThePublicHeaders) {
-  for (const char *folder : {"tools", "examples"}) {
+  for (const char *folder : {"tools", "examples"})
     for (const Include &include : includes_below(folder)) {
       const bool own = fs::exists(root / include.file.parent_path() / include.name);
       EXPECT_TRUE(!include.quoted || own || interface_headers.contains(include.name)) << include.text();
     }
-  }
 }
 
 // The names that the shared library defines for others.
