@@ -94,7 +94,7 @@ TEST_F(ParserTest, Tokens) {
           {"1.5e 1.5e+ 1.2.3", "exp<1.5e> exp<1.5e+> dec<1.2> . int<3>"},
           {"1e5", "!170006"},
           {"a1_b _x selects trunc Select sELECT", "<a1_b> <_x> <selects> <trunc> 318 318"},
-          {"Abs truNNc desc descending asc ascending", "func0 func70 288 289 274 274"},
+          {"aBs abss truNNc desc descending asc ascending", "func0 <abss> func70 288 289 274 274"},
           {"ctinyinteger real microtimestamp", "type69 type138 type2065"},
           {"'abc' \"x'y\" '' 'a'b", "str<abc> str<x'y> str<> str<a> <b>"},
           {"'it''s' \"a\"\"b\" 'open", "str<it's> str<a\"b> str<open>"},
