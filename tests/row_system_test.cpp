@@ -54,24 +54,16 @@ class RowSystemModel {
       SCOPED_TRACE("step " + std::to_string(step));
       auto &[number, system] = one_of(now());
       const OpenRows rows(row_system_open(number, *store_.sm));
-      const int kind = system.rows.empty() ? 0 : random_.below(3);  // insert, update, delete
-      const RowNo old = kind == 0 ? 0 : one_of(system.rows).first;
-      const std::string value = new_value(system);
-      const int size = static_cast<int>(value.size());
-      RowNo row = old;
-      const auto change = [&] {
-        row = old;
-        return kind == 0   ? row_insert(*rows, value.data(), size, &row)
-               : kind == 1 ? row_update(*rows, &row, value.data(), size)
-                           : row_delete(*rows, row) == RowRead::active;
-      };
-      failures += fail_each_call(store_, driver, change, [&, &values = system.rows] {
+      const Change change = any_change(system);
+      RowNo row = 0;
+      const auto unchanged = [&, &values = system.rows] {
         // First the row, before other pages drive those out that the failed step changed.
-        if (old != 0) check_row(*rows, old, values[old]);
+        if (change.old != 0) check_row(*rows, change.old, values[change.old]);
         check(now());
-      });
-      system.rows.erase(old);
-      if (kind != 2) system.rows[row] = value;
+      };
+      failures += fail_each_call(
+          store_, driver, [&] { return apply(*rows, change, &row); }, unchanged);
+      note(system, change, row);
     }
     store_.commit();
     check_all();
@@ -135,39 +127,43 @@ class RowSystemModel {
     now().erase(number);
   }
 
-  std::string new_value(const ModelSystem &system) {
+  // An insertion changes no old row; a deletion has no value.
+  struct Change {
+    RowNo old;
+    std::string value;
+  };
+  Change any_change(ModelSystem &system) {
+    const RowNo old = system.rows.empty() || random_.one_in(2) ? 0 : one_of(system.rows).first;
+    if (old != 0 && random_.one_in(2)) return {old, ""};
     int size = system.data_size;
     if (row_kind_variable(system.kind)) size = 1 + random_.below(std::min(6 * size, 4000));
     std::string value(static_cast<size_t>(size), '\0');
     for (char &byte : value) byte = static_cast<char>(random_.below(256));
-    return value;
+    return {old, value};
   }
-
+  static bool apply(RowSystem &rows, const Change &change, RowNo *row) {
+    *row = change.old;
+    const int size = static_cast<int>(change.value.size());
+    if (change.old == 0) return row_insert(rows, change.value.data(), size, row);
+    if (size == 0) return row_delete(rows, change.old) == RowRead::active;
+    return row_update(rows, row, change.value.data(), size);
+  }
+  static void note(ModelSystem &system, const Change &change, RowNo row) {
+    system.rows.erase(change.old);
+    if (!change.value.empty()) {
+      EXPECT_TRUE(system.rows.emplace(row, change.value).second) << "row number " << row << " is in use";
+    }
+  }
   void change_row(RowNo number, ModelSystem &system) {
     const OpenRows rows(row_system_open(number, *store_.sm));
     ASSERT_NE(rows.get(), nullptr) << errors();
+    const Change change = any_change(system);
     RowNo row = 0;
-    if (system.rows.empty() || random_.below(10) < 5) {
-      const std::string value = new_value(system);
-      ASSERT_TRUE(row_insert(*rows, value.data(), static_cast<int>(value.size()), &row)) << errors();
-      EXPECT_TRUE(system.rows.emplace(row, value).second) << "row number " << row << " is in use";
-      if (row_kind_auto(system.kind)) {
-        EXPECT_TRUE(row_autoinc_advance(*rows));
-        system.next += 3;
-      }
-      return;
-    }
-    row = one_of(system.rows).first;
-    const RowNo old = row;
-    if (random_.one_in(2)) {
-      const std::string value = new_value(system);
-      ASSERT_TRUE(row_update(*rows, &row, value.data(), static_cast<int>(value.size()))) << errors();
-      system.rows.erase(old);
-      EXPECT_TRUE(system.rows.emplace(row, value).second);
-    } else {
-      ASSERT_EQ(row_delete(*rows, old), RowRead::active) << errors();
-      system.rows.erase(old);
-    }
+    ASSERT_TRUE(apply(*rows, change, &row)) << errors();
+    note(system, change, row);
+    if (change.old != 0 || !row_kind_auto(system.kind)) return;
+    EXPECT_TRUE(row_autoinc_advance(*rows));
+    system.next += 3;
   }
 
   // What this thread sees, and what every other thread sees of the committed state.
@@ -297,7 +293,7 @@ TEST_F(RowSystemTest, NumbersOfNoRowAreRefused) {
 
 // Another process's work as it is seen from here: the records of counters and auto-increment have changed.
 TEST_F(RowSystemTest, ReloadFollowsTheRecords) {
-  RowSystem &rows = create(RowKind::fixed_auto, 600);
+  RowSystem &rows = create(RowKind::fixed_auto, 1015);  // a row in a page
   Bytes record(82);
   const auto reload_other_record = [&] {
     Page page;
