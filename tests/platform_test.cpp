@@ -164,9 +164,14 @@ TEST_F(TimeZone, AgreesWithTheSystem) {
       ASSERT_LE(back, seconds) << zone;  // the first occurrence
     }
     DateTimeRec now, before, after;
-    system_driver.seconds_to_local(&before, time(nullptr));
+    const auto exact_now = [](DateTimeRec *local) {  // time() may lag behind
+      timespec clock;
+      timespec_get(&clock, TIME_UTC);
+      system_driver.seconds_to_local(local, clock.tv_sec);
+    };
+    exact_now(&before);
     system_driver.local_now(&now);
-    system_driver.seconds_to_local(&after, time(nullptr));
+    exact_now(&after);
     EXPECT_TRUE(text(before) <= text(now) && text(now) <= text(after)) << zone;
   }
 }
