@@ -187,6 +187,13 @@ std::string blocks_fault(StorageManager &sm) {
   return std::to_string(owners.size()) + " of " + std::to_string(count) + " blocks have an owner\n";
 }
 
+std::string cache_fault(const CacheManager &cm) {
+  int dirty = 0;
+  for (const CachePage *page = cm.all; page != nullptr; page = page->all_next)
+    dirty += (page->status & page_dirty) != 0;
+  return dirty == cm.dirty_count ? "" : std::to_string(dirty) + " changed pages are not counted right\n";
+}
+
 // The rows as lines that start with the table's name.
 std::string row_lines(const std::string &name, const std::string &rows) {
   std::string result = name + ": ";
@@ -243,8 +250,10 @@ std::string database_fault(Session &session) {
   Database &db = database_of(session);
   const ReadHoldScope hold(db);
   if (!hold.held) return failed("reading");
-  const std::string fault = tables_fault(db);
-  return fault.empty() ? blocks_fault(*db.storage) : fault;
+  StorageManager &sm = *db.storage;
+  std::string fault = tables_fault(db);
+  if (fault.empty()) fault = blocks_fault(sm);
+  return fault + cache_fault(*sm.dat) + cache_fault(*sm.trn);
 }
 
 Statements operator+(Statements a, const Statements &b) {

@@ -17,12 +17,8 @@ int scale();
 
 // The library with the fault driver, started with settings such as "HVI_TRAN_HISTORY=0" until the end of the
 // scope.
-class Engine {
- public:
-  explicit Engine(const std::string &settings) : library_((fault_driver::install(), settings.c_str())) {}
-
- private:
-  const Library library_;
+struct Engine : Library {
+  explicit Engine(const std::string &settings) : Library((fault_driver::install(), settings.c_str())) {}
 };
 
 // Nothing is printed for the length of the scope.
@@ -41,8 +37,8 @@ class Silence {
 std::string database_text(Session &session);
 
 // Whether everything inside agrees: each index holds exactly the keys of the table's rows and finds each of
-// them; the free list is whole; every block belongs to exactly one owner. "" or the first thing wrong. For a
-// database without open transaction.
+// them; the free list is whole; every block belongs to exactly one owner; changed pages in the cache are
+// counted. "" or the first thing wrong. For a database without open transaction.
 std::string database_fault(Session &session);
 
 // A database on the fault driver with small caches and short waits.
