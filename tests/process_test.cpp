@@ -9,10 +9,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <climits>
 #include <cstdio>
 #include <optional>
-#include <thread>
 
 #include "engine.h"
 #include "platform/platform.h"
@@ -118,9 +116,34 @@ class Process {
   FILE *commands_, *answers_;
 };
 
+constexpr int accounts = 20, writers = 3;
+
+// What processes tell each other through common memory.
+struct Shared {
+  std::atomic<bool> done;
+  std::atomic<int> looks, begins;
+  std::atomic<int64_t> acknowledged[writers];  // transfers of money
+  std::atomic<int32_t> failure;                // the first unexpected status, -2: a wrong answer
+  char what[200];                              // the statement that failed, or that answer
+
+  void note(StatusCode status, const std::string &of) {
+    int32_t none = 0;
+    if (failure.compare_exchange_strong(none, status)) snprintf(what, sizeof what, "%s", of.c_str());
+  }
+  // A busy database is an answer; anything else is noted.
+  bool check(StatusCode status, const std::string &of) {
+    if (status != 0 && status != status::database_busy) note(status, of);
+    return status == 0;
+  }
+};
+
 class ProcessTest : public testing::Test {
  protected:
   ProcessTest() { signal(SIGPIPE, SIG_IGN); }
+  ~ProcessTest() override {
+    EXPECT_EQ(shared_.failure, 0) << shared_.what;
+    munmap(&shared_, sizeof shared_);
+  }
 
   std::string params() const {
     return "NAME=t;PATH=" + dir_.path() +
@@ -131,40 +154,12 @@ class ProcessTest : public testing::Test {
     create_database(params(), statements);
   }
 
+  Shared &shared_ = *static_cast<Shared *>(
+      mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+
  private:
   TempDir dir_;
 };
-
-TEST_F(ProcessTest, OthersSeeTheCommittedStateAndASecondWriterGivesUp) {
-  create({"CREATE TABLE t (id int, v int)", "CREATE UNIQUE INDEX t_id ON t (id)",
-          "INSERT INTO t VALUES 1, 10, 2, 20"});
-  const std::string hasty = params() + "BEGIN_RETRY=3;BEGIN_SLEEP=1";
-  Process process(hasty);  // before this process has threads
-  const Engine engine("");
-  Session writer(hasty);
-  ASSERT_TRUE(writer.open()) << writer.open_status();
-  const auto expect_of_others = [&](const std::string &sql, const std::string &answer) {
-    std::thread([&] {
-      Session session(writer.database());
-      EXPECT_EQ(Process::answer(session, sql), answer) << sql;
-    }).join();
-    EXPECT_EQ(process.ask(sql), answer) << sql;
-  };
-  const std::string all = "SELECT id, v FROM t";
-
-  for (const char *sql : {"BEGIN TRANSACTION", "UPDATE t SET v = v + 1", "INSERT INTO t VALUES 3, 30",
-                          "CREATE TABLE fresh (a int)"})
-    ASSERT_EQ(writer.run(sql), 0) << sql;
-  expect_of_others(all, "0 1,10;2,20");
-  expect_of_others("SELECT * FROM fresh", "141004 ");
-  expect_of_others("UPDATE t SET v = 0", std::to_string(status::database_busy));
-  EXPECT_EQ(Process::answer(writer, all), "0 1,11;2,21;3,30");
-
-  ASSERT_EQ(writer.run("COMMIT TRANSACTION"), 0);
-  expect_of_others(all, "0 1,11;2,21;3,30");
-  expect_of_others("SELECT v FROM t WHERE id = 3", "0 30");
-  expect_of_others("SELECT * FROM fresh", "0 ");
-}
 
 // What another process has open stays, until that closes it or dies. One that is killed anywhere on the way
 // of a removal or a replacement leaves the old database, the new one, or what counts as none.
@@ -261,28 +256,17 @@ TEST_F(ProcessTest, SurvivorsOfADeathInTheCopySeeNoHalfOfIt) {
   for (int i = 0; i < 1000; ++i) statements.push_back("INSERT INTO t VALUES 0, 'f'");
   statements.push_back("COMMIT TRANSACTION");
   create(statements);
-  struct Shared {
-    std::atomic<bool> done;
-    std::atomic<int> looks, begins, failure;
-    char torn[100];
-  };
-  void *memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  Shared &shared = *static_cast<Shared *>(memory);
-  const auto check = [&](StatusCode status) {
-    if (status != 0 && status != status::database_busy) shared.failure = status;
-    return status == 0;
-  };
-  const auto read = [&](Session &session) {
+  const auto read = [this](Session &session) {
     std::string row;
-    if (!check(session.query("SELECT MIN(v), MAX(v) FROM t", &row))) return;
-    ++shared.looks;
+    if (!shared_.check(session.query("SELECT MIN(v), MAX(v) FROM t", &row), "SELECT")) return;
+    ++shared_.looks;
     const size_t comma = row.find(',');
-    if (row.substr(0, comma) != row.substr(comma + 1))
-      snprintf(shared.torn, sizeof shared.torn, "%s", row.c_str());
+    if (row.substr(0, comma) != row.substr(comma + 1)) shared_.note(-2, row);
   };
-  const auto begin = [&](Session &session) {
-    if (check(session.run("BEGIN TRANSACTION")) && check(session.run("ROLLBACK TRANSACTION")))
-      ++shared.begins;
+  const auto begin = [this](Session &session) {
+    if (shared_.check(session.run("BEGIN TRANSACTION"), "BEGIN") &&
+        shared_.check(session.run("ROLLBACK TRANSACTION"), "ROLLBACK"))
+      ++shared_.begins;
   };
   pid_t survivors[6];
   for (pid_t &survivor : survivors) {
@@ -290,188 +274,122 @@ TEST_F(ProcessTest, SurvivorsOfADeathInTheCopySeeNoHalfOfIt) {
     if (survivor != 0) continue;
     const Engine engine("");
     Session session(params() + "CACHE_SIZE_DAT=3;BEGIN_SLEEP=1");  // what is read comes from the file
-    check(session.open_status());
-    while (!shared.done) &survivor < survivors + 3 ? read(session) : begin(session);
+    shared_.check(session.open_status(), "open");
+    while (!shared_.done) &survivor < survivors + 3 ? read(session) : begin(session);
     _exit(0);
   }
   int deaths = 0, step = scale() > 1 ? 1 : 13;
-  for (int call = 1; call < 1000 && shared.failure == 0; call += step) {
+  for (int call = 1; call < 1000 && shared_.failure == 0; call += step) {
     Process victim(params() + "BEGIN_RETRY=3000;BEGIN_SLEEP=1");
     ASSERT_EQ(victim.ask("kill " + std::to_string(call)), "armed");
     const std::optional<std::string> answer = victim.ask("UPDATE t SET v = v + 1");
     if (answer == "0") break;
     if (!answer.has_value()) ++deaths;
   }
-  shared.done = true;
+  shared_.done = true;
   for (const pid_t survivor : survivors) waitpid(survivor, nullptr, 0);
-  EXPECT_EQ(shared.failure, 0);
-  EXPECT_STREQ(shared.torn, "");
   EXPECT_GT(deaths, 5);
-  printf("%d deaths, %d looks, %d begins\n", deaths, shared.looks.load(), shared.begins.load());
-  munmap(memory, sizeof(Shared));
+  printf("%d deaths, %d looks, %d begins\n", deaths, shared_.looks.load(), shared_.begins.load());
+}
+
+std::string progress(int writer) {
+  return "SELECT transfers FROM progress WHERE writer = " + std::to_string(writer);
 }
 
 // Money moves between accounts in several processes while they are killed at random and others read. Each
-// writer counts its transfers in the database and, once acknowledged, in shared memory.
-class Bank {
+// writer counts its transfers in the database and, once acknowledged, in common memory.
+class Worker {
  public:
-  static constexpr int accounts = 20;
-  static constexpr int writers = 3;
-  static constexpr int64_t total = accounts * 100;
-
-  struct Shared {
-    std::atomic<int64_t> acknowledged[writers];  // transfers
-    std::atomic<int32_t> failure;                // the first unexpected status
-    char what[200];                              // a wrong sum, or the statement that failed
-  };
-
-  Bank() {
-    void *memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    shared_ = static_cast<Shared *>(memory);
-  }
-  ~Bank() { munmap(shared_, sizeof(Shared)); }
-
-  static Statements statements() {
-    Statements result = {"CREATE TABLE account (id int, balance bigint)",
-                         "CREATE UNIQUE INDEX account_id ON account (id)",
-                         "CREATE INDEX account_balance ON account (balance)",
-                         "CREATE TABLE progress (writer int, transfers bigint)"};
-    for (int id = 0; id < accounts; ++id)
-      result.push_back("INSERT INTO account VALUES " + std::to_string(id) + ", 100");
-    for (int writer = 0; writer < writers; ++writer)
-      result.push_back("INSERT INTO progress VALUES " + std::to_string(writer) + ", 0");
-    return result;
+  Worker(const std::string &params, Shared &shared, int number, uint64_t seed)
+      : session_(params), shared_(shared), number_(number), random_(seed) {
+    shared.check(session_.open_status(), "open");
   }
 
-  // A writer, or a reader when its number is not one of a writer's, for some tries.
-  void work(Session &session, int worker, uint64_t seed, int tries) {
-    if (!session.open()) note(session.open_status(), "open");
-    std::mt19937_64 random(seed);
-    if (worker >= writers) {
-      for (; tries > 0; --tries, usleep(500)) read(session);
-      return;
-    }
-    int64_t done = transfers(session, worker);
-    if (done < shared_->acknowledged[worker]) note(-2, "an acknowledged transfer is gone");
-    shared_->acknowledged[worker] = done;  // seen, so it stays
-    for (; tries > 0; --tries)
-      if (transfer(session, random, worker, done + 1)) shared_->acknowledged[worker] = ++done;
-  }
-
-  static std::string progress(int writer) {
-    return "SELECT transfers FROM progress WHERE writer = " + std::to_string(writer);
-  }
-  int64_t transfers(Session &session, int writer) {
+  // Until it is killed; a reader when its number is not one of a writer's.
+  [[noreturn]] void work() {
+    for (; number_ >= writers; usleep(500)) expect_no_money_lost();
     std::string row;
-    check(session.query(progress(writer), &row), "progress");
-    return atoll(row.c_str());
+    shared_.check(session_.query(progress(number_), &row), "progress");
+    int64_t done = atoll(row.c_str());
+    if (done < shared_.acknowledged[number_]) shared_.note(-2, "an acknowledged transfer is gone");
+    for (;; ++done) {
+      shared_.acknowledged[number_] = done;  // seen, so it stays
+      while (!transfer(done + 1)) {
+      }
+    }
   }
-
-  const Shared &shared() const { return *shared_; }
 
  private:
-  void read(Session &session) {
+  void expect_no_money_lost() {
     std::string row;
-    const StatusCode status = session.query("SELECT SUM(balance), COUNT(*) FROM account", &row);
-    const std::string expected = std::to_string(total) + "," + std::to_string(accounts);
-    if (status == 0 && row != expected) note(-2, row.c_str());
-    check(status, "SELECT SUM");
+    if (shared_.check(session_.query("SELECT SUM(balance), COUNT(*) FROM account", &row), "SUM") &&
+        row != std::to_string(accounts * 100) + "," + std::to_string(accounts))
+      shared_.note(-2, row);
   }
 
-  bool transfer(Session &session, std::mt19937_64 &random, int writer, int64_t number) {
-    const std::string amount = std::to_string(random() % 50);
-    const std::string from = std::to_string(random() % accounts), to = std::to_string(random() % accounts);
-    if (!run(session, "BEGIN TRANSACTION")) return false;
-    if (run(session, "UPDATE account SET balance = balance - " + amount + " WHERE id = " + from) &&
-        run(session, "UPDATE account SET balance = balance + " + amount + " WHERE id = " + to) &&
-        run(session, "UPDATE progress SET transfers = " + std::to_string(number) +
-                         " WHERE writer = " + std::to_string(writer)) &&
-        run(session, "COMMIT TRANSACTION"))
+  bool transfer(int64_t number) {
+    const std::string amount = std::to_string(random_() % 50);
+    if (!run("BEGIN TRANSACTION")) return false;
+    if (run("UPDATE account SET balance = balance - " + amount + any_account()) &&
+        run("UPDATE account SET balance = balance + " + amount + any_account()) &&
+        run("UPDATE progress SET transfers = " + std::to_string(number) +
+            " WHERE writer = " + std::to_string(number_)) &&
+        run("COMMIT TRANSACTION"))
       return true;
-    (void)session.run("ROLLBACK TRANSACTION");
+    (void)session_.run("ROLLBACK TRANSACTION");
     return false;
   }
+  std::string any_account() { return " WHERE id = " + std::to_string(random_() % accounts); }
 
-  bool run(Session &session, const std::string &sql) { return check(session.run(sql), sql.c_str()); }
-  // A busy database is an answer; anything else is noted.
-  bool check(StatusCode status, const char *what) {
-    if (status == 0) return true;
-    if (status != status::database_busy) note(status, what);
-    return false;
-  }
+  bool run(const std::string &sql) { return shared_.check(session_.run(sql), sql); }
 
-  void note(StatusCode status, const char *what) {
-    int32_t none = 0;
-    if (!shared_->failure.compare_exchange_strong(none, status)) return;
-    snprintf(shared_->what, sizeof shared_->what, "%s", what);
-  }
-
-  Shared *shared_;
+  Session session_;
+  Shared &shared_;
+  const int number_;
+  std::mt19937_64 random_;
 };
 
-TEST_F(ProcessTest, RandomTransfersOfThreads) {
-  create(Bank::statements());
-  const Engine engine("");
-  Session database(params());
-  ASSERT_TRUE(database.open()) << database.open_status();
-  Bank bank;
-  Random random;
-  std::vector<std::thread> threads;
-  for (int worker = 0; worker < Bank::writers + 2; ++worker)
-    threads.emplace_back([&, worker, seed = random.next()] {
-      Session session(database.database());
-      bank.work(session, worker, seed, (worker < Bank::writers ? 40 : 200) * scale());
-    });
-  for (std::thread &thread : threads) thread.join();
-  ASSERT_EQ(bank.shared().failure, 0) << bank.shared().what;
-  EXPECT_EQ(database_fault(database), "");
-  for (int writer = 0; writer < Bank::writers; ++writer) {
-    EXPECT_GT(bank.shared().acknowledged[writer], 0);
-    EXPECT_EQ(bank.transfers(database, writer), bank.shared().acknowledged[writer]);
-  }
-  bank.work(database, Bank::writers, 0, 1);
-  ASSERT_EQ(bank.shared().failure, 0) << bank.shared().what;
-}
-
 TEST_F(ProcessTest, RandomTransfersSurviveRandomKills) {
-  create(Bank::statements());
-  Bank bank;
+  Statements statements = {
+      "CREATE TABLE account (id int, balance bigint)", "CREATE UNIQUE INDEX account_id ON account (id)",
+      "CREATE INDEX account_balance ON account (balance)",
+      "CREATE TABLE progress (writer int, transfers bigint)", "INSERT INTO progress VALUES 0, 0, 1, 0, 2, 0"};
+  for (int id = 0; id < accounts; ++id)
+    statements.push_back("INSERT INTO account VALUES " + std::to_string(id) + ", 100");
+  create(statements);
   Random random;
-  const auto start = [&](int worker) {
+  const auto start = [&](int number) {
     const uint64_t seed = random.next();
     const pid_t pid = fork();
     if (pid != 0) return pid;
     const Engine engine("");
-    Session session(params());
-    bank.work(session, worker, seed, INT_MAX);
-    _exit(0);
+    Worker(params(), shared_, number, seed).work();
   };
-  pid_t pids[Bank::writers + 2];
-  for (int worker = 0; worker < Bank::writers + 2; ++worker) pids[worker] = start(worker);
+  pid_t pids[writers + 2];
+  for (int number = 0; number < writers + 2; ++number) pids[number] = start(number);
+  const auto end_of = [](pid_t pid) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  };
 
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5 * scale());
   int kills = 0;
-  while (std::chrono::steady_clock::now() < end && bank.shared().failure == 0) {
+  for (; std::chrono::steady_clock::now() < end && shared_.failure == 0; ++kills) {
     usleep(static_cast<useconds_t>(1000 + random.below(60000)));
-    const int victim = random.below(Bank::writers + 1);  // one of the readers too
-    kill(pids[victim], SIGKILL);
-    waitpid(pids[victim], nullptr, 0);
+    const int victim = random.below(writers + 1);  // one of the readers too
+    end_of(pids[victim]);
     pids[victim] = start(victim);
-    ++kills;
   }
-  for (const pid_t pid : pids) {
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-  }
-  ASSERT_EQ(bank.shared().failure, 0) << bank.shared().what;
+  for (const pid_t pid : pids) end_of(pid);
+  ASSERT_EQ(shared_.failure, 0) << shared_.what;
 
   Process checker(params());
   EXPECT_EQ(checker.ask("fault"), "");
-  EXPECT_EQ(checker.ask("SELECT SUM(balance) FROM account"), "0 " + std::to_string(Bank::total));
+  EXPECT_EQ(checker.ask("SELECT SUM(balance) FROM account"), "0 " + std::to_string(accounts * 100));
   int64_t transfers = 0;
-  for (int writer = 0; writer < Bank::writers; ++writer) {
-    const int64_t acknowledged = bank.shared().acknowledged[writer];
-    const int64_t stored = atoll(checker.ask(Bank::progress(writer))->c_str() + 2);
+  for (int writer = 0; writer < writers; ++writer) {
+    const int64_t acknowledged = shared_.acknowledged[writer];
+    const int64_t stored = atoll(checker.ask(progress(writer))->c_str() + 2);
     EXPECT_TRUE(stored == acknowledged || stored == acknowledged + 1) << stored << " for " << acknowledged;
     transfers += stored;
   }
