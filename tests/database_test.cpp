@@ -2,8 +2,6 @@
 // them sees of schema changes.
 #include "data/database.h"
 
-#include <atomic>
-
 #include "database_support.h"
 
 namespace tovik {
@@ -13,32 +11,6 @@ using namespace test;
 using Databases = DatabaseTest;
 
 const std::vector<ColumnDefinition> one_column = {column("a", type::int32)};
-
-TEST(Database, LifecycleOfFilesAndMemory) {
-  TempDir dir;
-  for (const std::string &place : {"PATH=" + dir.path(), std::string("TYPE=MEMORY")}) {
-    SCOPED_TRACE(place);
-    Engine engine;
-    const std::string text = "NAME=life;" + place;
-    EXPECT_FALSE(db_exists(text.c_str()));
-    EXPECT_EQ(error_record().count, 0);
-    EXPECT_EQ(db_open(text.c_str()), nullptr);
-    EXPECT_EQ(first_status(), status::database_missing);
-    Database *db = db_create(text.c_str());
-    ASSERT_NE(db, nullptr) << errors();
-    EXPECT_TRUE(db_exists(text.c_str()));
-    EXPECT_EQ(db_create(text.c_str()), nullptr);
-    EXPECT_EQ(error_record().last_code, status::db_storage_create);
-    EXPECT_EQ(first_status(), status::database_exists);
-    db_close(db);
-
-    EXPECT_TRUE(db_remove(text.c_str())) << errors();
-    EXPECT_FALSE(db_exists(text.c_str()));
-    EXPECT_FALSE(db_remove(text.c_str()));
-    EXPECT_EQ(error_record().last_code, status::db_remove);
-    err_clear();
-  }
-}
 
 TEST_F(Databases, StartCommitRollbackStatuses) {
   const ThreadId me = current_thread();
@@ -342,58 +314,6 @@ TEST_F(Databases, LocksSwitchedOnTheWay) {
       EXPECT_EQ(recorded(), Codes{});
       env_set("HVI_LOCK_DISABLE", reads ? later : locked ? "OFF" : "ON");
     }
-}
-
-// Readers beside a writer that commits and rolls back rows and schema: each read hold sees one committed
-// state.
-TEST(Database, ReadersBesideAWriterRandom) {
-  Engine engine;
-  TestDatabase store("BLOCK_SIZE=1024;CACHE_SIZE_DAT=16;LOCK_RETRY=1000;LOCK_SLEEP=1");
-  Database &db = *store.db;
-  ASSERT_TRUE(store.create_table("t", {column("a", type::int32), column("b", type::text)}));
-  ASSERT_TRUE(sm_direct_end(*db.storage));
-  std::atomic<bool> done = false;
-  std::atomic<int> looks = 0;
-  const auto read = [&] {
-    while (!done) {
-      if (!db_read_begin(db, current_thread())) {
-        EXPECT_EQ(first_status(), status::database_busy);
-        continue;
-      }
-      const std::string schema = store.schema();
-      EXPECT_EQ(schema.find("[i,]") != std::string::npos, schema.find("twin") != std::string::npos) << schema;
-      {
-        Rows rows(db, "t");
-        EXPECT_EQ(rows.all().size() % 10, 0u);
-        for (const RowNo row : rows.all()) {
-          EXPECT_EQ(row_handle_read(*rows.handle, row), RowLoad::loaded);
-          EXPECT_EQ(rows.get("b").size(), 50u);
-        }
-      }
-      db_read_end(db, current_thread());
-      ++looks;
-    }
-    err_clear();
-  };
-  std::thread readers[] = {std::thread(read), std::thread(read), std::thread(read)};
-  Random random;
-  bool twin = false;
-  for (int round = 0; round < 40 || looks < 20; ++round) {
-    store.begin();
-    const bool change = random.one_in(3), commit = random.one_in(2);
-    if (change) {
-      EXPECT_TRUE(twin
-                      ? index_drop(db, "i") && table_drop(db, "twin")
-                      : index_create(db, "t", index_on("i", {"a"})) && store.create_table("twin", one_column))
-          << errors();
-    }
-    for (int i = 0; i < 10; ++i)
-      EXPECT_TRUE(store.insert("t", {std::to_string(random.below(50)), std::string(50, 'x')})) << errors();
-    commit ? store.commit() : store.rollback();
-    if (commit) twin = twin != change;
-  }
-  done = true;
-  for (std::thread &reader : readers) reader.join();
 }
 
 // ---- processes ----
