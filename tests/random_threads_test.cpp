@@ -29,6 +29,7 @@ const Setting settings[] = {
     {"OneHandle", "HVI_TRAN_SYNC=OFF", "CACHE_SIZE_DAT=40;CACHE_SIZE_TRN=20", false},
     {"OwnHandles", "", "CACHE_SIZE_DAT=40;CACHE_SIZE_TRN=20", true},
     {"ReusedStorage", "HVI_TRAN_HISTORY=0;HVI_TRAN_SYNC=OFF", "CACHE_SIZE_DAT=200;CACHE_SIZE_TRN=200", true},
+    {"OneStorage", "HVI_TRAN_SYNC=OFF", "TYPE2=RAW;SIZE_DAT=2000B;SIZE_TRN=1000B;CACHE_SIZE_DAT=40", true},
     {"Memory", "", "TYPE=MEMORY;CACHE_SIZE_DAT=40;CACHE_SIZE_TRN=20", true},
 };
 

@@ -1,10 +1,8 @@
 // A database that somebody has open is neither removed nor replaced; a handle whose database went all the
 // same changes nothing of the one that took its name.
-#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <optional>
-#include <thread>
 
 #include "engine.h"
 #include "frame/env.h"
@@ -161,49 +159,6 @@ TEST(StorageUse, ANameThatVanishesWhileLookedAtIsAbsent) {
   EXPECT_EQ(code_of(open), status::database_missing);
   EXPECT_EQ(code_of(remove), status::database_missing);
   EXPECT_EQ(code_of(overwrite), 0);
-}
-
-// A process that dies between the mark and the removal leaves a database that is neither there nor in the
-// way.
-TEST(StorageUse, AnInterruptedRemovalIsFinished) {
-  const Library library;
-  const TempDir dir;
-  const std::string text = "NAME=t;PATH=" + dir.path();
-  for (const bool by_removal : {true, false}) {
-    ASSERT_EQ(create(text), 0);
-    std::fstream(dir / "t.dat", std::ios::binary | std::ios::in | std::ios::out).seekp(0xD4).put(1);
-    EXPECT_EQ(Session(text).open_status(), status::storage_deleted);
-    EXPECT_EQ(by_removal ? remove(text) : create(text), 0);
-    EXPECT_EQ(Session(text).open_status(), by_removal ? status::database_missing : 0);
-  }
-}
-
-TEST(StorageUse, FourHandlesOfOneDatabaseLoseNothing) {
-  each_layout([](const Layout &, const std::string &text) {
-    const Library library("HVI_TRAN_SYNC=OFF");
-    const std::string patient = text + ";LOCK_RETRY=20000;BEGIN_RETRY=20000;BEGIN_SLEEP=1";
-    ASSERT_EQ(create(text), 0);
-    Session watcher(patient);
-    ASSERT_EQ(watcher.run("CREATE TABLE t (id int, thread int)"), 0);
-    ASSERT_EQ(watcher.run("CREATE UNIQUE INDEX t_id ON t (id)"), 0);
-    constexpr int threads = 4, inserts = 150;
-    std::vector<std::thread> writers;
-    for (int thread = 0; thread < threads; ++thread)
-      writers.emplace_back([&patient, thread] {
-        Session session(patient);
-        for (int i = 0; i < inserts; ++i) {
-          const std::string id = std::to_string(thread * inserts + i);
-          const bool whole = i % 2 == 0;  // in a transaction that others would like to cut into
-          EXPECT_EQ(whole ? session.run("BEGIN TRANSACTION") : 0, 0);
-          EXPECT_EQ(session.run("INSERT INTO t VALUES " + id + ", " + std::to_string(thread)), 0) << id;
-          std::this_thread::sleep_for(std::chrono::microseconds(20));
-          EXPECT_EQ(whole ? session.run("COMMIT TRANSACTION") : 0, 0);
-        }
-      });
-    for (std::thread &writer : writers) writer.join();
-    EXPECT_EQ(watcher.rows("SELECT COUNT(*), SUM(id) FROM t"), "600,179700");
-    EXPECT_EQ(database_fault(watcher), "");
-  });
 }
 
 // The cache lets go of changed pages long before a commit writes the header of their storage.
