@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -58,53 +59,37 @@ TEST_F(Parameters, ReadsItemsOverTheDefaults) {
   EXPECT_STREQ(params->suffix_dat, ".dat") << "the block has its own texts";
 }
 
-TEST_F(Parameters, NamesAndPaths) {
-  struct {
-    const char *text, *path, *name;
-  } const cases[] = {
-      {"NAME=D:\\db\\orders", "D:\\db", "orders"},
-      {"NAME=orders\\", "", "orders\\"},
-      {"name=orders;NAME=sales", "", "sales"},
-      {"PATH=D:\\a;PATH=D:\\b;NAME=x", "D:\\a", "x"},
-      {"PATH=D:\\a;NAME=D:\\b\\x", "D:\\b", "x"},
-      {"NAME=D:\\b\\x;PATH=D:\\a;NAME=y", "D:\\b", "y"},
-      {"NAME=a\\x;NAME=b\\y", "b", "y"},
-      {"NAME", "", ""},
-      {"PATH=a;NAME=\\x", "\\", "x"},
+// The type, the layout and the language by their numbers.
+TEST_F(Parameters, PlacesAndKinds) {
+  const std::pair<const char *, const char *> cases[] = {
+      {"NAME=D:\\db\\orders", "'D:\\db' 'orders' 0 0 2"},
+      {"NAME=orders\\", "'' 'orders\\' 0 0 2"},
+      {"name=orders;NAME=sales", "'' 'sales' 0 0 2"},
+      {"PATH=D:\\a;PATH=D:\\b;NAME=x", "'D:\\a' 'x' 0 0 2"},
+      {"PATH=D:\\a;NAME=D:\\b\\x", "'D:\\b' 'x' 0 0 2"},
+      {"NAME=D:\\b\\x;PATH=D:\\a;NAME=y", "'D:\\b' 'y' 0 0 2"},
+      {"NAME=a\\x;NAME=b\\y", "'b' 'y' 0 0 2"},
+      {"NAME", "'' '' 0 0 2"},
+      {"PATH=a;NAME=\\x", "'\\' 'x' 0 0 2"},
+      {"TYPE=mem;TYPE2=raw", "'' '' 1 1 2"},
+      {"TYPE=memo;LANG=sjis", "'' '' 1 0 0"},
+      {"TYPE=disk;TYPE2=RAWS;LANG=latin", "'' '' 0 0 2"},
+      {"TYPE=fi", "'' '' 0 0 2"},
+      {"TYPE=Device;TYPE2=Raw_Dev;LANG=EUC", "'' '' 2 2 1"},
+      {"TYPE=sql;LANG=EUC;LANG=UTF-16LE", "'' '' 3 0 2"},
+      {"TYPE=networks", "'' '' 4 0 2"},
   };
-  for (const auto &test : cases) {
-    Block params(param_create(test.text));
+  for (const auto &[text, expected] : cases) {
+    const Block params(param_create(text));
     ASSERT_NE(params, nullptr);
-    EXPECT_STREQ(params->path, test.path) << test.text;
-    EXPECT_STREQ(params->name, test.name) << test.text;
+    std::ostringstream read;
+    read << "'" << params->path << "' '" << params->name << "' " << static_cast<int>(params->io.storage_type)
+         << " " << static_cast<int>(params->manage_type) << " " << params->language;
+    EXPECT_EQ(read.str(), expected) << text;
   }
   StorageName name;
   ASSERT_TRUE(storage_name(*Block(param_create("NAME=/x")), DatabaseType::ordinary, part_dat, name));
   EXPECT_STREQ(name, "/x.dat");
-}
-
-TEST_F(Parameters, TypesAndLanguages) {
-  struct {
-    const char *text;
-    StorageType type;
-    ManageType manage;
-    int language;
-  } const cases[] = {
-      {"TYPE=mem;TYPE2=raw", StorageType::memory, ManageType::raw, 2},
-      {"TYPE=memo;LANG=sjis", StorageType::memory, ManageType::unset, 0},
-      {"TYPE=disk;TYPE2=RAWS;LANG=latin", StorageType::file, ManageType::unset, 2},
-      {"TYPE=fi", StorageType::file, ManageType::unset, 2},
-      {"TYPE=Device;TYPE2=Raw_Dev;LANG=EUC", StorageType::device, ManageType::raw_device, 1},
-      {"TYPE=sql;LANG=EUC;LANG=UTF-16LE", StorageType::sqlite, ManageType::unset, 2},
-      {"TYPE=networks", StorageType::network, ManageType::unset, 2},
-  };
-  for (const auto &test : cases) {
-    Block params(param_create(test.text));
-    ASSERT_NE(params, nullptr);
-    EXPECT_EQ(params->io.storage_type, test.type) << test.text;
-    EXPECT_EQ(params->manage_type, test.manage) << test.text;
-    EXPECT_EQ(params->language, test.language) << test.text;
-  }
 }
 
 TEST_F(Parameters, ChecksEndInAStatus) {
@@ -153,19 +138,15 @@ TEST_F(Parameters, ChecksEndInAStatus) {
 }
 
 TEST_F(Parameters, SizesInBlocks) {
-  struct {
-    const char *text;
-    int blocks;
-  } const cases[] = {
+  const std::pair<std::string, int> cases[] = {
       {"10M", 2560},        {"1g", 262144}, {"120k", 30}, {"123K", 30},
       {"240S", 30},         {"247s", 30},   {"30B", 30},  {"122880", 30},
       {"126975 bytes", 30}, {"10MB", 2560}, {"-5M", 0},   {"99999999999", 524287},
   };
-  for (const auto &test : cases) {
-    Block params(param_create((std::string("NAME=x;SECTOR_SIZE=512;SIZE_DAT=") + test.text).c_str()));
-    ASSERT_NE(params, nullptr);
-    EXPECT_TRUE(param_check(*params, true)) << test.text;
-    EXPECT_EQ(params->size_dat, test.blocks) << test.text;
+  for (const auto &[size, blocks] : cases) {
+    const Block params(param_create(("NAME=x;SECTOR_SIZE=512;SIZE_DAT=" + size).c_str()));
+    EXPECT_TRUE(params != nullptr && param_check(*params, true)) << size;
+    EXPECT_EQ(params->size_dat, blocks) << size;
     EXPECT_EQ(params->manage_type, ManageType::separate);
   }
 }
