@@ -16,7 +16,7 @@ constexpr size_t block_size = 1024;
 // A file database of blocks 3 to 9; block n is filled with n.
 class TransactionTest : public testing::Test {
  protected:
-  TransactionTest() : engine_("") {
+  TransactionTest() {
     env_set("HVI_LOG_FILE", log_.c_str());
     open(Database::Start::create);
     for (uint8_t fill = 3; fill <= 9; ++fill) EXPECT_EQ(fill, db_->add(fill));
@@ -74,26 +74,28 @@ TEST_F(TransactionTest, MapOf513EntriesOfLargeBlocksTakesTwoBlocks) {
   }
 }
 
-TEST_F(TransactionTest, TellsTheDataLayerOfItsLevels) {
-  hook_calls.clear();
-  ASSERT_TRUE(db_->begin() && change({3, 4}, 10) && db_->begin() && change({4}, 20));
-  EXPECT_EQ(2, sm_level(**db_));
-  on_other_thread([&] {
-    EXPECT_EQ(0, sm_level(**db_));
-    EXPECT_EQ(4, db_->fill_of(4));
-  });
-  ASSERT_TRUE(db_->rollback() && db_->begin() && change({5}, 30) && db_->commit() && db_->commit());
-  EXPECT_EQ("open1 counters open2 drop2 counters open2 counters merge2 counters merge1 ", hook_calls);
-}
-
-TEST_F(TransactionTest, WithoutWarmRestartTheRecordWaits) {
+// Without a warm restart a record waits, and so does one of which nobody knows what it holds, because it
+// cannot be read: everybody is told the same.
+TEST_F(TransactionTest, ARecordWaitsUntilItIsApplied) {
   ASSERT_TRUE(db_->begin() && change({3}, 60) && db_->record());
   TempDir image;
   snapshot(image);
   const Bytes trn = read_file(image / "orders.trn");
-  Database db(text(image.path()) + ";WARM_RESTART=off", Database::Start::open);
+  const std::string params =
+      text(image.path()) + ";WARM_RESTART=off;DRV_NO=" + std::to_string(driver_.driver_no);
+  Database db(params, Database::Start::open);
   ASSERT_TRUE(db.opened());
-  EXPECT_EQ(RecordCheck::pending, tm_check_record(*db->tm));
+  for (int call = 1; call <= 3; ++call) {  // the DAT header, the open, the TRN header
+    driver_.fail_call(call, true);
+    EXPECT_EQ(RecordCheck::failed, tm_check_record(*db->tm));
+    EXPECT_EQ(call == 1 ? 104 : 22023, first_status());
+    driver_.fail_call(0);
+    EXPECT_EQ(RecordCheck::pending, tm_check_record(*db->tm));
+  }
+  driver_.fail_call(1, true);
+  EXPECT_FALSE(tm_recover(*db->tm));
+  EXPECT_EQ(140003, first_status());
+  driver_.fail_call(0);
   EXPECT_FALSE(db.begin());  // never over a record that waits
   EXPECT_EQ(trn, read_file(image / "orders.trn"));
   ASSERT_TRUE(tm_recover(*db->tm));
@@ -293,51 +295,13 @@ TEST_F(TransactionTest, CopyThatFailsIsDoneAgain) {
   }
 }
 
-// Nobody knows what a record holds that cannot be read: it stays, and everybody is told the same.
-TEST_F(TransactionTest, ARecordThatCannotBeReadWaits) {
-  ASSERT_TRUE(db_->begin() && change({3}, 60) && db_->record());
-  TempDir image;
-  snapshot(image);
-  const std::string params =
-      text(image.path()) + ";WARM_RESTART=off;DRV_NO=" + std::to_string(driver_.driver_no);
-  Database db(params, Database::Start::open);
-  ASSERT_TRUE(db.opened());
-  for (int call = 1; call <= 3; ++call) {  // the DAT header, the open, the TRN header
-    driver_.fail_call(call, true);
-    EXPECT_EQ(RecordCheck::failed, tm_check_record(*db->tm));
-    EXPECT_EQ(call == 1 ? 104 : 22023, first_status());
-    driver_.fail_call(0);
-    EXPECT_EQ(RecordCheck::pending, tm_check_record(*db->tm));
-  }
-  driver_.fail_call(1, true);
-  EXPECT_FALSE(tm_recover(*db->tm));
-  EXPECT_EQ(140003, first_status());
-  driver_.fail_call(0);
-  ASSERT_TRUE(tm_recover(*db->tm));
-  EXPECT_EQ(60, db.fill_of(3));
-}
-
-// Looking for a record reads the header; a commit that it finds there still counts as a change.
-TEST_F(TransactionTest, CheckForARecordHidesNoCommit) {
-  Database other(text(dir_.path()), Database::Start::open);
-  EXPECT_EQ(3, other.fill_of(3));
-  ASSERT_TRUE(commit_change({3}, 60) && db_->begin() && change({4}, 61));
-  ASSERT_TRUE(cm_flush(*(*db_)->trn, (*db_)->tm));
-  EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
-  bool changed;
-  ASSERT_TRUE(sm_refresh(*other, &changed));
-  EXPECT_TRUE(changed);
-  EXPECT_EQ(60, other.fill_of(3));
-}
-
 // The other process ends its transaction while we look: its storage is gone, or empty, at the next call.
-std::string moving;
-
 TEST_F(TransactionTest, AStorageThatVanishesWhileLookedAtIsAbsent) {
   more_ = ";DRV_NO=0";
   open(Database::Start::open);
   Database other(text(dir_.path()), Database::Start::open);
   static const IoDriver real = file_driver;
+  static std::string moving;
   moving = path("orders.trn");
   const auto look_while = [&](auto &slot, auto moved) {
     ASSERT_TRUE(db_->begin() && change({3}, 70) && db_->record());
@@ -349,17 +313,13 @@ TEST_F(TransactionTest, AStorageThatVanishesWhileLookedAtIsAbsent) {
     EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
     ASSERT_TRUE(db_->rollback());
   };
-  look_while(file_driver.file_info, [](const char *name, FileInfo *info) {
-    fs::remove(moving);
-    return real.file_info(name, info);
-  });
+  look_while(file_driver.file_info,
+             [](const char *name, FileInfo *info) { return fs::remove(moving), real.file_info(name, info); });
   look_while(file_driver.file_open, [](const char *name, int flags, int mode, int number, int size) {
-    fs::remove(moving);
-    return real.file_open(name, flags, mode, number, size);
+    return fs::remove(moving), real.file_open(name, flags, mode, number, size);
   });
   look_while(file_driver.file_read, [](DriverHandle handle, void *buffer, int64_t length, int64_t offset) {
-    fs::resize_file(moving, 0);
-    return real.file_read(handle, buffer, length, offset);
+    return fs::resize_file(moving, 0), real.file_read(handle, buffer, length, offset);
   });
 }
 
