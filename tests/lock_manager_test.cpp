@@ -84,15 +84,6 @@ TEST_F(LockManagerTest, StepsOfThreadsAndProcesses) {
   EXPECT_EQ(Codes{}, take_recorded());
 }
 
-TEST_F(LockManagerTest, WriterElsewhereIsSeen) {
-  ASSERT_EQ(granted, lm_lock(*a_, 1, LockLevel::reserved, false));
-  EXPECT_FALSE(lm_write_busy(*a_, 1));
-  EXPECT_TRUE(lm_write_busy(*a_, 2));
-  EXPECT_TRUE(lm_write_busy(*b_, 1));
-  EXPECT_TRUE(lm_write_busy(*b_, 1));
-  EXPECT_EQ(busy, lm_lock(*b_, 1, LockLevel::reserved, false));  // the test has not dropped the lock
-}
-
 TEST_F(LockManagerTest, RefusesWhatCannotBe) {
   EXPECT_EQ(failed, lm_lock(*a_, 1, LockLevel::pending, false));
   EXPECT_FALSE(lm_unlock(*a_, 1, Unlock::all));
@@ -168,24 +159,6 @@ TEST_F(LockManagerTest, EveryByteRangeCallFailingIsSurvived) {
     if (range_calls < call) break;
   }
   EXPECT_GT(range_calls, 10);
-}
-
-TEST_F(LockManagerTest, OpenBesideAWriterSkipsTheRestart) {
-  const std::string text = text_ + ";OVERWRITE=true";
-  {
-    Database db(text + ";NAME=o", Database::Start::create);
-    ASSERT_EQ(3, db.add(3));
-    ASSERT_TRUE(sm_direct_end(*db));
-    ASSERT_EQ(granted, lm_lock(*db->lm, 1, LockLevel::reserved, false));
-    ASSERT_TRUE(db.begin() && db.put(3, 4) && db.record());
-    Database other(text + ";NAME=o", Database::Start::open);
-    ASSERT_TRUE(other.opened());
-    EXPECT_EQ(3, other.fill_of(3));
-    EXPECT_TRUE(lm_write_busy(*other->lm, 2));
-    ASSERT_TRUE(db.apply());
-  }
-  Database db(text + ";NAME=o", Database::Start::open);
-  EXPECT_EQ(4, db.fill_of(3));
 }
 
 }  // namespace
