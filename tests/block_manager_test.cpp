@@ -214,10 +214,9 @@ TEST_F(Blocks, RoomIsReserved) {
   signal(SIGXFSZ, SIG_IGN);
   for (const bool able : {true, false}) {
     SCOPED_TRACE(able);
-    FaultDriver driver;
-    if (!able) driver.cannot_reserve();
+    const SlotGuard reserve(file_driver.file_reserve, able ? file_driver.file_reserve : nullptr);
     Engine engine;
-    const std::string params = "DRV_NO=101;OVERWRITE=true";
+    const std::string params = "OVERWRITE=true";
     set_limit(100 * 4096);
     for (const char *layout : {";SIZE_DAT=300B", ";TYPE2=RAW;SIZE_DAT=90B;SIZE_TRN=20B"}) {
       EXPECT_FALSE(create(params + layout));

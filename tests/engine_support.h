@@ -1,5 +1,5 @@
-// The layers below the exported functions started for a test, what they record, and faults: a file driver and
-// an allocator that fail when told to.
+// The layers below the exported functions started for a test, what they record, and a file driver
+// that fails when told to.
 #pragma once
 
 #include <algorithm>
@@ -20,7 +20,6 @@
 
 namespace tovik::test {
 
-using Bytes = std::vector<uint8_t>;
 using Codes = std::vector<StatusCode>;
 
 // The codes in the thread's error record, oldest first.
@@ -87,21 +86,8 @@ inline std::vector<std::string> file_names(const std::string &directory) {
   return names;
 }
 
-// Puts a slot of a platform table back at the end of the scope.
-template <class Slot>
-class SlotGuard {
- public:
-  SlotGuard(Slot &slot, Slot replacement) : slot_(slot), saved_(slot) { slot = replacement; }
-  ~SlotGuard() { slot_ = saved_; }
-  Slot saved() const { return saved_; }
-
- private:
-  Slot &slot_;
-  Slot saved_;
-};
-
-// The file driver as added driver 101, behind a log of its calls ("truncate a.dat 0", "sync a.dat") and a
-// count after which a call fails. Made before the engine.
+// The file driver as added driver 101, behind a log of its calls ("sync a.dat") and a count after which a
+// call fails. Made before the engine.
 class FaultDriver {
  public:
   static constexpr int driver_no = 101;
@@ -125,7 +111,7 @@ class FaultDriver {
       return fails("remove", name) ? -1 : file_driver.file_remove(name);
     };
     driver_.file_rename = [](const char *name, const char *target) {
-      return fails("rename", name, " " + last_part(target)) ? -1 : file_driver.file_rename(name, target);
+      return fails("rename", name) ? -1 : file_driver.file_rename(name, target);
     };
     wrap<&IoDriver::file_read>("read", file_driver.file_read);
     wrap<&IoDriver::file_write>("write", file_driver.file_write);
@@ -141,23 +127,19 @@ class FaultDriver {
     countdown_ = number;
     and_later_ = and_later;
   }
-  void cannot_reserve() { driver_.file_reserve = nullptr; }
   std::vector<std::string> take_log() { return std::exchange(log_, {}); }
 
  private:
-  static std::string last_part(const std::string &name) { return name.substr(name.find_last_of("/\\") + 1); }
   template <auto slot, class Result, class... Arguments>
   static void wrap(const char *call, Result (*)(DriverHandle, Arguments...)) {
     static const char *name;
     name = call;
     driver_.*slot = [](DriverHandle handle, Arguments... arguments) -> Result {
-      return fails(name, names_[handle], more(arguments...)) ? -1 : (file_driver.*slot)(handle, arguments...);
+      return fails(name, names_[handle]) ? -1 : (file_driver.*slot)(handle, arguments...);
     };
   }
-  static std::string more(...) { return ""; }
-  static std::string more(int64_t length) { return " " + std::to_string(length); }
-  static bool fails(const char *call, const std::string &name, const std::string &more = "") {
-    log_.push_back(std::string(call) + " " + last_part(name) + more);
+  static bool fails(const char *call, const std::string &name) {
+    log_.push_back(std::string(call) + " " + name.substr(name.find_last_of("/\\") + 1));
     if (countdown_ == 0 || --countdown_ > 0) return false;
     if (and_later_) countdown_ = 1;
     errno = ENOSPC;
@@ -169,21 +151,6 @@ class FaultDriver {
   inline static std::map<DriverHandle, std::string> names_;
   inline static int countdown_;
   inline static bool and_later_;
-};
-
-// The allocation with a chosen number fails, and no other.
-class AllocationFault {
- public:
-  explicit AllocationFault(int number) {
-    countdown_ = number;
-    real_ = memory_table;
-    memory_table.mem_alloc = [](size_t size) { return --countdown_ == 0 ? nullptr : real_.mem_alloc(size); };
-  }
-  ~AllocationFault() { memory_table = real_; }
-
- private:
-  inline static int countdown_;
-  inline static MemoryTable real_;
 };
 
 }  // namespace tovik::test

@@ -21,7 +21,6 @@
 
 namespace tovik::test {
 
-using Bytes = std::vector<uint8_t>;
 using DiskImage = std::map<std::string, Bytes>;  // storages by name
 
 struct DiskOperation {

@@ -22,23 +22,6 @@ constexpr size_t block_size = 1024;
 const std::string golden_file = TOVIK_SOURCE_DIR "/tests/golden.txt";
 const std::string golden_params = "NAME=golden;BLOCK_SIZE=1024;DRV_NO=101";
 
-// Every clock stands still.
-class StoppedClock {
- public:
-  StoppedClock() : utc_(system_driver.utc_now), local_(system_driver.local_now) {
-    system_driver.utc_now = [](Clock *now) { *now = {1700000000, 123456}; };
-    system_driver.local_now = [](DateTimeRec *now) { *now = {2023, 11, 14, 22, 13, 20, 0, 123456}; };
-  }
-  ~StoppedClock() {
-    system_driver.utc_now = utc_;
-    system_driver.local_now = local_;
-  }
-
- private:
-  decltype(system_driver.utc_now) utc_;
-  decltype(system_driver.local_now) local_;
-};
-
 std::string number(int n) {
   return std::to_string(n);
 }
@@ -194,7 +177,11 @@ void expect_equal(const DiskImage &made, const DiskImage &wanted) {
 class Golden : public testing::Test {
  protected:
   const Silence silence_;
-  const StoppedClock clock_;
+  const SlotGuard<decltype(system_driver.utc_now)> utc_{system_driver.utc_now, [](Clock *now) {
+                                                          *now = {1700000000, 123456};
+                                                        }};
+  const SlotGuard<decltype(system_driver.local_now)> local_{
+      system_driver.local_now, [](DateTimeRec *now) { *now = {2023, 11, 14, 22, 13, 20, 0, 123456}; }};
   const Engine engine_{"HVI_GMT_TIME=ON"};
 };
 

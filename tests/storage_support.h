@@ -1,5 +1,5 @@
 // Databases over the storage layer alone: by their block managers, looked at from outside, and whole ones
-// over a data layer that does nothing but write down what it is told.
+// over a data layer that does nothing.
 #pragma once
 
 #include <cstring>
@@ -105,29 +105,14 @@ inline void apply_record(BlockManager &bm) {
   ASSERT_TRUE(bm_write_header(bm, part_dat));
 }
 
-inline std::string hook_calls;  // "open1 counters merge1 ..."
-
-inline const DataLayerOps recording_data_layer = {
-    [](StorageManager &) { return true; },
-    [](StorageManager &) { return true; },
-    [](StorageManager &) { return true; },
-    [](StorageManager &) { return true; },
-    [](StorageManager &) {},
-    [](StorageManager &) {
-      hook_calls += "counters ";
-      return true;
-    },
-    [](StorageManager &, int level) { hook_calls += "open" + std::to_string(level) + " "; },
-    [](StorageManager &, int level) { hook_calls += "merge" + std::to_string(level) + " "; },
-    [](StorageManager &, int level) { hook_calls += "drop" + std::to_string(level) + " "; },
-};
-
-// The engine with that data layer.
-class StorageEngine : public Engine {
- public:
-  explicit StorageEngine(const char *settings = nullptr) : Engine(settings) {
-    sm_register_data_layer(recording_data_layer);
-    hook_calls.clear();
+// The engine with a data layer that does nothing.
+struct StorageEngine : Engine {
+  StorageEngine() : Engine("") {
+    constexpr auto done = [](StorageManager &) { return true; };
+    constexpr auto of_level = [](StorageManager &, int) {};
+    static const DataLayerOps nothing = {done, done,     done,     done,    [](StorageManager &) {},
+                                         done, of_level, of_level, of_level};
+    sm_register_data_layer(nothing);
   }
 };
 

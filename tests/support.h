@@ -9,8 +9,11 @@
 #include <filesystem>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace tovik::test {
+
+using Bytes = std::vector<uint8_t>;
 
 // A fresh directory of its own, removed with everything in it at the end of the scope.
 class TempDir {
@@ -30,6 +33,19 @@ class TempDir {
 
  private:
   std::string path_;
+};
+
+// Puts a slot of a platform table back at the end of the scope.
+template <class Slot>
+class SlotGuard {
+ public:
+  SlotGuard(Slot &slot, Slot replacement) : slot_(slot), saved_(slot) { slot = replacement; }
+  ~SlotGuard() { slot_ = saved_; }
+  Slot saved() const { return saved_; }
+
+ private:
+  Slot &slot_;
+  Slot saved_;
 };
 
 // Runs work on a thread with the smallest stack that the limits promise to hold; the redzones of the address
