@@ -12,35 +12,23 @@ using Databases = DatabaseTest;
 
 const std::vector<ColumnDefinition> one_column = {column("a", type::int32)};
 
-TEST_F(Databases, StartCommitRollbackStatuses) {
+TEST_F(Databases, TheWriteLockIsNoTransaction) {
   const ThreadId me = current_thread();
-  const auto no_transaction = [&](ThreadId thread, StatusCode expected) {
-    EXPECT_FALSE(db_commit(db(), thread));
+  const auto no_transaction = [&](StatusCode expected) {
+    EXPECT_FALSE(db_commit(db(), me));
     EXPECT_EQ(first_status(), expected);
-    EXPECT_FALSE(db_rollback(db(), thread));
-    EXPECT_EQ(first_status(), expected);
-  };
-  const auto refused = [&](DbStart result, StatusCode expected) {
-    EXPECT_EQ(result, DbStart::failed);
+    EXPECT_FALSE(db_rollback(db(), me));
     EXPECT_EQ(first_status(), expected);
   };
-  no_transaction(me, status::no_transaction);
   store.begin();
-  EXPECT_EQ(db_start(db(), me, true), DbStart::nested);
-  refused(db_start(db(), me, false), status::nested_transaction);
   EXPECT_EQ(db_direct_begin(db(), me), DbStart::nested);
-  on_other_thread([&] {
-    refused(db_start(db(), current_thread(), true), status::database_busy);
-    no_transaction(current_thread(), status::no_transaction);
-    refused(db_direct_begin(db(), current_thread()), status::database_busy);
-  });
   store.commit();
-  EXPECT_FALSE(db_in_transaction(db(), me));
   EXPECT_FALSE(lm_holds(*db().storage->lm, me));
-  // The write lock without a transaction is not a transaction.
+  no_transaction(status::no_transaction);
   ASSERT_EQ(db_lock(db(), me, DbLock::write), LockResult::granted);
-  no_transaction(me, status::transaction_not_owned);
-  refused(db_start(db(), me, true), status::transaction_not_owned);
+  no_transaction(status::transaction_not_owned);
+  EXPECT_EQ(db_start(db(), me, true), DbStart::failed);
+  EXPECT_EQ(first_status(), status::transaction_not_owned);
   EXPECT_TRUE(db_unlock(db(), me, DbLock::write));
 }
 
@@ -319,13 +307,13 @@ TEST_F(Databases, LocksSwitchedOnTheWay) {
 // ---- processes ----
 
 // Opened twice, a database keeps its two users apart as it does two processes. Each follows what the other
-// has changed, in a transaction or outside.
-TEST_F(Databases, AnotherProcessFollows) {
+// has changed outside a transaction.
+TEST_F(Databases, AnotherProcessFollowsDirectChanges) {
   const ThreadId me = current_thread();
   const std::vector<ColumnDefinition> columns = {auto_increment(column("a", type::int32)),
                                                  column("b", type::character, 8, 1)};
   ASSERT_TRUE(store.create_table("t", columns) && store.insert("t", {"0", "b"})) << errors();
-  ASSERT_TRUE(sm_direct_end(*db().storage));
+  ASSERT_TRUE(store.create_table("dropped", columns) && sm_direct_end(*db().storage)) << errors();
   Database *other = db_open(store.text.c_str());  // has everything open and cached, and looks again
   ASSERT_NE(other, nullptr) << errors();
   const auto others_schema = [&] {
@@ -334,53 +322,36 @@ TEST_F(Databases, AnotherProcessFollows) {
     db_read_end(*other, me);
     return schema;
   };
-  for (const bool direct : {false, true}) {
-    SCOPED_TRACE(direct ? "direct" : "transaction");
-    const auto begin = [&](Database &db) {
-      return direct ? db_direct_begin(db, me) : db_start(db, me, false);
-    };
-    const auto end = [&](Database &db) { return direct ? db_direct_end(db, me) : db_commit(db, me); };
-    const auto create_tables = [&](Database &db, const std::string &prefix) {  // more than a page of names
-      for (int i = 0; i < 20; ++i) {
-        Table *table = table_create(db, (prefix + std::to_string(i)).c_str(), one_column.data(), 1, {});
-        ASSERT_NE(table, nullptr) << errors();
-        table_close(table);
-      }
-    };
-    ASSERT_EQ(begin(db()), DbStart::started) << errors();
-    ASSERT_TRUE(store.create_table("dropped", columns)) << errors();
-    ASSERT_TRUE(end(db())) << errors();
-    const std::string before = others_schema();
-    EXPECT_EQ(before, store.schema());
-    Table *dropped = table_open(*other, "dropped");
-
-    ASSERT_EQ(begin(db()), DbStart::started) << errors();
-    ASSERT_TRUE(index_create(db(), "t", direct ? index_on("ba", {"b", "a"}) : index_on("b", {"b"})));
-    ASSERT_TRUE(table_drop(db(), "dropped")) << errors();
-    create_tables(db(), direct ? "mine" : "my");
-    for (int i = 0; i < 500; ++i) ASSERT_TRUE(store.insert("t", {"0", "b"})) << errors();
-    EXPECT_EQ(begin(*other), DbStart::failed);
-    EXPECT_EQ(first_status(), status::database_busy);
-    EXPECT_EQ(others_schema(), direct ? "busy" : before);
-    ASSERT_TRUE(end(db())) << errors();
-    EXPECT_EQ(others_schema(), store.schema());
-    EXPECT_FALSE(table_is_current(*dropped));
-    table_close(dropped);
-
-    ASSERT_EQ(begin(*other), DbStart::started) << errors();
-    create_tables(*other, direct ? "others" : "other");
-    {
-      Rows rows(*other, "t");
-      for (int i = 0; i < 500; ++i) ASSERT_TRUE(rows.insert({"0", "b"})) << errors();
-      EXPECT_EQ(rows.get("a"), direct ? "2001" : "1001");
+  const auto fill = [&](Database &db, const std::string &prefix, const char *last) {
+    for (int i = 0; i < 20; ++i) {  // more than a page of names
+      Table *table = table_create(db, (prefix + std::to_string(i)).c_str(), one_column.data(), 1, {});
+      ASSERT_NE(table, nullptr) << errors();
+      table_close(table);
     }
-    ASSERT_TRUE(end(*other)) << errors();
-    ASSERT_TRUE(db_read_begin(db(), me)) << errors();
-    EXPECT_EQ(others_schema(), store.schema());
-    db_read_end(db(), me);
-    EXPECT_FALSE(lm_holds(*db().storage->lm, me));
-    err_clear();
-  }
+    Rows rows(db, "t");
+    for (int i = 0; i < 500; ++i) ASSERT_TRUE(rows.insert({"0", "b"})) << errors();
+    EXPECT_EQ(rows.get("a"), last);
+  };
+  EXPECT_EQ(others_schema(), store.schema());
+  Table *dropped = table_open(*other, "dropped");
+  ASSERT_EQ(db_direct_begin(db(), me), DbStart::started) << errors();
+  ASSERT_TRUE(index_create(db(), "t", index_on("b", {"b"})) && table_drop(db(), "dropped")) << errors();
+  fill(db(), "mine", "501");
+  EXPECT_EQ(db_direct_begin(*other, me), DbStart::failed);
+  EXPECT_EQ(first_status(), status::database_busy);
+  EXPECT_EQ(others_schema(), "busy");
+  ASSERT_TRUE(db_direct_end(db(), me)) << errors();
+  EXPECT_EQ(others_schema(), store.schema());
+  EXPECT_FALSE(table_is_current(*dropped));
+  table_close(dropped);
+
+  ASSERT_EQ(db_direct_begin(*other, me), DbStart::started) << errors();
+  fill(*other, "others", "1001");
+  ASSERT_TRUE(db_direct_end(*other, me)) << errors();
+  ASSERT_TRUE(db_read_begin(db(), me)) << errors();
+  EXPECT_EQ(others_schema(), store.schema());
+  db_read_end(db(), me);
+  EXPECT_FALSE(lm_holds(*db().storage->lm, me));
   db_close(other);
 }
 
