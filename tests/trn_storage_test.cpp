@@ -35,19 +35,24 @@ TEST_F(Blocks, TransactionsLeaveWhatTheSettingsSay) {
     Names rolled_back, committed;  // what a rollback leaves, and the second of two commits
   } cases[] = {{"", {"orders.dat"}, {"orders.dat", "orders.2.trn_"}},
                {"HVI_TRAN_HISTORY=0", {"orders.dat", "orders.trn"}, {"orders.dat", "orders.trn"}},
-               {"HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF", {"orders.dat"}, {"orders.dat"}}};
+               {"HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF", {"orders.dat"}, {"orders.dat"}},
+               {"HVI_TRAN_SYNC=OFF", {"orders.dat"}, {"orders.dat", "orders.2.trn_"}}};
   for (const auto &test : cases) {
     SCOPED_TRACE(test.settings);
+    FaultDriver driver;
     Engine engine(test.settings);
-    BlockDatabase database = create("OVERWRITE=true");
+    BlockDatabase database = create("OVERWRITE=true;DRV_NO=101");
     ASSERT_TRUE(database);
     write_record(*database);
     EXPECT_TRUE(trn_release(*database, false));
     EXPECT_EQ(files(), test.rolled_back);
+    const Calls calls = driver.take_log();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "sync orders.trn") > 0, env_on(Env::tran_sync));
     for (int commit = 0; commit < 2; ++commit) {
       write_record(*database);
       apply_record(*database);
       EXPECT_TRUE(trn_release(*database, true));
+      EXPECT_EQ(database->io[part_trn], nullptr);
       EXPECT_EQ(database->header.commit.tstat, 0u);
       EXPECT_EQ(bm_counters(*database, part_trn).bcnt, 0);
     }
