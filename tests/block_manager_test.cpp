@@ -86,6 +86,8 @@ TEST_F(Blocks, CreateOpenRemove) {
   EXPECT_FALSE(create());
   EXPECT_EQ(take_recorded(), (Codes{120102, 120102, 120101}));
   EXPECT_EQ(size("orders.dat"), 4096u);
+  patch("orders.dat", 0xD4, "\1");  // the mark of a removal that was interrupted
+  EXPECT_TRUE(create());
   BlockDatabase database = open("LANG=SJIS");
   ASSERT_TRUE(database);
   EXPECT_EQ(database->params->language, 2) << "the header's";

@@ -22,6 +22,8 @@ TEST_F(Databases, TheWriteLockIsNoTransaction) {
   };
   store.begin();
   EXPECT_EQ(db_direct_begin(db(), me), DbStart::nested);
+  EXPECT_EQ(db_start(db(), me, false), DbStart::failed);
+  EXPECT_EQ(first_status(), status::nested_transaction);
   store.commit();
   EXPECT_FALSE(lm_holds(*db().storage->lm, me));
   no_transaction(status::no_transaction);
