@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include "storage/block/storage_use.h"
 #include "storage_support.h"
 
 using namespace tovik;
@@ -114,8 +115,8 @@ TEST_F(Blocks, OneOfTwoCreationsAtOnceWins) {
   SlotGuard<int (*)(const char *)> exists(file_driver.file_exists, [](const char *) { return 0; });
   const ParamBlock params(param_create(text("").c_str()));
   IoObject *faster = io_create(0, params->io, file("orders.dat").c_str(), part_dat);
-  ASSERT_EQ(io_lock(faster, file_lock_exclusive, 0, 1), LockResult::granted);
-  EXPECT_FALSE(create());
+  ASSERT_EQ(storage_use(faster, StorageUse::sole), LockResult::granted);
+  EXPECT_FALSE(create("LOCK_RETRY=0"));
   EXPECT_TRUE(io_close(faster));
   BlockDatabase made = create();
   ASSERT_TRUE(made);

@@ -17,6 +17,7 @@ class LockManagerTest : public testing::Test {
     explicit Process(const std::string &text) : params(param_create(text.c_str())) {
       bm = bm_open(*params, false);
       if (bm == nullptr) bm = bm_create(*params, DatabaseType::ordinary);
+      EXPECT_TRUE(bm_end_creation(*bm));
       lm = lm_create(*bm);
       err_clear();
     }

@@ -39,6 +39,7 @@ class Blocks : public ::testing::Test {
   BlockDatabase create(const std::string &more = "", DatabaseType type = DatabaseType::ordinary) const {
     BlockDatabase database = {ParamBlock(param_create(text(more).c_str())), nullptr};
     database.bm.reset(bm_create(*database.params, type));
+    EXPECT_TRUE(database.bm == nullptr || bm_end_creation(*database.bm));
     return database;
   }
   BlockDatabase open(const std::string &more = "", bool clean_history = false) const {

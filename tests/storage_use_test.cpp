@@ -3,6 +3,7 @@
 #include <cstring>
 #include <fstream>
 #include <optional>
+#include <set>
 
 #include "engine.h"
 #include "frame/env.h"
@@ -133,6 +134,34 @@ TEST(StorageUse, AnOldHandleLeavesTheNewDatabaseAlone) {
           EXPECT_EQ(Session(text).rows("SELECT a FROM n"), "1;2");
           EXPECT_EQ(database_fault(fresh), "");
         });
+}
+
+std::string coming;
+std::set<int> while_coming;
+
+TEST(StorageUse, ADatabaseIsNotSeenBeforeItIsWhole) {
+  static const IoDriver real = file_driver;
+  each_layout([](const Layout &layout, const std::string &text) {
+    if (text.find("MEMORY") != std::string::npos) return;
+    const Library library;
+    coming = text;
+    while_coming.clear();
+    static int64_t (*look_and_write)(DriverHandle, const void *, int64_t, int64_t);
+    look_and_write = [](DriverHandle handle, const void *bytes, int64_t length, int64_t offset) {
+      file_driver.file_write = real.file_write;
+      while_coming.insert(Session(coming).open_status());
+      while_coming.insert(remove(coming));
+      while_coming.insert(create(coming));
+      file_driver.file_write = look_and_write;
+      return real.file_write(handle, bytes, length, offset);
+    };
+    file_driver.file_write = look_and_write;
+    const int created = create(text);
+    file_driver.file_write = real.file_write;
+    EXPECT_EQ(created, 0);
+    EXPECT_EQ(while_coming, (std::set<int>{status::io_remove, layout.taken, status::database_busy}));
+    EXPECT_EQ(Session(text).open_status(), 0);
+  });
 }
 
 // A name that goes between the look at it and the opening is absent.

@@ -6,6 +6,8 @@
 
 #include "storage/storage_manager.h"
 
+#include <utility>
+
 #include "frame/env.h"
 #include "frame/error.h"
 #include "platform/held.h"
@@ -190,9 +192,8 @@ bool sm_direct_end(StorageManager &sm) {
     counters.ucnt = ucnt;
     return false;
   }
-  sm.creating = false;
   sm.direct_changed = false;
-  return true;
+  return !std::exchange(sm.creating, false) || bm_end_creation(*sm.bm);
 }
 
 }  // namespace tovik

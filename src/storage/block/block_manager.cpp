@@ -72,10 +72,20 @@ bool open_unnamed_dat(BlockManager &bm) {
   return bm.io[part_dat] != nullptr || fail(status::block_open_storage);
 }
 
+bool share_use(BlockManager &bm) {
+  const LockResult result = storage_use_waiting(bm, StorageUse::shared);
+  return result == LockResult::granted || (result == LockResult::busy && fail(status::database_busy));
+}
+
 bool take_use(BlockManager &bm, StorageUse use, StatusCode taken) {
-  if (use == StorageUse::shared) return storage_share(bm);
+  if (use == StorageUse::shared) return share_use(bm);
   const LockResult result = storage_use(bm.io[part_dat], use);
   return result == LockResult::granted || (result == LockResult::busy && fail(taken));
+}
+
+// A file that its creator does not hold yet is empty; a moment later it is held, unless its creator died.
+bool is_coming(BlockManager &bm) {
+  return layout_named(bm.params->manage_type) && io_size(bm.io[part_dat]) == 0;
 }
 
 // taken: what is told when the storage cannot be had alone.
@@ -84,14 +94,19 @@ bool open_existing_dat(BlockManager &bm, StorageUse use, StatusCode taken = 0) {
   if (layout_unnamed(bm.params->manage_type)) return open_unnamed_dat(bm) && take_use(bm, use, taken);
   StorageName name;
   if (!dat_name(bm, name)) return false;
-  for (int tries = 0; tries < name_tries; ++tries) {
+  int32_t retries = 0;
+  for (int tries = 0; tries < name_tries;) {
     bool absent;
     bm.io[part_dat] = io_open_present(bm_driver(bm), bm.params->io, name, part_dat, &absent);
     if (absent) break;
     if (bm.io[part_dat] == nullptr) return fail(status::block_open_file);
     if (!take_use(bm, use, taken)) return false;
-    if (io_is_named(bm.io[part_dat], name)) return true;
+    const bool named = io_is_named(bm.io[part_dat], name);
+    const bool wait = named && retries < param_lock_retry(*bm.params) && is_coming(bm);
+    if (named && !wait) return true;
     if (!bm_close_storage(bm, part_dat)) return false;
+    if (wait) system_driver.sleep_ms(param_lock_sleep(*bm.params));
+    ++(wait ? retries : tries);
   }
   return fail(status::database_missing);
 }
@@ -106,22 +121,11 @@ bool remove_trn(const BlockManager &bm) {
   return storage_name(*bm.params, DatabaseType::ordinary, part_trn, name) && remove_if_there(bm, name);
 }
 
-// Creations that run at once may all find the name free and open the same file, or the same device unused.
-// Whoever gets the first byte's lock is the creator and keeps it until the header is written; a file that is
-// not empty then was made by somebody who is through already.
-bool begin_creation(BlockManager &bm, StatusCode taken) {
-  if (env_on(Env::lock_disable)) return true;
-  const LockResult result = io_lock(bm.io[part_dat], file_lock_exclusive, 0, 1);
-  return result == LockResult::granted || (result == LockResult::busy && fail(taken));
-}
-
-bool end_creation(BlockManager &bm) {
-  return env_on(Env::lock_disable) || (storage_share(bm) && io_unlock(bm.io[part_dat], 0, 1, true));
-}
-
-// A file that somebody else removes or replaces meanwhile is not ours.
+// Creations that run at once may all find the name free and open the same file. Whoever has it alone while it
+// is empty is the creator; one that is not empty was made by somebody who is through already, and one that
+// somebody else removes or replaces meanwhile is not ours. Who looks at the empty file is soon gone.
 bool is_new_file(BlockManager &bm, const char *name) {
-  const LockResult use = storage_use(bm.io[part_dat], StorageUse::shared);
+  const LockResult use = storage_use_waiting(bm, StorageUse::sole);
   if (use == LockResult::failed) return false;
   const int64_t size = io_size(bm.io[part_dat]);
   if (size < 0) return fail(status::block_create_dat);
@@ -163,7 +167,7 @@ bool create_dat(BlockManager &bm) {
   if (!dat_name(bm, name) || !free_dat_name(bm, name)) return false;
   bm.io[part_dat] = io_create(bm_driver(bm), bm.params->io, name, part_dat);
   if (bm.io[part_dat] == nullptr) return fail(status::block_create_dat);
-  if (!begin_creation(bm, status::database_exists) || !is_new_file(bm, name)) {
+  if (!is_new_file(bm, name)) {
     drop_empty_file(bm, name);
     return false;
   }
@@ -190,7 +194,6 @@ bool holds_database(BlockManager &bm) {
 bool claim_device(BlockManager &bm) {
   const StatusCode taken = bm.params->overwrite ? status::block_remove_old : status::raw_device_in_use;
   if (!open_existing_dat(bm, StorageUse::sole, taken)) return false;
-  if (!begin_creation(bm, status::raw_device_in_use)) return false;
   if (!bm.params->overwrite && holds_database(bm)) return fail(taken);
   memset(bm.block_buffer, 0, static_cast<size_t>(bm_block_size(bm)));
   const bool claimed =
@@ -277,7 +280,6 @@ BlockManager *bm_create(Params &params, DatabaseType type) {
   if (!create_storage(*bm) || !bm_write_header(*bm, part_dat)) return nullptr;
   bm->discard = true;
   if (bm_single(*bm) && !mark_deleted(*bm, part_trn)) return fail_null(status::block_write);
-  if (!end_creation(*bm)) return nullptr;
   bm->discard = bm_temporary(*bm);
   return bm.release();
 }
@@ -322,6 +324,10 @@ bool bm_remove(Params &params) {
     return false;
   if (layout_named(params.manage_type)) return remove_named(*bm);
   return is_deleted(*bm) ? fail(status::storage_deleted) : remove_unnamed(*bm);
+}
+
+bool bm_end_creation(BlockManager &bm) {
+  return share_use(bm);
 }
 
 void bm_discard(BlockManager &bm) {

@@ -53,14 +53,14 @@ inline IoObject *bm_io(const BlockManager &bm, PartNo part) {  // null while the
 }
 
 // Creates the storages, replacing existing ones with OVERWRITE and those marked deleted, and writes the DAT
-// header; opens them for writing whatever OPT says. A failure leaves no storage behind. params must outlive
-// the object. Statuses 112xxx, 120101, 20006 (also when somebody has the old one open), 20007; single
-// storages 120102, 120103, 120104, 20008, 20015; 20009.
+// header; opens them for writing whatever OPT says, for nobody else until bm_end_creation. A failure leaves no
+// storage behind. params must outlive the object. Statuses 112xxx, 120101, 20006 (also when somebody has the
+// old one open), 20007; single storages 120102, 120103, 120104, 20008, 20015; 20009.
 BlockManager *bm_create(Params &params, DatabaseType type);
 
 // Opens the DAT storage, checks its header and hands language, byte order and format to params. clean_history
 // prunes saved TRN storages, unless OPT opens read-only. Statuses 112xxx, 120102, 20008, 20015, 140003 (it is
-// being removed), 20010, those of header_validate, 120106.
+// being created or removed), 20010, those of header_validate, 120106.
 BlockManager *bm_open(Params &params, bool clean_history);
 
 void bm_close(BlockManager *bm);  // null is ignored; removes the storage of a temporary database
@@ -68,6 +68,9 @@ void bm_close(BlockManager *bm);  // null is ignored; removes the storage of a t
 // Removes every storage of a database that nobody has open, also of one whose removal was interrupted; a
 // RAW_DEV or DEVICE storage is marked deleted. 108 when somebody has it open, and the statuses of bm_open.
 [[nodiscard]] bool bm_remove(Params &params);
+
+// What was created is whole, and may be opened by others. 140003, 111.
+[[nodiscard]] bool bm_end_creation(BlockManager &bm);
 
 // A creation has failed after bm_create: closing removes the storages, or marks them deleted.
 void bm_discard(BlockManager &bm);

@@ -65,11 +65,10 @@ LockResult storage_use(IoObject *io, StorageUse use) {
   return io_lock(io, use == StorageUse::shared ? file_lock_shared : file_lock_exclusive, in_use_offset, 1);
 }
 
-bool storage_share(BlockManager &bm) {
+LockResult storage_use_waiting(BlockManager &bm, StorageUse use) {
   for (int32_t retries = 0;; ++retries) {
-    const LockResult result = storage_use(bm.io[part_dat], StorageUse::shared);
-    if (result != LockResult::busy) return result == LockResult::granted;
-    if (retries >= param_lock_retry(*bm.params)) return fail(status::database_busy);
+    const LockResult result = storage_use(bm.io[part_dat], use);
+    if (result != LockResult::busy || retries >= param_lock_retry(*bm.params)) return result;
     system_driver.sleep_ms(param_lock_sleep(*bm.params));
   }
 }

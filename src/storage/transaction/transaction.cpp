@@ -76,7 +76,6 @@ void end_outermost(TransactionManager &tm) {
 bool open_outermost(TransactionManager &tm) {
   if (tm.state->direct_changed && !sm_data_layer().write_counters(*tm.sm)) return false;
   if (!cm_flush(*tm.dat, nullptr)) return fail(status::tran_start_flush);
-  tm.state->creating = false;
   cm_drop(*tm.trn);
   return push_level(tm, bm_counters(*tm.bm, part_dat));
 }
