@@ -27,7 +27,9 @@ Object *object_of(const void *handle, HandleKind kind) {
   return fail_null(library_left_by_fork() ? status::api_not_initialised : status::api_argument_1);
 }
 
-OpenStatement *statement_of(const kld_stmt *stmt) {
+// How a call on a statement begins.
+OpenStatement *called_statement(const kld_stmt *stmt) {
+  err_clear();
   return object_of<OpenStatement>(stmt, HandleKind::statement);
 }
 
@@ -63,8 +65,17 @@ bool prepared(const OpenStatement &open) {
   return open.statement->root != nullptr && open.statement->query != nullptr;
 }
 
-Query *query_of(OpenStatement &open) {
-  return prepared(open) ? open.statement->query : fail_null(status::statement_not_prepared);
+// Each passes a null pointer on; null with the status that tells what the statement is instead.
+OpenStatement *unprepared(OpenStatement *open) {
+  return open == nullptr || !prepared(*open) ? open : fail_null(status::statement_prepared);
+}
+Query *query_of(const OpenStatement *open) {
+  if (open == nullptr) return nullptr;
+  return prepared(*open) ? open->statement->query : fail_null(status::statement_not_prepared);
+}
+Cursor *cursor_of(const Query *query) {
+  if (query == nullptr) return nullptr;
+  return query->cursor != nullptr ? query->cursor : fail_null(status::statement_not_executed);
 }
 
 int result_of(SqlResult result) {
@@ -78,27 +89,31 @@ int result_of(SqlResult result) {
   }
 }
 
-// What the two spellings of a statement text share: run takes the statement and its UTF-8 text.
-template <class Run>
-int with_wide_text(OpenStatement &open, const uint16_t *sql, Run run) {
+// What executing and preparing share: run takes the text as UTF-8.
+using Run = SqlResult (*)(Statement &statement, const char *sql);
+
+int with_text(const OpenStatement *open, const char *sql, Run run) {
+  if (open == nullptr) return -1;
+  if (sql == nullptr || sql[0] == 0) return failure(status::api_argument_2);
+  return result_of(run(*open->statement, sql));
+}
+
+int with_text(const OpenStatement *open, const uint16_t *sql, Run run) {
+  if (open == nullptr) return -1;
   if (sql == nullptr || sql[0] == 0) return failure(status::api_argument_2);
   char *text = utf8_from_wide(sql);
   if (text == nullptr) return -1;
-  const SqlResult result = run(open, text);
+  const SqlResult result = run(*open->statement, text);
   mem_free(text);
   return result_of(result);
 }
 
-SqlResult run_text(OpenStatement &open, const char *sql) {
-  return sql_execute_text(*open.statement, sql);
-}
-SqlResult prepare_text(OpenStatement &open, const char *sql) {
-  return sql_prepare(*open.statement, sql, true);
+SqlResult prepare_text(Statement &statement, const char *sql) {
+  return sql_prepare(statement, sql, true);
 }
 
 // The result column numbered column, or null with the status of what is wrong.
-const ResultColumn *result_column(OpenStatement *open, int column) {
-  const Query *query = open == nullptr ? nullptr : query_of(*open);
+const ResultColumn *result_column(const Query *query, int column) {
   if (query == nullptr) return nullptr;
   if (column < 1 || column > query->column_count) return fail_null(status::api_argument_2);
   return &query->columns[column - 1];
@@ -192,52 +207,32 @@ void kld_api_destroy_stmt(kld_stmt *stmt) {
 }
 
 int kld_api_exec_sql_char(kld_stmt *stmt, const char *sql) {
-  err_clear();
-  OpenStatement *open = statement_of(stmt);
-  if (open == nullptr) return -1;
-  if (sql == nullptr || sql[0] == 0) return failure(status::api_argument_2);
-  return result_of(run_text(*open, sql));
+  return with_text(called_statement(stmt), sql, sql_execute_text);
 }
 
 int kld_api_exec_sql_wchar(kld_stmt *stmt, const uint16_t *sql) {
-  err_clear();
-  OpenStatement *open = statement_of(stmt);
-  return open == nullptr ? -1 : with_wide_text(*open, sql, run_text);
+  return with_text(called_statement(stmt), sql, sql_execute_text);
 }
 
 int kld_api_pre_stmt_char(kld_stmt *stmt, const char *sql) {
-  err_clear();
-  OpenStatement *open = statement_of(stmt);
-  if (open == nullptr) return -1;
-  if (prepared(*open)) return failure(status::statement_prepared);
-  if (sql == nullptr || sql[0] == 0) return failure(status::api_argument_2);
-  return result_of(prepare_text(*open, sql));
+  return with_text(unprepared(called_statement(stmt)), sql, prepare_text);
 }
 
 int kld_api_pre_stmt_wchar(kld_stmt *stmt, const uint16_t *sql) {
-  err_clear();
-  OpenStatement *open = statement_of(stmt);
-  if (open == nullptr) return -1;
-  if (prepared(*open)) return failure(status::statement_prepared);
-  return with_wide_text(*open, sql, prepare_text);
+  return with_text(unprepared(called_statement(stmt)), sql, prepare_text);
 }
 
 int kld_api_exec_stmt(kld_stmt *stmt) {
-  err_clear();
-  OpenStatement *open = statement_of(stmt);
-  const Query *query = open == nullptr ? nullptr : query_of(*open);
+  OpenStatement *open = called_statement(stmt);
+  const Query *query = query_of(open);
   if (query == nullptr) return -1;
   if (query->cursor != nullptr) return failure(status::statement_executed);
   return sql_execute(*open->statement) ? 0 : -1;
 }
 
 int kld_api_fetch_stmt(kld_stmt *stmt) {
-  err_clear();
-  OpenStatement *open = statement_of(stmt);
-  if (open == nullptr) return -1;
-  const Query *query = query_of(*open);
-  if (query == nullptr) return -1;
-  if (query->cursor == nullptr) return failure(status::statement_not_executed);
+  OpenStatement *open = called_statement(stmt);
+  if (cursor_of(query_of(open)) == nullptr) return -1;
   switch (sql_fetch(*open->statement)) {
     case RowFetch::row:
       return 1;
@@ -250,15 +245,14 @@ int kld_api_fetch_stmt(kld_stmt *stmt) {
 
 int kld_api_get_data(kld_stmt *stmt, int column, int type, void *buffer, int size, int32_t *length,
                      int32_t *not_null) {
-  err_clear();
-  OpenStatement *open = statement_of(stmt);
-  const ResultColumn *result = result_column(open, column);
+  const Query *query = query_of(called_statement(stmt));
+  const ResultColumn *result = result_column(query, column);
   if (result == nullptr) return -1;
   if (buffer == nullptr) return failure(status::api_argument_4);
   if (size <= 0) return failure(status::api_argument_5);
   if (not_null == nullptr) return failure(status::api_argument_7);
-  Cursor *cursor = open->statement->query->cursor;
-  if (cursor == nullptr) return failure(status::statement_not_executed);
+  Cursor *cursor = cursor_of(query);
+  if (cursor == nullptr) return -1;
   Value value;
   if (!cursor_value(*cursor, *result, &value)) return failure(status::column_value_read);
   *not_null = value.is_null() ? 0 : 1;
@@ -268,11 +262,10 @@ int kld_api_get_data(kld_stmt *stmt, int column, int type, void *buffer, int siz
 }
 
 int kld_api_get_cols_count(kld_stmt *stmt, int32_t *count) {
-  err_clear();
-  OpenStatement *open = statement_of(stmt);
+  const OpenStatement *open = called_statement(stmt);
   if (open == nullptr) return -1;
   if (count == nullptr) return failure(status::api_argument_2);
-  const Query *query = query_of(*open);
+  const Query *query = query_of(open);
   if (query == nullptr) return -1;
   *count = query->column_count;
   return 0;
@@ -280,8 +273,7 @@ int kld_api_get_cols_count(kld_stmt *stmt, int32_t *count) {
 
 int kld_api_get_cols_desc(kld_stmt *stmt, int column, char *name, int name_size, int32_t *declared_type,
                           int32_t *value_type, int32_t *data_size, int32_t *not_null) {
-  err_clear();
-  const ResultColumn *result = result_column(statement_of(stmt), column);
+  const ResultColumn *result = result_column(query_of(called_statement(stmt)), column);
   if (result == nullptr) return -1;
   const Column *source = result->kind == ResultKind::column ? result->column.column : nullptr;
   if (name != nullptr) {
