@@ -172,10 +172,15 @@ void set_result(const BuiltinRow &row, const Value *arguments, Value &result) {
   result.flags = row.category == Category::aggregate ? value_aggregate : 0;
 }
 
-void set_null(const BuiltinRow &row, const Value *arguments, Value &result) {
+// Checks the arguments and makes the result empty; *null: it is NULL whatever the function does.
+bool begin_result(const BuiltinRow &row, const Value *arguments, int count, Value &result, bool *null) {
+  if (arguments_checked(row) && !check_classes(row, arguments, count)) return false;
   set_result(row, arguments, result);
+  *null = arguments_checked(row) && any_null(arguments, count);
+  if (!*null) return true;
   if (row.display != 0) result.type = row.display;
   result.flags = value_null;
+  return true;
 }
 
 }  // namespace
@@ -202,15 +207,8 @@ const BuiltinRow *builtin_find(const char *name) {
 bool builtin_prepare(int number, const Value *arguments, int count, Value &result) {
   const BuiltinRow *row = builtin_row(number);
   if (row == nullptr) return fail(status::function_argument);
-  if (!check_count(*row, count)) return false;
-  if (arguments_checked(*row)) {
-    if (!check_classes(*row, arguments, count)) return false;
-    if (any_null(arguments, count)) {
-      set_null(*row, arguments, result);
-      return true;
-    }
-  }
-  set_result(*row, arguments, result);
+  bool null;
+  if (!check_count(*row, count) || !begin_result(*row, arguments, count, result, &null)) return false;
   if (number == builtin::nvl) {
     const Value &chosen = arguments[0].is_null() ? arguments[1] : arguments[0];
     result.type = chosen.type;
@@ -228,14 +226,9 @@ char *builtin_allocate(MemoryPool &pool, int64_t size) {
 bool builtin_evaluate(int number, const Value *arguments, int count, MemoryPool &pool, Value &result) {
   const BuiltinRow *row = builtin_row(number);
   if (row == nullptr || row->category == Category::aggregate) return fail(status::function_argument);
-  if (arguments_checked(*row)) {
-    if (!check_classes(*row, arguments, count)) return false;
-    if (any_null(arguments, count)) {
-      set_null(*row, arguments, result);
-      return true;
-    }
-  }
-  set_result(*row, arguments, result);
+  bool null;
+  if (!begin_result(*row, arguments, count, result, &null)) return false;
+  if (null) return true;
   switch (row->category) {
     case Category::mathematics:
       return builtin_mathematics(number, arguments, count, result);
