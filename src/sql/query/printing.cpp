@@ -1,4 +1,5 @@
-// Widths count a character of one byte as one column and a longer one as two.
+// A result is laid out when it is printed, so that what is fetched row by row pays nothing for it. Widths
+// count a character of one byte as one column and a longer one as two.
 #include "sql/query/printing.h"
 
 #include <algorithm>
@@ -43,10 +44,60 @@ void print_aligned(const char *text, int width, Align align) {
   if (align == Align::left) print_blanks(padding);
 }
 
+// ---- the layout of a column ----
+
+struct Layout {
+  TypeCode type;
+  bool compact;     // without padding
+  int width;        // print columns
+  char format[16];  // printf's, of one value
+};
+
+void lay_out_number(Layout &layout, int width, const char *conversion) {
+  layout.width = width;
+  if (layout.compact) {
+    snprintf(layout.format, sizeof layout.format, "%%%s", conversion);
+  } else {
+    snprintf(layout.format, sizeof layout.format, "%%%d%s", width, conversion);
+  }
+}
+
+void lay_out_text(Layout &layout, int width) {
+  layout.width = width;
+  if (layout.compact) {
+    snprintf(layout.format, sizeof layout.format, "%%s");
+  } else {
+    snprintf(layout.format, sizeof layout.format, "%%-%ds", width);
+  }
+}
+
+// declared_length: of a text column; 0 for other values. title_width: of what stands above the column.
+Layout lay_out(TypeCode type, bool decimal, int declared_length, int title_width, bool compact) {
+  Layout layout = {type, compact, 0, ""};
+  const TypeRow *row = type_row(type);
+  const int type_width = row == nullptr ? 0 : row->text_width;
+  if ((type & TYPE_INTEGER) != 0) {
+    lay_out_number(layout, std::max(type_width, title_width), "lld");
+  } else if ((type & TYPE_FLOAT) != 0 && decimal) {
+    lay_out_number(layout, std::max(decimal_width, title_width), ".2f");
+  } else if ((type & TYPE_FLOAT) != 0) {
+    lay_out_number(layout, std::max(type_width, title_width), type == type::float32 ? ".6e" : ".14e");
+  } else if ((type & TYPE_CHARACTER) != 0) {
+    const int length = declared_length > 0 ? declared_length : default_character_width;
+    lay_out_text(layout, std::max(length, title_width));
+  } else {
+    const int length = type_width > 0 ? type_width : declared_length;
+    lay_out_text(layout, length > 0 ? length : std::max(default_character_width, title_width));
+  }
+  return layout;
+}
+
 // ---- cells ----
 
-// One value of the row being printed; a large value may need several lines.
+// A column of the result, and its value in the row being printed; a large value may need several lines.
 struct Cell {
+  const ResultColumn *column;
+  Layout layout;
   Value value;
   const char *rest;  // large: what is still to be printed
   int rest_length;   // bytes
@@ -58,17 +109,17 @@ TypeCode shown_type(const Value &value) {
   return value.declared != 0 ? value.declared : value.type;
 }
 
-void print_datetime(const ResultColumn &column, const Value &value) {
+void print_datetime(const Layout &layout, const Value &value) {
   char text[32] = "";
   if (!format_datetime(shown_type(value), value.datetime, text)) text[0] = 0;
-  system_driver.print(column.value_format, text);
+  system_driver.print(layout.format, text);
 }
 
-void print_real(const ResultColumn &column, double real) {
+void print_real(const Layout &layout, double real) {
   if (std::isnan(real)) {
-    print_aligned("nan", column.width, column.compact ? Align::none : Align::left);
+    print_aligned("nan", layout.width, layout.compact ? Align::none : Align::left);
   } else {
-    system_driver.print(column.value_format, real);
+    system_driver.print(layout.format, real);
   }
 }
 
@@ -111,73 +162,71 @@ int print_text_piece(const Cell &cell, int width, int *printed) {
 }
 
 // The next piece of a large value, padded to the width unless it ends the line.
-void print_large(const ResultColumn &column, Cell &cell, bool last) {
-  const int width = column.compact ? INT32_MAX - 1 : column.width;
+void print_large(Cell &cell, bool last) {
+  const Layout &layout = cell.layout;
+  const int width = layout.compact ? INT32_MAX - 1 : layout.width;
   int printed;
   const int bytes = (shown_type(cell.value) & TYPE_BINARY) != 0 ? print_binary_piece(cell, width, &printed)
                                                                 : print_text_piece(cell, width, &printed);
   cell.rest += bytes;
   cell.rest_length -= bytes;
-  if (!last && !column.compact) print_blanks(width - printed);
+  if (!last && !layout.compact) print_blanks(width - printed);
 }
 
-void print_text(const ResultColumn &column, const Value &value, bool last) {
-  print_aligned(value.text.text, column.width, last || column.compact ? Align::none : Align::left);
+void print_text(const Layout &layout, const Value &value, bool last) {
+  print_aligned(value.text.text, layout.width, last || layout.compact ? Align::none : Align::left);
 }
 
-void print_null(const ResultColumn &column) {
+void print_null(const Layout &layout) {
   const char *text = env_text(Env::sql_sel_nul_str);
-  print_aligned(text == nullptr ? "" : text, column.width, column.compact ? Align::none : Align::right);
+  print_aligned(text == nullptr ? "" : text, layout.width, layout.compact ? Align::none : Align::right);
 }
 
-void print_value(const ResultColumn &column, const Value &value, bool last) {
+void print_value(const Layout &layout, const Value &value, bool last) {
   switch (datum_kind(value.type)) {
     case DatumKind::integer:
-      system_driver.print(column.value_format, static_cast<long long>(value.integer));
+      system_driver.print(layout.format, static_cast<long long>(value.integer));
       break;
     case DatumKind::real:
-      print_real(column, value.real);
+      print_real(layout, value.real);
       break;
     case DatumKind::datetime:
-      print_datetime(column, value);
+      print_datetime(layout, value);
       break;
     case DatumKind::text:
-      print_text(column, value, last);
+      print_text(layout, value, last);
       break;
   }
 }
 
 // NVL may give a value of another class than its column has: it is printed as a value of its own class, to
 // the column's width.
-void print_odd_value(const ResultColumn &column, const Value &value, bool last) {
-  ResultColumn own = column;
-  own.type = shown_type(value);
-  own.flags = value.flags;
-  own.label = "";
-  print_format_column(own);
-  const bool number = type_numeric(own.type);
-  const int missing = column.compact ? 0 : column.width - own.width;
-  if (number) print_blanks(missing);
+void print_odd_value(const Layout &layout, const Value &value, bool last) {
+  const TypeCode type = shown_type(value);
+  const Layout own = lay_out(type, (value.flags & value_decimal) != 0, 0, 0, layout.compact);
+  const int missing = layout.compact ? 0 : layout.width - own.width;
+  if (type_numeric(type)) print_blanks(missing);
   print_value(own, value, last);
-  if (!number && !last) print_blanks(missing);
+  if (!type_numeric(type) && !last) print_blanks(missing);
 }
 
-void print_cell(const ResultColumn &column, Cell &cell, bool last) {
+void print_cell(Cell &cell, bool last) {
   if (cell.value.is_null()) {
-    print_null(column);
+    print_null(cell.layout);
   } else if (cell.large) {
-    print_large(column, cell, last);
-  } else if ((column.flags & value_mixed) != 0 || datum_kind(cell.value.type) != datum_kind(column.type)) {
-    print_odd_value(column, cell.value, last);
+    print_large(cell, last);
+  } else if ((cell.column->flags & value_mixed) != 0 ||
+             datum_kind(cell.value.type) != datum_kind(cell.layout.type)) {
+    print_odd_value(cell.layout, cell.value, last);
   } else {
-    print_value(column, cell.value, last);
+    print_value(cell.layout, cell.value, last);
   }
 }
 
 bool read_cells(const Query &query, Cell *cells) {
   for (int i = 0; i < query.column_count; ++i) {
     Cell &cell = cells[i];
-    if (!cursor_value(*query.cursor, query.columns[i], &cell.value)) return false;
+    if (!cursor_value(*query.cursor, *cell.column, &cell.value)) return false;
     cell.large = !cell.value.is_null() && (shown_type(cell.value) & TYPE_LARGE) != 0;
     cell.rest = cell.large ? cell.value.text.text : nullptr;
     cell.rest_length = cell.large ? cell.value.text.length : 0;
@@ -195,9 +244,9 @@ void print_continuation(const Query &query, Cell *cells) {
     const bool last = i == query.column_count - 1;
     if (i > 0) system_driver.print("%s", query.separator);
     if (cells[i].rest_length > 0) {
-      print_large(query.columns[i], cells[i], last);
+      print_large(cells[i], last);
     } else if (!last) {
-      print_blanks(query.columns[i].width);
+      print_blanks(cells[i].layout.width);
     }
   }
   system_driver.print("%s", "\n");
@@ -206,15 +255,15 @@ void print_continuation(const Query &query, Cell *cells) {
 void print_row(const Query &query, Cell *cells) {
   for (int i = 0; i < query.column_count; ++i) {
     if (i > 0) system_driver.print("%s", query.separator);
-    print_cell(query.columns[i], cells[i], i == query.column_count - 1);
+    print_cell(cells[i], i == query.column_count - 1);
   }
   system_driver.print("%s", "\n");
   while (anything_left(cells, query.column_count)) print_continuation(query, cells);
 }
 
-Align header_align(const ResultColumn &column, bool last) {
-  if (type_numeric(column.type) || (column.type & TYPE_DATETIME) != 0) return Align::right;
-  return last && (column.type & TYPE_CHARACTER) != 0 ? Align::none : Align::left;
+Align header_align(TypeCode type, bool last) {
+  if (type_numeric(type) || (type & TYPE_DATETIME) != 0) return Align::right;
+  return last && (type & TYPE_CHARACTER) != 0 ? Align::none : Align::left;
 }
 
 bool print_rows(const Query &query, Cell *cells) {
@@ -226,64 +275,36 @@ bool print_rows(const Query &query, Cell *cells) {
                   });
 }
 
-// The cells outlive every fetch, and with it what the pool gives.
+// They outlive every fetch, and with it what the pool gives.
 Cell *cells_new(const Query &query) {
   Cell *cells = static_cast<Cell *>(mem_alloc(sizeof(Cell) * static_cast<size_t>(query.column_count)));
-  return cells == nullptr ? fail_null(status::out_of_memory) : cells;
-}
-
-void set_number_format(ResultColumn &column, int width, const char *conversion) {
-  column.width = std::max(width, display_width(column.label));
-  if (column.compact) {
-    snprintf(column.value_format, sizeof column.value_format, "%%%s", conversion);
-  } else {
-    snprintf(column.value_format, sizeof column.value_format, "%%%d%s", column.width, conversion);
-  }
-}
-
-void set_text_format(ResultColumn &column, int width) {
-  column.width = width;
-  if (column.compact) {
-    snprintf(column.value_format, sizeof column.value_format, "%%s");
-  } else {
-    snprintf(column.value_format, sizeof column.value_format, "%%-%ds", column.width);
-  }
-}
-
-}  // namespace
-
-void print_format_column(ResultColumn &column) {
-  const TypeRow *type = type_row(column.type);
-  const int type_width = type == nullptr ? 0 : type->text_width;
-  const int declared_length = column.kind == ResultKind::column ? column.column.column->p1 : 0;
-  if ((column.type & TYPE_INTEGER) != 0) {
-    set_number_format(column, type_width, "lld");
-  } else if ((column.type & TYPE_FLOAT) != 0 && (column.flags & value_decimal) != 0) {
-    set_number_format(column, decimal_width, ".2f");
-  } else if ((column.type & TYPE_FLOAT) != 0) {
-    set_number_format(column, type_width, column.type == type::float32 ? ".6e" : ".14e");
-  } else if ((column.type & TYPE_CHARACTER) != 0) {
-    const int length = declared_length > 0 ? declared_length : default_character_width;
-    set_text_format(column, std::max(length, display_width(column.label)));
-  } else {
-    const int length = type_width > 0 ? type_width : declared_length;
-    set_text_format(column,
-                    length > 0 ? length : std::max(default_character_width, display_width(column.label)));
-  }
-}
-
-void print_header(const Query &query) {
+  if (cells == nullptr) return fail_null(status::out_of_memory);
+  const bool compact = query.items_only || query.output_mode == OutputMode::dump_into;
   for (int i = 0; i < query.column_count; ++i) {
     const ResultColumn &column = query.columns[i];
+    const int declared_length = column.kind == ResultKind::column ? column.column.column->p1 : 0;
+    cells[i].column = &column;
+    cells[i].layout = lay_out(column.type, (column.flags & value_decimal) != 0, declared_length,
+                              display_width(column.label), compact);
+  }
+  return cells;
+}
+
+void print_header(const Query &query, const Cell *cells) {
+  for (int i = 0; i < query.column_count; ++i) {
+    const Layout &layout = cells[i].layout;
     if (i > 0) system_driver.print("%s", query.separator);
-    print_aligned(column.label, column.width, header_align(column, i == query.column_count - 1));
+    print_aligned(cells[i].column->label, layout.width,
+                  header_align(layout.type, i == query.column_count - 1));
   }
   system_driver.print("%s", "\n");
 }
 
+}  // namespace
+
 bool print_result(Query &query) {
-  if (env_on(Env::sql_sel_hdr)) print_header(query);
   Cell *cells = cells_new(query);
+  if (cells != nullptr && env_on(Env::sql_sel_hdr)) print_header(query, cells);
   const bool printed = cells != nullptr && print_rows(query, cells);
   mem_free(cells);
   cursor_close(query.cursor);

@@ -1,14 +1,9 @@
-// Printing of query results through the system driver: header line, rows, column formats.
+// Printing of query results through the system driver: header line and rows.
 #pragma once
 
 #include "sql/query/query.h"
 
 namespace tovik {
-
-// Sets width and value format of a result column from its other fields.
-void print_format_column(ResultColumn &column);
-
-void print_header(const Query &query);
 
 // The whole result of an open query, header first when HVI_SQL_SEL_HDR. Closes the cursor.
 [[nodiscard]] bool print_result(Query &query);

@@ -6,7 +6,6 @@
 
 #include "frame/env.h"
 #include "frame/error.h"
-#include "sql/query/printing.h"
 
 namespace tovik {
 
@@ -55,8 +54,6 @@ bool allocate_columns(Query &query, int count) {
   query.columns = memory_pool_new<ResultColumn>(pool_of(query), count);
   if (query.columns == nullptr) return fail(status::sql_memory);
   query.column_count = count;
-  for (int i = 0; i < count; ++i)
-    query.columns[i].compact = query.items_only || query.output_mode == OutputMode::dump_into;
   return true;
 }
 
@@ -74,7 +71,6 @@ bool all_columns(Query &query) {
       result->column = {&table.columns[i], access->handle};
       result->type = table.columns[i].type;
       result->label = table.columns[i].name;
-      print_format_column(*result);
     }
   }
   return true;
@@ -130,9 +126,7 @@ bool read_item(Query &query, const Node &item, ResultColumn &result, int *expres
     if (!named) result.expression_number = ++*expression_count;
   }
   if ((value.flags & value_aggregate) != 0) ++query.aggregate_count;
-  if (!label_item(query, item, value, result)) return false;
-  print_format_column(result);
-  return true;
+  return label_item(query, item, value, result);
 }
 
 bool read_items(Query &query, const Node *item) {

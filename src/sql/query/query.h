@@ -23,9 +23,6 @@ struct ResultColumn {
   uint16_t flags;    // value_decimal, value_aggregate, value_distinct, value_mixed
   const char *label;
   int expression_number;  // from 1 over items without alias that are no columns, else 0
-  bool compact;           // printed without padding
-  int width;              // print columns
-  char value_format[16];  // printf format of one value
 };
 
 struct OrderKey {
