@@ -251,31 +251,6 @@ TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
   EXPECT_GT(completed, 5);
 }
 
-TEST(Database, FailedCopyWithoutLocks) {
-  bool committed = false;
-  for (int writes = 0; !committed; ++writes) {
-    SCOPED_TRACE(writes);
-    Engine engine("HVI_LOCK_DISABLE=true");
-    TestDatabase store;
-    ASSERT_TRUE(store.create_table("t", one_column) && sm_direct_end(*store.db->storage));
-    store.begin();
-    for (int i = 0; i < 300; ++i) ASSERT_TRUE(store.insert("t", {std::to_string(i)})) << errors();
-    {
-      const auto fault = failing_writes(writes);
-      committed = db_commit(*store.db, current_thread());
-    }
-    const bool rolled_back = !committed && db_in_transaction(*store.db, current_thread());
-    if (rolled_back) store.rollback();
-    Page page;
-    EXPECT_EQ(sm_page_get(*store.db->storage, 3, 0, page), committed || rolled_back);
-    page = Page();
-    err_clear();
-    ASSERT_TRUE(db_read_begin(*store.db, current_thread())) << errors();
-    EXPECT_EQ(store.schema(), rolled_back ? "t(a,)[]0 " : "t(a,)[]300 ");
-    db_read_end(*store.db, current_thread());
-  }
-}
-
 // Switched while something is open, locks end with what they began with.
 TEST_F(Databases, LocksSwitchedOnTheWay) {
   const ThreadId me = current_thread();

@@ -162,52 +162,6 @@ TEST_P(RandomFailureTest, RandomUnits) {
   EXPECT_EQ(memory_.blocks(), blocks) << "blocks leaked";
 }
 
-// A change of many rows of the table person, whose indices then split and shrink.
-std::string person_statement(Random &random) {
-  const int from = random.below(300), to = from + random.below(60);
-  const std::string range = " WHERE id BETWEEN " + std::to_string(from) + " AND " + std::to_string(to);
-  switch (random.below(4)) {
-    case 0:
-      return "DELETE FROM person" + range;
-    case 1:
-      return "UPDATE person SET name = 'n" + std::to_string(random.below(1000)) + "'" + range;
-    default: {
-      std::string rows;
-      for (int id = from; id <= to; ++id)
-        rows += (rows.empty() ? "" : ", ") + std::to_string(id) + ", 'name " + std::to_string(id) + "', NULL";
-      return "INSERT INTO person VALUES " + rows;
-    }
-  }
-}
-
-// A statement that fails inside a transaction keeps what it did until then, whole in itself: the transaction
-// can be committed, or it says that something was left half made and can only be rolled back.
-TEST_P(RandomFailureTest, WhatFailedStatementsLeaveCanBeCommitted) {
-  const Engine engine(GetParam());
-  (void)made_database(subject, schema());
-  Session session(subject);
-  int refused = 0;
-  for (int round = 0; round < 400 * scale() && !HasFailure(); ++round) {
-    std::string trace = "round " + std::to_string(round);
-    ASSERT_EQ(session.run("BEGIN TRANSACTION"), 0);
-    for (int more = random_.below(4); more >= 0; --more) {
-      const std::string sql = random_.one_in(3) ? random_statement(random_) : person_statement(random_);
-      trace += "\n" + arm() + ": " + sql.substr(0, 100);
-      (void)session.run(sql);
-      heal();
-    }
-    SCOPED_TRACE(trace);
-    const StatusCode committed = session.run("COMMIT TRANSACTION");
-    if (committed != 0) {
-      ++refused;
-      EXPECT_EQ(committed, status::tran_bad_state);
-      (void)session.run("ROLLBACK TRANSACTION");
-    }
-    ASSERT_EQ(database_fault(session), "");
-  }
-  printf("%d transactions refused\n", refused);
-}
-
 INSTANTIATE_TEST_SUITE_P(Settings, RandomFailureTest,
                          testing::Values("", "HVI_TRAN_HISTORY=0",
                                          "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF"));

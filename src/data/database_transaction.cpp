@@ -153,7 +153,7 @@ LockResult follow_grant(Database &db, ThreadId thread, DbLock mode) {
 
 // ---- taking levels ----
 
-// Without locks only a copy that failed here can have left a record.
+// Without locks only a copy or an opening that failed here can have left a record.
 LockResult enter_unlocked(Database &db, DbLock mode) {
   if (db.storage->tm->record_pending && !(recover(db) && follow_commits(db))) return LockResult::failed;
   if (mode == DbLock::read) ++db.unlocked_reads;

@@ -201,9 +201,13 @@ bool tm_warm_restart(TransactionManager &tm) {
     return fail(status::tran_warm_check);
   }
   // Another process may have committed between our open and our lock.
-  if (!bm_read_header(*tm.bm, part_dat)) return true;
-  const Restart current = presence == TrnPresence::present ? restart_current(tm) : Restart::nothing;
+  const bool present = presence == TrnPresence::present;
+  const Restart current = !bm_read_header(*tm.bm, part_dat) ? Restart::failed
+                          : present                         ? restart_current(tm)
+                                                            : Restart::nothing;
   if (current == Restart::nothing && env_number(Env::tran_history) > 0) restart_last_saved(tm);
+  // Where nobody locks, no grant looks for the record again.
+  if (current == Restart::failed && present && env_on(Env::lock_disable)) mark_pending(tm, 0);
   tm.sorted = Array<MapEntry>();
   return true;
 }
