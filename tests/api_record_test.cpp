@@ -132,6 +132,7 @@ void Arguments::schema() {
   const tovik_coldef good = coldef("c", TOVIK_COL_INT), keyword = coldef("Select", TOVIK_COL_INT),
                      unended = coldef(too_long_name.c_str(), TOVIK_COL_INT), varchar = coldef("c", 0x20d, 5),
                      byte = coldef("c", 0x13), wide_char = coldef("c", TOVIK_COL_CHAR, 32768),
+                     wide_text = coldef("c", TOVIK_COL_TEXT, 65536),
                      wide_row = coldef("c", TOVIK_COL_TEXT, 20, 65536);
   tovik_coldef list[2];
   GIVES(202114) << tovik_create(nullptr, nullptr) << tovik_drop("");
@@ -144,7 +145,7 @@ void Arguments::schema() {
   GIVES(202111) << tovik_createtbl(db, "n", &keyword, 1) << tovik_createtbl(db, "n", &unended, 1);
   GIVES(202152) << tovik_createtbl(db, "n", &varchar, 1);
   GIVES(202153) << tovik_createtbl_ex(db, "n", &byte, 1, nullptr);
-  GIVES(142007) << tovik_createtbl(db, "n", &wide_char, 1);
+  GIVES(142007) << tovik_createtbl(db, "n", &wide_char, 1) << tovik_createtbl(db, "n", &wide_text, 1);
   GIVES(142008) << tovik_createtbl(db, "n", &wide_row, 1);
   GIVES(202121) << tovik_createidx(db, "i", null_column, 2, "t", 0, 0);
   GIVES(202122) << tovik_createidx(db, "i", columns, 0, "t", 0, 0)

@@ -4,14 +4,12 @@
 
 #include "api/record.h"
 #include "data/table/catalog.h"
+#include "data/table/column_rules.h"
 #include "sql/parse/keywords.h"
 
 using namespace tovik;
 
 namespace {
-
-constexpr int default_size = 20;  // of a size parameter below 1
-constexpr int default_master_count = 2;
 
 // ---- names ----
 
@@ -34,45 +32,37 @@ bool read_name(const char *given, char (&name)[name_size]) {
 
 // ---- tables ----
 
-// The sizes that a column of the type is made with; 202152, 202153, 142007, 142008.
-bool read_type(const tovik_coldef &given, ColumnDefinition &column) {
-  const auto size = [](int32_t parameter) {
-    return parameter < 1 ? int16_t{default_size} : static_cast<int16_t>(parameter);
-  };
-  switch (given.type) {
-    case type::tinyint:
-    case type::smallint:
-    case type::int32:
-    case type::bigint:
-    case type::ctinyint:
-    case type::csmallint:
-    case type::cint:
-    case type::cbigint:
-    case type::float32:
-    case type::float64:
-    case type::time:
-    case type::date:
-    case type::microtimestamp:
-      break;
-    case type::character:
-      column.p1 = size(given.p1);
-      column.p2 = 1;
-      break;
-    case type::text:
-    case type::blob:
-      column.p1 = size(given.p1);
-      column.p2 = size(given.p2);
-      column.p3 = default_size;
-      break;
+// How many size parameters a definition gives; -1 for the types that are declared in SQL only.
+int parameters_given(TypeCode type) {
+  switch (type) {
     case type::varchar:
     case type::decimal:
-      return fail(status::record_api_column_type_refused);
+      return -1;
+    case type::character:
+      return 1;
+    case type::text:
+    case type::blob:
+      return 2;
     default:
-      return fail(status::record_api_column_type_code);
+      return 0;
   }
-  if (column.p1 != 0 && given.p1 > INT16_MAX) return fail(status::column_parameter_1);
-  if (column.p3 != 0 && given.p2 > INT16_MAX) return fail(status::column_parameter_2);
+}
+
+bool read_parameter(int32_t given, StatusCode too_large, int16_t *parameter) {
+  if (given > INT16_MAX) return fail(too_large);
+  *parameter = given < 0 ? int16_t{0} : static_cast<int16_t>(given);
+  return true;
+}
+
+// 202152, 202153, 142007, 142008.
+bool read_type(const tovik_coldef &given, ColumnDefinition &column) {
+  if (!column_type_allowed(given.type)) return fail(status::record_api_column_type_code);
   column.type = static_cast<TypeCode>(given.type);
+  const int parameters = parameters_given(column.type);
+  if (parameters < 0) return fail(status::record_api_column_type_refused);
+  if (parameters > 0 && !read_parameter(given.p1, status::column_parameter_1, &column.p1)) return false;
+  if (parameters > 1 && !read_parameter(given.p2, status::column_parameter_2, &column.p2)) return false;
+  column_take_defaults(column);
   return true;
 }
 
@@ -132,7 +122,7 @@ bool create_index(RecordDatabase &database, const char *name, const char *const 
   for (int i = 0; i < count; ++i)
     if (!copy_name(columns[i], index.columns[i])) return fail(status::record_api_index_columns);
   index.unique = unique;
-  index.master_count = unique ? 1 : master_count > 1 ? master_count : default_master_count;
+  index.master_count = unique ? 1 : master_count > 1 ? master_count : index_master_default;
   index.column_count = count;
   return db_change(*database.db, [&] { return index_create(*database.db, table_name, index); });
 }

@@ -37,7 +37,6 @@ constexpr int descriptor_counters = 12;
 constexpr int autoinc_step = 12;
 constexpr int autoinc_init = 20;
 constexpr int autoinc_next = 28;
-constexpr int autoinc_step_limit = 65535;
 
 constexpr uint32_t RowCounters::*counter_fields[] = {
     &RowCounters::page_top,  &RowCounters::page_last,   &RowCounters::page_count, &RowCounters::new_offset,

@@ -39,12 +39,13 @@ struct RowState {
   bool operator==(const RowState &) const = default;
 };
 
+inline constexpr int autoinc_step_limit = 65535;
 inline constexpr int64_t autoinc_exhausted = INT64_MIN;  // the last value of 64 bits was given
 
 struct AutoIncrement {
   int64_t init;
   int64_t next;  // the value that the next row receives, or autoinc_exhausted
-  int32_t step;  // 1 to 65535
+  int32_t step;  // 1 to autoinc_step_limit
 };
 
 // The pages known so far, ascending by block (row_directory.cpp).

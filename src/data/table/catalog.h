@@ -7,10 +7,10 @@
 
 namespace tovik {
 
-struct ColumnDefinition {
+inline constexpr int index_master_default = 2;  // of an index that may hold a key twice
+
+struct ColumnDefinition : ColumnType {
   char name[name_size];
-  TypeCode type;
-  int16_t p1, p2, p3;
   bool not_null;
   bool auto_increment;
 };

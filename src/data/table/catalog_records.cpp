@@ -16,6 +16,7 @@
 // Value of the index-name index (36 bytes): u32 row number of the descriptor, 32 bytes zero.
 #include "data/table/catalog_records.h"
 
+#include "data/table/column_rules.h"
 #include "platform/bytes.h"
 
 namespace tovik {
@@ -39,11 +40,6 @@ bool name_decode(const uint8_t *field, char *name) {
   memset(name, 0, name_size);
   strcpy(name, reinterpret_cast<const char *>(field));
   return true;
-}
-
-bool column_type_known(TypeCode code) {
-  const TypeRow *row = type_row(code);
-  return row != nullptr && row->code == code && code != type::byte;
 }
 
 }  // namespace
@@ -109,7 +105,7 @@ bool column_record_decode(const uint8_t *at, RowNo table_id, int number, int rec
   column->not_null = at[column_at::not_null] != 0;
   column->auto_increment = at[column_at::auto_increment] != 0;
   if (load_u32(at + column_at::table_id) != table_id || column->number != number ||
-      !column_type_known(column->type) || !name_decode(at + column_at::name, column->name))
+      !column_type_allowed(column->type) || !name_decode(at + column_at::name, column->name))
     return false;
   const bool large = column_is_large(*column);
   if (large && column->p2 < 1) return false;

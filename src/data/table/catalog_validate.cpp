@@ -1,15 +1,13 @@
 // Everything that is checked before the catalog is touched.
 #include "data/table/catalog_internal.h"
+#include "data/table/column_rules.h"
+#include "data/value/stored_form.h"
 #include "frame/error.h"
 #include "frame/param_text.h"
 
 namespace tovik {
 
 namespace {
-
-constexpr int16_t size_default = 20;  // of a size parameter that was not given
-constexpr int16_t chunk_least = 5;    // a chunk's link and one byte
-constexpr int step_limit = 65535;
 
 bool is_terminated(const char (&name)[name_size]) {
   return memchr(name, 0, name_size) != nullptr;
@@ -23,22 +21,6 @@ bool names_validate(const ColumnDefinition *columns, int count, int i) {
   return true;
 }
 
-int64_t auto_increment_most(TypeCode code) {
-  switch (code) {
-    case type::tinyint:
-    case type::ctinyint:
-      return INT8_MAX;
-    case type::smallint:
-    case type::csmallint:
-      return INT16_MAX;
-    case type::int32:
-    case type::cint:
-      return INT32_MAX;
-    default:
-      return INT64_MAX;
-  }
-}
-
 bool auto_increment_validate(const ColumnDefinition *columns, int count,
                              const AutoIncrementOptions &options) {
   bool seen = false;
@@ -46,8 +28,8 @@ bool auto_increment_validate(const ColumnDefinition *columns, int count,
     if (!columns[i].auto_increment) continue;
     if ((columns[i].type & TYPE_INTEGER) == 0) return fail(status::auto_increment_type);
     if (options.init <= 0) return fail(status::auto_increment_init);
-    if (options.step < 1 || options.step > step_limit) return fail(status::auto_increment_step);
-    if (options.init > auto_increment_most(columns[i].type)) return fail(status::auto_increment_init_range);
+    if (options.step < 1 || options.step > autoinc_step_limit) return fail(status::auto_increment_step);
+    if (options.init > integer_form(columns[i].type)->high) return fail(status::auto_increment_init_range);
     if (seen) return fail(status::auto_increment_twice);
     seen = true;
   }
@@ -68,40 +50,12 @@ bool column_name_validate(const char *name) {
 }
 
 bool column_complete(const ColumnDefinition &definition, Column *column) {
+  *column = {};
+  static_cast<ColumnType &>(*column) = definition;
   name_encode(definition.name, column->name);
-  column->type = definition.type;
-  column->p1 = definition.p1;
-  column->p2 = definition.p2;
-  column->p3 = definition.p3;
   column->auto_increment = definition.auto_increment;
   column->not_null = definition.not_null || definition.auto_increment;
-  const auto fill = [](int16_t &parameter, int16_t least = 1) {
-    if (parameter < least) parameter = size_default;
-  };
-  switch (column->type) {
-    case type::decimal:
-      fill(column->p1);
-      return true;
-    case type::character:
-    case type::varchar:
-      if (column->p1 < 1) return fail(status::column_parameter_1);
-      return (column->p2 >= 1 && column->p2 <= 3) || fail(status::column_parameter_2);
-    case type::time:
-    case type::date:
-    case type::microtimestamp:
-      return column->p1 == 0 || fail(status::column_parameter_1);
-    case type::text:
-    case type::blob:
-      fill(column->p1);
-      fill(column->p2);
-      fill(column->p3, chunk_least);
-      return true;
-    default: {
-      const TypeRow *row = type_row(column->type);
-      const bool number = row != nullptr && row->code == column->type && type_numeric(column->type);
-      return number || fail(status::column_type);
-    }
-  }
+  return column_type_check(*column);
 }
 
 bool table_validate(Catalog &catalog, const char *name, const ColumnDefinition *columns, int column_count,

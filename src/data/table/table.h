@@ -24,10 +24,8 @@ inline constexpr int record_size_least = 4;  // bytes of a record, however few i
 inline constexpr int16_t rowid_column_number = -1;
 inline constexpr int spare_handle_limit = 2;  // an UPDATE uses two at a time
 
-struct Column {
-  TypeCode type;
+struct Column : ColumnType {
   int16_t number;  // from 1; -1 for rowid
-  int16_t p1, p2, p3;
   bool not_null;
   bool auto_increment;
   int32_t offset;         // of the stored value in the record

@@ -44,6 +44,12 @@ inline bool type_numeric(TypeCode code) {
   return (code & TYPE_NUMERIC) != 0;
 }
 
+// What a column declares of its values: the type and its size parameters (table/column_rules.h).
+struct ColumnType {
+  TypeCode type;
+  int16_t p1, p2, p3;
+};
+
 // How store_value takes and fetch_value gives a value.
 enum class ValueMode {
   null = 0,  // store: make it NULL; fetch: only tell whether it is

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "data/table/catalog.h"
+#include "data/table/column_rules.h"
 #include "frame/error.h"
 #include "frame/param_text.h"
 #include "sql/statement/executors.h"
@@ -10,8 +11,6 @@ namespace tovik {
 
 namespace {
 
-constexpr int default_length = 20;       // of char and varchar, and each parameter of text and blob
-constexpr int default_master_count = 2;  // of a NORMAL index written without a kind
 constexpr int64_t type_parameter_limit = INT16_MAX;
 
 // Bounded copy of a name into a catalog field; false when it is longer than limit bytes.
@@ -36,32 +35,6 @@ bool read_type_parameters(const Node *parameters, ColumnDefinition &column) {
   return true;
 }
 
-void apply_parameter_defaults(ColumnDefinition &column) {
-  switch (column.type) {
-    case type::character:
-    case type::varchar:
-      if (column.p1 < 1) column.p1 = default_length;
-      if (column.p2 < 1 || column.p2 > 3) column.p2 = 1;
-      column.p3 = 0;
-      break;
-    case type::text:
-    case type::blob:
-      if (column.p1 < 1) column.p1 = default_length;
-      if (column.p2 < 1) column.p2 = default_length;
-      if (column.p3 < 1) column.p3 = default_length;
-      break;
-    case type::decimal:
-      if (column.p1 < 1) column.p1 = default_length;
-      column.p3 = 0;
-      break;
-    case type::float32:
-    case type::float64:
-      break;
-    default:
-      column.p1 = column.p2 = column.p3 = 0;
-  }
-}
-
 bool read_column(const Node &definition, ColumnDefinition &column) {
   const char *name = node_name(definition);
   if (name == nullptr || *name == 0) return fail(status::column_name_syntax);
@@ -73,7 +46,7 @@ bool read_column(const Node &definition, ColumnDefinition &column) {
     column.type = static_cast<TypeCode>(written->value->integers[0]);
     if (!read_type_parameters(written->second, column)) return false;
   }
-  apply_parameter_defaults(column);
+  column_take_defaults(column);
   return true;
 }
 
@@ -94,7 +67,8 @@ bool read_options(const Node *item, AutoIncrementOptions &options) {
         return false;
     } else if (text_equal_nocase(name, "auto_increment_step")) {
       int64_t step;
-      if (!read_option(*option.second, UINT16_MAX, status::option_auto_increment_step, &step)) return false;
+      if (!read_option(*option.second, autoinc_step_limit, status::option_auto_increment_step, &step))
+        return false;
       options.step = static_cast<int32_t>(step);
     }
   }
@@ -104,7 +78,7 @@ bool read_options(const Node *item, AutoIncrementOptions &options) {
 // ---- CREATE INDEX ----
 
 void read_index_kind(const Node *kind, IndexDefinition &index) {
-  index.master_count = default_master_count;
+  index.master_count = index_master_default;
   if (kind == nullptr) return;
   if (kind->kind == node::index_timeseries) {
     index.timeseries = true;
