@@ -263,37 +263,18 @@ bool index_table_names_write(Table &table) {
   return true;
 }
 
-bool table_rename_copy(Table &copy, const char *old_name) {
-  Catalog &catalog = *copy.catalog;
-  return table_name_insert(catalog, copy.name, copy.id) && table_name_delete(catalog, old_name, copy.id) &&
-         table_record_write(copy, status::table_record_update) && index_table_names_write(copy);
+bool rename(Table &table, const char *old_name, const char *new_name) {
+  Catalog &catalog = *table.catalog;
+  name_encode(new_name, table.name);
+  return table_name_insert(catalog, new_name, table.id) && table_name_delete(catalog, old_name, table.id) &&
+         table_record_write(table, status::table_record_update) && index_table_names_write(table);
 }
 
-bool rename(Catalog &catalog, Table &old, const char *new_name) {
-  Table *made = definition_copy(old);
-  if (made == nullptr) return false;
-  name_encode(new_name, made->name);
-  if (!table_rename_copy(*made, old.name)) {
-    definition_free(made);
-    return false;
-  }
-  tables_replace(catalog, &old, made);
-  table_close(made);
-  return true;
-}
-
-bool rename_column(Catalog &catalog, Table &old, int number, const char *new_name) {
-  Table *made = definition_copy(old);
-  if (made == nullptr) return false;
-  name_encode(new_name, made->columns[number - 1].name);
-  if (!columns_write(*made, ColumnsWrite::update) ||
-      !table_record_write(*made, status::table_record_update)) {
-    definition_free(made);
-    return fail(status::table_record_update);
-  }
-  tables_replace(catalog, &old, made);
-  table_close(made);
-  return true;
+bool rename_column(Table &table, int number, const char *new_name) {
+  name_encode(new_name, table.columns[number - 1].name);
+  return (columns_write(table, ColumnsWrite::update) &&
+          table_record_write(table, status::table_record_update)) ||
+         fail(status::table_record_update);
 }
 
 }  // namespace
@@ -306,7 +287,7 @@ bool table_rename(Catalog &catalog, const char *name, const char *new_name) {
   RowNo id;
   if (!name_absent(table_name_find(catalog, new_name, &id), status::table_name_search, status::table_exists))
     return false;
-  return catalog_as_a_whole(catalog, [&] { return rename(catalog, *old, new_name); });
+  return definition_edit(*old, [&](Table &copy) { return rename(copy, old->name, new_name); });
 }
 
 bool column_rename(Catalog &catalog, const char *table, const char *name, const char *new_name) {
@@ -316,7 +297,7 @@ bool column_rename(Catalog &catalog, const char *table, const char *name, const 
   if (column == nullptr || column_is_rowid(*column)) return fail(status::column_missing);
   if (table_find_column(*old, new_name) != nullptr) return fail(status::column_name_twice);
   if (!column_name_validate(new_name)) return false;
-  return catalog_as_a_whole(catalog, [&] { return rename_column(catalog, *old, column->number, new_name); });
+  return definition_edit(*old, [&](Table &copy) { return rename_column(copy, column->number, new_name); });
 }
 
 bool catalog_whole_begin(Catalog &catalog, int *level) {

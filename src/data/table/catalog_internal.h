@@ -22,6 +22,24 @@ template <class Change>
   return catalog_whole_begin(catalog, &level) && catalog_whole_end(catalog, level, change());
 }
 
+// Changes a table: change, a bool(Table &), works on a copy of the definition, which then takes old's place
+// for the calling thread. All of it as a whole; a failure leaves old where it is.
+template <class Change>
+[[nodiscard]] bool definition_edit(Table &old, Change change) {
+  Catalog &catalog = *old.catalog;
+  return catalog_as_a_whole(catalog, [&] {
+    Table *made = definition_copy(old);
+    if (made == nullptr) return false;
+    if (!change(*made)) {
+      definition_free(made);
+      return false;
+    }
+    tables_replace(catalog, &old, made);
+    table_close(made);
+    return true;
+  });
+}
+
 // What a name index answered about a name that must not be there.
 [[nodiscard]] bool name_absent(BtreeFind found, StatusCode search_failed, StatusCode present);
 

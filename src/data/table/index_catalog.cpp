@@ -125,25 +125,9 @@ bool index_tree_add(Table &table, const BtreeDefinition &tree) {
   return false;
 }
 
-namespace {
-
-bool create(Catalog &catalog, Table &old, const IndexDefinition &definition) {
-  Table *made = definition_copy(old);
-  if (made == nullptr) return false;
-  if (!index_attach(*made, definition)) {
-    definition_free(made);
-    return false;
-  }
-  tables_replace(catalog, &old, made);
-  table_close(made);
-  return true;
-}
-
-}  // namespace
-
 bool index_create(Catalog &catalog, const char *table, const IndexDefinition &definition) {
   const TableHold old(table_open(catalog, table));
-  return old != nullptr && catalog_as_a_whole(catalog, [&] { return create(catalog, *old, definition); });
+  return old != nullptr && definition_edit(*old, [&](Table &copy) { return index_attach(copy, definition); });
 }
 
 namespace {
@@ -187,19 +171,11 @@ bool index_detach(Table &table, Btree &index, int place) {
   return btree_drop_shared(index) || fail(status::index_btree_drop);
 }
 
-bool drop(Catalog &catalog, Table &old, int place) {
-  Table *made = definition_copy(old);
-  if (made == nullptr) return false;
-  Btree *index = made->indices[place];
-  const bool dropped = index_detach(*made, *index, place);
+bool drop(Table &table, int place) {
+  Btree *index = table.indices[place];
+  const bool dropped = index_detach(table, *index, place);
   btree_close(index);
-  if (!dropped) {
-    definition_free(made);
-    return false;
-  }
-  tables_replace(catalog, &old, made);
-  table_close(made);
-  return true;
+  return dropped;
 }
 
 }  // namespace
@@ -209,7 +185,7 @@ bool index_drop(Catalog &catalog, const char *name) {
   if (old == nullptr) return false;
   const int place = index_place(*old, name);
   if (place < 0) return fail(status::index_no_table);
-  return catalog_as_a_whole(catalog, [&] { return drop(catalog, *old, place); });
+  return definition_edit(*old, [&](Table &copy) { return drop(copy, place); });
 }
 
 IndexDefinition index_definition(const Table &table, const Btree &index) {
