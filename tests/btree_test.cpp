@@ -190,7 +190,7 @@ class ModelRun {
       const bool integer = (part.type & TYPE_INTEGER) != 0;
       const void *source = integer ? static_cast<const void *>(&key[i]) : text.c_str();
       const ValueMode mode = key[i] == null_part ? ValueMode::null : ValueMode::binary;
-      EXPECT_NE(store_value(part.type, mode, source, at, part.size, 0), Stored::failed);
+      EXPECT_NE(store_value({part.type, static_cast<int16_t>(part.size)}, mode, source, at), Stored::failed);
       at += part.size;
     }
     return bytes;

@@ -1,6 +1,7 @@
 // Values of the column types: as texts, stored, compared; and the calendar.
 #include "data/value/types.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 
@@ -22,17 +23,18 @@ class TypesTest : public testing::Test {
 };
 
 std::vector<uint8_t> stored_text(TypeCode code, const char *text) {
-  std::vector<uint8_t> stored(static_cast<size_t>(type_stored_size(code, 5, 0)), 0xEE);
+  const ColumnType column = {code, 5};
+  std::vector<uint8_t> stored(static_cast<size_t>(type_stored_size(column)), 0xEE);
   const ValueMode mode = text == nullptr ? ValueMode::null : ValueMode::text;
-  if (store_value(code, mode, text, stored.data(), 5, 0) == Stored::failed) stored.clear();
+  if (store_value(column, mode, text, stored.data()) == Stored::failed) stored.clear();
   return stored;
 }
 
 // The text, or the only status that was recorded.
 std::string fetched_text(TypeCode code, const std::vector<uint8_t> &stored) {
-  std::string text(static_cast<size_t>(type_text_size(code, 5)), '#');
+  std::string text(static_cast<size_t>(std::max(type_row(code)->text_width + 2, 6)), '#');
   if (!stored.empty()) {
-    EXPECT_EQ(fetch_value(code, ValueMode::text, stored.data(), text.data(), 5, 0), Stored::value);
+    EXPECT_EQ(fetch_value({code, 5}, ValueMode::text, stored.data(), text.data()), Stored::value);
     return text.c_str();
   }
   EXPECT_EQ(error_record().count, 1);
@@ -93,7 +95,7 @@ TEST_F(TypesTest, TimesAreStoredInUtc) {
       const std::vector<uint8_t> stored = stored_text(code, c.text);
       use(c.read_in);
       DateTimeRec record;
-      ASSERT_EQ(fetch_value(code, ValueMode::binary, stored.data(), &record, 0, 0), Stored::value);
+      ASSERT_EQ(fetch_value({code}, ValueMode::binary, stored.data(), &record), Stored::value);
       EXPECT_EQ(fetched_text(code, stored).substr(0, 14), c.expected);
       EXPECT_TRUE(check_datetime(type::microtimestamp, record));
       EXPECT_TRUE(code == type::microtimestamp || record.microseconds == 0);

@@ -31,7 +31,7 @@ bool derive_parts(Btree &index, int *key_size) {
     const BtreeKeyPart &part = definition.parts[i];
     index.compare[i] = type_row(part.type) == nullptr ? nullptr : stored_compare_of(part.type);
     if (index.compare[i] == nullptr || part.size == 0) return false;
-    if (type_stored_size(part.type, part.size, 0) != part.size) return false;
+    if (type_stored_size({part.type, static_cast<int16_t>(part.size)}) != part.size) return false;
     *key_size += part.size;
   }
   return *key_size <= btree_key_limit;

@@ -109,7 +109,7 @@ bool column_record_decode(const uint8_t *at, RowNo table_id, int number, int rec
     return false;
   const bool large = column_is_large(*column);
   if (large && column->p2 < 1) return false;
-  column->stored_size = type_stored_size(column->type, column->p1, column->p2);
+  column->stored_size = type_stored_size(*column);
   return column->stored_size >= 1 && column->offset >= 0 && column->offset <= record_size &&
          column->stored_size <= record_size - column->offset && large == (column->large_ordinal != 0) &&
          large == (column->overflow_rows != 0);

@@ -19,8 +19,7 @@ void null_record_fill(RowHandle &handle) {
   const Table &table = *handle.table;
   for (int i = 0; i < table.column_count; ++i) {
     const Column &column = table.columns[i];
-    const Stored stored = store_value(column.type, ValueMode::null, nullptr,
-                                      handle.null_record + column.offset, column.p1, column.p2);
+    const Stored stored = store_value(column, ValueMode::null, nullptr, handle.null_record + column.offset);
     assert(stored == Stored::null);  // every type of a table can be NULL
     (void)stored;
   }
@@ -146,7 +145,7 @@ bool row_handle_set(RowHandle &handle, const Column &column, ValueMode mode, con
     return row_handle_set_large(handle, column, text, text == nullptr ? 0 : text_length(text));
   }
   // An empty text answers null too, but it is a value.
-  const Stored result = store_value(column.type, mode, source, stored, column.p1, column.p2);
+  const Stored result = store_value(column, mode, source, stored);
   state = result == Stored::failed ? column_unset : column_set;
   return result != Stored::failed;
 }
@@ -211,10 +210,10 @@ Stored column_value(RowHandle &handle, const Column &column, Value *value) {
   }
   if ((column.type & TYPE_DATETIME) != 0) {
     value->type = type::microtimestamp;
-    return fetch_value(column.type, ValueMode::binary, stored, &value->datetime, column.p1, column.p2);
+    return fetch_value(column, ValueMode::binary, stored, &value->datetime);
   }
   value->type = type::float64;
-  return fetch_value(column.type, ValueMode::binary, stored, &value->real, column.p1, column.p2);
+  return fetch_value(column, ValueMode::binary, stored, &value->real);
 }
 
 }  // namespace

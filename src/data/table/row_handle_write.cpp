@@ -151,8 +151,7 @@ bool counter_take(RowHandle &handle, const Column &column, Btree *index) {
   for (BtreeFind found = BtreeFind::found; found == BtreeFind::found;) {
     const int64_t next = row_autoinc_get(rows).next;
     if (next == autoinc_exhausted) return fail(status::input_number_range);
-    if (store_value(column.type, ValueMode::binary, &next, stored, column.p1, column.p2) != Stored::value ||
-        !row_autoinc_advance(rows))
+    if (store_value(column, ValueMode::binary, &next, stored) != Stored::value || !row_autoinc_advance(rows))
       return false;
     found = index == nullptr ? BtreeFind::absent : btree_search(*index, stored, nullptr);
     if (found == BtreeFind::failed) return fail(status::record_unique_search);
@@ -167,8 +166,7 @@ bool auto_increment_fill(RowHandle &handle, const Btree **taken) {
   uint8_t *stored = handle.record + column.offset;
   uint8_t &state = handle.states[column.number - 1];
   int64_t given = 0;
-  if (state == column_set &&
-      fetch_value(column.type, ValueMode::binary, stored, &given, column.p1, column.p2) == Stored::value &&
+  if (state == column_set && fetch_value(column, ValueMode::binary, stored, &given) == Stored::value &&
       given != 0)
     return true;
   Btree *index = counter_index(table);

@@ -101,7 +101,7 @@ void definition_lay_out(Table &table) {
     Column &column = table.columns[i];
     column.number = static_cast<int16_t>(i + 1);
     column.offset = offset;
-    column.stored_size = type_stored_size(column.type, column.p1, column.p2);
+    column.stored_size = type_stored_size(column);
     column.large_ordinal = column_is_large(column) ? ++table.large_count : 0;
     if (column.auto_increment) table.auto_column = column.number;
     offset += column.stored_size;

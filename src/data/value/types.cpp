@@ -55,8 +55,8 @@ Stored store_integer_null(const IntegerForm &form, uint8_t *target) {
   return Stored::null;
 }
 
-Stored store_integer(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int, int) {
-  const IntegerForm *form = integer_form(code);
+Stored store_integer(const ColumnType &column, ValueMode mode, const void *source, uint8_t *target) {
+  const IntegerForm *form = integer_form(column.type);
   if (form == nullptr) return failed(status::data_type_unknown);
   if (mode == ValueMode::null) return store_integer_null(*form, target);
   int64_t value = 0;
@@ -74,8 +74,8 @@ Stored store_integer(TypeCode code, ValueMode mode, const void *source, uint8_t 
   return Stored::value;
 }
 
-Stored fetch_integer(TypeCode code, ValueMode mode, const uint8_t *stored, void *target, int, int) {
-  const IntegerForm *form = integer_form(code);
+Stored fetch_integer(const ColumnType &column, ValueMode mode, const uint8_t *stored, void *target) {
+  const IntegerForm *form = integer_form(column.type);
   if (form == nullptr) return failed(status::data_type_unknown);
   if (integer_form_is_null(*form, stored)) return fetch_null<int64_t>(mode, target);
   const int64_t value = load_integer_form(*form, stored);
@@ -90,7 +90,7 @@ bool is_single(TypeCode code) {
   return type_index(code) == type_index(type::float32);
 }
 
-Stored store_float(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int, int) {
+Stored store_float(const ColumnType &column, ValueMode mode, const void *source, uint8_t *target) {
   if (mode == ValueMode::null) {
     *target = null_flag;
     return Stored::null;
@@ -105,7 +105,7 @@ Stored store_float(TypeCode code, ValueMode mode, const void *source, uint8_t *t
     value = load_exchange<double>(source);
   }
   *target = 0;
-  if (is_single(code)) {
+  if (is_single(column.type)) {
     store_single(target + 1, static_cast<float>(value));
   } else {
     store_double(target + 1, value);
@@ -113,9 +113,9 @@ Stored store_float(TypeCode code, ValueMode mode, const void *source, uint8_t *t
   return Stored::value;
 }
 
-Stored fetch_float(TypeCode code, ValueMode mode, const uint8_t *stored, void *target, int, int) {
+Stored fetch_float(const ColumnType &column, ValueMode mode, const uint8_t *stored, void *target) {
   if (*stored == null_flag) return fetch_null<double>(mode, target);
-  const bool single = is_single(code);
+  const bool single = is_single(column.type);
   if (mode == ValueMode::text) {
     const double value = single ? load_single(stored + 1) : load_double(stored + 1);
     double_to_text(value, single ? float32_precision : float64_precision, static_cast<char *>(target));
@@ -127,13 +127,13 @@ Stored fetch_float(TypeCode code, ValueMode mode, const uint8_t *stored, void *t
 
 // ---- character strings ----
 
-Stored store_text(TypeCode, ValueMode mode, const void *source, uint8_t *target, int p1, int) {
+Stored store_text(const ColumnType &column, ValueMode mode, const void *source, uint8_t *target) {
   if (mode == ValueMode::null) {
     *target = null_flag;
     return Stored::null;
   }
   if (source == nullptr) return failed(status::input_empty);
-  const size_t size = static_cast<size_t>(p1);
+  const size_t size = static_cast<size_t>(column.p1);
   const size_t length = strlen(static_cast<const char *>(source));
   if (length > size) return failed(status::input_text_length);
   memcpy(target, source, length);
@@ -141,7 +141,7 @@ Stored store_text(TypeCode, ValueMode mode, const void *source, uint8_t *target,
   return length == 0 ? Stored::null : Stored::value;
 }
 
-Stored fetch_text(TypeCode, ValueMode mode, const uint8_t *stored, void *target, int p1, int) {
+Stored fetch_text(const ColumnType &column, ValueMode mode, const uint8_t *stored, void *target) {
   const bool null = *stored == null_flag;
   if (mode == ValueMode::null) return null ? Stored::null : Stored::value;
   char *text = static_cast<char *>(target);
@@ -149,14 +149,14 @@ Stored fetch_text(TypeCode, ValueMode mode, const uint8_t *stored, void *target,
     *text = '\0';
     return Stored::null;
   }
-  memcpy(text, stored, static_cast<size_t>(p1));
-  text[p1] = '\0';
+  memcpy(text, stored, static_cast<size_t>(column.p1));
+  text[column.p1] = '\0';
   return Stored::value;
 }
 
 // ---- references to large objects ----
 
-Stored store_reference(TypeCode, ValueMode mode, const void *source, uint8_t *target, int, int) {
+Stored store_reference(const ColumnType &, ValueMode mode, const void *source, uint8_t *target) {
   if (mode == ValueMode::null) {
     store_i32(target, large_null_length);
     store_u32(target + 4, 0);
@@ -167,7 +167,7 @@ Stored store_reference(TypeCode, ValueMode mode, const void *source, uint8_t *ta
   return Stored::value;
 }
 
-Stored fetch_reference(TypeCode, ValueMode mode, const uint8_t *stored, void *target, int, int) {
+Stored fetch_reference(const ColumnType &, ValueMode mode, const uint8_t *stored, void *target) {
   if (mode != ValueMode::null) memcpy(target, stored, large_reference_size);
   return load_i32(stored) == large_null_length ? Stored::null : Stored::value;
 }
@@ -182,29 +182,29 @@ void clear_unkept(TypeCode code, DateTimeRec *record) {
   if (type_index(code) != type_index(type::microtimestamp)) record->microseconds = 0;
 }
 
-Stored store_datetime(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int, int) {
+Stored store_datetime(const ColumnType &column, ValueMode mode, const void *source, uint8_t *target) {
   if (mode == ValueMode::null) {
-    store_datetime_null(code, target);
+    store_datetime_null(column.type, target);
     return Stored::null;
   }
   DateTimeRec record{};
   if (mode == ValueMode::text) {
-    if (!parse_datetime(code, static_cast<const char *>(source), true, &record)) return Stored::failed;
+    if (!parse_datetime(column.type, static_cast<const char *>(source), true, &record)) return Stored::failed;
   } else {
     if (source == nullptr) return failed(status::data_argument);
     record = load_exchange<DateTimeRec>(source);
-    if (!check_datetime(code, record)) return Stored::failed;
+    if (!check_datetime(column.type, record)) return Stored::failed;
   }
-  clear_unkept(code, &record);
-  if (keeps_time(code) && !datetime_to_utc(&record)) return Stored::failed;
-  store_datetime_form(code, record, target);
+  clear_unkept(column.type, &record);
+  if (keeps_time(column.type) && !datetime_to_utc(&record)) return Stored::failed;
+  store_datetime_form(column.type, record, target);
   return Stored::value;
 }
 
-Stored fetch_datetime(TypeCode code, ValueMode mode, const uint8_t *stored, void *target, int, int) {
+Stored fetch_datetime(const ColumnType &column, ValueMode mode, const uint8_t *stored, void *target) {
   const bool null = datetime_form_is_null(stored);
   if (mode == ValueMode::null) return null ? Stored::null : Stored::value;
-  DateTimeRec record = load_datetime_form(code, stored);
+  DateTimeRec record = load_datetime_form(column.type, stored);
   if (null) {
     record.year = 0;
     if (mode == ValueMode::text) {
@@ -215,11 +215,11 @@ Stored fetch_datetime(TypeCode code, ValueMode mode, const uint8_t *stored, void
     return Stored::null;
   }
   if (!datetime_fields_valid(record)) return failed(status::data_argument);
-  if (keeps_time(code) && !datetime_to_local(&record)) return Stored::failed;
-  clear_unkept(code, &record);
+  if (keeps_time(column.type) && !datetime_to_local(&record)) return Stored::failed;
+  clear_unkept(column.type, &record);
   if (mode == ValueMode::binary) {
     store_exchange(target, record);
-  } else if (!format_datetime(code, record, static_cast<char *>(target))) {
+  } else if (!format_datetime(column.type, record, static_cast<char *>(target))) {
     return Stored::failed;
   }
   return Stored::value;
@@ -227,14 +227,14 @@ Stored fetch_datetime(TypeCode code, ValueMode mode, const uint8_t *stored, void
 
 // ---- raw bytes ----
 
-Stored store_bytes(TypeCode, ValueMode mode, const void *source, uint8_t *target, int p1, int) {
+Stored store_bytes(const ColumnType &column, ValueMode mode, const void *source, uint8_t *target) {
   if (mode == ValueMode::null || source == nullptr) return failed(status::data_argument);
-  memcpy(target, source, static_cast<size_t>(p1));
+  memcpy(target, source, static_cast<size_t>(column.p1));
   return Stored::value;
 }
 
-Stored fetch_bytes(TypeCode, ValueMode mode, const uint8_t *stored, void *target, int p1, int) {
-  if (mode != ValueMode::null) memcpy(target, stored, static_cast<size_t>(p1));
+Stored fetch_bytes(const ColumnType &column, ValueMode mode, const uint8_t *stored, void *target) {
+  if (mode != ValueMode::null) memcpy(target, stored, static_cast<size_t>(column.p1));
   return Stored::value;
 }
 
@@ -306,32 +306,25 @@ const TypeRow *type_row(TypeCode code) {
   return index < 1 || index > type_count ? nullptr : &type_table[index - 1];
 }
 
-int type_stored_size(TypeCode code, int p1, int p2) {
-  const TypeRow *row = type_row(code);
+int type_stored_size(const ColumnType &column) {
+  const TypeRow *row = type_row(column.type);
   if (row == nullptr) return 0;
-  if ((row->code & TYPE_LARGE) != 0) return row->stored_size + p2;
-  return row->stored_size != 0 ? row->stored_size : p1;
+  if ((row->code & TYPE_LARGE) != 0) return row->stored_size + column.p2;
+  return row->stored_size != 0 ? row->stored_size : column.p1;
 }
 
-int type_text_size(TypeCode code, int p1) {
-  const TypeRow *row = type_row(code);
-  if (row == nullptr) return 0;
-  if (row->code == type::float64) return row->text_width + 2;
-  return (row->text_width != 0 ? row->text_width : p1) + 1;
-}
-
-Stored store_value(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int p1, int p2) {
+Stored store_value(const ColumnType &column, ValueMode mode, const void *source, uint8_t *target) {
   if (target == nullptr) return failed(status::data_argument);
-  const TypeRow *row = type_row(code);
+  const TypeRow *row = type_row(column.type);
   if (row == nullptr) return failed(status::data_type_unknown);
-  return row->store(code, mode, source, target, p1, p2);
+  return row->store(column, mode, source, target);
 }
 
-Stored fetch_value(TypeCode code, ValueMode mode, const uint8_t *stored, void *target, int p1, int p2) {
+Stored fetch_value(const ColumnType &column, ValueMode mode, const uint8_t *stored, void *target) {
   if (stored == nullptr) return failed(status::data_argument);
-  const TypeRow *row = type_row(code);
+  const TypeRow *row = type_row(column.type);
   if (row == nullptr) return failed(status::data_type_unknown);
-  return row->fetch(code, target == nullptr ? ValueMode::null : mode, stored, target, p1, p2);
+  return row->fetch(column, target == nullptr ? ValueMode::null : mode, stored, target);
 }
 
 bool parse_literal(TypeCode classes, const char *text, bool report, void *target) {

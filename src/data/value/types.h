@@ -46,8 +46,8 @@ inline bool type_numeric(TypeCode code) {
 
 // What a column declares of its values: the type and its size parameters (table/column_rules.h).
 struct ColumnType {
-  TypeCode type;
-  int16_t p1, p2, p3;
+  TypeCode type = 0;
+  int16_t p1 = 0, p2 = 0, p3 = 0;
 };
 
 // How store_value takes and fetch_value gives a value.
@@ -67,25 +67,21 @@ struct TypeRow {
   int16_t exchange_size;    // bytes, 0: follows p1 or the value
   int16_t stored_size;      // bytes, 0: p1
   const char *name;
-  Stored (*store)(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int p1, int p2);
-  Stored (*fetch)(TypeCode code, ValueMode mode, const uint8_t *stored, void *target, int p1, int p2);
+  Stored (*store)(const ColumnType &column, ValueMode mode, const void *source, uint8_t *target);
+  Stored (*fetch)(const ColumnType &column, ValueMode mode, const uint8_t *stored, void *target);
 };
 
 inline constexpr int type_count = 19;
 
-const TypeRow *type_row(TypeCode code);               // by the index bits; null for index 0 or above 19
-int type_stored_size(TypeCode code, int p1, int p2);  // bytes in a record
-
-// Bytes that the text form takes with its terminator: text_width + 1 (one more for double, whose widest text
-// passes its width) or p1 + 1.
-int type_text_size(TypeCode code, int p1);
+const TypeRow *type_row(TypeCode code);          // by the index bits; null for index 0 or above 19
+int type_stored_size(const ColumnType &column);  // bytes in a record
 
 // source (as mode says) into the stored form at target, and back. value or null tells what was stored or
-// found; failed has its status recorded (13001, 13002, 113xxx). A text target holds type_text_size bytes. An
-// empty text stored into a character column answers null though an empty text is what the column holds then.
-// Fetching without a target only tells whether the value is NULL.
-Stored store_value(TypeCode code, ValueMode mode, const void *source, uint8_t *target, int p1, int p2);
-Stored fetch_value(TypeCode code, ValueMode mode, const uint8_t *stored, void *target, int p1, int p2);
+// found; failed has its status recorded (13001, 13002, 113xxx). A text target holds the text_width of the
+// type and two bytes more, or p1 and one. An empty text stored into a character column answers null though an
+// empty text is what the column holds then. Fetching without a target only tells whether the value is NULL.
+Stored store_value(const ColumnType &column, ValueMode mode, const void *source, uint8_t *target);
+Stored fetch_value(const ColumnType &column, ValueMode mode, const uint8_t *stored, void *target);
 
 // Two stored values, NULL lowest: -1, 0 or 1. length: bytes of a character or byte value in its column, above
 // 0. A double that is not a number is above every number and equal to itself, so that the order is total.

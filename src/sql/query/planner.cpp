@@ -124,8 +124,8 @@ bool names_one_instant(const Column &column, const DateTimeRec &literal) {
   const ErrorScope no_failure_of_the_query;
   uint8_t key[btree_key_limit];
   DateTimeRec back, utc, near, local;
-  if (store_value(column.type, ValueMode::binary, &literal, key, 0, 0) != Stored::value ||
-      fetch_value(column.type, ValueMode::binary, key, &back, 0, 0) != Stored::value ||
+  if (store_value(column, ValueMode::binary, &literal, key) != Stored::value ||
+      fetch_value(column, ValueMode::binary, key, &back) != Stored::value ||
       !same_time(column, back, literal))
     return false;
   const DateTimeRec instant = load_datetime_form(column.type, key);
@@ -164,12 +164,11 @@ bool store_key(const Column &column, const Value &value, uint8_t *key) {
   } else if ((column.type & TYPE_FLOAT) != 0) {
     converted.real = as_real(value);
   }
-  return store_value(column.type, ValueMode::binary, value_datum(converted), key, column.p1, column.p2) !=
-         Stored::failed;
+  return store_value(column, ValueMode::binary, value_datum(converted), key) != Stored::failed;
 }
 
 bool store_null_key(const Column &column, uint8_t *key) {
-  return store_value(column.type, ValueMode::null, nullptr, key, column.p1, column.p2) != Stored::failed;
+  return store_value(column, ValueMode::null, nullptr, key) != Stored::failed;
 }
 
 // ---- collecting ----
