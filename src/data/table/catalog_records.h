@@ -11,13 +11,6 @@ inline constexpr int column_record_size = 60;
 inline constexpr int index_list_size = 4 * index_limit;
 inline constexpr int index_name_value_size = 36;
 
-struct TableRecord {
-  RowNo rows_number, columns_row, index_list_row;
-  int32_t record_size;
-  int32_t column_count, index_count, large_count, auto_column;
-  char name[name_size];
-};
-
 void table_record_encode(const TableRecord &record, uint8_t *at);
 [[nodiscard]] bool table_record_decode(const uint8_t *at,
                                        TableRecord *record);  // false: damaged; records nothing

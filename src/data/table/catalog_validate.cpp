@@ -38,10 +38,6 @@ bool auto_increment_validate(const ColumnDefinition *columns, int count,
 
 }  // namespace
 
-bool name_absent(BtreeFind found, StatusCode search_failed, StatusCode present) {
-  return found == BtreeFind::absent || fail(found == BtreeFind::found ? present : search_failed);
-}
-
 bool column_name_validate(const char *name) {
   if (name[0] == 0) return fail(status::column_no_name);
   if (strlen(name) > name_limit) return fail(status::column_name_length);

@@ -6,27 +6,6 @@
 
 namespace tovik {
 
-namespace {
-
-using NameValue = uint8_t[index_name_value_size];
-
-BtreeFind name_value_find(Catalog &catalog, const char *name, NameValue value) {
-  return btree_find_value(*catalog.index_names, NameKey(name), value);
-}
-
-}  // namespace
-
-BtreeFind index_name_find(Catalog &catalog, const char *name, RowNo *descriptor) {
-  NameValue value;
-  const BtreeFind found = name_value_find(catalog, name, value);
-  if (found == BtreeFind::found) *descriptor = load_u32(value);
-  return found;
-}
-
-void auto_index_name(RowNo table_id, char *name) {
-  snprintf(name, name_size, "__auto_inc__%d", static_cast<int32_t>(table_id));
-}
-
 bool btree_drop_shared(const Btree &index) {
   Btree *held = btree_open(*index.sm, index.number);
   if (held == nullptr) return false;
@@ -85,23 +64,6 @@ bool index_list_append(Table &table, Btree &index) {
 }
 
 }  // namespace
-
-bool index_name_insert(Catalog &catalog, const Btree &index) {
-  NameValue value = {};
-  store_u32(value, index.number);
-  return btree_insert(*catalog.index_names, NameKey(index.definition.index_name), value) ==
-             BtreeInsert::inserted ||
-         fail(status::index_name_insert);
-}
-
-bool index_name_delete(Catalog &catalog, const Btree &index) {
-  NameValue value;
-  if (name_value_find(catalog, index.definition.index_name, value) != BtreeFind::found ||
-      load_u32(value) != index.number)
-    return fail(status::index_name_delete);
-  return btree_delete(*catalog.index_names, NameKey(index.definition.index_name), value) ||
-         fail(status::index_name_delete);
-}
 
 bool index_attach(Table &table, const IndexDefinition &definition) {
   BtreeDefinition tree;

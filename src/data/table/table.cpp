@@ -10,6 +10,7 @@
 
 #include <utility>
 
+#include "data/table/catalog_names.h"
 #include "data/table/table_definition.h"
 #include "frame/error.h"
 #include "frame/param_text.h"
@@ -51,13 +52,6 @@ Table *open_from_catalog(Catalog &catalog, const char *name) {
 }
 
 }  // namespace
-
-BtreeFind table_name_find(Catalog &catalog, const char *name, RowNo *id) {
-  uint8_t value[4];
-  const BtreeFind found = btree_find_value(*catalog.table_names, NameKey(name), value);
-  if (found == BtreeFind::found) *id = load_u32(value);
-  return found;
-}
 
 Table *table_open(Catalog &catalog, const char *name) {
   if (name == nullptr || name[0] == 0) return fail_null(status::table_argument);
@@ -104,27 +98,6 @@ const Column *table_find_column(const Table &table, const char *name) {
   for (int i = 0; i < table.column_count; ++i)
     if (strcmp(table.columns[i].name, name) == 0) return &table.columns[i];
   return text_equal_nocase(name, table.rowid.name) ? &table.rowid : nullptr;
-}
-
-bool table_walk(Catalog &catalog, bool (*visit)(void *context, const char *name), void *context) {
-  RowScan scan;
-  row_scan_start(scan, *catalog.table_rows);
-  for (;;) {
-    uint8_t bytes[table_record_size];
-    RowNo row;
-    switch (row_scan_next(scan, bytes, table_record_size, &row)) {
-      case RowFetch::failed:
-        return fail(status::describe_table);
-      case RowFetch::end:
-        return true;
-      case RowFetch::row:
-        break;
-    }
-    TableRecord record;
-    if (!table_record_decode(bytes, &record)) return fail(status::describe_table);
-    row_scan_pause(scan);
-    if (!visit(context, record.name)) return true;
-  }
 }
 
 void tables_replace(Catalog &catalog, Table *old, Table *made) {

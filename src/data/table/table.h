@@ -51,17 +51,19 @@ struct Catalog {
   Table *tables;
 };
 
-struct Table {
-  Catalog *catalog;
-  RowNo id;  // row number of the table record
-  char name[name_size];
+// What the catalog records of a table (layout: catalog_records.cpp).
+struct TableRecord {
   RowNo rows_number, columns_row, index_list_row;
   int32_t record_size;
-  int32_t column_count;
-  int32_t index_count;
-  int32_t large_count;
+  int32_t column_count, index_count, large_count;
   int32_t auto_column;  // number of the auto-increment column, 0 = none
-  Column *columns;      // column_count of them
+  char name[name_size];
+};
+
+struct Table : TableRecord {
+  Catalog *catalog;
+  RowNo id;         // row number of the table record
+  Column *columns;  // column_count of them
   Column rowid;
   RowSystem *rows;
   RowSystem **large_rows;  // large_count of them, by ordinal

@@ -25,12 +25,8 @@ void definition_lay_out(Table &table);
 // Room for the handles of the large columns' ROW systems, all null; false with 1.
 [[nodiscard]] bool definition_size_large(Table &table);
 
-TableRecord definition_record(const Table &table);
-
 // The definition of table id from the catalog in the calling thread's view; null with 41009 to 41013.
 Table *definition_read(Catalog &catalog, RowNo id, const char *name);
-
-BtreeFind table_name_find(Catalog &catalog, const char *name, RowNo *id);
 
 // For the calling thread made takes the place of old; either may be null. Both stay held by the caller; a
 // rollback of the open level brings old back.

@@ -20,32 +20,12 @@ bool row_system_drop_shared(const RowSystem &rows) {
 
 bool table_record_write(const Table &table, StatusCode status) {
   uint8_t bytes[table_record_size];
-  table_record_encode(definition_record(table), bytes);
+  table_record_encode(table, bytes);
   RowNo row = table.id;
   return row_update(*table.catalog->table_rows, &row, bytes, table_record_size) || fail(status);
 }
 
 namespace {
-
-bool table_name_insert(Catalog &catalog, const char *name, RowNo id) {
-  uint8_t value[4];
-  store_u32(value, id);
-  switch (btree_insert(*catalog.table_names, NameKey(name), value)) {
-    case BtreeInsert::inserted:
-      return true;
-    case BtreeInsert::exists:
-      return fail(status::table_name_present);
-    case BtreeInsert::failed:
-      break;
-  }
-  return fail(status::table_name_insert);
-}
-
-bool table_name_delete(Catalog &catalog, const char *name, RowNo id) {
-  uint8_t value[4];
-  store_u32(value, id);
-  return btree_delete(*catalog.table_names, NameKey(name), value) || fail(status::table_name_delete);
-}
 
 // ---- building a table ----
 
@@ -85,7 +65,7 @@ bool rows_create(Table &table, const AutoIncrementOptions &options) {
 bool records_insert(Table &table) {
   if (!columns_write(table, ColumnsWrite::insert)) return fail(status::table_columns_insert);
   uint8_t bytes[table_record_size];
-  table_record_encode(definition_record(table), bytes);
+  table_record_encode(table, bytes);
   RowNo row = 0;
   if (!row_insert(*table.catalog->table_rows, bytes, table_record_size, &row) || row != table.id) {
     if (row != 0) (void)row_delete(*table.catalog->table_rows, row);
@@ -298,28 +278,6 @@ bool column_rename(Catalog &catalog, const char *table, const char *name, const 
   if (table_find_column(*old, new_name) != nullptr) return fail(status::column_name_twice);
   if (!column_name_validate(new_name)) return false;
   return definition_edit(*old, [&](Table &copy) { return rename_column(copy, column->number, new_name); });
-}
-
-bool catalog_whole_begin(Catalog &catalog, int *level) {
-  const int outer = sm_level(*catalog.storage);
-  *level = 0;
-  if (outer == 0 || outer == tran_level_limit) return true;
-  if (!tm_start(*catalog.storage->tm, current_thread())) return false;
-  *level = outer + 1;
-  return true;
-}
-
-bool catalog_whole_end(Catalog &catalog, int level, bool done) {
-  if (level == 0) return done;
-  TransactionManager &tm = *catalog.storage->tm;
-  const ThreadId thread = current_thread();
-  if (done && tm_commit(tm, thread) && tm_apply(tm, thread)) {
-    tables_level_merged(catalog, level);
-    return true;
-  }
-  (void)tm_rollback(tm, thread);  // of an inner level: cannot fail
-  tables_level_dropped(catalog, level);
-  return false;
 }
 
 }  // namespace tovik
