@@ -24,7 +24,7 @@ std::string formatted(const char *title = nullptr, int size = 8192) {
 }
 
 void record(StatusCode code, const std::string &text, bool primary = false) {
-  err_set_full(code, text.c_str(), nullptr, 0, primary, 0, 0);
+  err_set(code, {.text = text.c_str(), .primary = primary});
 }
 
 // Every test starts with default parameters and an empty error record.
@@ -51,11 +51,11 @@ TEST_F(Frame, TextsOfErrors) {
   errno = ENOENT;
   err_set(status::io_open);
   EXPECT_EQ(0, errno);
-  err_set_full(-1, "text", "pager.c", 12, false, 0, 0);
+  err_set(-1, {.text = "text"});
   const auto *entries = error_record().entries;
   EXPECT_EQ(std::string("Error:[SYS-000102] ") + err_message(102) + " No such file or directory (errno:2)",
             entries[1].text);
-  EXPECT_STREQ("Error:[DRV--00001] text \"pager.c\" line:12 ", entries[2].text);
+  EXPECT_STREQ("Error:[DRV--00001] text", entries[2].text);
   const std::string whole = formatted("title");
   for (size_t size = 2; size < whole.size() + 3; ++size) {
     const std::string cut = formatted("title", static_cast<int>(size));

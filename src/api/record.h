@@ -42,8 +42,7 @@ inline int call_failed(StatusCode code) {
 
 // Records code as the one that the caller is told of, whatever was recorded before.
 inline std::nullptr_t fail_primary(StatusCode code) {
-  err_set_full(code, nullptr, nullptr, 0, true, 0, 0);
-  return nullptr;
+  return fail_null(code, {.primary = true});
 }
 
 // ---- databases ----

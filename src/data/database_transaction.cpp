@@ -32,9 +32,7 @@ bool lock_disabled(const Database &db) {
 // A database opened with OPT=1 reads only. The status has its text from here.
 bool check_writable(const Database &db) {
   if (!bm_read_only(*db.storage->bm)) return true;
-  err_set_full(status::database_read_only, "the database was opened read-only (OPT=1)", nullptr, 0, false, 0,
-               0);
-  return false;
+  return fail(status::database_read_only, {.text = "the database was opened read-only (OPT=1)"});
 }
 
 void sleep_between_tries(int milliseconds) {

@@ -67,26 +67,22 @@ ErrorRecord &error_record() {
 }
 
 void err_set(StatusCode code) {
-  err_set_full(code, nullptr, nullptr, 0, false, 0, 0);
+  err_set(code, {});
 }
 
-void err_set_full(StatusCode code, const char *text, const char *source_file, int32_t source_line,
-                  bool primary, int32_t detail1, int32_t detail2) {
+void err_set(StatusCode code, const ErrorExtra &extra) {
   if (code == 0) return;
   const int sys_errno = errno;
   const ErrorCategory category = error_category(code);
   EntryText line;
   line.add("Error:[%s-%06d] ", error_category_name(category), code);
-  line.add("%s", text != nullptr && text[0] != '\0' ? text : err_message(code));
+  line.add("%s", extra.text != nullptr && extra.text[0] != '\0' ? extra.text : err_message(code));
   if (sys_errno != 0) line.add(" %s (errno:%d)", strerror(sys_errno), sys_errno);
-  if (source_file != nullptr && source_file[0] != '\0' && env_number(Env::test_debug) == 0) {
-    line.add(" \"%s\" line:%d ", source_file, source_line);
-  }
   record.last_code = code;
   system_driver.local_now(&record.stamp);
   ErrorEntry &entry = record.entries[record.count < error_entry_limit ? record.count : error_entry_limit - 1];
-  entry = {static_cast<int32_t>(category), code, sys_errno, detail1, detail2, pool_text(line)};
-  if (record.primary == nullptr || primary) record.primary = &entry;
+  entry = {static_cast<int32_t>(category), code, sys_errno, extra.detail1, extra.detail2, pool_text(line)};
+  if (record.primary == nullptr || extra.primary) record.primary = &entry;
   if (record.count < std::numeric_limits<int32_t>::max()) ++record.count;
   errno = 0;
   if (env_on(Env::error_abort)) abort();
@@ -99,12 +95,12 @@ void err_set_first(StatusCode code) {
   for (int i = 0; i < causes.count && i < error_entry_limit; ++i) {
     const ErrorEntry &cause = causes.entries[i];
     errno = cause.sys_errno;
-    err_set_full(cause.code, nullptr, nullptr, 0, false, cause.detail1, cause.detail2);
+    err_set(cause.code, {.detail1 = cause.detail1, .detail2 = cause.detail2});
   }
 }
 
 void err_set_driver(int32_t code, const char *text, int32_t detail1, int32_t detail2) {
-  if (code < 0) err_set_full(code, text, nullptr, 0, false, detail1, detail2);
+  if (code < 0) err_set(code, {.text = text, .detail1 = detail1, .detail2 = detail2});
 }
 
 // Called at every exported function: an empty record is already all zero.

@@ -22,7 +22,7 @@ struct ErrorEntry {
   int32_t category;
   StatusCode code;
   int32_t sys_errno;  // the runtime library's error number when the error was recorded
-  int32_t detail1;    // driver errors only
+  int32_t detail1;    // what the failing operation tells, or 0
   int32_t detail2;
   const char *text;  // in the record's text pool, or "" when the pool is full
 };
@@ -53,10 +53,14 @@ ErrorRecord &error_record();  // the calling thread's
 // Records code with its catalogue text. Code 0 does nothing.
 void err_set(StatusCode code);
 
-// The full form. text replaces the catalogue text unless null or empty; primary makes this entry the primary
-// one; details are the driver's own.
-void err_set_full(StatusCode code, const char *text, const char *source_file, int32_t source_line,
-                  bool primary, int32_t detail1, int32_t detail2);
+// What an entry carries besides its code.
+struct ErrorExtra {
+  const char *text = nullptr;  // replaces the catalogue text unless null or empty
+  bool primary = false;        // this entry becomes the primary one
+  int32_t detail1 = 0;
+  int32_t detail2 = 0;
+};
+void err_set(StatusCode code, const ErrorExtra &extra);
 
 // Records code in front of all that is recorded: an outcome that tells the caller more than its causes do.
 void err_set_first(StatusCode code);
@@ -79,9 +83,18 @@ const char *err_message(StatusCode code);  // Shift-JIS; "Not found error messag
   return false;
 }
 
+[[nodiscard]] inline bool fail(StatusCode code, const ErrorExtra &extra) {
+  err_set(code, extra);
+  return false;
+}
+
 // The same for operations that return an object.
 [[nodiscard]] inline std::nullptr_t fail_null(StatusCode code) {
   err_set(code);
+  return nullptr;
+}
+[[nodiscard]] inline std::nullptr_t fail_null(StatusCode code, const ErrorExtra &extra) {
+  err_set(code, extra);
   return nullptr;
 }
 

@@ -59,8 +59,7 @@ bool memory_pool_fits(const MemoryPool &pool, int64_t size) {
 
 void *memory_pool_alloc(MemoryPool &pool, int64_t size) {
   if (pool.kind_mark != memory_pool_mark) {
-    err_set_full(status::pool_kind_mark, nullptr, nullptr, 0, false, pool.kind_mark, 0);
-    return nullptr;
+    return fail_null(status::pool_kind_mark, {.detail1 = pool.kind_mark});
   }
   if (size < 1) return fail_null(status::pool_size);
   if (size > INT32_MAX - alignment) return fail_null(status::pool_limit);

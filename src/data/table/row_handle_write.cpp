@@ -36,8 +36,7 @@ bool entry_delete(const RowHandle &handle, Btree &index, const uint8_t *record) 
 
 // A column must have a value: 143002 with its number as detail.
 bool value_missing(int16_t column_number) {
-  err_set_full(status::not_null_violation, nullptr, nullptr, 0, false, column_number, 0);
-  return false;
+  return fail(status::not_null_violation, {.detail1 = column_number});
 }
 
 // Columns that were not set take their bytes from rest.

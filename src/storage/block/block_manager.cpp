@@ -351,8 +351,7 @@ bool bm_read_block(BlockManager &bm, PartNo part, BlockNo block, void *buffer) {
   const BlockNo at = storage_block(bm, part, block);
   void *target = bm.cipher == nullptr ? buffer : bm.cipher_buffer;
   if (!io_read_block(io, at, target)) {
-    err_set_full(status::block_read, nullptr, nullptr, 0, false, part, at);
-    return false;
+    return fail(status::block_read, {.detail1 = part, .detail2 = at});
   }
   return bm.cipher == nullptr || cipher_decrypt(bm, buffer);
 }

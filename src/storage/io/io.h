@@ -106,8 +106,7 @@ bool io_stat(int driver_no, const char *name, FileInfo *info);  // true for a re
 
 // Records code with the block number, and what it was compared with, as its details.
 [[nodiscard]] inline bool fail_at_block(StatusCode code, BlockNo block, BlockNo limit = 0) {
-  err_set_full(code, nullptr, nullptr, 0, false, block, limit);
-  return false;
+  return fail(code, {.detail1 = block, .detail2 = limit});
 }
 
 }  // namespace tovik
