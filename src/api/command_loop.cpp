@@ -10,6 +10,7 @@
 
 #include "frame/error.h"
 #include "frame/param_text.h"
+#include "platform/ascii.h"
 
 namespace tovik {
 
@@ -52,19 +53,9 @@ constexpr CommandWord command_words[] = {{"do", Command::system},  {"exit", Comm
 // Told as it stands, without a line feed.
 constexpr char extra_characters[] = "extra characters after end of valid command";
 
-bool blank(char c) {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-const char *skip_blanks(const char *text) {
-  while (blank(*text)) ++text;
-  return text;
-}
-
 bool starts_with_word(const char *text, const char *word) {
   for (; *word != 0; ++text, ++word) {
-    const char folded = *text >= 'A' && *text <= 'Z' ? static_cast<char>(*text + ('a' - 'A')) : *text;
-    if (folded != *word) return false;
+    if (ascii_lower(*text) != *word) return false;
   }
   return true;
 }
@@ -87,7 +78,7 @@ Command command_of(const char *text, const char **rest) {
 char last_character(const char *text) {
   const char *last = text;
   for (const char *at = text; *at != 0; ++at) {
-    if (!blank(*at)) last = at;
+    if (!is_blank(*at)) last = at;
   }
   return *last;
 }
@@ -95,10 +86,10 @@ char last_character(const char *text) {
 // Cuts trailing blanks; with semicolon also one ";" at the end and the blanks before it.
 void cut_end(char *text, bool semicolon) {
   char *end = text + strlen(text);
-  while (end > text && blank(end[-1])) --end;
+  while (end > text && is_blank(end[-1])) --end;
   if (semicolon && end > text && end[-1] == ';') {
     --end;
-    while (end > text && blank(end[-1])) --end;
+    while (end > text && is_blank(end[-1])) --end;
   }
   *end = 0;
 }
@@ -159,7 +150,7 @@ bool finished(const char *text) {
       return true;
     case Command::run:
     case Command::rc:
-      if (*rest != 0 && *rest != ';' && !blank(*rest)) return true;  // no such command: told and dropped
+      if (*rest != 0 && *rest != ';' && !is_blank(*rest)) return true;  // no such command: told and dropped
       return last_character(start) == ';';
     default:
       return last_character(start) == ';';
@@ -304,7 +295,7 @@ Step step_of(bool ran) {
 
 Step leave(const char *rest) {
   rest = skip_blanks(rest);
-  while (*rest == ';' || blank(*rest)) ++rest;
+  while (*rest == ';' || is_blank(*rest)) ++rest;
   if (*rest == 0) return Step::leave;
   system_driver.print("%s", extra_characters);
   return Step::go_on;
@@ -317,7 +308,7 @@ Step run_collected(Loop &loop, char *text) {
   const Command command = command_of(start, &found);
   char *rest = start + (found - start);
   cut_end(start, false);
-  if (command != Command::sql && *start != '!' && *rest != 0 && !blank(*rest) &&
+  if (command != Command::sql && *start != '!' && *rest != 0 && !is_blank(*rest) &&
       last_character(start) != ';') {
     system_driver.print("expecting a command");
     return Step::go_on;

@@ -9,6 +9,7 @@
 #include "data/value/number_text.h"
 #include "frame/error.h"
 #include "platform/charset/charset.h"
+#include "platform/charset/unicode.h"
 
 namespace tovik {
 
@@ -41,8 +42,7 @@ static bool put_integer(const TargetBuffer &target, int64_t integer, int api_typ
 static int wide_units(const char *text) {
   int units = 0;
   for (; *text != 0; ++text) {
-    const unsigned char c = static_cast<unsigned char>(*text);
-    if ((c & 0xC0) != 0x80) units += c >= 0xF0 ? 2 : 1;
+    if (!utf8_is_continuation(*text)) units += utf8_leading_ones(*text) >= 4 ? 2 : 1;
   }
   return units;
 }
@@ -160,14 +160,13 @@ bool convert_value(const Value &value, TypeCode code, int api_type, const Target
   return put_text(target, value.text.text, value.text.length, api_type);
 }
 
-char *utf8_from_wide(const uint16_t *text) {
+Utf8Text utf8_from_wide(const uint16_t *text) {
   // A unit takes at most three bytes of UTF-8, a pair four.
   const int size =
       charset_table[charset_utf16le]->byte_length(reinterpret_cast<const char *>(text), false) / 2 * 3 + 1;
-  char *converted = static_cast<char *>(mem_alloc(static_cast<size_t>(size)));
+  Utf8Text converted(static_cast<char *>(mem_alloc(static_cast<size_t>(size))));
   if (converted == nullptr) return fail_null(status::out_of_memory);
-  if (system_driver.text_convert(charset_utf8, charset_utf16le, text, 0, converted, size, 0) < 0) {
-    mem_free(converted);
+  if (system_driver.text_convert(charset_utf8, charset_utf16le, text, 0, converted.get(), size, 0) < 0) {
     return fail_null(status::code_conversion);
   }
   return converted;

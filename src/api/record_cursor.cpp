@@ -8,6 +8,7 @@
 
 #include "api/convert.h"
 #include "api/record_tree.h"
+#include "platform/ascii.h"
 
 namespace tovik {
 
@@ -175,11 +176,6 @@ RowFetch fetch(RecordCursor &cursor) {
 
 enum class SqlKind { query, other };
 
-const char *skip_blanks(const char *text) {
-  while (*text == ' ' || *text == '\t' || *text == '\r' || *text == '\n') ++text;
-  return text;
-}
-
 bool starts_with_select(const char *text) {
   for (const char *word = "select"; *word != 0; ++word, ++text)
     if ((*text | 0x20) != *word) return false;
@@ -222,19 +218,25 @@ RecordCursor *select(RecordDatabase &database, const char *sql) {
   return nullptr;
 }
 
-// The UTF-8 of a wide text, freed at the end of the scope; text is null after a failure and for a null text,
-// which the callers' check refuses.
-class NarrowText {
- public:
-  explicit NarrowText(const uint16_t *wide) : text_(wide == nullptr ? nullptr : utf8_from_wide(wide)) {}
-  ~NarrowText() { mem_free(text_); }
-  NarrowText(const NarrowText &) = delete;
-  NarrowText &operator=(const NarrowText &) = delete;
-  const char *text() const { return text_; }
+// Runs what takes a statement text with the UTF-8 of a wide one; the callee refuses a null text.
+template <class Run>
+auto with_wide_text(const uint16_t *sql, Run run) -> decltype(run(nullptr)) {
+  if (sql == nullptr) return run(nullptr);
+  const Utf8Text text = utf8_from_wide(sql);
+  return text == nullptr ? decltype(run(nullptr)){} : run(text.get());
+}
 
- private:
-  char *text_;
-};
+// The handle of the cursor that open gives for the database.
+template <class Open>
+tovik_cur *select_call(tovik_db *db, Open open) {
+  tovik_cur *handle = nullptr;
+  (void)database_call(db, [&](RecordDatabase &database) {
+    RecordCursor *cursor = open(database);
+    handle = cursor == nullptr ? nullptr : handle_of(cursor);
+    return handle != nullptr;
+  });
+  return handle;
+}
 
 }  // namespace
 
@@ -286,28 +288,16 @@ int tovik_execsql_char(tovik_db *db, const char *sql) {
 
 int tovik_execsql_wchar(tovik_db *db, const uint16_t *sql) {
   return database_call(db, [&](RecordDatabase &database) {
-    const NarrowText text(sql);
-    return (sql == nullptr || text.text() != nullptr) && execute(database, text.text());
+    return with_wide_text(sql, [&](const char *text) { return execute(database, text); });
   });
 }
 
 tovik_cur *tovik_selectsql_char(tovik_db *db, const char *sql) {
-  tovik_cur *handle = nullptr;
-  (void)database_call(db, [&](RecordDatabase &database) {
-    RecordCursor *cursor = select(database, sql);
-    handle = cursor == nullptr ? nullptr : handle_of(cursor);
-    return handle != nullptr;
-  });
-  return handle;
+  return select_call(db, [&](RecordDatabase &database) { return select(database, sql); });
 }
 
 tovik_cur *tovik_selectsql_wchar(tovik_db *db, const uint16_t *sql) {
-  tovik_cur *handle = nullptr;
-  (void)database_call(db, [&](RecordDatabase &database) {
-    const NarrowText text(sql);
-    RecordCursor *cursor = sql == nullptr || text.text() != nullptr ? select(database, text.text()) : nullptr;
-    handle = cursor == nullptr ? nullptr : handle_of(cursor);
-    return handle != nullptr;
+  return select_call(db, [&](RecordDatabase &database) {
+    return with_wide_text(sql, [&](const char *text) { return select(database, text); });
   });
-  return handle;
 }

@@ -42,12 +42,10 @@ bool operand_read(int type, const void *source, tovik_value *operand) {
 }
 
 static TextRef utf8_in_pool(MemoryPool &pool, const uint16_t *wide) {
-  char *text = utf8_from_wide(wide);
+  const Utf8Text text = utf8_from_wide(wide);
   if (text == nullptr) return {};
-  const int length = static_cast<int>(strlen(text));
-  const TextRef copy = {memory_pool_text(pool, text, length), length};
-  mem_free(text);
-  return copy;
+  const int length = static_cast<int>(strlen(text.get()));
+  return {memory_pool_text(pool, text.get(), length), length};
 }
 
 static bool set_integer(Value *value, int64_t integer) {

@@ -5,6 +5,7 @@
 #include "api/record.h"
 #include "data/table/catalog.h"
 #include "data/table/column_rules.h"
+#include "platform/ascii.h"
 #include "sql/parse/keywords.h"
 
 using namespace tovik;
@@ -13,16 +14,12 @@ namespace {
 
 // ---- names ----
 
-bool blank(char c) {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
 // The name without the blanks around it; false when it is against the rules.
 bool read_name(const char *given, char (&name)[name_size]) {
   if (!name_given(given, name_limit)) return false;
   const char *end = given + strlen(given);
-  while (blank(*given)) ++given;
-  while (end > given && blank(end[-1])) --end;
+  given = skip_blanks(given);
+  while (end > given && is_blank(end[-1])) --end;
   const size_t length = static_cast<size_t>(end - given);
   memcpy(name, given, length);
   name[length] = 0;

@@ -101,11 +101,8 @@ int with_text(const OpenStatement *open, const char *sql, Run run) {
 int with_text(const OpenStatement *open, const uint16_t *sql, Run run) {
   if (open == nullptr) return -1;
   if (sql == nullptr || sql[0] == 0) return failure(status::api_argument_2);
-  char *text = utf8_from_wide(sql);
-  if (text == nullptr) return -1;
-  const SqlResult result = run(*open->statement, text);
-  mem_free(text);
-  return result_of(result);
+  const Utf8Text text = utf8_from_wide(sql);
+  return text == nullptr ? -1 : result_of(run(*open->statement, text.get()));
 }
 
 SqlResult prepare_text(Statement &statement, const char *sql) {

@@ -28,36 +28,33 @@ char *store(char *position, int remaining, const char *text, const char *end) {
   return position + kept;
 }
 
-__attribute__((format(printf, 2, 0))) void format_text(char *text, const char *format, va_list arguments) {
+__attribute__((format(printf, 4, 0))) char *dump(char *position, int remaining, const char *end,
+                                                 const char *format, va_list arguments) {
+  char text[format_buffer_size];
   if (vsnprintf(text, format_buffer_size, format, arguments) < 0) text[0] = '\0';
+  if (position == nullptr) {
+    system_driver.print("%s%s", text, end);
+    return nullptr;
+  }
+  return remaining <= static_cast<int>(strlen(end)) ? position : store(position, remaining, text, end);
 }
 
 }  // namespace
 
 char *dump_line(char *position, int remaining, const char *format, ...) {
-  char text[format_buffer_size];
   va_list arguments;
   va_start(arguments, format);
-  format_text(text, format, arguments);
+  position = dump(position, remaining, "\n", format, arguments);
   va_end(arguments);
-  if (position == nullptr) {
-    system_driver.print("%s\n", text);
-    return nullptr;
-  }
-  return remaining < 2 ? position : store(position, remaining, text, "\n");
+  return position;
 }
 
 char *dump_text(char *position, int remaining, const char *format, ...) {
-  char text[format_buffer_size];
   va_list arguments;
   va_start(arguments, format);
-  format_text(text, format, arguments);
+  position = dump(position, remaining, "", format, arguments);
   va_end(arguments);
-  if (position == nullptr) {
-    system_driver.print("%s", text);
-    return nullptr;
-  }
-  return remaining < 1 ? position : store(position, remaining, text, "");
+  return position;
 }
 
 }  // namespace tovik

@@ -86,8 +86,6 @@ constexpr bool sorted_by_name(const EnvTable &table) {
 static_assert(sorted_by_name(defaults), "rows are found by binary search");
 static_assert(std::string_view(defaults.back().name) == "HVI_ZORDER_OVFL", "the table is complete");
 
-constexpr const char *language_names[] = {"SJIS", "EUC", "UTF-8", "UTF-16LE", "UTF-16BE"};
-
 void release_text(EnvRow *row) {
   if ((row->flags & env_flag_owned) == 0) return;
   mem_free(const_cast<char *>(row->text));
@@ -144,7 +142,7 @@ char *show_value(const EnvRow &row, char *buffer, int size) {
   if ((row.flags & env_flag_switch) != 0)
     return dump_text(buffer, size, "\"%s\"", row.number != 0 ? "ON" : "OFF");
   if ((row.flags & env_flag_language) != 0)
-    return dump_text(buffer, size, "\"%s\"", language_name(row.number));
+    return dump_text(buffer, size, "\"%s\"", charset_table[row.number]->name);
   return dump_text(buffer, size, (row.flags & env_flag_mode) != 0 ? "0%o" : "%d", row.number);
 }
 
@@ -220,13 +218,9 @@ void env_show(const char *name) {
 
 int language_number(const char *name) {
   for (int i = 0; i < charset_count; ++i) {
-    if (text_equal_nocase(name, language_names[i])) return i > charset_utf8 ? charset_utf8 : i;
+    if (text_equal_nocase(name, charset_table[i]->name)) return i > charset_utf8 ? charset_utf8 : i;
   }
   return -1;
-}
-
-const char *language_name(int index) {
-  return language_names[index];
 }
 
 }  // namespace tovik

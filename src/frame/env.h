@@ -111,6 +111,5 @@ void env_show(const char *name);
 
 // Character-set names "SJIS" to "UTF-16BE": the number as stored (0, 1 or 2), or -1 for no match.
 int language_number(const char *name);
-const char *language_name(int number);
 
 }  // namespace tovik

@@ -5,24 +5,12 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/ascii.h"
 #include "platform/platform.h"
 
 namespace tovik {
 
 namespace {
-
-bool is_blank(char c) {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-const char *skip_blanks(const char *text) {
-  while (is_blank(*text)) ++text;
-  return text;
-}
-
-char lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 // A bounded target that drops what does not fit.
 class Cut {
@@ -95,11 +83,11 @@ int32_t text_number(const char *text, int base) {
 }
 
 bool text_equal_nocase(const char *a, const char *b) {
-  while (*a != '\0' && lower(*a) == lower(*b)) {
+  while (*a != '\0' && ascii_lower(*a) == ascii_lower(*b)) {
     ++a;
     ++b;
   }
-  return lower(*a) == lower(*b);
+  return ascii_lower(*a) == ascii_lower(*b);
 }
 
 }  // namespace tovik

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "platform/charset/charset.h"
+#include "platform/charset/unicode.h"
 
 namespace tovik {
 
@@ -12,13 +13,6 @@ constexpr uint32_t malformed = 0xFFFFFFFF;
 constexpr uint32_t first_supplementary = 0x10000;
 constexpr uint32_t last_code_point = 0x10FFFF;
 
-bool is_high_surrogate(uint32_t unit) {
-  return unit >= 0xD800 && unit <= 0xDBFF;
-}
-bool is_low_surrogate(uint32_t unit) {
-  return unit >= 0xDC00 && unit <= 0xDFFF;
-}
-
 uint32_t utf8_read(const unsigned char **text) {
   static constexpr uint32_t smallest[5] = {0, 0, 0x80, 0x800, first_supplementary};
   const unsigned char *p = *text;
@@ -27,11 +21,11 @@ uint32_t utf8_read(const unsigned char **text) {
     *text = p;
     return lead;
   }
-  const int length = lead >= 0xF8 ? 0 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 0;
-  if (length == 0) return malformed;
+  const int length = utf8_leading_ones(static_cast<char>(lead));
+  if (length < 2 || length > 4) return malformed;
   uint32_t code = lead & (0x7Fu >> length);
   for (int i = 1; i < length; ++i, ++p) {
-    if ((*p & 0xC0) != 0x80) return malformed;  // also at the terminator
+    if (!utf8_is_continuation(static_cast<char>(*p))) return malformed;  // also at the terminator
     code = code << 6 | (*p & 0x3Fu);
   }
   if (code < smallest[length] || code > last_code_point || is_high_surrogate(code) ||

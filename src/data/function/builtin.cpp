@@ -1,6 +1,7 @@
 #include "data/function/builtin.h"
 
 #include "frame/error.h"
+#include "platform/ascii.h"
 
 namespace tovik {
 
@@ -105,7 +106,7 @@ static_assert(table_in_order());
 // As compare_names, small letters of name counted as capitals.
 int compare_folded(const char *name, const char *capitals) {
   for (;; ++name, ++capitals) {
-    const char folded = *name >= 'a' && *name <= 'z' ? static_cast<char>(*name - 'a' + 'A') : *name;
+    const char folded = ascii_upper(*name);
     if (folded != *capitals || folded == '\0')
       return static_cast<unsigned char>(folded) - static_cast<unsigned char>(*capitals);
   }

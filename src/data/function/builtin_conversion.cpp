@@ -17,6 +17,7 @@
 #include "data/value/number_text.h"
 #include "frame/charset_current.h"
 #include "frame/error.h"
+#include "platform/ascii.h"
 
 namespace tovik {
 
@@ -47,22 +48,18 @@ constexpr DateElement date_elements[] = {
     {"MI", part_minute, 2}, {"SS", part_second, 2}, {"FF", part_microsecond, 6},
 };
 
-char capital(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
 // The element at format, null when a literal character stands there.
 const DateElement *element_at(const char *format) {
   for (const DateElement &element : date_elements) {
     size_t i = 0;
-    while (element.name[i] != '\0' && capital(format[i]) == element.name[i]) ++i;
+    while (element.name[i] != '\0' && ascii_upper(format[i]) == element.name[i]) ++i;
     if (element.name[i] == '\0') return &element;
   }
   return nullptr;
 }
 
 bool is_literal(char c) {
-  return !is_digit(c) && !(capital(c) >= 'A' && capital(c) <= 'Z');
+  return !is_digit(c) && !(ascii_upper(c) >= 'A' && ascii_upper(c) <= 'Z');
 }
 
 void put_digits(char *target, int value, int digits) {

@@ -1,12 +1,33 @@
-// The operations that need no character boundaries, shared by the character sets whose unit is a byte.
+// What the encodings share whose unit is a byte (see character_ops.h).
 #pragma once
+
+#include <cstring>
 
 namespace tovik {
 
-char *byte_text_copy(char *target, const char *source);
-int byte_text_length(const char *text, bool with_terminator);
-int byte_text_compare(const char *a, const char *b);
-char *byte_text_append(char *target, const char *source);
-void byte_text_clear(char *text);
+inline unsigned char byte_at(const char *text, int index) {
+  return static_cast<unsigned char>(text[index]);
+}
+
+// wanted bytes, or fewer when the terminator comes first; 0 at the terminator.
+inline int bounded_length(const char *text, int wanted) {
+  int length = 0;
+  while (length < wanted && text[length] != '\0') ++length;
+  return length;
+}
+
+struct ByteText {
+  static constexpr int unit = 1;
+
+  static char *copy(char *target, const char *source) { return strcpy(target, source); }
+  static char *append(char *target, const char *source) { return strcat(target, source); }
+  static int byte_length(const char *text, bool with_terminator) {
+    return static_cast<int>(strlen(text)) + (with_terminator ? 1 : 0);
+  }
+  static int compare(const char *a, const char *b) {
+    const int order = strcmp(a, b);
+    return order < 0 ? -1 : order > 0 ? 1 : 0;
+  }
+};
 
 }  // namespace tovik

@@ -1,11 +1,12 @@
 // The operations that walk a text by characters, written once for all character sets. An Encoding says:
 //
-//   unit                     bytes per unit: 1 or 2
-//   folds                    its FoldTable
-//   static int length(text)  bytes of the character at text, 0 at the terminator. A character that the
-//                            terminator cuts short ends there, so no walk passes the end of a text.
-//   static uint32_t code(text, length)   the number under which folds knows the character, or
-//   code_without_folds static int store(target, code)       writes a character; its bytes
+//   unit                 bytes per unit: 1 or 2
+//   folds                its FoldTable
+//   length(text)         bytes of the character at text, 0 at the terminator. A character that the terminator
+//                        cuts short ends there, so no walk passes the end of a text.
+//   code(text, length)   the number under which folds knows the character, or code_without_folds
+//   store(target, code)  writes a character; its bytes
+//   and the rest of its handler: copy, append, byte_length, compare, previous, valid.
 #pragma once
 
 #include <cstring>
@@ -97,5 +98,26 @@ struct CharacterOps {
     return code_in_class(Encoding::folds, code, character_class);
   }
 };
+
+// The handler of an encoding.
+template <class Encoding>
+constexpr Charset charset_of(const char *name) {
+  using Ops = CharacterOps<Encoding>;
+  return {name,
+          Encoding::copy,
+          Ops::copy_characters,
+          Encoding::byte_length,
+          Ops::character_count,
+          Encoding::compare,
+          Ops::compare_characters,
+          Encoding::append,
+          Ops::next,
+          Encoding::previous,
+          Encoding::valid,
+          Ops::convert,
+          Ops::is_class,
+          Ops::convert_character,
+          Ops::terminate};
+}
 
 }  // namespace tovik

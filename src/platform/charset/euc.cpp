@@ -1,7 +1,6 @@
 // 0x8F starts a character of three bytes; any other byte from 0x8E to 0xFE except 0xA0 starts one of two
 // bytes, those that start with 0x8E being the half-width katakana; the rest are characters of their own.
 #include "platform/charset/byte_pair.h"
-#include "platform/charset/byte_text.h"
 #include "platform/charset/character_ops.h"
 #include "platform/charset/handlers.h"
 
@@ -34,54 +33,33 @@ constexpr FoldTable euc_folds = {
     {0xA5A1, 0xA5F6}, {0x8EA1, 0x8EDF}, katakana_of,      full_katakana_of,
 };
 
-struct Euc {
-  static constexpr int unit = 1;
+struct Euc : BytePairText {
   static constexpr const FoldTable &folds = euc_folds;
 
   static int length(const char *text) { return bounded_length(text, lead_length(byte_at(text, 0))); }
-  static uint32_t code(const char *text, int length) { return byte_pair_code(text, length); }
-  static int store(char *target, uint32_t code) { return byte_pair_store(target, code); }
-};
 
-const char *previous(const char *start, const char *text) {
-  if (text - start < 2 || !is_trail(byte_at(text, -1))) return text - 1;
-  const unsigned char second = byte_at(text, -2);
-  if (second == half_katakana_lead) return text - 2;
-  if (!is_trail(second)) return text - 1;
-  return text - start >= 3 && byte_at(text, -3) == triple_lead ? text - 3 : text - 2;
-}
-
-bool valid(const char *text) {
-  for (int length; (length = Euc::length(text)) != 0; text += length) {
-    if (byte_at(text, 0) < 0x80) continue;
-    if (length != lead_length(byte_at(text, 0)) || length == 1) return false;
-    for (int i = 1; i < length; ++i) {
-      if (!is_trail(byte_at(text, i))) return false;
-    }
+  static const char *previous(const char *start, const char *text) {
+    if (text - start < 2 || !is_trail(byte_at(text, -1))) return text - 1;
+    const unsigned char second = byte_at(text, -2);
+    if (second == half_katakana_lead) return text - 2;
+    if (!is_trail(second)) return text - 1;
+    return text - start >= 3 && byte_at(text, -3) == triple_lead ? text - 3 : text - 2;
   }
-  return true;
-}
 
-using Ops = CharacterOps<Euc>;
+  static bool valid(const char *text) {
+    for (int size; (size = length(text)) != 0; text += size) {
+      if (byte_at(text, 0) < 0x80) continue;
+      if (size != lead_length(byte_at(text, 0)) || size == 1) return false;
+      for (int i = 1; i < size; ++i) {
+        if (!is_trail(byte_at(text, i))) return false;
+      }
+    }
+    return true;
+  }
+};
 
 }  // namespace
 
-const Charset euc_charset = {
-    "EUC",
-    byte_text_copy,
-    Ops::copy_characters,
-    byte_text_length,
-    Ops::character_count,
-    byte_text_compare,
-    Ops::compare_characters,
-    byte_text_append,
-    Ops::next,
-    previous,
-    valid,
-    Ops::convert,
-    Ops::is_class,
-    Ops::convert_character,
-    byte_text_clear,
-};
+constinit const Charset euc_charset = charset_of<Euc>("EUC");
 
 }  // namespace tovik

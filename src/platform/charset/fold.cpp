@@ -16,11 +16,6 @@ uint32_t fold_ascii(uint32_t code, uint32_t flags) {
   return (flags & fold_tab) != 0 && code == '\t' ? ' ' : code;
 }
 
-// The character that stands in to where code stands in from.
-uint32_t moved(const CodeRange &from, uint32_t to_first, uint32_t code) {
-  return to_first + (code - from.first);
-}
-
 }  // namespace
 
 // clang-format off
@@ -43,18 +38,22 @@ const uint16_t full_katakana_euc[half_katakana_count] = {
 uint32_t fold_code(const FoldTable &table, uint32_t code, uint32_t next, uint32_t flags, bool *with_next) {
   *with_next = false;
   if (code < 0x80) return fold_ascii(code, flags);
-  if (table.full_digits.holds(code)) {
-    return (flags & fold_full_digits) != 0 ? moved(table.full_digits, '0', code) : code;
-  }
-  if (table.full_capitals.holds(code)) {
-    if ((flags & fold_full_capitals) != 0) return moved(table.full_capitals, 'A', code);
-    return (flags & fold_full_to_small) != 0 ? moved(table.full_capitals, table.full_smalls.first, code)
-                                             : code;
-  }
-  if (table.full_smalls.holds(code)) {
-    if ((flags & fold_full_smalls) != 0) return moved(table.full_smalls, 'a', code);
-    return (flags & fold_full_to_capital) != 0 ? moved(table.full_smalls, table.full_capitals.first, code)
-                                               : code;
+  const struct {
+    CodeRange range;
+    uint32_t to_ascii;  // the flag that folds the range to ASCII
+    char ascii;
+    uint32_t to_other;  // the flag that folds it to the letters of the other case
+    uint32_t other;
+  } full_width[] = {
+      {table.full_digits, fold_full_digits, '0', 0, 0},
+      {table.full_capitals, fold_full_capitals, 'A', fold_full_to_small, table.full_smalls.first},
+      {table.full_smalls, fold_full_smalls, 'a', fold_full_to_capital, table.full_capitals.first},
+  };
+  for (const auto &row : full_width) {
+    if (!row.range.holds(code)) continue;
+    const uint32_t place = code - row.range.first;
+    if ((flags & row.to_ascii) != 0) return static_cast<uint32_t>(row.ascii) + place;
+    return (flags & row.to_other) != 0 ? row.other + place : code;
   }
   if (table.full_space.holds(code)) return (flags & fold_full_space) != 0 ? ' ' : code;
   if (table.hiragana.holds(code)) return (flags & fold_hiragana) != 0 ? table.katakana_of(code) : code;

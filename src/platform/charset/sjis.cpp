@@ -1,7 +1,6 @@
 // A lead byte 0x81-0x9F or 0xE0-0xFC starts a character of two bytes whose trail byte is 0x40-0xFC except
 // 0x7F; any other byte is a character of its own, among them the half-width katakana 0xA1-0xDF.
 #include "platform/charset/byte_pair.h"
-#include "platform/charset/byte_text.h"
 #include "platform/charset/character_ops.h"
 #include "platform/charset/handlers.h"
 
@@ -43,49 +42,28 @@ constexpr FoldTable sjis_folds = {
     {0x8340, 0x8396}, {0xA1, 0xDF},     katakana_of,      full_katakana_of,
 };
 
-struct Sjis {
-  static constexpr int unit = 1;
+struct Sjis : BytePairText {
   static constexpr const FoldTable &folds = sjis_folds;
 
   static int length(const char *text) { return bounded_length(text, is_lead(byte_at(text, 0)) ? 2 : 1); }
-  static uint32_t code(const char *text, int length) { return byte_pair_code(text, length); }
-  static int store(char *target, uint32_t code) { return byte_pair_store(target, code); }
-};
 
-const char *previous(const char *start, const char *text) {
-  const bool pair = text - start >= 2 && is_lead(byte_at(text, -2)) && is_trail(byte_at(text, -1));
-  return pair ? text - 2 : text - 1;
-}
-
-bool valid(const char *text) {
-  for (int length; (length = Sjis::length(text)) != 0; text += length) {
-    const unsigned char first = byte_at(text, 0);
-    if (first < 0x80 || is_half_katakana(first)) continue;
-    if (length != 2 || !is_trail(byte_at(text, 1))) return false;
+  static const char *previous(const char *start, const char *text) {
+    const bool pair = text - start >= 2 && is_lead(byte_at(text, -2)) && is_trail(byte_at(text, -1));
+    return pair ? text - 2 : text - 1;
   }
-  return true;
-}
 
-using Ops = CharacterOps<Sjis>;
+  static bool valid(const char *text) {
+    for (int size; (size = length(text)) != 0; text += size) {
+      const unsigned char first = byte_at(text, 0);
+      if (first < 0x80 || is_half_katakana(first)) continue;
+      if (size != 2 || !is_trail(byte_at(text, 1))) return false;
+    }
+    return true;
+  }
+};
 
 }  // namespace
 
-const Charset sjis_charset = {
-    "SJIS",
-    byte_text_copy,
-    Ops::copy_characters,
-    byte_text_length,
-    Ops::character_count,
-    byte_text_compare,
-    Ops::compare_characters,
-    byte_text_append,
-    Ops::next,
-    previous,
-    valid,
-    Ops::convert,
-    Ops::is_class,
-    Ops::convert_character,
-    byte_text_clear,
-};
+constinit const Charset sjis_charset = charset_of<Sjis>("SJIS");
 
 }  // namespace tovik

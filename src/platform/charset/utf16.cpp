@@ -4,6 +4,7 @@
 
 #include "platform/charset/character_ops.h"
 #include "platform/charset/handlers.h"
+#include "platform/charset/unicode.h"
 #include "platform/charset/unicode_folds.h"
 
 namespace tovik {
@@ -24,35 +25,29 @@ bool at_end(const char *text) {
   return text[0] == '\0' && text[1] == '\0';
 }
 
-int text_length(const char *text, bool with_terminator) {
-  int length = 0;
-  while (!at_end(text + length)) length += unit_size;
-  return with_terminator ? length + unit_size : length;
-}
-
-char *text_copy(char *target, const char *source) {
-  memcpy(target, source, static_cast<size_t>(text_length(source, true)));
-  return target;
-}
-
-char *text_append(char *target, const char *source) {
-  text_copy(target + text_length(target, false), source);
-  return target;
-}
-
-void text_clear(char *text) {
-  memset(text, 0, unit_size);
-}
-
-bool valid(const char *) {
-  return true;
-}
-
-template <class Order>
-struct Utf16 {
+// What the two orders share.
+struct UnitText {
   static constexpr int unit = unit_size;
   static constexpr const FoldTable &folds = unicode_folds;
 
+  static int byte_length(const char *text, bool with_terminator) {
+    int length = 0;
+    while (!at_end(text + length)) length += unit_size;
+    return with_terminator ? length + unit_size : length;
+  }
+  static char *copy(char *target, const char *source) {
+    memcpy(target, source, static_cast<size_t>(byte_length(source, true)));
+    return target;
+  }
+  static char *append(char *target, const char *source) {
+    copy(target + byte_length(target, false), source);
+    return target;
+  }
+  static bool valid(const char *) { return true; }
+};
+
+template <class Order>
+struct Utf16 : UnitText {
   static uint32_t unit_at(const char *text) {
     const uint32_t low = static_cast<unsigned char>(text[Order::low]);
     const uint32_t high = static_cast<unsigned char>(text[1 - Order::low]);
@@ -60,8 +55,7 @@ struct Utf16 {
   }
 
   static bool is_pair(const char *text) {
-    return CodeRange{0xD800, 0xDBFF}.holds(unit_at(text)) &&
-           CodeRange{0xDC00, 0xDFFF}.holds(unit_at(text + unit_size));
+    return is_high_surrogate(unit_at(text)) && is_low_surrogate(unit_at(text + unit_size));
   }
 
   static int length(const char *text) {
@@ -94,30 +88,9 @@ struct Utf16 {
   }
 };
 
-template <class Order>
-constexpr Charset handler(const char *name) {
-  using Encoding = Utf16<Order>;
-  using Ops = CharacterOps<Encoding>;
-  return {name,
-          text_copy,
-          Ops::copy_characters,
-          text_length,
-          Ops::character_count,
-          Encoding::compare,
-          Ops::compare_characters,
-          text_append,
-          Ops::next,
-          Encoding::previous,
-          valid,
-          Ops::convert,
-          Ops::is_class,
-          Ops::convert_character,
-          text_clear};
-}
-
 }  // namespace
 
-const Charset utf16le_charset = handler<LittleEndian>("UTF-16LE");
-const Charset utf16be_charset = handler<BigEndian>("UTF-16BE");
+constinit const Charset utf16le_charset = charset_of<Utf16<LittleEndian>>("UTF-16LE");
+constinit const Charset utf16be_charset = charset_of<Utf16<BigEndian>>("UTF-16BE");
 
 }  // namespace tovik

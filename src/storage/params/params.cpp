@@ -7,6 +7,7 @@
 #include "frame/env.h"
 #include "frame/error.h"
 #include "frame/param_text.h"
+#include "platform/ascii.h"
 #include "storage/io/io.h"
 
 namespace tovik {
@@ -17,7 +18,7 @@ constexpr int item_text_size = 512;  // of a key or value, with the terminator
 
 // The number at the start of text, clamped to its range; 0 without digits.
 int64_t read_number(const char *text, int base, int64_t minimum, int64_t maximum) {
-  while (*text == ' ' || *text == '\t' || *text == '\r' || *text == '\n') ++text;
+  text = skip_blanks(text);
   const bool negative = *text == '-';
   if (*text == '-' || *text == '+') ++text;
   int64_t value = 0;  // kept negative: the range reaches further down than up
@@ -195,9 +196,7 @@ static_assert(keys_ascend(), "find_key halves the table");
 const Key *find_key(const char *name) {
   char upper[item_text_size];
   int length = 0;
-  for (; name[length] != '\0'; ++length)
-    upper[length] = name[length] >= 'a' && name[length] <= 'z' ? static_cast<char>(name[length] - 'a' + 'A')
-                                                               : name[length];
+  for (; name[length] != '\0'; ++length) upper[length] = ascii_upper(name[length]);
   upper[length] = '\0';
   int low = 0, high = key_count - 1;
   while (low <= high) {

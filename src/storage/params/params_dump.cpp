@@ -1,5 +1,5 @@
 #include "frame/dump.h"
-#include "frame/env.h"
+#include "platform/charset/charset.h"
 #include "storage/params/params.h"
 
 namespace tovik {
@@ -70,7 +70,7 @@ void dump_transaction_and_data(const Params &params) {
   heading(" -- database manager paramater --");
   number("lock retry", params.lock_retry);
   number("lock sleep", params.lock_sleep);
-  text("language", language_name(params.language));
+  text("language", charset_table[params.language]->name);
   heading(" -- overflow chunk data paramater --");
   number("orl cblk cnt", params.orl_cblk_cnt);
   number("orl cblk is set", params.orl_cblk_set);

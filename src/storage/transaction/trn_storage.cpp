@@ -174,22 +174,11 @@ TrnPresence closed_exists(BlockManager &bm) {
 }  // namespace
 
 TrnRecord trn_record(BlockManager &bm) {
-  switch (trn_exists(bm)) {
-    case TrnPresence::absent:
-      return TrnRecord::none;
-    case TrnPresence::failed:
-      return TrnRecord::failed;
-    case TrnPresence::present:
-      break;
-  }
+  TrnPresence presence = trn_exists(bm);
   const bool was_open = bm.io[part_trn] != nullptr;
-  switch (trn_open(bm)) {
-    case TrnPresence::absent:
-      return TrnRecord::none;
-    case TrnPresence::failed:
-      return TrnRecord::failed;
-    case TrnPresence::present:
-      break;
+  if (presence == TrnPresence::present) presence = trn_open(bm);
+  if (presence != TrnPresence::present) {
+    return presence == TrnPresence::absent ? TrnRecord::none : TrnRecord::failed;
   }
   const TrnRecord result = read_record(bm);
   return was_open || bm_close_storage(bm, part_trn) ? result : TrnRecord::failed;
