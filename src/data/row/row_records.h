@@ -27,6 +27,9 @@ enum class RecordRead { ok, deleted, failed };
 void row_descriptor_encode(const RowSystem &rows, int level, uint8_t record[row_record_size]);
 void row_autoinc_encode(const RowSystem &rows, int level, uint8_t record[row_record_size]);
 
+// Gives a new row system its number, and its records their places. A failure leaves none of them behind.
+[[nodiscard]] bool row_records_create(RowSystem &rows);
+
 // Into level 0 of the system ROW's handle. 30005, 30019.
 [[nodiscard]] bool row_system_counters_read(RowSystem &system);
 [[nodiscard]] bool row_system_counters_write(RowSystem &system);  // 30002, 30005

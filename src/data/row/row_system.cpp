@@ -7,9 +7,6 @@
 //   3. The records of an auto-increment row system lie 41 apart: descriptor, then auto-increment record.
 #include "data/row/row_system.h"
 
-#include <cassert>
-#include <iterator>
-
 #include "data/row/data_systems.h"
 #include "data/row/row_records.h"
 #include "data/row/row_slots.h"
@@ -18,9 +15,6 @@
 namespace tovik {
 
 namespace {
-
-constexpr int pair_attempts = 256;  // further inserts until two descriptor slots are neighbours
-constexpr int pair_fresh = 3;       // slots never used among which two are neighbours: a page may end between
 
 RowSystem *handle_new(StorageManager &sm, RowNo number) {
   RowSystem *rows = mem_new<RowSystem>();
@@ -70,66 +64,12 @@ bool first_page(RowSystem &rows) {
   return true;
 }
 
-// The slots tried for the records of a new row system.
-struct RecordSlots {
-  RowNo rows[pair_attempts + 1 + pair_fresh];
-  int count;
-};
-
-// Inserts one more slot and looks for its neighbour: *lower is the index of the lower of the two, -1 for
-// none. When the attempts are used up the free slots lie apart from each other, and new ones are taken.
-bool record_slot_add(RowSystem &system, RecordSlots &slots, const uint8_t *record, int *lower) {
-  *lower = -1;
-  RowNo row = 0;
-  const auto insert = slots.count <= pair_attempts ? row_insert : row_insert_new;
-  if (!insert(system, record, row_record_size, &row)) return false;
-  const int newest = slots.count++;
-  slots.rows[newest] = row;
-  for (int index = 0; index < newest; ++index) {
-    if (slots.rows[index] + system_row_size == row) *lower = index;
-    if (row + system_row_size == slots.rows[index]) *lower = newest;
-  }
-  return true;
-}
-
-bool record_slots_delete(RowSystem &system, const RecordSlots &slots, RowNo keep_from, RowNo keep_to) {
-  for (int index = 0; index < slots.count; ++index) {
-    const RowNo row = slots.rows[index];
-    if (row >= keep_from && row <= keep_to) continue;
-    if (row_delete(system, row) == RowRead::failed) return false;
-  }
-  return true;
-}
-
-// Gives the row system its number and its records.
-bool place_records(RowSystem &rows, RecordSlots &slots) {
-  RowSystem &system = *data_systems(*rows.sm).system_rows;
-  const bool pair = row_kind_auto(rows.kind);
-  uint8_t record[row_record_size];
-  row_descriptor_encode(rows, 0, record);
-  int lower = -1;
-  do {
-    assert(slots.count < static_cast<int>(std::size(slots.rows)));
-    if (!record_slot_add(system, slots, record, &lower)) return false;
-  } while (pair && lower < 0);
-  rows.number = slots.rows[pair ? lower : 0];
-  if (!pair) return true;
-  rows.autoinc_number = rows.number + system_row_size;
-  if (!record_slots_delete(system, slots, rows.number, rows.autoinc_number)) return false;
-  row_autoinc_encode(rows, 0, record);
-  RowNo target = rows.autoinc_number;
-  return row_update(system, &target, record, row_record_size);
-}
-
-// Undoes a creation that failed, as far as that is possible.
-void creation_undo(RowSystem *rows, const RecordSlots &slots) {
+// Takes the first page of a new row system back.
+void first_page_delete(const RowSystem &rows) {
   const ErrorScope keep;
-  RowSystem &system = *data_systems(*rows->sm).system_rows;
-  for (int index = 0; index < slots.count; ++index) (void)row_delete(system, slots.rows[index]);
   Page page;
-  if (sm_page_get(*rows->sm, static_cast<BlockNo>(rows->counters[0].page_top), row_page_group, page))
+  if (sm_page_get(*rows.sm, static_cast<BlockNo>(rows.counters[0].page_top), row_page_group, page))
     (void)sm_page_delete(page);
-  mem_delete(rows);
 }
 
 // What the records say now; the handle stays as it was unless they are all right.
@@ -230,10 +170,10 @@ RowSystem *row_system_create(StorageManager &sm, RowKind kind, int data_size, in
     mem_delete(rows);
     return nullptr;
   }
-  RecordSlots slots{};
-  if (!place_records(*rows, slots)) {
+  if (!row_records_create(*rows)) {
     err_set(status::row_create_counter_write);
-    creation_undo(rows, slots);
+    first_page_delete(*rows);
+    mem_delete(rows);
     return nullptr;
   }
   list_enter(rows, sm_level(sm));
