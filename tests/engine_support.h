@@ -94,7 +94,7 @@ class FaultDriver {
 
   FaultDriver() {
     log_ = {};
-    countdown_ = 0;
+    failing_ = {};
     driver_ = file_driver;
     driver_.name = "fault driver";
     driver_.file_open = [](const char *name, int flags, int mode, int number, int size) -> DriverHandle {
@@ -121,12 +121,8 @@ class FaultDriver {
   }
   ~FaultDriver() { added_drivers[driver_no - added_driver_base] = nullptr; }
 
-  // The call with that number from now on fails, as on a full disk, and no other or all after it; 0 fails
-  // none.
-  void fail_call(int number, bool and_later = false) {
-    countdown_ = number;
-    and_later_ = and_later;
-  }
+  // As on a full disk; counted from now on.
+  void fail_call(int call, Failure how = Failure::once) { failing_ = {call, how}; }
   std::vector<std::string> take_log() { return std::exchange(log_, {}); }
 
  private:
@@ -140,8 +136,7 @@ class FaultDriver {
   }
   static bool fails(const char *call, const std::string &name) {
     log_.push_back(std::string(call) + " " + name.substr(name.find_last_of("/\\") + 1));
-    if (countdown_ == 0 || --countdown_ > 0) return false;
-    if (and_later_) countdown_ = 1;
+    if (!failing_.next()) return false;
     errno = ENOSPC;
     return true;
   }
@@ -149,8 +144,7 @@ class FaultDriver {
   inline static IoDriver driver_;
   inline static std::vector<std::string> log_;
   inline static std::map<DriverHandle, std::string> names_;
-  inline static int countdown_;
-  inline static bool and_later_;
+  inline static FailingCalls failing_;
 };
 
 }  // namespace tovik::test

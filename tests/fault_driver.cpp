@@ -73,9 +73,7 @@ struct Disk : DiskFiles {
   int file_count = static_cast<int>(files.size());
   std::vector<Handle> handles;
   DiskLog log;
-  int calls = 0;
-  int first_failure = 0;  // 0: none
-  Failure failure = Failure::once;
+  FailingCalls failing;
   std::string failed_call;
   int growths_left = -1;  // until the disk is full; -1: it never is
 };
@@ -84,9 +82,7 @@ Disk disk;
 
 // Counts a call; true when it must fail.
 bool fails(const char *call, const std::string &name) {
-  ++disk.calls;
-  if (disk.first_failure == 0 || disk.calls < disk.first_failure) return false;
-  if (disk.calls > disk.first_failure && disk.failure == Failure::once) return false;
+  if (!disk.failing.next()) return false;
   if (disk.failed_call.empty()) disk.failed_call = std::string(call) + " " + name;
   return true;
 }
@@ -273,9 +269,7 @@ const DiskLog &log() {
 }
 
 void fail_call(int call, Failure how) {
-  disk.calls = 0;
-  disk.first_failure = call;
-  disk.failure = how;
+  disk.failing = {call, how};
   disk.failed_call.clear();
 }
 
@@ -285,7 +279,7 @@ void fill_disk(int growths) {
 }
 
 void heal() {
-  disk.first_failure = 0;
+  disk.failing.first = 0;
   disk.growths_left = -1;
 }
 

@@ -50,7 +50,6 @@ struct DiskFiles {
   DiskImage image() const;
 };
 
-enum class Failure { once, from_then_on };  // of calls or allocations
 const char *failure_text(Failure how);
 
 namespace fault_driver {

@@ -48,6 +48,23 @@ class SlotGuard {
   Slot saved_;
 };
 
+enum class Failure { once, from_then_on };
+
+// Calls of which one, counted from 1, or all from that one on must fail; 0: none.
+struct FailingCalls {
+  int first = 0;
+  Failure how = Failure::once;
+  int calls = 0;
+  bool met = false;  // one has failed
+
+  bool next() {
+    ++calls;
+    const bool fails = first != 0 && (how == Failure::once ? calls == first : calls >= first);
+    met |= fails;
+    return fails;
+  }
+};
+
 // Runs work on a thread with the smallest stack that the limits promise to hold; the redzones of the address
 // sanitizer make its frames several times as large.
 template <class Work>

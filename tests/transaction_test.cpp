@@ -86,13 +86,13 @@ TEST_F(TransactionTest, ARecordWaitsUntilItIsApplied) {
   Database db(params, Database::Start::open);
   ASSERT_TRUE(db.opened());
   for (int call = 1; call <= 3; ++call) {  // the DAT header, the open, the TRN header
-    driver_.fail_call(call, true);
+    driver_.fail_call(call, Failure::from_then_on);
     EXPECT_EQ(RecordCheck::failed, tm_check_record(*db->tm));
     EXPECT_EQ(call == 1 ? 104 : 22023, first_status());
     driver_.fail_call(0);
     EXPECT_EQ(RecordCheck::pending, tm_check_record(*db->tm));
   }
-  driver_.fail_call(1, true);
+  driver_.fail_call(1, Failure::from_then_on);
   EXPECT_FALSE(tm_recover(*db->tm));
   EXPECT_EQ(140003, first_status());
   driver_.fail_call(0);
