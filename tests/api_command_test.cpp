@@ -1,4 +1,9 @@
-// The command interpreter: modes, the statement loop, its history.
+// The command interpreter: modes, the statement loop, its history; the console at a terminal.
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+
 #include <cstring>
 #include <fstream>
 
@@ -92,14 +97,66 @@ TEST_F(Command, RunsSystemCommandsAndScripts) {
   EXPECT_EQ(loop("! printf one\ndo printf two;\n!\nprintf three\n! ;\nrun;\n"),
             "onetwothreeexpecting a system command\n   3  printf three\nthree");
   const TempDir directory;
-  const std::string script = directory / "script.sql";
-  std::ofstream(script) << "ECHO 'inside';\nexit\nECHO 'never';\n";
-  EXPECT_EQ(loop("run '" + script + "';\nECHO 'outside';\nrun 'none';\n"),
-            "inside\noutside\nfopen error.'none'\n");
-  std::ofstream(script) << "run '" << script << "';\nECHO 'back';\n";
-  const std::string printed = loop("run '" + script + "';\n");
-  EXPECT_EQ(printed.find("back\n"), strlen("fopen error.''\n") + script.size()) << "a script without end";
+  const std::string inner = directory / "inner", outer = directory / "outer";
+  std::ofstream(inner) << "ECHO 'in';\r\n! echo system\r\nECHO\r\n 'on'\r\n;\r\nEXIT\r\nECHO 'never';\r\n";
+  std::ofstream(outer) << "ECHO 'out';\nrun '" + inner + "'\n;\nrc;\nECHO 'no line end, not run';";
+  EXPECT_EQ(loop("run '" + outer + "';\nECHO 'outside';\nrun 'none';\n", true),
+            "1* out\nin\nsystem\non\n   4 ECHO\r  'on'\r ;\n5* outside\n6* fopen error.'none'\n6* ");
+  std::ofstream(outer) << "run '" << outer << "';\nECHO 'back';\n";
+  const std::string printed = loop("run '" + outer + "';\n");
+  EXPECT_EQ(printed.find("back\n"), strlen("fopen error.''\n") + outer.size()) << "a script without end";
   EXPECT_EQ(result, 0);
+}
+
+// The console: each prompt is there before the next line is typed, and only what says so ends it.
+TEST_F(Command, ConsoleAtATerminal) {
+  std::string insert = "INSERT INTO t VALUES 0", dots;
+  for (int i = 1; i <= 300; ++i) insert += ",\n  " + std::to_string(i), dots += ". ";
+  const std::vector<std::vector<std::pair<std::string, std::string>>> talks = {
+      {{"ECHO 'a\n", ". "},
+       {"; b\n", ". "},
+       {"';\n", "a ; b \n2* "},
+       {"  \n", "2* "},
+       {"/* of\n", ". "},
+       {"two lines */ ECHO 'c';\r\n", "c\n3* "},
+       {"!\n", ". "},
+       {"echo d\n", "d\n4* "},
+       {"run 3;\n", "   3  echo d\nd\n5* "},
+       {"CREATE TABLE t (id int);\nCREATE UNIQUE INDEX ti ON t (id);\n", "6* 7* "},
+       {"\4", ""}},
+      {{insert + ";\n", dots + "2* "},
+       {"SELECT COUNT(*) FROM t;\n", "                 301\n3* "},
+       {std::string(255, ' ') + "\n", ""}},  // too long a line is the end
+  };
+  for (const auto &talk : talks) {
+    termios settings{};  // neither echo nor other line ends
+    cfmakeraw(&settings);
+    settings.c_lflag |= ICANON;
+    settings.c_cc[VEOF] = 4;
+    int terminal = -1, status = -1;
+    const pid_t child = forkpty(&terminal, nullptr, &settings, nullptr);
+    if (child == 0)
+      _exit(execl(TOVIK_CONSOLE, "tovik", "--set", "HVI_SQL_SEL_HDR=OFF", (db.directory() / "t").c_str(),
+                  nullptr));
+    pollfd readable{terminal, POLLIN, 0};
+    const auto expect_printed = [&](const std::string &expected) {
+      std::string printed;
+      for (char c;
+           printed.size() < expected.size() && poll(&readable, 1, 20000) == 1 && read(terminal, &c, 1) == 1;)
+        printed += c;
+      EXPECT_EQ(printed, expected);
+    };
+    expect_printed("1* ");
+    for (const auto &[typed, answer] : talk) {
+      EXPECT_EQ(write(terminal, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+      expect_printed(answer);
+    }
+    char more;
+    EXPECT_NE(read(terminal, &more, 1), 1) << more;
+    close(terminal);
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
 }
 
 }  // namespace

@@ -548,7 +548,7 @@ class Model : public testing::TestWithParam<bool> {
 };
 
 TEST_P(Model, RandomInterleavedStatements) {
-  for (int step = 0; step < 5000 && !HasFailure(); ++step) {
+  for (int step = 0; step < 4000 && !HasFailure(); ++step) {
     const int what = random.below(12);
     if (what == 0) change_definitions();
     if (what == 1) begin_or_end();

@@ -76,10 +76,8 @@ TEST(Library, RemovesDatabases) {
   EXPECT_EQ(std::distance(begin(left), end(left)), 1);
 }
 
-class StatementApi : public testing::Test {
+class StatementApi : public Script {
  protected:
-  Library library;
-  TestDatabase db;
   kld_stmt *stmt() { return db.session().statement(); }
   static void expect_failure(int result, int code) {
     EXPECT_EQ(result, -1) << "for " << code;
@@ -88,56 +86,44 @@ class StatementApi : public testing::Test {
   // Stands on the first row of t.
   void fetch_one(const std::string &expression) {
     kld_api_clear_stmt(stmt());
-    ASSERT_EQ(kld_api_pre_stmt_char(stmt(), ("SELECT " + expression + " FROM t").c_str()), 0);
-    ASSERT_EQ(kld_api_exec_stmt(stmt()), 0);
+    ASSERT_EQ(db.session().prepare("SELECT " + expression + " FROM t") | db.session().execute(), 0);
     ASSERT_EQ(kld_api_fetch_stmt(stmt()), 1);
   }
 };
 
+// What fails to execute stays prepared, without its hold for reading.
 TEST_F(StatementApi, KeepsTheOrderOfThePreparedStyle) {
-  ASSERT_EQ(db.run("CREATE TABLE t (a int)"), 0);
-  ASSERT_EQ(db.run("INSERT INTO t VALUES 1, 2"), 0);
-  int32_t value = 0, not_null = 0, length = 0;
-  const auto read = [&] { return kld_api_get_data(stmt(), 1, TOVIK_INT32, &value, 4, &length, &not_null); };
-  expect_failure(kld_api_exec_stmt(stmt()), 190013);
-  expect_failure(kld_api_fetch_stmt(stmt()), 190013);
-  ASSERT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT a FROM t"), 0);
-  expect_failure(kld_api_pre_stmt_char(stmt(), "SELECT a FROM t"), 190011);
-  expect_failure(kld_api_fetch_stmt(stmt()), 190014);
-  expect_failure(read(), 190014);
-  ASSERT_EQ(kld_api_exec_stmt(stmt()), 0);
-  expect_failure(kld_api_exec_stmt(stmt()), 190012);
-  expect_failure(read(), 43010);  // no row yet
-  for (int expected : {1, 2}) {
-    ASSERT_EQ(kld_api_fetch_stmt(stmt()), 1);
-    EXPECT_EQ(read(), 0);
-    EXPECT_EQ(value, expected);
-    EXPECT_EQ(length, 4);
-    EXPECT_EQ(not_null, 1);
-  }
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(kld_api_fetch_stmt(stmt()), 0) << "the end stays the end";
-  expect_failure(read(), 43010);
-  kld_api_clear_stmt(stmt());
-  ASSERT_EQ(kld_api_pre_stmt_char(stmt(), "SELECT DISTINCT SUM(1 / (a - 1)) FROM t"), 0);
-  for (int i = 0; i < 2; ++i) {  // it stays prepared, without its hold for reading
-    int32_t count = 0;
-    expect_failure(kld_api_exec_stmt(stmt()), 151001);
-    expect_failure(kld_api_fetch_stmt(stmt()), 190014);
-    expect_failure(kld_api_pre_stmt_char(stmt(), "SELECT a FROM t"), 190011);
-    std::thread([&] { EXPECT_EQ(Session(db.handle()).run("UPDATE t SET a = a"), 0) << i; }).join();
-    if (i == 0) continue;
-    EXPECT_EQ(kld_api_get_cols_count(stmt(), &count), 0);
-    EXPECT_EQ(count, 1);
-    expect_failure(read(), 190014);
-  }
-  EXPECT_EQ(Session(db.handle()).run("DELETE FROM t WHERE a = 1"), 0);
-  ASSERT_EQ(kld_api_exec_stmt(stmt()), 0);
-  EXPECT_EQ(kld_api_fetch_stmt(stmt()), 1);
-  EXPECT_EQ(read(), 0);
-  EXPECT_EQ(value, 1);
-  kld_api_clear_stmt(stmt());
-  EXPECT_EQ(kld_api_pre_stmt_char(stmt(), "INSERT INTO t VALUES 3"), 0);
-  expect_failure(kld_api_exec_stmt(stmt()), 190013);
+  script(R"(
+    CREATE TABLE t (a int)
+    INSERT INTO t VALUES 1, 2
+    EXECUTE => 190013
+    FETCH => 190013
+    PREPARE SELECT a FROM t
+    PREPARE SELECT a FROM t => 190011
+    FETCH => 190014
+    READ => 190014
+    EXECUTE
+    EXECUTE => 190012
+    READ => 43010
+    FETCH => 1
+    FETCH => 2
+    FETCH =>
+    FETCH =>
+    READ => 43010
+    CLEAR
+    PREPARE SELECT DISTINCT SUM(1 / (a - 1)) FROM t
+    EXECUTE => 151001
+    FETCH => 190014
+    PREPARE SELECT a FROM t => 190011
+    ELSEWHERE UPDATE t SET a = a
+    EXECUTE => 151001
+    READ => 190014
+    ELSEWHERE DELETE FROM t WHERE a = 1
+    EXECUTE
+    FETCH => 1
+    CLEAR
+    PREPARE INSERT INTO t VALUES 3
+    EXECUTE => 190013)");
 }
 
 TEST_F(StatementApi, ChecksItsArguments) {

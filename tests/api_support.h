@@ -1,9 +1,14 @@
 // A database under test, used as an application uses it: through the exported functions only.
 #pragma once
 
+#include <limits.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <memory>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kld_api.h"
@@ -81,10 +86,13 @@ class Session {
     return printed_by([&] { kld_api_exec_sql_char(statement_, sql.c_str()); });
   }
 
+  int prepare(const std::string &sql) { return outcome(kld_api_pre_stmt_char(statement_, sql.c_str())); }
+  int execute() { return outcome(kld_api_exec_stmt(statement_)); }
+
   // Like run; appends the rows as text, "1,a;2,b" with NULL as "-".
   int query(const std::string &sql, std::string *text) {
-    int code = outcome(kld_api_pre_stmt_char(statement_, sql.c_str()));
-    if (code == 0) code = outcome(kld_api_exec_stmt(statement_));
+    int code = prepare(sql);
+    if (code == 0) code = execute();
     if (code == 0) code = fetch_all(text);
     kld_api_clear_stmt(statement_);
     return code;
@@ -97,22 +105,25 @@ class Session {
     return code == 0 ? text : "error " + std::to_string(code);
   }
 
-  // Appends the rows that are left of an executed query.
-  int fetch_all(std::string *text) {
-    std::vector<char> value(65536);
-    const int size = static_cast<int>(value.size());
-    int32_t columns = 0, more = -1;
-    if (kld_api_get_cols_count(statement_, &columns) != 0) return outcome(-1);
-    while ((more = kld_api_fetch_stmt(statement_)) == 1) {
-      if (!text->empty()) *text += ';';
+  // Appends the rows that are left of an executed query, or so many of them.
+  int fetch_all(std::string *text, int most = INT_MAX) {
+    int32_t columns = 0, more = 0;
+    while (most-- > 0 && (more = kld_api_fetch_stmt(statement_)) == 1) {
+      if (kld_api_get_cols_count(statement_, &columns) != 0) return outcome(-1);
       for (int column = 1; column <= columns; ++column) {
-        int32_t not_null = 0;
-        if (kld_api_get_data(statement_, column, TOVIK_CHAR, value.data(), size, nullptr, &not_null) != 0)
-          return outcome(-1);
-        *text += (column > 1 ? "," : "") + std::string(not_null != 0 ? value.data() : "-");
+        if (column > 1 || !text->empty()) *text += column > 1 ? ',' : ';';
+        if (const int code = read(column, text)) return code;
       }
     }
     return outcome(more);
+  }
+  int read(int column, std::string *text) {
+    int32_t not_null = 0;
+    const int size = static_cast<int>(value_.size()),
+              result =
+                  kld_api_get_data(statement_, column, TOVIK_CHAR, value_.data(), size, nullptr, &not_null);
+    if (result == 0) *text += not_null != 0 ? value_.data() : "-";
+    return outcome(result);
   }
 
  private:
@@ -130,6 +141,7 @@ class Session {
   bool owns_db_ = false;
   kld_stmt *statement_ = nullptr;
   int open_status_ = 0;
+  std::vector<char> value_ = std::vector<char>(65536);
 };
 
 // A fresh database in a directory of its own (or in memory), open, with one session.
@@ -173,6 +185,58 @@ class TestDatabase {
   std::string params_;
   kld_db *db_ = nullptr;
   Session *session_ = nullptr;
+};
+
+inline std::vector<std::string> parts(const std::string &list, char separator = ';') {
+  std::vector<std::string> all;
+  std::istringstream in(list);
+  for (std::string part; std::getline(in >> std::ws, part, separator);) all.push_back(part);
+  return all;
+}
+
+// A database that answers scripts.
+class Script : public testing::Test {
+ protected:
+  explicit Script(const char *settings = "") : library(settings) {}
+
+  // A line for each statement and what it gives: nothing, the code of its failure, or rows. PREPARE, EXECUTE,
+  // FETCH, READ (the first column) and REST (of the rows) stand for a second session, which CLEAR ends;
+  // ELSEWHERE runs a statement on another thread.
+  void script(const std::string &lines) {
+    for (const std::string &line : parts(lines, '\n')) {
+      const size_t end = std::min(line.find(" =>"), line.size());
+      EXPECT_EQ(answer(line.substr(0, end)), line.substr(std::min(end + 4, line.size()))) << line;
+    }
+  }
+
+  const Library library;
+  TestDatabase db;
+
+ private:
+  std::string answer(const std::string &line) {
+    const std::string verb = line.substr(0, line.find(' ')),
+                      sql = line.substr(std::min(verb.size() + 1, line.size()));
+    if (verb == "SELECT") return db.rows(line);
+    if (verb == "REOPEN" || verb == "CLEAR") second_.reset();
+    if (verb == "REOPEN") db.reopen();
+    if (line.starts_with("INFO CHECK")) expect_sound(db.printed(line));
+    if (verb == "REOPEN" || verb == "CLEAR" || verb == "INFO") return "";
+    if (!second_) second_ = std::make_unique<Session>(db.handle());
+    std::string rows;
+    int code = 0;
+    if (verb == "ELSEWHERE")
+      std::thread([&] { code = Session(db.handle()).run(sql); }).join();
+    else
+      code = verb == "PREPARE"   ? second_->prepare(sql)
+             : verb == "EXECUTE" ? second_->execute()
+             : verb == "FETCH"   ? second_->fetch_all(&rows, 1)
+             : verb == "READ"    ? second_->read(1, &rows)
+             : verb == "REST"    ? second_->fetch_all(&rows)
+                                 : db.run(line);
+    return code == 0 ? rows : std::to_string(code);
+  }
+
+  std::unique_ptr<Session> second_;
 };
 
 }  // namespace tovik::test
