@@ -1,7 +1,7 @@
 // The record interface: arguments, reads, texts, schema and transactions.
 #include <algorithm>
+#include <regex>
 #include <set>
-#include <sstream>
 #include <thread>
 
 #include "record_support.h"
@@ -69,9 +69,8 @@ void expect_typed(int type, int (*comp)(tovik_cond *, const char *, int, T),
 
 void Arguments::conditions() {
   const int32_t number = 1;
-  const char *no_text = nullptr;
   const uint16_t *xs = wide(u"x");
-  GIVES(202129) << tovik_comp(nullptr, nullptr, 0, 0, nullptr) << tovik_isnull(nullptr, "a")
+  GIVES(202129) << tovik_comp(nullptr, nullptr, 0, 0, nullptr)
                 << tovik_range_wchar(nullptr, "a", xs, 1, xs, 1) << tovik_compcol(nullptr, "a", 0, "b")
                 << tovik_and(nullptr, nullptr, nullptr) << tovik_not(nullptr, nullptr);
   GIVES(202131) << tovik_comp(&cond, "a", TOVIK_AND, 3, &number)
@@ -80,7 +79,6 @@ void Arguments::conditions() {
                 << tovik_comp(&cond, "a", TOVIK_LIKE, 3, &number)
                 << tovik_range(&cond, "a", 10, nullptr, 1, &number, 1);
   GIVES(202133) << tovik_comp(&cond, "a", TOVIK_GE, 9, nullptr)
-                << tovik_comp(&cond, "a", TOVIK_LIKE, 7, &no_text)
                 << tovik_range_wchar(&cond, "a", xs, 1, nullptr, 1);
   GIVES(0) << tovik_comp_i32(&one, "a", TOVIK_EQ, 1) << tovik_comp(&cond, "a", TOVIK_NE, 0, nullptr);
   GIVES(202134) << tovik_and(&cond, nullptr, nullptr) << tovik_or(&cond, nullptr, &one);
@@ -109,14 +107,13 @@ void Arguments::conditions() {
 void Arguments::values() {
   const int32_t number = 7;
   const char *no_text = nullptr;
-  const tovik_bytes empty = {"x", 0};
   GIVES(202118) << tovik_setcol(nullptr, nullptr, 99, nullptr) << tovik_insert(db, "nosuch", nullptr, 0);
   GIVES(202111) << tovik_setcol(&value, nullptr, 99, nullptr)
                 << tovik_setcolnull(&value, too_long_name.c_str());
   GIVES(202151) << tovik_setcol(&value, "a", 11, &number) << tovik_setcol(&value, "a", -1, nullptr);
   GIVES(202103) << tovik_setcol(&value, "a", 3, nullptr) << tovik_setcol_ctime(&value, "a", nullptr);
   GIVES(202123) << tovik_setcol(&value, "a", 7, &no_text) << tovik_setcol_wchar(&value, "a", nullptr);
-  GIVES(202124) << tovik_setcol(&value, "a", 10, &empty) << tovik_setcol_binary(&value, "a", "x", -1);
+  GIVES(202124) << tovik_setcol_binary(&value, "a", "x", -1);
   GIVES(0) << tovik_setcol(&value, too_long_name.c_str() + 1, 0, nullptr);
   GIVES(202110) << tovik_insert(db, nullptr, nullptr, 0) << tovik_update(db, "", nullptr, 0, nullptr)
                 << tovik_delete(db, nullptr, nullptr);
@@ -284,7 +281,7 @@ std::string read_all(tovik_cur *cursor, const char *column) {
       if (type == TOVIK_BINARY)
         snprintf(text, sizeof text, "%.*s", value.bytes.length, static_cast<const char *>(value.bytes.data));
     }
-    all += (all.empty() ? "" : " ") + std::string(text);
+    all += " " + std::string(text);
   }
   return all;
 }
@@ -299,78 +296,61 @@ void expect_typed_read(tovik_cur *cursor, const char *column, int type,
   EXPECT_EQ(memcmp(&typed, &general, sizeof typed), 0) << column;
 }
 
-// What a column gives for the API data types 1 to 10, by a cursor over tables and, where that differs, over
+// What each column gives for the API data types 1 to 10 by a cursor over tables, and numbers by one over
 // results.
-struct ColumnReads {
-  const char *column, *sql_type, *literal, *in_tables, *in_results;
-};
-const ColumnReads column_reads[] = {
-    {"i1", "tinyint", "-5", "-5 -5 -5 -5 - - -5 -5 - -", "-5 -5 -5 -5 -5 -5 -5 -5 - -"},
-    {"i4", "int", "70000", "- - 70000 70000 - - 70000 70000 - -",
-     "112 4464 70000 70000 70000 70000 70000 70000 - -"},
-    {"i8", "bigint", "-1", "- - - -1 - - -1 -1 - -", "-1 -1 -1 -1 -1 -1 -1 -1 - -"},
-    {"c2", "csmallint", "-32768", "- -32768 -32768 -32768 - - -32768 -32768 - -",
-     "0 -32768 -32768 -32768 -32768 -32768 -32768 -32768 - -"},
-    {"f", "float", "-2.75", "- - - - -2.75 -2.75 -2.750000e+00 -2.750000e+00 - -",
-     "-2 -2 -2 -2 -2.75 -2.75 -2.750000e+00 -2.750000e+00 - -"},
-    {"d", "double", "300.5", "- - - - 300.5 300.5 3.00500000000000e+02 3.00500000000000e+02 - -",
-     "44 300 300 300 300.5 300.5 3.00500000000000e+02 3.00500000000000e+02 - -"},
-    {"n", "decimal(10,2)", "'1.5'", "- - - - - - 1.5 1.5 - -", nullptr},
-    {"s", "char(5)", "'full5'", "- - - - - - full5 full5 - -", nullptr},
-    {"x", "text(20,4,20)", "'more-than-four-bytes'",
-     "- - - - - - more-than-four-bytes more-than-four-bytes - -", nullptr},
-    {"l", "blob(20,4,20)", "'7a7B4F6162'", "- - - - - - 7a7b4f6162 7a7b4f6162 - z{Oab", nullptr},
-    {"da", "date", "'20240229'", "- - - - - - 20240229 20240229 2024-2-29-0-0-0-0 -", nullptr},
-    {"ti", "time", "'20240229123456'", "- - - - - - 20240229123456 20240229123456 2024-2-29-12-34-56-0 -",
-     nullptr},
-    {"mi", "microtimestamp", "'20240229123456000789'",
-     "- - - - - - 20240229123456000789 20240229123456000789 2024-2-29-12-34-56-789 -", nullptr},
-};
-
-// What is read of NULL where a value reads as reads.
-std::string nulls(const std::string &reads) {
-  std::istringstream words(reads);
-  std::string text;
-  for (std::string word; words >> word;) text += (text.empty() ? "" : " ") + (word == "-" ? word : "null");
-  return text;
-}
+const std::string in_tables = R"(i1 -5 -5 -5 -5 - - -5 -5 - -
+i4 - - 70000 70000 - - 70000 70000 - -
+i8 - - - -1 - - -1 -1 - -
+c2 - -32768 -32768 -32768 - - -32768 -32768 - -
+f - - - - -2.75 -2.75 -2.750000e+00 -2.750000e+00 - -
+d - - - - 300.5 300.5 3.00500000000000e+02 3.00500000000000e+02 - -
+n - - - - - - 1.5 1.5 - -
+s - - - - - - full5 full5 - -
+x - - - - - - more-than-four-bytes more-than-four-bytes - -
+l - - - - - - 7a7b4f6162 7a7b4f6162 - z{Oab
+da - - - - - - 20240229 20240229 2024-2-29-0-0-0-0 -
+ti - - - - - - 20240229123456 20240229123456 2024-2-29-12-34-56-0 -
+mi - - - - - - 20240229123456000789 20240229123456000789 2024-2-29-12-34-56-789 -
+)";
+const std::string in_results = R"(i1 -5 -5 -5 -5 -5 -5 -5 -5 - -
+i4 112 4464 70000 70000 70000 70000 70000 70000 - -
+i8 -1 -1 -1 -1 -1 -1 -1 -1 - -
+c2 0 -32768 -32768 -32768 -32768 -32768 -32768 -32768 - -
+f -2 -2 -2 -2 -2.75 -2.75 -2.750000e+00 -2.750000e+00 - -
+d 44 300 300 300 300.5 300.5 3.00500000000000e+02 3.00500000000000e+02 - -
+)" + in_tables.substr(in_tables.find("n -"));
 
 TEST(RecordReads, EveryColumnAsEveryType) {
   RecordDatabase db;
-  std::string definitions, names, literals;
-  std::vector<const char *> columns;
-  for (const ColumnReads &reads : column_reads) {
-    const std::string comma = columns.empty() ? "" : ", ";
-    definitions += comma + reads.column + " " + reads.sql_type;
-    names += comma + reads.column;
-    literals += comma + reads.literal;
-    columns.push_back(reads.column);
-  }
-  ASSERT_EQ(db.sql("CREATE TABLE t (" + definitions + ", nr int)"), 0);
-  ASSERT_EQ(db.sql("INSERT INTO t VALUES " + literals + ", 1"), 0);
-  ASSERT_EQ(db.sql("INSERT INTO t (nr) VALUES 2"), 0);
+  db.run(
+      {"CREATE TABLE t (i1 tinyint, i4 int, i8 bigint, c2 csmallint, f float, d double, n decimal(10,2), "
+       "s char(5), x text(20,4,20), l blob(20,4,20), da date, ti time, mi microtimestamp, nr int)",
+       "INSERT INTO t VALUES -5, 70000, -1, -32768, -2.75, 300.5, '1.5', 'full5', 'more-than-four-bytes', "
+       "'7a7B4F6162', '20240229', '20240229123456', '20240229123456000789', 1",
+       "INSERT INTO t (nr) VALUES 2"});
   const char *tables[] = {"t"};
+  const char *columns[] = {"i1", "i4", "i8", "c2", "f", "d", "n", "s", "x", "l", "da", "ti", "mi"};
   tovik_cur *cursors[] = {
       db.open_cursor("t"),
-      tovik_opencur_dist(db, tables, 1, nullptr, nullptr, columns.data(), static_cast<int>(columns.size())),
-      tovik_selectsql_char(db, ("SELECT " + names + " FROM t").c_str())};
+      tovik_opencur_dist(db, tables, 1, nullptr, nullptr, columns, static_cast<int>(std::size(columns))),
+      tovik_selectsql_char(db, "SELECT * FROM t")};
   for (tovik_cur *cursor : cursors) {
-    const auto expected = [&](const ColumnReads &reads) {
-      return std::string(cursor == cursors[0] || !reads.in_results ? reads.in_tables : reads.in_results);
-    };
-    ASSERT_EQ(tovik_fetchcur(cursor), 1) << tovik_geterr();
-    for (const ColumnReads &reads : column_reads)
-      EXPECT_EQ(read_all(cursor, reads.column), expected(reads)) << reads.column;
-    expect_typed_read(cursor, "i1", TOVIK_INT8, tovik_getcol_i8);
-    expect_typed_read(cursor, "c2", TOVIK_INT16, tovik_getcol_i16);
-    expect_typed_read(cursor, "i4", TOVIK_INT32, tovik_getcol_i32);
-    expect_typed_read(cursor, "i8", TOVIK_INT64, tovik_getcol_i64);
-    expect_typed_read(cursor, "f", TOVIK_FLOAT, tovik_getcol_float);
-    expect_typed_read(cursor, "d", TOVIK_DOUBLE, tovik_getcol_double);
-    expect_typed_read(cursor, "mi", TOVIK_DATETIME, tovik_getcol_ctime);
-    ASSERT_EQ(tovik_fetchcur(cursor), 1) << tovik_geterr();
-    for (const ColumnReads &reads : column_reads)
-      EXPECT_EQ(read_all(cursor, reads.column), nulls(expected(reads))) << reads.column;
+    std::string expected = cursor == cursors[0] ? in_tables : in_results;
+    for (int row = 0; row < 2; ++row) {
+      ASSERT_EQ(tovik_fetchcur(cursor), 1) << tovik_geterr();
+      std::string read;
+      for (const char *column : columns) read += column + read_all(cursor, column) + "\n";
+      EXPECT_EQ(read, expected);
+      expected = std::regex_replace(expected, std::regex(" (?!-[ \n])\\S+"), " null");  // of the second row
+      if (row == 1) continue;
+      expect_typed_read(cursor, "i1", TOVIK_INT8, tovik_getcol_i8);
+      expect_typed_read(cursor, "c2", TOVIK_INT16, tovik_getcol_i16);
+      expect_typed_read(cursor, "i4", TOVIK_INT32, tovik_getcol_i32);
+      expect_typed_read(cursor, "i8", TOVIK_INT64, tovik_getcol_i64);
+      expect_typed_read(cursor, "f", TOVIK_FLOAT, tovik_getcol_float);
+      expect_typed_read(cursor, "d", TOVIK_DOUBLE, tovik_getcol_double);
+      expect_typed_read(cursor, "mi", TOVIK_DATETIME, tovik_getcol_ctime);
+    }
     EXPECT_EQ(tovik_fetchcur(cursor), 0);
     tovik_closecur(cursor);
   }
@@ -488,15 +468,13 @@ TEST(RecordTexts, WideTextsAndTheirSurrogates) {
            << tovik_range_wchar(&conds[1], "s", text, 1, bad, 1);
   GIVES(301) << tovik_insert(db, "t", values, 2) << tovik_update(db, "t", values, 1, nullptr)
              << db.open_cursor("t", &conds[0]) << tovik_update(db, "t", &values[3], 1, &conds[1]);
-  const uint16_t *const select = wide(u"SELECT s FROM t WHERE s = 'a\U0001F600\u00fc'");
-  for (tovik_cur *cursor : {db.open_cursor("t"), tovik_selectsql_wchar(db, select)}) {
-    uint16_t buffer[5];
-    GIVES(0) << tovik_fetchcur(cursor);
-    GIVES(190016) << tovik_getcol_wchar(cursor, "s", buffer, 9);
-    GIVES(0) << tovik_getcol_wchar(cursor, "s", buffer, 10);
-    EXPECT_EQ(memcmp(buffer, pair, sizeof pair), 0);
-    tovik_closecur(cursor);
-  }
+  uint16_t buffer[5];
+  tovik_cur *cursor = tovik_selectsql_wchar(db, wide(u"SELECT s FROM t WHERE s = 'a\U0001F600\u00fc'"));
+  GIVES(0) << tovik_fetchcur(cursor);
+  GIVES(190016) << tovik_getcol_wchar(cursor, "s", buffer, 9);
+  GIVES(0) << tovik_getcol_wchar(cursor, "s", buffer, 10);
+  EXPECT_EQ(memcmp(buffer, pair, sizeof pair), 0);
+  tovik_closecur(cursor);
 }
 
 TEST(RecordReads, RowsOfSeveralTables) {

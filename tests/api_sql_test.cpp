@@ -227,35 +227,15 @@ TEST_F(Sql, ExpressionsReadColumnsOfEveryType) {
 // most of it.
 TEST_F(Sql, OpenQueriesMeetTheChangesOfTheirThread) {
   script(R"(
-    CREATE TABLE t (a int, b int)
-    INSERT INTO t VALUES 1,0, 1,1, 1,2
-    PREPARE SELECT b FROM t
-    RENAME ATTR t.b AS c
-    EXECUTE => 150008
-    CLEAR
-    PREPARE SELECT c FROM t
-    EXECUTE
-    FETCH => 0
-    RENAME ATTR t.c AS b
-    INSERT INTO t VALUES 2,3
-    REST => 1;2;3
-    CLEAR
-    PREPARE SELECT x.b * 10 + y.b FROM t x, t y WHERE x.b < 2
-    EXECUTE
-    FETCH => 0
-    DELETE FROM t WHERE b = 0
-    REST => 11;12;13
-    CLEAR
-    PREPARE SELECT DISTINCT b FROM t
-    EXECUTE
-    FETCH => 1
-    DELETE FROM t WHERE b = 3
-    REST => 2;3
-    CLEAR
-    PREPARE SELECT COUNT(*) FROM t
-    EXECUTE
-    DROP TABLE t
-    REST => 2)");
+    CREATE TABLE t (a int, b int); INSERT INTO t VALUES 1,0, 1,1, 1,2
+    PREPARE SELECT b FROM t; RENAME ATTR t.b AS c; EXECUTE => 150008
+    CLEAR; PREPARE SELECT c FROM t; EXECUTE; FETCH => 0
+    RENAME ATTR t.c AS b; INSERT INTO t VALUES 2,3; REST => 1;2;3
+    CLEAR; PREPARE SELECT x.b * 10 + y.b FROM t x, t y WHERE x.b < 2; EXECUTE; FETCH => 0
+    DELETE FROM t WHERE b = 0; REST => 11;12;13
+    CLEAR; PREPARE SELECT DISTINCT b FROM t; EXECUTE; FETCH => 1
+    DELETE FROM t WHERE b = 3; REST => 2;3
+    CLEAR; PREPARE SELECT COUNT(*) FROM t; EXECUTE; DROP TABLE t; REST => 2)");
 }
 
 class SqlZone : public Sql {

@@ -94,36 +94,24 @@ class StatementApi : public Script {
 // What fails to execute stays prepared, without its hold for reading.
 TEST_F(StatementApi, KeepsTheOrderOfThePreparedStyle) {
   script(R"(
-    CREATE TABLE t (a int)
-    INSERT INTO t VALUES 1, 2
+    CREATE TABLE t (a int); INSERT INTO t VALUES 1, 2
     EXECUTE => 190013
     FETCH => 190013
-    PREPARE SELECT a FROM t
-    PREPARE SELECT a FROM t => 190011
+    PREPARE SELECT a FROM t; PREPARE SELECT a FROM t => 190011
     FETCH => 190014
     READ => 190014
-    EXECUTE
-    EXECUTE => 190012
+    EXECUTE; EXECUTE => 190012
     READ => 43010
     FETCH => 1
     FETCH => 2
-    FETCH =>
-    FETCH =>
-    READ => 43010
-    CLEAR
-    PREPARE SELECT DISTINCT SUM(1 / (a - 1)) FROM t
-    EXECUTE => 151001
+    FETCH; FETCH; READ => 43010
+    CLEAR; PREPARE SELECT DISTINCT SUM(1 / (a - 1)) FROM t; EXECUTE => 151001
     FETCH => 190014
     PREPARE SELECT a FROM t => 190011
-    ELSEWHERE UPDATE t SET a = a
-    EXECUTE => 151001
+    ELSEWHERE UPDATE t SET a = a; EXECUTE => 151001
     READ => 190014
-    ELSEWHERE DELETE FROM t WHERE a = 1
-    EXECUTE
-    FETCH => 1
-    CLEAR
-    PREPARE INSERT INTO t VALUES 3
-    EXECUTE => 190013)");
+    ELSEWHERE DELETE FROM t WHERE a = 1; EXECUTE; FETCH => 1
+    CLEAR; PREPARE INSERT INTO t VALUES 3; EXECUTE => 190013)");
 }
 
 TEST_F(StatementApi, ChecksItsArguments) {

@@ -199,13 +199,18 @@ class Script : public testing::Test {
  protected:
   explicit Script(const char *settings = "") : library(settings) {}
 
-  // A line for each statement and what it gives: nothing, the code of its failure, or rows. PREPARE, EXECUTE,
-  // FETCH, READ (the first column) and REST (of the rows) stand for a second session, which CLEAR ends;
-  // ELSEWHERE runs a statement on another thread.
+  // Lines of statements and what the last of each gives: nothing, the code of its failure, or rows; those
+  // before it succeed. PREPARE, EXECUTE, FETCH, READ (the first column) and REST (of the rows) stand for a
+  // second session, which CLEAR ends; ELSEWHERE runs a statement on another thread.
   void script(const std::string &lines) {
     for (const std::string &line : parts(lines, '\n')) {
       const size_t end = std::min(line.find(" =>"), line.size());
-      EXPECT_EQ(answer(line.substr(0, end)), line.substr(std::min(end + 4, line.size()))) << line;
+      std::string given;
+      for (const std::string &statement : parts(line.substr(0, end))) {
+        EXPECT_EQ(given, "") << line;
+        given = answer(statement);
+      }
+      EXPECT_EQ(given, line.substr(std::min(end + 4, line.size()))) << line;
     }
   }
 
