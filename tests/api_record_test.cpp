@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <regex>
 #include <set>
-#include <thread>
 
 #include "record_support.h"
 
@@ -561,30 +560,6 @@ TEST(RecordRows, Transactions) {
   db.reopen();
   EXPECT_EQ(db.rows("t", {"a"}), "");
   GIVES(141004) << tovik_droptbl(db, "n");
-}
-
-// A read hold of another thread makes a commit fail until its last cursor is closed; one's own does not.
-TEST(RecordRows, OpenCursorsAndCommits) {
-  RecordDatabase db("LOCK_RETRY=2;LOCK_SLEEP=1;BEGIN_RETRY=2;BEGIN_SLEEP=1");
-  db.run({"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1"});
-  tovik_colval value;
-  tovik_setcol_i32(&value, "a", 2);
-  const auto insert_elsewhere = [&](int code) {
-    std::thread([&] {
-      GIVES(0) << tovik_begin(db) << tovik_insert(db, "t", &value, 1);
-      GIVES(code) << tovik_commit(db);
-      GIVES(140002) << tovik_rollback(db);
-    }).join();
-  };
-  tovik_cur *first = db.open_cursor("t"), *second = tovik_selectsql_char(db, "SELECT a FROM t");
-  for (tovik_cur *cursor : {first, second}) {
-    insert_elsewhere(140003);
-    GIVES(0) << tovik_begin(db) << tovik_update(db, "t", &value, 1, nullptr) << tovik_commit(db)
-             << tovik_fetchcur(cursor);
-    tovik_closecur(cursor);
-  }
-  insert_elsewhere(0);
-  EXPECT_EQ(db.rows("t", {"a"}), "2;2");
 }
 
 // ---- schema ----
