@@ -8,6 +8,7 @@
 #include "data/value/datetime.h"
 #include "engine_support.h"
 #include "sql/parse/parser.h"
+#include "sql/parse/shapes.h"
 
 namespace tovik {
 namespace {
@@ -76,7 +77,7 @@ class Expressions : public ::testing::Test {
       err_clear();
       if (!parse(*pool_, ("TEST_STMT " + expression + " AS x").c_str(), &root)) return nullptr;
     }
-    return root->second->third;
+    return SelectItemTree::of(*ListTree::of(*root).items).expression;
   }
 
   std::string result(const std::string &expression) {

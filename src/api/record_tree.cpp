@@ -2,6 +2,7 @@
 
 #include "api/record.h"
 #include "api/record_operand.h"
+#include "sql/parse/shapes.h"
 
 namespace tovik {
 
@@ -16,9 +17,9 @@ Node *column_node(MemoryPool &pool, const char (&name)[42]) {
   const ColumnReference split = reference(name);
   const char *column = memory_pool_text(pool, split.column);
   if (column == nullptr) return nullptr;
-  if (split.table == nullptr) return node_text(pool, node::column_name, column);
+  if (split.table == nullptr) return ColumnNameTree{nullptr, column}.make(pool);
   const char *table = memory_pool_text(pool, split.table);
-  return table == nullptr ? nullptr : node_text(pool, node::qualified_column, table, column);
+  return table == nullptr ? nullptr : ColumnNameTree{table, column}.make(pool);
 }
 
 Node *literal_node(MemoryPool &pool, int type, const tovik_value &operand) {
@@ -36,15 +37,7 @@ Node *literal_node(MemoryPool &pool, int type, const tovik_value &operand) {
 // Column op literal.
 Node *comparison_node(MemoryPool &pool, uint16_t op, Node *column, int type, const tovik_value &operand) {
   Node *literal = literal_node(pool, type, operand);
-  return literal == nullptr ? nullptr : node_new(pool, op, column, literal);
-}
-
-Node *null_test_node(MemoryPool &pool, const tovik_cond &condition, Node *column) {
-  Node *null = node_new(pool, value_kind::null);
-  if (null == nullptr) return nullptr;
-  Node *test = node_new(pool, node::is_null, column, null);
-  if (test != nullptr) test->qual = condition.op == TOVIK_NE ? 1 : 0;
-  return test;
+  return literal == nullptr ? nullptr : OperatorTree{column, literal}.make(pool, op);
 }
 
 Node *range_node(MemoryPool &pool, const tovik_cond &condition, Node *column) {
@@ -53,7 +46,7 @@ Node *range_node(MemoryPool &pool, const tovik_cond &condition, Node *column) {
   Node *lower = comparison_node(pool, above, column, condition.type, condition.value);
   if (lower == nullptr) return nullptr;
   Node *upper = comparison_node(pool, below, column, condition.type, condition.upper);
-  return upper == nullptr ? nullptr : node_new(pool, node::between, lower, upper);
+  return upper == nullptr ? nullptr : BetweenTree{lower, upper, false}.make(pool);
 }
 
 bool is_predicate(int op) {
@@ -68,11 +61,11 @@ Node *predicate_node(MemoryPool &pool, const tovik_cond &condition) {
   const uint16_t op = static_cast<uint16_t>(condition.op);
   if (condition.type == condition_two_columns) {
     Node *second = column_node(pool, condition.second_column);
-    return second == nullptr ? nullptr : node_new(pool, op, column, second);
+    return second == nullptr ? nullptr : OperatorTree{column, second}.make(pool, op);
   }
   if (condition.type < operand_null || condition.type > TOVIK_DATETIME)
     return fail_null(status::record_api_operand_type);
-  if (condition.type == operand_null) return null_test_node(pool, condition, column);
+  if (condition.type == operand_null) return IsNullTree{column, condition.op == TOVIK_NE}.make(pool);
   if (condition.op == TOVIK_RANGE) return range_node(pool, condition, column);
   return comparison_node(pool, op, column, condition.type, condition.value);
 }
@@ -88,10 +81,11 @@ Node *tree(MemoryPool &pool, const tovik_cond *condition, int depth) {
     if (chained == chain_limit || depth > expression_depth_limit) return fail_null(status::expression_syntax);
     const bool junction = condition->op == TOVIK_AND || condition->op == TOVIK_OR;
     if (!junction && condition->op != TOVIK_NOT) break;
-    Node *made = *place = node_new(pool, static_cast<uint16_t>(condition->op));
+    Node *right = junction ? tree(pool, condition->right, depth + 1) : nullptr;
+    if (junction && right == nullptr) return nullptr;
+    Node *made = *place = OperatorTree{nullptr, right}.make(pool, static_cast<uint16_t>(condition->op));
     if (made == nullptr) return nullptr;
-    if (junction && (made->second = tree(pool, condition->right, depth + 1)) == nullptr) return nullptr;
-    place = junction ? &made->first : &made->second;
+    place = OperatorTree::leading_place(*made, !junction);
     condition = junction ? condition->left : condition->right;
   }
   return (*place = predicate_node(pool, *condition)) == nullptr ? nullptr : top;

@@ -57,11 +57,9 @@ TypeCode computing_type(TypeCode column_type) {
 
 TOVIK_OWN_FRAME bool bind_column(Check check, Node *node, Value *result) {
   if (node->value == nullptr) return fail(status::expr_argument);
-  const bool qualified = node->kind == node::qualified_column;
-  const char *table = qualified ? node_name(*node) : nullptr;
-  const char *name = qualified ? node_second_name(*node) : node_name(*node);
+  const ColumnNameTree name = ColumnNameTree::of(*node);
   ColumnRef found;
-  if (!column_lookup(check.context.tables, table, name, &found)) return false;
+  if (!column_lookup(check.context.tables, name.table, name.column, &found)) return false;
   Value &leaf = *node->value;
   set_result(&leaf, value_kind::column, computing_type(found.column->type), 0);
   leaf.declared = found.column->type;
@@ -172,7 +170,7 @@ void read_date_operand(Node *operand) {
 
 bool check_date_part(const Node &node, const Value &operand, Value *result) {
   if (!date_like_or_null(operand)) return fail(status::not_numeric);
-  read_date_operand(node.second);
+  read_date_operand(OperatorTree::of(node).right);
   set_result(result, value_kind::computed, type::bigint,
              (operand.flags & (inherited | value_null)) | value_can_fail);
   return true;
@@ -180,7 +178,7 @@ bool check_date_part(const Node &node, const Value &operand, Value *result) {
 
 bool check_date_arithmetic(const Node &node, const Value &left, const Value &right, Value *result) {
   if (!date_like_or_null(left) || !numeric_or_null(right)) return fail(status::not_numeric);
-  read_date_operand(node.first);
+  read_date_operand(DateTree::of(node).date);
   set_result(result, value_kind::computed, type::microtimestamp,
              ((left.flags | right.flags) & (inherited | value_null)) | value_can_fail);
   result->declared = type::microtimestamp;
@@ -224,22 +222,24 @@ TOVIK_OWN_FRAME bool check_operator(Node &node, const Value &left, const Value &
 Node *link_spine(Node *top) {
   const Spine spine = spine_of(top->kind);
   Node *node = top;
-  for (Node *below; (below = node_leading(*node)) != nullptr && spine_of(below->kind) == spine; node = below)
-    below->third = node;
-  return top->third = node;
+  for (Node *below; (below = OperatorTree::of(*node).leading()) != nullptr && spine_of(below->kind) == spine;
+       node = below)
+    spine_link(*below, node);
+  spine_link(*top, node);
+  return node;
 }
 
 TOVIK_OWN_FRAME bool check_spine(Check check, Node *top, Value *result) {
   Node *node = link_spine(top);
-  Node *leading = node_leading(*node);
+  Node *leading = OperatorTree::of(*node).leading();
   if (leading != nullptr && node->kind == node::negation && is_smallest_integer(*leading))
     take_as_smallest_integer(*leading);
   if (!check_node(check, leading, result)) return false;
   Value right;
-  for (;; node = node->third) {
-    const bool unary = node_is_unary(*node);
-    if (!unary && !check_node(check, node->second, &right)) return false;
-    if (!check_operator(*node, *result, unary ? *result : right, result)) return false;
+  for (;; node = spine_above(*node)) {
+    const OperatorTree tree = OperatorTree::of(*node);
+    if (!tree.is_unary() && !check_node(check, tree.right, &right)) return false;
+    if (!check_operator(*node, *result, tree.is_unary() ? *result : right, result)) return false;
     if (node == top) return true;
   }
 }
@@ -276,28 +276,31 @@ TOVIK_OWN_FRAME bool check_compared(Check check, const Value &left, Node *right_
 }
 
 TOVIK_OWN_FRAME bool check_comparison(Check check, Node *node, Value *result) {
+  const OperatorTree tree = OperatorTree::of(*node);
   Value left;
-  return check_node(check, node->first, &left) && check_compared(check, left, node->second, result);
+  return check_node(check, tree.left, &left) && check_compared(check, left, tree.right, result);
 }
 
 TOVIK_OWN_FRAME bool check_matching(Check check, Node *node, Value *result) {
+  const MatchTree tree = MatchTree::of(*node);
   Value left, right;
-  if (!check_node(check, node->first, &left)) return false;
-  if (left.kind == value_kind::column && left.type == type::character && is_number_text(*node->second))
-    take_as_string(node->second);
-  if (!check_node(check, node->second, &right)) return false;
+  if (!check_node(check, tree.text, &left)) return false;
+  if (left.kind == value_kind::column && left.type == type::character && is_number_text(*tree.pattern))
+    take_as_string(tree.pattern);
+  if (!check_node(check, tree.pattern, &right)) return false;
   set_truth(result, left.flags | right.flags);
   return true;
 }
 
 TOVIK_OWN_FRAME bool check_in(Check check, Node *node, Value *result) {
+  const InTree tree = InTree::of(*node);
   Value left;
-  if (!check_node(check, node->first, &left)) return false;
-  if (node->third == nullptr) return fail(status::not_comparable);  // a subquery
+  if (!check_node(check, tree.tested, &left)) return false;
+  if (tree.items == nullptr) return fail(status::not_comparable);  // a subquery
   uint16_t flags = left.flags;
-  for (const Node *item = node->third; item != nullptr; item = item->first) {
+  for (const Node *item : chain(tree.items)) {
     Value compared;
-    if (!check_compared(check, left, item->second, &compared)) return false;
+    if (!check_compared(check, left, ValueItemTree::of(*item).value, &compared)) return false;
     flags |= compared.flags;
   }
   set_truth(result, flags);
@@ -307,15 +310,16 @@ TOVIK_OWN_FRAME bool check_in(Check check, Node *node, Value *result) {
 
 TOVIK_OWN_FRAME bool check_is_null(Check check, Node *node, Value *result) {
   Value operand;
-  if (!check_node(check, node->first, &operand)) return false;
+  if (!check_node(check, IsNullTree::of(*node).operand, &operand)) return false;
   set_truth(result, operand.flags);
   return true;
 }
 
 // Both comparisons are truth values.
 TOVIK_OWN_FRAME bool check_between(Check check, Node *node, Value *result) {
+  const BetweenTree tree = BetweenTree::of(*node);
   Value lower, upper;
-  if (!check_node(check, node->first, &lower) || !check_node(check, node->second, &upper)) return false;
+  if (!check_node(check, tree.lower, &lower) || !check_node(check, tree.upper, &upper)) return false;
   return check_logical(*node, lower, upper, result);
 }
 
@@ -325,7 +329,8 @@ TOVIK_OWN_FRAME bool check_between(Check check, Node *node, Value *result) {
 bool start_aggregate(EvalContext &context, Node *node, const Value *arguments, int count) {
   Value &leaf = *node->value;
   if (leaf.accumulator == nullptr) leaf.accumulator = memory_pool_new<Accumulator>(*context.pool);
-  return leaf.accumulator != nullptr && builtin_start(node->qual, arguments, count, *leaf.accumulator);
+  return leaf.accumulator != nullptr &&
+         builtin_start(CallTree::of(*node).function, arguments, count, *leaf.accumulator);
 }
 
 // Of two classes, so that it matters in each row which of them NVL chooses.
@@ -340,14 +345,15 @@ bool differ(const Value &a, const Value &b) {
 // flags: what the arguments' values have together.
 TOVIK_OWN_FRAME bool check_function(EvalContext &context, Node *node, const Value *arguments, int count,
                                     uint16_t flags, Value *result) {
+  const CallTree tree = CallTree::of(*node);
   set_result(result, value_kind::computed, 0, 0);
-  if (!builtin_prepare(node->qual, arguments, count, *result)) return false;
-  const BuiltinRow &row = *builtin_row(node->qual);
+  if (!builtin_prepare(tree.function, arguments, count, *result)) return false;
+  const BuiltinRow &row = *builtin_row(tree.function);
   if (row.category == BuiltinCategory::aggregate) {
     if ((flags & value_aggregate) != 0)
       return fail(status::expression_syntax);  // known after the last row only
     if (!start_aggregate(context, node, arguments, count)) return false;
-    if ((node->flags & function_distinct) != 0) flags |= value_distinct;
+    if (tree.distinct) flags |= value_distinct;
   }
   if (row.number == builtin::nvl && differ(arguments[0], arguments[1])) {
     flags |= value_mixed;
@@ -366,11 +372,12 @@ TOVIK_OWN_FRAME bool check_call(Check check, Node *node, Value *result) {
   const StackScope scope(*check.context.stack);
   uint16_t flags = 0;
   int count = 0;
-  for (const Node *item = node->third; item != nullptr; item = item->first, ++count) {
+  for (const Node *item : chain(CallTree::of(*node).arguments)) {
     if (count == builtin_argument_limit) return fail(status::too_many_arguments);
-    if (!check_node(check, item->second, result)) return false;
+    if (!check_node(check, ValueItemTree::of(*item).value, result)) return false;
     if (!value_stack_push(*check.context.stack, *result)) return false;
     flags |= result->flags;
+    ++count;
   }
   return check_function(check.context, node, scope.values(), count, flags, result);
 }

@@ -233,7 +233,7 @@ bool compute_date_arithmetic(const Node &node, const Value &left, const Value &r
   if (!as_datetime(left, &record)) return false;
   int64_t amount = as_integer(right);
   if (node.kind == node::date_subtract) amount = amount == INT64_MIN ? INT64_MAX : -amount;
-  if (!datetime_add(record, amount, node.qual, &moved)) return false;
+  if (!datetime_add(record, amount, DateTree::of(node).unit, &moved)) return false;
   set_computed(result, type::microtimestamp, 0);
   result->declared = type::microtimestamp;
   result->datetime = moved;
@@ -252,11 +252,12 @@ TOVIK_OWN_FRAME bool compute(const Node &node, const Value &left, const Value &r
 
 TOVIK_OWN_FRAME bool evaluate_spine(Evaluation &evaluation, const Node *top, Value *result) {
   Value space;
-  const Node *node = top->third;
-  const Value *left = operand_of(evaluation, node_leading(*node), result);
+  const Node *node = spine_lowest(*top);
+  const Value *left = operand_of(evaluation, OperatorTree::of(*node).leading(), result);
   if (left == nullptr) return false;
-  for (;; node = node->third, left = result) {
-    const Value *right = node_is_unary(*node) ? left : operand_of(evaluation, node->second, &space);
+  for (;; node = spine_above(*node), left = result) {
+    const OperatorTree tree = OperatorTree::of(*node);
+    const Value *right = tree.is_unary() ? left : operand_of(evaluation, tree.right, &space);
     if (right == nullptr || !compute(*node, *left, *right, result)) return false;
     if (node == top) return true;
   }
@@ -271,10 +272,10 @@ bool push_operand(Evaluation &evaluation, const Node *node, Value *space) {
 // All operands of the chain are joined at once: no partial result takes room in the pool.
 TOVIK_OWN_FRAME bool evaluate_concatenation(Evaluation &evaluation, const Node *top, Value *result) {
   const StackScope scope(*evaluation.context.stack);
-  const Node *node = top->third;
-  if (!push_operand(evaluation, node->first, result)) return false;
-  for (int count = 2;; ++count, node = node->third) {
-    if (!push_operand(evaluation, node->second, result)) return false;
+  const Node *node = spine_lowest(*top);
+  if (!push_operand(evaluation, OperatorTree::of(*node).left, result)) return false;
+  for (int count = 2;; ++count, node = spine_above(*node)) {
+    if (!push_operand(evaluation, OperatorTree::of(*node).right, result)) return false;
     if (node == top) return join(*evaluation.context.pool, scope.values(), count, result);
   }
 }
@@ -299,22 +300,24 @@ TOVIK_OWN_FRAME bool call(Evaluation &evaluation, const Node &node, const Value 
                           Value *result) {
   *result = {};
   result->kind = value_kind::computed;
+  const uint16_t function = CallTree::of(node).function;
   if (node.value->accumulator == nullptr)
-    return builtin_evaluate(node.qual, arguments, count, *evaluation.context.pool, *result);
+    return builtin_evaluate(function, arguments, count, *evaluation.context.pool, *result);
   set_null(result, node.value->declared);
-  return builtin_accumulate(node.qual, arguments, count, *node.value->accumulator);
+  return builtin_accumulate(function, arguments, count, *node.value->accumulator);
 }
 
 TOVIK_OWN_FRAME bool evaluate_call(Evaluation &evaluation, const Node *node, Value *result) {
   if (node->value->accumulator != nullptr && evaluation.mode == EvalMode::total) {
     *result = {};
-    builtin_finish(node->qual, *node->value->accumulator, *result);
+    builtin_finish(CallTree::of(*node).function, *node->value->accumulator, *result);
     return true;
   }
   const StackScope scope(*evaluation.context.stack);
   int count = 0;
-  for (const Node *item = node->third; item != nullptr; item = item->first, ++count) {
-    if (!push_operand(evaluation, item->second, result)) return false;
+  for (const Node *item : chain(CallTree::of(*node).arguments)) {
+    if (!push_operand(evaluation, ValueItemTree::of(*item).value, result)) return false;
+    ++count;
   }
   return call(evaluation, *node, scope.values(), count, result);
 }
@@ -372,10 +375,11 @@ bool compare(uint16_t kind, const Value &left, const Value &right, Truth *truth)
 }
 
 TOVIK_OWN_FRAME bool evaluate_comparison(Evaluation &evaluation, const Node *node, Truth *truth) {
+  const OperatorTree tree = OperatorTree::of(*node);
   Value left_space, right_space;
-  const Value *left = operand_of(evaluation, node->first, &left_space);
+  const Value *left = operand_of(evaluation, tree.left, &left_space);
   if (left == nullptr) return false;
-  const Value *right = operand_of(evaluation, node->second, &right_space);
+  const Value *right = operand_of(evaluation, tree.right, &right_space);
   return right != nullptr && compare(node->kind, *left, *right, truth);
 }
 
@@ -404,43 +408,46 @@ bool match_values(uint16_t kind, const Value &left, const Value &right, bool *ma
 }
 
 TOVIK_OWN_FRAME bool evaluate_matching(Evaluation &evaluation, const Node *node, Truth *truth) {
+  const MatchTree tree = MatchTree::of(*node);
   Value left_space, right_space;
-  const Value *left = operand_of(evaluation, node->first, &left_space);
+  const Value *left = operand_of(evaluation, tree.text, &left_space);
   if (left == nullptr) return false;
-  const Value *right = operand_of(evaluation, node->second, &right_space);
+  const Value *right = operand_of(evaluation, tree.pattern, &right_space);
   if (right == nullptr) return false;
   *truth = Truth::unknown;
   if (left->is_null() || right->is_null()) return true;
   bool matches;
   if (!match_values(node->kind, *left, *right, &matches)) return false;
-  *truth = truth_of(matches != (node->qual != 0));
+  *truth = truth_of(matches != tree.negated);
   return true;
 }
 
 TOVIK_OWN_FRAME bool evaluate_in(Evaluation &evaluation, const Node *node, Truth *truth) {
+  const InTree tree = InTree::of(*node);
   Value tested_space;
-  const Value *tested = operand_of(evaluation, node->first, &tested_space);
+  const Value *tested = operand_of(evaluation, tree.tested, &tested_space);
   if (tested == nullptr) return false;
   const bool stops_early = (node->flags & node_stops_early) != 0;
   Truth found = Truth::no;
-  for (const Node *item = node->third; item != nullptr; item = item->first) {
+  for (const Node *item : chain(tree.items)) {
     Value space;
     Truth equal;
-    const Value *value = operand_of(evaluation, item->second, &space);
+    const Value *value = operand_of(evaluation, ValueItemTree::of(*item).value, &space);
     if (value == nullptr || !compare(node::equal, *tested, *value, &equal)) return false;
     if (equal == Truth::no || found == Truth::yes) continue;
     found = equal;
     if (found == Truth::yes && stops_early) break;
   }
-  *truth = node->qual != 0 ? opposite(found) : found;
+  *truth = tree.negated ? opposite(found) : found;
   return true;
 }
 
 TOVIK_OWN_FRAME bool evaluate_is_null(Evaluation &evaluation, const Node *node, Truth *truth) {
+  const IsNullTree tree = IsNullTree::of(*node);
   Value space;
-  const Value *operand = operand_of(evaluation, node->first, &space);
+  const Value *operand = operand_of(evaluation, tree.operand, &space);
   if (operand == nullptr) return false;
-  *truth = truth_of(operand->is_null() != (node->qual != 0));
+  *truth = truth_of(operand->is_null() != tree.negated);
   return true;
 }
 
@@ -464,55 +471,54 @@ TOVIK_OWN_FRAME bool apply_logical(Evaluation &evaluation, const Node *node, Tru
   const Truth settled = conjunction ? Truth::no : Truth::yes;
   if (*truth == settled && (node->flags & node_stops_early) != 0) return true;
   Truth right;
-  if (!evaluate_truth(evaluation, node->second, &right)) return false;
+  if (!evaluate_truth(evaluation, OperatorTree::of(*node).right, &right)) return false;
   *truth = conjunction ? both(*truth, right) : either(*truth, right);
   return true;
 }
 
 // An index may guarantee the conjunction of two comparisons, which only the lowest node of a spine can be.
 TOVIK_OWN_FRAME bool evaluate_logical(Evaluation &evaluation, const Node *top, Truth *truth) {
-  const Node *node = top->third;
-  const Node *leading = node->kind == node::always_true ? node : node_leading(*node);
+  const Node *node = spine_lowest(*top);
+  const Node *leading = node->kind == node::always_true ? node : OperatorTree::of(*node).leading();
   if (!evaluate_truth(evaluation, leading, truth)) return false;
-  if (leading == node) node = node->third;
-  for (;; node = node->third) {
+  if (leading == node) node = spine_above(*node);
+  for (;; node = spine_above(*node)) {
     if (!apply_logical(evaluation, node, truth)) return false;
     if (node == top) return true;
   }
 }
 
+// One of the comparisons of a BETWEEN, whose tested value is known.
+bool compare_bound(Evaluation &evaluation, const Node &comparison, const Value &tested, Truth *truth) {
+  Value space;
+  const Value *bound = operand_of(evaluation, OperatorTree::of(comparison).right, &space);
+  return bound != nullptr && compare(comparison.kind, tested, *bound, truth);
+}
+
 // Both comparisons hold the same tested expression, whose value is computed once.
-TOVIK_OWN_FRAME bool evaluate_shared_between(Evaluation &evaluation, const Node *node, Truth *truth) {
-  Value tested_space, space;
-  const Value *tested = operand_of(evaluation, node->first->first, &tested_space);
-  if (tested == nullptr) return false;
-  Truth above, below;
-  const Value *bound = operand_of(evaluation, node->first->second, &space);
-  if (bound == nullptr || !compare(node->first->kind, *tested, *bound, &above)) return false;
-  bound = operand_of(evaluation, node->second->second, &space);
-  if (bound == nullptr || !compare(node->second->kind, *tested, *bound, &below)) return false;
-  *truth = both(above, below);
-  return true;
+TOVIK_OWN_FRAME bool evaluate_shared_between(Evaluation &evaluation, const BetweenTree &tree, Truth *above,
+                                             Truth *below) {
+  Value space;
+  const Value *tested = operand_of(evaluation, OperatorTree::of(*tree.lower).left, &space);
+  return tested != nullptr && compare_bound(evaluation, *tree.lower, *tested, above) &&
+         compare_bound(evaluation, *tree.upper, *tested, below);
+}
+
+bool shares_tested(const BetweenTree &tree) {
+  return node_is_comparison(tree.lower->kind) && node_is_comparison(tree.upper->kind) &&
+         OperatorTree::of(*tree.lower).left == OperatorTree::of(*tree.upper).left;
 }
 
 // An index may guarantee one of the comparisons.
-bool evaluate_apart(Evaluation &evaluation, const Node *node, Truth *truth) {
-  Truth above, below;
-  if (!evaluate_truth(evaluation, node->first, &above)) return false;
-  if (!evaluate_truth(evaluation, node->second, &below)) return false;
-  *truth = both(above, below);
-  return true;
-}
-
 TOVIK_OWN_FRAME bool evaluate_between(Evaluation &evaluation, const Node *node, Truth *truth) {
-  const Node *lower = node->first, *upper = node->second;
-  const bool shared =
-      node_is_comparison(lower->kind) && node_is_comparison(upper->kind) && lower->first == upper->first;
-  Truth within;
-  if (!(shared ? evaluate_shared_between(evaluation, node, &within)
-               : evaluate_apart(evaluation, node, &within)))
+  const BetweenTree tree = BetweenTree::of(*node);
+  Truth above, below;
+  if (!(shares_tested(tree) ? evaluate_shared_between(evaluation, tree, &above, &below)
+                            : evaluate_truth(evaluation, tree.lower, &above) &&
+                                  evaluate_truth(evaluation, tree.upper, &below)))
     return false;
-  *truth = node->qual != 0 ? opposite(within) : within;
+  const Truth within = both(above, below);
+  *truth = tree.negated ? opposite(within) : within;
   return true;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sql/evaluate/evaluator.h"
+#include "sql/parse/shapes.h"
 
 // Keeps the locals of a function out of the frames of the recursion that calls it: the depth that a thread's
 // stack allows is that of the largest frame.
@@ -36,10 +37,10 @@ inline bool node_is_date_part(uint16_t kind) {
   return kind >= node::date_part_first && kind <= node::date_part_last;
 }
 
-// Spines. The leading operand of an operator - its first, or its only one - is often an operator again: a
+// Spines. The leading operand of an operator - its left, or its only one - is often an operator again: a
 // chain of AND or +, a row of signs. The walks go over such a spine in a loop, so that only what stands to
 // the right of an operator, or in a call, takes stack. Its nodes are of one family; the check pass links
-// them: `third` of the top node is the lowest, `third` of every other node the one above it.
+// them: spine_lowest of the top node, spine_above of every other.
 enum class Spine { none, truth, text, value };
 
 inline Spine spine_of(uint16_t kind) {
@@ -49,15 +50,6 @@ inline Spine spine_of(uint16_t kind) {
                      kind == node::date_add || kind == node::date_subtract;
   return value ? Spine::value : Spine::none;
 }
-
-inline bool node_is_unary(const Node &node) {
-  return node.first == nullptr;
-}
-inline Node *node_leading(const Node &node) {
-  return node_is_unary(node) ? node.second : node.first;
-}
-
-inline constexpr uint32_t function_distinct = 1;  // node flag of a call
 
 // What is pushed while it lives leaves the stack again at its end.
 class StackScope {

@@ -53,7 +53,7 @@ bool quotes(const Node &node) {
   if (node.kind == node::concat) return true;
   const bool of_date =
       node_is_date_part(node.kind) || node.kind == node::date_add || node.kind == node::date_subtract;
-  return of_date && quoted(node_leading(node));
+  return of_date && quoted(OperatorTree::of(node).leading());
 }
 
 const char *signs(uint16_t kind) {
@@ -105,19 +105,20 @@ void LabelWriter::text(const char *text) {
 // What opens the labels of the operators stands in front, the outermost first; the rest of each follows its
 // leading operand.
 bool LabelWriter::spine(const Node *top) {
-  const Node *const lowest = top->third;
-  for (const Node *node = top; open(*node), node != lowest;) node = node_leading(*node);
-  if (!write(node_leading(*lowest))) return false;
-  for (const Node *node = lowest;; node = node->third) {
+  const Node *const lowest = spine_lowest(*top);
+  for (const Node *node = top; open(*node), node != lowest;) node = OperatorTree::of(*node).leading();
+  if (!write(OperatorTree::of(*lowest).leading())) return false;
+  for (const Node *node = lowest;; node = spine_above(*node)) {
+    const OperatorTree tree = OperatorTree::of(*node);
     sign(*node);
-    if (!node_is_unary(*node) && !write(node->second)) return false;
+    if (!tree.is_unary() && !write(tree.right)) return false;
     close(*node);
     if (node == top) return true;
   }
 }
 
 bool signed_literal(const Node &node) {
-  return node.kind == node::negation && node.second->kind == value_kind::literal;
+  return node.kind == node::negation && OperatorTree::of(node).right->kind == value_kind::literal;
 }
 
 void LabelWriter::open(const Node &node) {
@@ -132,7 +133,7 @@ void LabelWriter::open(const Node &node) {
 
 void LabelWriter::sign(const Node &node) {
   if (quotes(node)) text("'");
-  if (!node_is_unary(node)) text(signs(node.kind));
+  if (!OperatorTree::of(node).is_unary()) text(signs(node.kind));
 }
 
 void LabelWriter::close(const Node &node) {
@@ -140,19 +141,20 @@ void LabelWriter::close(const Node &node) {
   if (node.kind == node::concat) text("'");
   if (node.kind == node::date_add || node.kind == node::date_subtract) {
     text(" ");
-    text(unit_names[node.qual - unit_year]);
+    text(unit_names[DateTree::of(node).unit - unit_year]);
     text(")");
   }
   text(")");
 }
 
 bool LabelWriter::call(const Node *node) {
-  text(builtin_row(node->qual)->name);
-  text((node->flags & function_distinct) != 0 ? "(DISTINCT " : "(");
-  if (node->third == nullptr && node->value->accumulator != nullptr) text("*");
-  for (const Node *item = node->third; item != nullptr; item = item->first) {
-    if (!write(item->second)) return false;
-    if (item->first != nullptr) text(", ");
+  const CallTree tree = CallTree::of(*node);
+  text(builtin_row(tree.function)->name);
+  text(tree.distinct ? "(DISTINCT " : "(");
+  if (tree.arguments == nullptr && node->value->accumulator != nullptr) text("*");
+  for (const Node *item : chain(tree.arguments)) {
+    if (!write(ValueItemTree::of(*item).value)) return false;
+    if (node_next(*item) != nullptr) text(", ");
   }
   text(")");
   return true;

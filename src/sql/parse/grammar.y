@@ -1,7 +1,5 @@
-/* The SQL grammar: one statement per text. Every rule builds its part of the statement tree (tree.h).
- *
- * A list under construction is held by its last node, whose `first` points back at the head; list_close turns it
- * into a chain. Nodes come from the statement's pool; a node that cannot be made ends the parse.
+/* The SQL grammar: one statement per text. Every rule builds its part of the statement tree (tree.h), in the shape
+ * that the part has (shapes.h). Nodes come from the statement's pool; a node that cannot be made ends the parse.
  *
  * Precedence, loosest first: OR; AND; NOT; (comparisons: one per predicate, by the rules themselves); + - CONCAT
  * and the prefix date parts; * / %; prefix - and +. A unit after a binary + or - belongs to that whole addition. */
@@ -26,6 +24,7 @@
 %code {
 #include "data/value/number_text.h"
 #include "frame/error.h"
+#include "sql/parse/shapes.h"
 
 /* The parser's stacks start in its frame and grow, by doubling, in the engine's memory. */
 #define YYINITDEPTH tovik::parser_stack_start
@@ -41,35 +40,8 @@ int grammar_lex(GRAMMAR_STYPE *value, ParseContext &context);
 void grammar_error(ParseContext &context, const char *message);
 
 /* Ends the parse when a node cannot be made; its status is recorded. */
-#define MAKE(target, expression) \
-  do { if (((target) = (expression)) == nullptr) YYABORT; } while (0)
-
-Node *list_start(Node *item) {
-  if (item != nullptr) item->first = item;
-  return item;
-}
-Node *list_append(Node *last, Node *item) {
-  if (item == nullptr) return nullptr;
-  item->first = last->first;
-  return last->first = item;
-}
-Node *list_join(Node *last, Node *other_last) {
-  Node *head = last->first;
-  last->first = other_last->first;
-  other_last->first = head;
-  return other_last;
-}
-Node *list_close(Node *last) {
-  if (last == nullptr) return nullptr;
-  Node *head = last->first;
-  last->first = nullptr;
-  return head;
-}
-
-Node *with_qual(Node *made, uint16_t qual) {
-  if (made != nullptr) made->qual = qual;
-  return made;
-}
+#define MAKE(target, ...) \
+  do { if (((target) = (__VA_ARGS__)) == nullptr) YYABORT; } while (0)
 
 /* What 64 bits do not hold becomes their limit. */
 int64_t integer_of(const char *digits, int64_t sign) {
@@ -78,59 +50,13 @@ int64_t integer_of(const char *digits, int64_t sign) {
   return sign * magnitude;
 }
 
-/* One wrapper node per list item: what it holds stands in `second`. */
-Node *item_of(MemoryPool &pool, uint16_t kind, Node *held) { return node_new(pool, kind, nullptr, held); }
-
-Node *function_node(MemoryPool &pool, int64_t number, bool distinct, Node *arguments) {
-  Node *made = node_integers(pool, node::function_call, 0);
-  if (made == nullptr) return nullptr;
-  made->qual = static_cast<uint16_t>(number);
-  made->flags = distinct ? 1 : 0;
-  made->third = arguments;
-  made->value->type = leaf_function;
-  return made;
-}
-
-Node *query_node(MemoryPool &pool, bool distinct, Node *items, Node *tables, Node *where) {
-  Node *from = node_new(pool, node::from, tables, where);
-  if (from == nullptr) return nullptr;
-  Node *list = node_new(pool, node::select_list, items, from);
-  if (list == nullptr) return nullptr;
-  list->qual = distinct ? 1 : 0;
-  return node_new(pool, node::query, nullptr, list);
-}
-
-Node *subquery_node(MemoryPool &pool, Node *query, uint16_t all) {
-  return with_qual(node_new(pool, node::subquery, nullptr, nullptr, query), all);
-}
-
 /* tested BETWEEN low AND high: the tested expression stands under both comparisons. */
 Node *between_node(MemoryPool &pool, Node *tested, bool negated, Node *low, bool low_exclusive, Node *high,
                    bool high_exclusive) {
-  Node *lower = node_new(pool, low_exclusive ? node::greater : node::greater_equal, tested, low);
-  Node *upper = node_new(pool, high_exclusive ? node::less : node::less_equal, tested, high);
+  Node *lower = OperatorTree{tested, low}.make(pool, low_exclusive ? node::greater : node::greater_equal);
+  Node *upper = OperatorTree{tested, high}.make(pool, high_exclusive ? node::less : node::less_equal);
   if (lower == nullptr || upper == nullptr) return nullptr;
-  return with_qual(node_new(pool, node::between, lower, upper), negated ? 1 : 0);
-}
-
-Node *date_arithmetic(MemoryPool &pool, uint16_t kind, Node *left, Node *right, int64_t unit) {
-  return with_qual(node_new(pool, kind, left, right), static_cast<uint16_t>(unit));
-}
-
-Node *column_definition(MemoryPool &pool, const char *name, Node *column_type, bool not_null, bool auto_increment) {
-  Node *made = node_text(pool, node::column_name, name);
-  if (made == nullptr) return nullptr;
-  made->second = column_type;
-  made->qual = not_null ? 1 : 0;
-  made->flags = auto_increment ? 1 : 0;
-  return made;
-}
-
-Node *option_node(MemoryPool &pool, const char *name, Node *value) {
-  Node *option = node_text(pool, node::option_name, name);
-  if (option == nullptr) return nullptr;
-  Node *pair = node_new(pool, node::assignment, option, value);
-  return pair == nullptr ? nullptr : item_of(pool, node::option_item, pair);
+  return BetweenTree{lower, upper, negated}.make(pool);
 }
 
 /* A number that no integer holds stays text, as which no option takes it. */
@@ -138,35 +64,6 @@ Node *option_number(MemoryPool &pool, const char *digits) {
   int64_t number;
   if (text_to_integer(digits, &number) != NumberText::whole) return node_text(pool, value_kind::string, digits);
   return node_integers(pool, value_kind::literal, number);
-}
-
-Node *assignment_node(MemoryPool &pool, const char *name, Node *value) {
-  Node *column = node_text(pool, node::column_name, name);
-  if (column == nullptr) return nullptr;
-  Node *pair = node_new(pool, node::assignment, column, value);
-  return pair == nullptr ? nullptr : item_of(pool, node::assignment_item, pair);
-}
-
-Node *index_node(MemoryPool &pool, Node *kind, const char *name, Node *table, Node *columns) {
-  Node *index = node_text(pool, node::index_name, name);
-  if (index == nullptr) return nullptr;
-  index->first = table;
-  table->first = columns;
-  return node_new(pool, node::create_index, kind, index);
-}
-
-Node *file_node(MemoryPool &pool, const char *name, uint16_t mode) {
-  return with_qual(node_text(pool, node::file_name, name), mode);
-}
-
-Node *select_node(MemoryPool &pool, Node *query, Node *order_items, Node *file) {
-  if (order_items == nullptr) return node_new(pool, node::select, query, file);
-  Node *order = node_new(pool, node::order_by, order_items, file);
-  return order == nullptr ? nullptr : node_new(pool, node::select, query, order);
-}
-
-Node *select_item(MemoryPool &pool, Node *expression, Node *alias) {
-  return node_new(pool, node::select_item, nullptr, alias, expression);
 }
 
 }  // namespace
@@ -218,41 +115,40 @@ input:
   ;
 
 statement:
-    ALTER table alter_actions                { MAKE($$, node_new(POOL, node::alter, $2, list_close($3))); }
+    ALTER table alter_actions                { MAKE($$, AlterTree{$2, list_close($3)}.make(POOL)); }
   | BEGIN work                               { MAKE($$, node_new(POOL, node::begin)); }
   | COMMIT work                              { MAKE($$, node_new(POOL, node::commit)); }
   | ROLLBACK work                            { MAKE($$, node_new(POOL, node::rollback)); }
   | CREATE INDEX IDENT opt_on table index_columns
-        { MAKE($$, index_node(POOL, nullptr, $3, $5, list_close($6))); }
+        { MAKE($$, CreateIndexTree{nullptr, $3, $5, list_close($6)}.make(POOL)); }
   | CREATE index_kind INDEX IDENT opt_on table index_columns
-        { MAKE($$, index_node(POOL, $2, $4, $6, list_close($7))); }
+        { MAKE($$, CreateIndexTree{$2, $4, $6, list_close($7)}.make(POOL)); }
   | CREATE table '(' column_items ')' opt_options
-        { MAKE($$, node_new(POOL, node::create_table, $2, list_close($4), $6)); }
-  | DELETE opt_from table opt_where          { MAKE($$, node_new(POOL, node::delete_rows, $3, $4)); }
-  | describe DB opt_all                      { MAKE($$, node_new(POOL, node::describe_db)); $$->qual = $3; }
-  | describe table opt_all
-        { MAKE($$, node_new(POOL, node::describe_table, nullptr, $2)); $$->qual = $3; }
+        { MAKE($$, CreateTableTree{$2, list_close($4), $6}.make(POOL)); }
+  | DELETE opt_from table opt_where          { MAKE($$, DeleteTree{$3, $4}.make(POOL)); }
+  | describe DB opt_all                      { MAKE($$, DescribeTree{nullptr, $3 != 0}.make(POOL, node::describe_db)); }
+  | describe table opt_all                   { MAKE($$, DescribeTree{$2, $3 != 0}.make(POOL, node::describe_table)); }
   | DROP INDEX IDENT
         { Node *name; MAKE(name, node_text(POOL, node::index_name, $3));
-          MAKE($$, node_new(POOL, node::drop_index, nullptr, name)); }
-  | DROP table                               { MAKE($$, node_new(POOL, node::drop_table, nullptr, $2)); }
-  | ECHO opt_literal                         { MAKE($$, node_new(POOL, node::echo, nullptr, $2)); }
-  | EMPTY table                              { MAKE($$, node_new(POOL, node::empty, nullptr, $2)); }
-  | INFO info_items                          { MAKE($$, node_new(POOL, node::info, nullptr, list_close($2))); }
-  | INSERT opt_into table source             { MAKE($$, node_new(POOL, node::insert, $3, $4)); }
+          MAKE($$, TargetTree{name}.make(POOL, node::drop_index)); }
+  | DROP table                               { MAKE($$, TargetTree{$2}.make(POOL, node::drop_table)); }
+  | ECHO opt_literal                         { MAKE($$, TargetTree{$2}.make(POOL, node::echo)); }
+  | EMPTY table                              { MAKE($$, TargetTree{$2}.make(POOL, node::empty)); }
+  | INFO info_items                          { MAKE($$, ListTree{list_close($2)}.make(POOL, node::info)); }
+  | INSERT opt_into table source             { MAKE($$, InsertTree{$3, $4}.make(POOL)); }
   | RENAME ATTR IDENT '.' IDENT opt_to IDENT
-        { Node *old_name; MAKE(old_name, node_text(POOL, node::qualified_column, $3, $5));
-          Node *new_name; MAKE(new_name, node_text(POOL, node::column_name, $7));
-          MAKE($$, node_new(POOL, node::rename_attr, old_name, new_name)); }
-  | RENAME table opt_to table                { MAKE($$, node_new(POOL, node::rename_table, $2, $4)); }
-  | query opt_order opt_file                 { MAKE($$, select_node(POOL, $1, list_close($2), $3)); }
+        { Node *old_name; MAKE(old_name, ColumnNameTree{$3, $5}.make(POOL));
+          Node *new_name; MAKE(new_name, ColumnNameTree{nullptr, $7}.make(POOL));
+          MAKE($$, RenameTree{old_name, new_name}.make(POOL, node::rename_attr)); }
+  | RENAME table opt_to table                { MAKE($$, RenameTree{$2, $4}.make(POOL, node::rename_table)); }
+  | query opt_order opt_file                 { MAKE($$, SelectTree{$1, list_close($2), $3}.make(POOL)); }
   | SET IDENT opt_set_to literal
         { Node *name; MAKE(name, node_text(POOL, node::parameter_name, $2));
-          MAKE($$, node_new(POOL, node::set, name, $4)); }
+          MAKE($$, SetTree{name, $4}.make(POOL)); }
   | SHOW                                     { MAKE($$, node_new(POOL, node::show)); }
   | SHOW IDENT                               { MAKE($$, node_text(POOL, node::show, $2)); }
-  | TEST_STMT test_items                     { MAKE($$, node_new(POOL, node::test_stmt, nullptr, list_close($2))); }
-  | UPDATE table source opt_where            { MAKE($$, node_new(POOL, node::update, $2, $3, $4)); }
+  | TEST_STMT test_items                     { MAKE($$, ListTree{list_close($2)}.make(POOL, node::test_stmt)); }
+  | UPDATE table source opt_where            { MAKE($$, UpdateTree{$2, $3, $4}.make(POOL)); }
   ;
 
 work: TRANSACTION | WORK ;
@@ -282,16 +178,16 @@ column_items:
   | column_items ',' column_item   { $$ = list_append($1, $3); }
   ;
 column_item:
-    column_definition              { MAKE($$, item_of(POOL, node::column_item, $1)); }
+    column_definition              { MAKE($$, ColumnItemTree{$1, nullptr}.make(POOL)); }
   ;
 column_definition:
-    IDENT                          { MAKE($$, column_definition(POOL, $1, nullptr, false, false)); }
+    IDENT                          { MAKE($$, ColumnDefinitionTree{$1, nullptr, false, false}.make(POOL)); }
   | IDENT column_type opt_not_null opt_auto
-                                   { MAKE($$, column_definition(POOL, $1, $2, $3 != 0, $4 != 0)); }
+                                   { MAKE($$, ColumnDefinitionTree{$1, $2, $3 != 0, $4 != 0}.make(POOL)); }
   ;
 column_type:
-    TYPE                           { MAKE($$, node_integers(POOL, node::column_type, $1)); }
-  | TYPE type_params               { MAKE($$, node_integers(POOL, node::column_type, $1)); $$->second = $2; }
+    TYPE                           { MAKE($$, ColumnTypeTree{$1, nullptr}.make(POOL)); }
+  | TYPE type_params               { MAKE($$, ColumnTypeTree{$1, $2}.make(POOL)); }
   ;
 type_params:
     '(' integer ')'                { MAKE($$, node_integers(POOL, node::integers, $2)); }
@@ -313,7 +209,7 @@ options:
     option                         { $$ = list_start($1); }
   | options ',' option             { $$ = list_append($1, $3); }
   ;
-option: IDENT to_or_equal option_value   { MAKE($$, option_node(POOL, $1, $3)); } ;
+option: IDENT to_or_equal option_value   { MAKE($$, AssignmentTree{$1, $3}.make(POOL, node::option_item)); } ;
 option_value:
     INTNUM                         { MAKE($$, option_number(POOL, $1)); }
   | '-' INTNUM                     { MAKE($$, node_integers(POOL, value_kind::literal, integer_of($2, -1))); }
@@ -322,7 +218,7 @@ option_value:
 
 index_kind:
     index_base                     { $$ = $1; }
-  | index_base TIMESERIES          { MAKE($$, node_new(POOL, node::index_timeseries, $1)); }
+  | index_base TIMESERIES          { MAKE($$, IndexKindTree::make_timeseries(POOL, $1)); }
   ;
 index_base:
     UNIQUE                         { MAKE($$, node_new(POOL, node::index_unique)); }
@@ -334,8 +230,8 @@ index_columns:
   | SET column_names               { $$ = $2; }
   ;
 column_names:
-    IDENT                          { MAKE($$, list_start(node_text(POOL, node::column_name, $1))); }
-  | column_names ',' IDENT         { MAKE($$, list_append($1, node_text(POOL, node::column_name, $3))); }
+    IDENT                          { MAKE($$, list_start(ColumnNameTree{nullptr, $1}.make(POOL))); }
+  | column_names ',' IDENT         { MAKE($$, list_append($1, ColumnNameTree{nullptr, $3}.make(POOL))); }
   ;
 
 /* ALTER */
@@ -345,10 +241,10 @@ alter_actions:
   | alter_actions alter_action     { $$ = list_append($1, $2); }
   ;
 alter_action:
-    ADD column_adds                { MAKE($$, node_new(POOL, node::alter_add, nullptr, list_close($2))); }
-  | CHANGE column_items            { MAKE($$, node_new(POOL, node::alter_change, nullptr, list_close($2))); }
-  | DELETE column_refs             { MAKE($$, node_new(POOL, node::alter_delete, nullptr, list_close($2))); }
-  | SET options                    { MAKE($$, node_new(POOL, node::alter_set, nullptr, list_close($2))); }
+    ADD column_adds                { MAKE($$, ListTree{list_close($2)}.make(POOL, node::alter_add)); }
+  | CHANGE column_items            { MAKE($$, ListTree{list_close($2)}.make(POOL, node::alter_change)); }
+  | DELETE column_refs             { MAKE($$, ListTree{list_close($2)}.make(POOL, node::alter_delete)); }
+  | SET options                    { MAKE($$, ListTree{list_close($2)}.make(POOL, node::alter_set)); }
   ;
 column_adds:
     column_add                     { $$ = list_start($1); }
@@ -356,44 +252,43 @@ column_adds:
   ;
 column_add:
     column_item                    { $$ = $1; }
-  | column_item BEFORE IDENT
-        { Node *name; MAKE(name, node_text(POOL, node::column_name, $3));
-          MAKE($1->third, node_new(POOL, node::before, nullptr, name)); $$ = $1; }
+  | column_definition BEFORE IDENT { MAKE($$, ColumnItemTree{$1, $3}.make(POOL)); }
   ;
 column_refs:
     column_ref                     { $$ = list_start($1); }
   | column_refs ',' column_ref     { $$ = list_append($1, $3); }
   ;
 column_ref:
-    IDENT                          { MAKE($$, node_text(POOL, node::column_name, $1)); }
-  | IDENT '.' IDENT                { MAKE($$, node_text(POOL, node::qualified_column, $1, $3)); }
+    IDENT                          { MAKE($$, ColumnNameTree{nullptr, $1}.make(POOL)); }
+  | IDENT '.' IDENT                { MAKE($$, ColumnNameTree{$1, $3}.make(POOL)); }
   ;
 
 /* Values of INSERT and UPDATE */
 
 source:
-    '(' column_names ')' values    { $$ = list_close($2); $$->second = $4; }
+    '(' column_names ')' values    { $$ = SourceTree{list_close($2), $4}.make(); }
   | '(' column_names ')' value_list
-        { $$ = list_close($2); MAKE($$->second, node_new(POOL, node::values, nullptr, list_close($4))); }
+        { Node *values; MAKE(values, ListTree{list_close($4)}.make(POOL, node::values));
+          $$ = SourceTree{list_close($2), values}.make(); }
   | values                         { $$ = $1; }
-  | SET assignments                { MAKE($$, node_new(POOL, node::assignment_list, nullptr, list_close($2))); }
+  | SET assignments                { MAKE($$, ListTree{list_close($2)}.make(POOL, node::assignment_list)); }
   ;
 values:
-    VALUES value_list              { MAKE($$, node_new(POOL, node::values, nullptr, list_close($2))); }
-  | SET TO value_list              { MAKE($$, node_new(POOL, node::values, nullptr, list_close($3))); }
-  | FROM STRING                    { MAKE($$, file_node(POOL, $2, file_load)); }
+    VALUES value_list              { MAKE($$, ListTree{list_close($2)}.make(POOL, node::values)); }
+  | SET TO value_list              { MAKE($$, ListTree{list_close($3)}.make(POOL, node::values)); }
+  | FROM STRING                    { MAKE($$, FileTree{$2, file_load}.make(POOL)); }
   ;
 assignments:
     assignment                     { $$ = list_start($1); }
   | assignments ',' assignment     { $$ = list_append($1, $3); }
   ;
-assignment: IDENT to_or_equal expr { MAKE($$, assignment_node(POOL, $1, $3)); } ;
+assignment: IDENT to_or_equal expr { MAKE($$, AssignmentTree{$1, $3}.make(POOL, node::assignment_item)); } ;
 /* Parentheses only group: the list is flat. Two groups never stand side by side. */
 value_list: values_by_expr { $$ = $1; } | values_by_group { $$ = $1; } ;
 values_by_expr:
-    expr                           { MAKE($$, list_start(item_of(POOL, node::value_item, $1))); }
-  | values_by_expr ',' expr        { MAKE($$, list_append($1, item_of(POOL, node::value_item, $3))); }
-  | values_by_group ',' expr       { MAKE($$, list_append($1, item_of(POOL, node::value_item, $3))); }
+    expr                           { MAKE($$, list_start(ValueItemTree{$1}.make(POOL))); }
+  | values_by_expr ',' expr        { MAKE($$, list_append($1, ValueItemTree{$3}.make(POOL))); }
+  | values_by_group ',' expr       { MAKE($$, list_append($1, ValueItemTree{$3}.make(POOL))); }
   ;
 values_by_group:
     value_group                    { $$ = $1; }
@@ -401,9 +296,9 @@ values_by_group:
   ;
 value_group:
     '(' values_by_expr ',' expr ')'
-        { MAKE($$, list_append($2, item_of(POOL, node::value_item, $4))); }
+        { MAKE($$, list_append($2, ValueItemTree{$4}.make(POOL))); }
   | '(' values_by_group ',' expr ')'
-        { MAKE($$, list_append($2, item_of(POOL, node::value_item, $4))); }
+        { MAKE($$, list_append($2, ValueItemTree{$4}.make(POOL))); }
   ;
 
 literal:
@@ -418,7 +313,7 @@ opt_literal: %empty { $$ = nullptr; } | literal { $$ = $1; } ;
 
 query:
     SELECT opt_distinct select_list FROM table_refs opt_where
-        { MAKE($$, query_node(POOL, $2 != 0, list_close($3), list_close($5), $6)); }
+        { MAKE($$, QueryTree{list_close($3), $2 != 0, list_close($5), $6}.make(POOL)); }
   ;
 opt_distinct: %empty { $$ = 0; } | ALL { $$ = 0; } | DISTINCT { $$ = 1; } ;
 select_list: %empty { $$ = nullptr; } | '*' { $$ = nullptr; } | select_items { $$ = $1; } ;
@@ -428,11 +323,11 @@ select_items:
   ;
 test_items: select_items           { $$ = $1; } ;
 select_item:
-    expr                           { MAKE($$, select_item(POOL, $1, nullptr)); }
+    expr                           { MAKE($$, SelectItemTree{$1, nullptr}.make(POOL)); }
   | expr opt_as alias
-        { Node *alias; MAKE(alias, node_text(POOL, node::alias, $3)); MAKE($$, select_item(POOL, $1, alias)); }
+        { Node *alias; MAKE(alias, node_text(POOL, node::alias, $3)); MAKE($$, SelectItemTree{$1, alias}.make(POOL)); }
   | condition opt_as alias
-        { Node *alias; MAKE(alias, node_text(POOL, node::alias, $3)); MAKE($$, select_item(POOL, $1, alias)); }
+        { Node *alias; MAKE(alias, node_text(POOL, node::alias, $3)); MAKE($$, SelectItemTree{$1, alias}.make(POOL)); }
   ;
 opt_as: %empty | PRINT | AS ;
 alias: IDENT { $$ = $1; } | STRING { $$ = $1; } ;
@@ -446,7 +341,7 @@ table_ref:
   ;
 opt_where:
     %empty                         { $$ = nullptr; }
-  | WHERE condition                { MAKE($$, node_new(POOL, node::where, $2)); }
+  | WHERE condition                { MAKE($$, WhereTree{$2}.make(POOL)); }
   ;
 opt_order: %empty { $$ = nullptr; } | ORDER BY order_items { $$ = $3; } ;
 order_items:
@@ -454,13 +349,13 @@ order_items:
   | order_items ',' order_item     { $$ = list_append($1, $3); }
   ;
 order_item:
-    column_ref direction           { MAKE($$, item_of(POOL, node::order_item, $1)); $$->qual = $2; }
+    column_ref direction           { MAKE($$, OrderItemTree{$1, $2 != 0}.make(POOL)); }
   ;
 direction: %empty { $$ = 0; } | ASC { $$ = 0; } | DESC { $$ = 1; } | DESCENDING { $$ = 1; } ;
 opt_file:
     %empty                         { $$ = nullptr; }
-  | INTO STRING                    { MAKE($$, file_node(POOL, $2, file_into)); }
-  | DUMP INTO STRING               { MAKE($$, file_node(POOL, $3, file_dump_into)); }
+  | INTO STRING                    { MAKE($$, FileTree{$2, file_into}.make(POOL)); }
+  | DUMP INTO STRING               { MAKE($$, FileTree{$3, file_dump_into}.make(POOL)); }
   ;
 
 /* Conditions */
@@ -468,27 +363,25 @@ opt_file:
 condition:
     predicate                      { $$ = $1; }
   | '(' condition ')'              { $$ = $2; }
-  | NOT condition                  { MAKE($$, node_new(POOL, node::logical_not, nullptr, $2)); }
-  | condition AND condition        { MAKE($$, node_new(POOL, node::logical_and, $1, $3)); }
-  | condition OR condition         { MAKE($$, node_new(POOL, node::logical_or, $1, $3)); }
+  | NOT condition                  { MAKE($$, OperatorTree{nullptr, $2}.make(POOL, node::logical_not)); }
+  | condition AND condition        { MAKE($$, OperatorTree{$1, $3}.make(POOL, node::logical_and)); }
+  | condition OR condition         { MAKE($$, OperatorTree{$1, $3}.make(POOL, node::logical_or)); }
   ;
 predicate:
-    expr IS opt_not NULL
-        { Node *null; MAKE(null, node_new(POOL, value_kind::null));
-          MAKE($$, with_qual(node_new(POOL, node::is_null, $1, null), $3)); }
+    expr IS opt_not NULL           { MAKE($$, IsNullTree{$1, $3 != 0}.make(POOL)); }
   | expr opt_not BETWEEN expr bound range_to expr bound
         { MAKE($$, between_node(POOL, $1, $2 != 0, $4, $5 != 0, $7, $8 != 0)); }
-  | expr opt_not match_op expr     { MAKE($$, with_qual(node_new(POOL, $3, $1, $4), $2)); }
+  | expr opt_not match_op expr     { MAKE($$, MatchTree{$1, $4, $2 != 0}.make(POOL, $3)); }
   | expr opt_not IN '(' value_list ')'
-        { MAKE($$, with_qual(node_new(POOL, node::in, $1, nullptr, list_close($5)), $2)); }
+        { MAKE($$, InTree{$1, list_close($5), nullptr, $2 != 0}.make(POOL)); }
   | expr opt_not IN '(' query ')'
-        { Node *subquery; MAKE(subquery, subquery_node(POOL, $5, 0));
-          MAKE($$, with_qual(node_new(POOL, node::in, $1, subquery), $2)); }
-  | expr comp_op expr              { MAKE($$, node_new(POOL, $2, $1, $3)); }
+        { Node *subquery; MAKE(subquery, SubqueryTree{$5, false}.make(POOL));
+          MAKE($$, InTree{$1, nullptr, subquery, $2 != 0}.make(POOL)); }
+  | expr comp_op expr              { MAKE($$, OperatorTree{$1, $3}.make(POOL, $2)); }
   | expr comp_op '(' query ')'
-        { Node *subquery; MAKE(subquery, subquery_node(POOL, $4, 0)); MAKE($$, node_new(POOL, $2, $1, subquery)); }
+        { Node *subquery; MAKE(subquery, SubqueryTree{$4, false}.make(POOL)); MAKE($$, OperatorTree{$1, subquery}.make(POOL, $2)); }
   | expr comp_op quantifier '(' query ')'
-        { Node *subquery; MAKE(subquery, subquery_node(POOL, $5, $3)); MAKE($$, node_new(POOL, $2, $1, subquery)); }
+        { Node *subquery; MAKE(subquery, SubqueryTree{$5, $3 != 0}.make(POOL)); MAKE($$, OperatorTree{$1, subquery}.make(POOL, $2)); }
   | EXISTS '(' query ')'           { $$ = $3; }
   ;
 opt_not: %empty { $$ = 0; } | NOT { $$ = 1; } ;
@@ -515,28 +408,28 @@ quantifier: ANY { $$ = 0; } | SOME { $$ = 0; } | ALL { $$ = 1; } ;
 
 expr:
     '(' expr ')'                   { $$ = $2; }
-  | expr '+' expr                  { MAKE($$, node_new(POOL, node::add, $1, $3)); }
-  | expr '+' expr UNIT             { MAKE($$, date_arithmetic(POOL, node::date_add, $1, $3, $4)); }
-  | expr '-' expr                  { MAKE($$, node_new(POOL, node::subtract, $1, $3)); }
-  | expr '-' expr UNIT             { MAKE($$, date_arithmetic(POOL, node::date_subtract, $1, $3, $4)); }
-  | expr '*' expr                  { MAKE($$, node_new(POOL, node::multiply, $1, $3)); }
-  | expr '/' expr                  { MAKE($$, node_new(POOL, node::divide, $1, $3)); }
-  | expr '%' expr                  { MAKE($$, node_new(POOL, node::remainder, $1, $3)); }
-  | expr CONCAT expr               { MAKE($$, node_new(POOL, node::concat, $1, $3)); }
-  | '-' expr %prec SIGN            { MAKE($$, node_new(POOL, node::negation, nullptr, $2)); }
+  | expr '+' expr                  { MAKE($$, OperatorTree{$1, $3}.make(POOL, node::add)); }
+  | expr '+' expr UNIT             { MAKE($$, DateTree{$1, $3, static_cast<uint16_t>($4)}.make(POOL, node::date_add)); }
+  | expr '-' expr                  { MAKE($$, OperatorTree{$1, $3}.make(POOL, node::subtract)); }
+  | expr '-' expr UNIT             { MAKE($$, DateTree{$1, $3, static_cast<uint16_t>($4)}.make(POOL, node::date_subtract)); }
+  | expr '*' expr                  { MAKE($$, OperatorTree{$1, $3}.make(POOL, node::multiply)); }
+  | expr '/' expr                  { MAKE($$, OperatorTree{$1, $3}.make(POOL, node::divide)); }
+  | expr '%' expr                  { MAKE($$, OperatorTree{$1, $3}.make(POOL, node::remainder)); }
+  | expr CONCAT expr               { MAKE($$, OperatorTree{$1, $3}.make(POOL, node::concat)); }
+  | '-' expr %prec SIGN            { MAKE($$, OperatorTree{nullptr, $2}.make(POOL, node::negation)); }
   | '+' expr %prec SIGN            { $$ = $2; }
-  | DATEFN expr                    { MAKE($$, node_new(POOL, $1, nullptr, $2)); }
+  | DATEFN expr                    { MAKE($$, OperatorTree{nullptr, $2}.make(POOL, $1)); }
   | column_ref                     { $$ = $1; }
   | literal                        { $$ = $1; }
   | function_call                  { $$ = $1; }
   | NULL                           { MAKE($$, node_new(POOL, value_kind::null)); }
-  | DIRECT_FROM STRING             { MAKE($$, file_node(POOL, $2, file_direct_from)); }
+  | DIRECT_FROM STRING             { MAKE($$, FileTree{$2, file_direct_from}.make(POOL)); }
   ;
 function_call:
-    FUNC                           { MAKE($$, function_node(POOL, $1, false, nullptr)); }
-  | FUNC '(' '*' ')'               { MAKE($$, function_node(POOL, $1, false, nullptr)); }
+    FUNC                           { MAKE($$, CallTree{static_cast<uint16_t>($1), false, nullptr}.make(POOL)); }
+  | FUNC '(' '*' ')'               { MAKE($$, CallTree{static_cast<uint16_t>($1), false, nullptr}.make(POOL)); }
   | FUNC '(' opt_distinct value_list ')'
-        { MAKE($$, function_node(POOL, $1, $3 != 0, list_close($4))); }
+        { MAKE($$, CallTree{static_cast<uint16_t>($1), $3 != 0, list_close($4)}.make(POOL)); }
   ;
 
 %%

@@ -1,13 +1,38 @@
 #include "sql/parse/tree.h"
 
+#include <utility>
+
 #include "frame/error.h"
 
 namespace tovik {
 
-int node_count(const Node *first) {
+int node_count(const Node *list) {
   int count = 0;
-  for (; first != nullptr; first = first->first) ++count;
+  for (; list != nullptr; list = node_next(*list)) ++count;
   return count;
+}
+
+Node *list_start(Node *item) {
+  if (item != nullptr) item->first = item;
+  return item;
+}
+
+Node *list_append(Node *last, Node *item) {
+  if (item == nullptr) return nullptr;
+  item->first = last->first;
+  return last->first = item;
+}
+
+Node *list_join(Node *last, Node *other_last) {
+  std::swap(last->first, other_last->first);
+  return other_last;
+}
+
+Node *list_close(Node *last) {
+  if (last == nullptr) return nullptr;
+  Node *head = last->first;
+  last->first = nullptr;
+  return head;
 }
 
 Node *node_new(MemoryPool &pool, uint16_t kind, Node *first, Node *second, Node *third) {

@@ -1,5 +1,6 @@
-// The statement tree: every node has the same shape; what its fields mean depends on its kind. Lists chain
-// through `first`, except where noted. Nodes and texts live in the statement's memory pool and go with it.
+// The statement tree: every node has the same fields; what they hold depends on its kind and is told by the
+// shapes (shapes.h). The items of a list chain through `first`. Nodes and texts live in the statement's
+// memory pool and go with it.
 #pragma once
 
 #include "data/value/value.h"
@@ -27,14 +28,14 @@ inline constexpr uint16_t date_add = 515, date_subtract = 516;          // qual:
 inline constexpr uint16_t equal = 101, not_equal = 102, less = 103, greater = 104, less_equal = 105,
                           greater_equal = 106;
 inline constexpr uint16_t match = 107, smatch = 112, not_match = 113, not_smatch = 114, like = 115;
-inline constexpr uint16_t in = 108;  // first: expression; third: value list, or second: subquery
+inline constexpr uint16_t in = 108;
 inline constexpr uint16_t is_null = 109;
-inline constexpr uint16_t between = 110;  // first: lower comparison; second: upper comparison
+inline constexpr uint16_t between = 110;
 inline constexpr uint16_t logical_and = 400, logical_or = 401, logical_not = 402;
 inline constexpr uint16_t always_true = 600;  // put by the planner for what an index access guarantees
 
 // Assignments and options.
-inline constexpr uint16_t assignment = 300;  // first: column or option name; second: expression or value
+inline constexpr uint16_t assignment = 300;
 
 // Leaves: value_kind::null .. exponent_text.
 
@@ -64,9 +65,43 @@ inline constexpr TypeCode leaf_function = 0x2000;  // leaf type of a function ca
 // File-name node qualifiers.
 inline constexpr uint16_t file_into = 1, file_dump_into = 2, file_load = 3, file_direct_from = 4;
 
-int node_count(const Node *first);  // of a list that chains through first
+// Lists.
+inline Node *node_next(const Node &item) {
+  return item.first;
+}
+int node_count(const Node *list);
 
-// Node makers: null with 52002 when the pool is exhausted. Children may be null.
+// for (Node *item : chain(list)): the items of a list, which may be null.
+template <class AnyNode>
+struct Chain {
+  AnyNode *head;
+
+  struct Iterator {
+    AnyNode *at;
+    AnyNode *operator*() const { return at; }
+    Iterator &operator++() {
+      at = node_next(*at);
+      return *this;
+    }
+    bool operator!=(const Iterator &other) const { return at != other.at; }
+  };
+  Iterator begin() const { return {head}; }
+  Iterator end() const { return {nullptr}; }
+};
+
+template <class AnyNode>
+Chain<AnyNode> chain(AnyNode *list) {
+  return {list};
+}
+
+// A list under construction is held by its last item, which points back at the head; list_close turns it into
+// a chain and gives the head. An item that could not be made is null, and so is the list then.
+Node *list_start(Node *item);
+Node *list_append(Node *last, Node *item);
+Node *list_join(Node *last, Node *other_last);
+Node *list_close(Node *last);
+
+// Node makers: null with 52002 when the pool is exhausted. Children may be null; which is which, shapes tell.
 Node *node_new(MemoryPool &pool, uint16_t kind, Node *first = nullptr, Node *second = nullptr,
                Node *third = nullptr);
 Node *node_text(MemoryPool &pool, uint16_t kind, const char *text, const char *second_text = nullptr);

@@ -25,6 +25,7 @@
 #include "data/value/stored_form.h"
 #include "frame/env.h"
 #include "frame/error.h"
+#include "sql/parse/shapes.h"
 
 namespace tovik {
 
@@ -86,7 +87,7 @@ void negate(Value &number) {
 // False when node counts as no literal.
 bool read_literal(const Plan &plan, const Node &node, Value *value) {
   const bool negated = plan.signs && node.kind == node::negation;
-  const Node &literal = negated ? *node.second : node;
+  const Node &literal = negated ? *OperatorTree::of(node).right : node;
   if (!is_literal(literal)) return false;
   *value = *literal.value;
   if (negated) negate(*value);
@@ -198,11 +199,12 @@ void collect_indices(Candidate &candidate) {
 }
 
 // NULL in a list is equal to nothing.
-bool list_fits(const Plan &plan, const Column &column, const Node *item) {
-  for (; item != nullptr; item = item->first) {
+bool list_fits(const Plan &plan, const Column &column, const Node *items) {
+  for (const Node *item : chain(items)) {
+    const Node &written = *ValueItemTree::of(*item).value;
     Value value;
-    if (item->second->kind == value_kind::null) continue;
-    if (!read_literal(plan, *item->second, &value) || !fits_key(column, value)) return false;
+    if (written.kind == value_kind::null) continue;
+    if (!read_literal(plan, written, &value) || !fits_key(column, value)) return false;
   }
   return true;
 }
@@ -215,8 +217,8 @@ void choose_rowid(Plan &plan, Node &comparison, TableAccess *access) {
 
 // Is the rest of the comparison made of keys of the column?
 bool compares_with_keys(const Plan &plan, const Column &column, const Node &comparison, Value *value) {
-  if (comparison.kind == node::in) return list_fits(plan, column, comparison.third);
-  return read_literal(plan, *comparison.second, value) && fits_key(column, *value);
+  if (comparison.kind == node::in) return list_fits(plan, column, InTree::of(comparison).items);
+  return read_literal(plan, *OperatorTree::of(comparison).right, value) && fits_key(column, *value);
 }
 
 void collect_candidate(Plan &plan, Node &comparison, TableAccess *access, const Column &column) {
@@ -233,18 +235,25 @@ void collect_candidate(Plan &plan, Node &comparison, TableAccess *access, const 
   plan.state = PlanState::candidates;
 }
 
+// What a comparison or a list tests, if its rows can be looked up in an index.
+const Node *tested_of(const Node &condition) {
+  if (is_ordering(condition.kind)) return OperatorTree::of(condition).left;
+  if (condition.kind != node::in) return nullptr;
+  const InTree list = InTree::of(condition);
+  return list.negated || list.items == nullptr ? nullptr : list.tested;
+}
+
 void collect_comparison(Plan &plan, Node &comparison) {
-  const bool list = comparison.kind == node::in && comparison.qual == 0 && comparison.third != nullptr;
-  if (!list && !is_ordering(comparison.kind)) return;
-  if (comparison.first->kind != value_kind::column) return;
-  const ColumnRef &column = comparison.first->value->column;
+  const Node *tested = tested_of(comparison);
+  if (tested == nullptr || tested->kind != value_kind::column) return;
+  const ColumnRef &column = tested->value->column;
   TableAccess *access = access_of(plan, column.row);
   if (access == nullptr) return;
   if (!column_is_rowid(*column.column)) {
     collect_candidate(plan, comparison, access, *column.column);
-  } else if (comparison.kind == node::equal &&
-             (is_literal(*comparison.second) || comparison.second->kind == value_kind::null)) {
-    choose_rowid(plan, comparison, access);
+  } else if (comparison.kind == node::equal) {
+    const Node &number = *OperatorTree::of(comparison).right;
+    if (is_literal(number) || number.kind == value_kind::null) choose_rowid(plan, comparison, access);
   }
 }
 
@@ -273,7 +282,8 @@ Btree *pair_index(const Candidate &a, const Candidate &b) {
 }
 
 void collect_pair(Plan &plan, Node &conjunction) {
-  Candidate *first = adjacent_candidates(plan, conjunction.first, conjunction.second);
+  const OperatorTree tree = OperatorTree::of(conjunction);
+  Candidate *first = adjacent_candidates(plan, tree.left, tree.right);
   if (first == nullptr) return;
   Candidate &second = first[1];
   if (first->kind != CandidateKind::comparison || second.kind != CandidateKind::comparison ||
@@ -303,7 +313,8 @@ Btree *range_index(const Candidate &candidate) {
 }
 
 void collect_range(Plan &plan, Node &between) {
-  Candidate *lower = adjacent_candidates(plan, between.first, between.second);
+  const BetweenTree tree = BetweenTree::of(between);
+  Candidate *lower = adjacent_candidates(plan, tree.lower, tree.upper);
   if (lower == nullptr) return;
   Btree *index = range_index(*lower);
   if (index == nullptr) return;
@@ -311,9 +322,31 @@ void collect_range(Plan &plan, Node &between) {
   lower->condition = &between;
   lower->index = index;
   lower->second_value = lower[1].value;
-  lower->lower = between.first->kind == node::greater ? Bound::exclusive : Bound::inclusive;
-  lower->upper = between.second->kind == node::less ? Bound::exclusive : Bound::inclusive;
+  lower->lower = tree.lower->kind == node::greater ? Bound::exclusive : Bound::inclusive;
+  lower->upper = tree.upper->kind == node::less ? Bound::exclusive : Bound::inclusive;
   lower[1].used = false;
+}
+
+void collect(Plan &plan, Node *condition);
+
+// A chain, which the check pass has linked.
+void collect_conjunction(Plan &plan, Node *top) {
+  Node *node = top, *left;
+  while ((left = OperatorTree::of(*node).left)->kind == node::logical_and) node = left;
+  collect(plan, left);
+  for (;; node = spine_above(*node)) {
+    collect(plan, OperatorTree::of(*node).right);
+    collect_pair(plan, *node);
+    if (node == top) return;
+  }
+}
+
+void collect_between(Plan &plan, Node &between) {
+  const BetweenTree tree = BetweenTree::of(between);
+  if (tree.negated) return;  // its comparisons do not hold for the rows that are wanted
+  collect(plan, tree.lower);
+  collect(plan, tree.upper);
+  collect_range(plan, between);
 }
 
 void collect(Plan &plan, Node *condition) {
@@ -323,22 +356,10 @@ void collect(Plan &plan, Node *condition) {
     case node::logical_not:
       plan.state = PlanState::given_up;
       return;
-    case node::logical_and: {
-      Node *node = condition;  // a chain: the check pass has linked each to the one above it
-      while (node->first->kind == node::logical_and) node = node->first;
-      collect(plan, node->first);
-      for (;; node = node->third) {
-        collect(plan, node->second);
-        collect_pair(plan, *node);
-        if (node == condition) return;
-      }
-    }
+    case node::logical_and:
+      return collect_conjunction(plan, condition);
     case node::between:
-      if (condition->qual != 0) return;  // its comparisons do not hold for the rows that are wanted
-      collect(plan, condition->first);
-      collect(plan, condition->second);
-      collect_range(plan, *condition);
-      return;
+      return collect_between(plan, *condition);
     default:
       collect_comparison(plan, *condition);
   }
@@ -371,9 +392,9 @@ bool search(Btree &index, const uint8_t *key, RowSet &rows) {
 // Two items may give the same rows.
 bool search_list(const Plan &plan, const Candidate &candidate, RowSet &rows) {
   uint8_t key[btree_key_limit];
-  for (const Node *item = candidate.condition->third; item != nullptr; item = item->first) {
+  for (const Node *item : chain(InTree::of(*candidate.condition).items)) {
     Value value;
-    if (!read_literal(plan, *item->second, &value)) continue;  // NULL
+    if (!read_literal(plan, *ValueItemTree::of(*item).value, &value)) continue;  // NULL
     if (!store_key(*candidate.column, value, key)) return false;
     if (!search(*candidate.index, key, rows)) return false;
   }
@@ -483,7 +504,7 @@ RowNo row_number_of(const Node &literal) {
 
 void set_up_rowid(Plan &plan) {
   plan.rowid_access->path = AccessPath::rowid;
-  plan.rowid_access->row = row_number_of(*plan.rowid_condition->second);
+  plan.rowid_access->row = row_number_of(*OperatorTree::of(*plan.rowid_condition).right);
   replace(plan, *plan.rowid_condition);
 }
 

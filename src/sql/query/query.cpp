@@ -6,6 +6,7 @@
 
 #include "frame/env.h"
 #include "frame/error.h"
+#include "sql/parse/shapes.h"
 
 namespace tovik {
 
@@ -31,13 +32,15 @@ Query *query_new(Catalog &catalog, const EvalContext &context) {
 
 void read_output(Query &query, const Node *file) {
   if (file == nullptr) return;
-  query.output_file = node_name(*file);
-  query.output_mode = file->qual == file_dump_into ? OutputMode::dump_into : OutputMode::into;
+  const FileTree tree = FileTree::of(*file);
+  query.output_file = tree.name;
+  query.output_mode = tree.mode == file_dump_into ? OutputMode::dump_into : OutputMode::into;
 }
 
-bool open_tables(Query &query, const Node *name) {
+bool open_tables(Query &query, const Node *names) {
   TableAccess **end = &query.tables;
-  for (int count = 0; name != nullptr; name = name->first) {
+  int count = 0;
+  for (const Node *name : chain(names)) {
     if (++count > from_table_limit) return fail(status::too_many_from_tables);
     Table *table = table_open(*query.catalog, node_name(*name));
     if (table == nullptr) return false;
@@ -98,9 +101,9 @@ const char *string_label(MemoryPool &pool, const char *text) {
   return label;
 }
 
-bool label_item(Query &query, const Node &item, const Value &value, ResultColumn &result) {
-  if (item.second != nullptr) {
-    result.label = node_name(*item.second);
+bool label_item(Query &query, const Node *alias, const Value &value, ResultColumn &result) {
+  if (alias != nullptr) {
+    result.label = node_name(*alias);
   } else if (result.kind == ResultKind::string_constant) {
     result.label = string_label(pool_of(query), value.text.text);
   } else {
@@ -109,34 +112,36 @@ bool label_item(Query &query, const Node &item, const Value &value, ResultColumn
   return result.label != nullptr;
 }
 
-bool read_item(Query &query, const Node &item, ResultColumn &result, int *expression_count) {
+bool read_item(Query &query, const SelectItemTree &item, ResultColumn &result, int *expression_count) {
   EvalContext context = context_of(query);
-  const bool named = item.second != nullptr;
+  const bool named = item.alias != nullptr;
   Value value{};
-  if (!expr_check(context, item.third, named ? CheckLabels::none : CheckLabels::build, &value)) return false;
-  result.kind = kind_of(*item.third);
-  result.expression = item.third;
+  if (!expr_check(context, item.expression, named ? CheckLabels::none : CheckLabels::build, &value))
+    return false;
+  result.kind = kind_of(*item.expression);
+  result.expression = item.expression;
   result.flags = value.flags;
   result.type = value.type;
   if (result.kind == ResultKind::column) {
-    result.column = item.third->value->column;
+    result.column = item.expression->value->column;
     result.type = result.column.column->type;
   } else {
     if (value.declared != 0) result.type = value.declared;
     if (!named) result.expression_number = ++*expression_count;
   }
   if ((value.flags & value_aggregate) != 0) ++query.aggregate_count;
-  return label_item(query, item, value, result);
+  return label_item(query, item.alias, value, result);
 }
 
-bool read_items(Query &query, const Node *item) {
-  const int count = node_count(item);
+bool read_items(Query &query, const Node *items) {
+  const int count = node_count(items);
   if (count == 0) return fail(status::select_no_column);
   if (count > select_item_limit) return fail(status::select_too_many_columns);
   if (!allocate_columns(query, count)) return false;
   int expression_count = 0;
-  for (ResultColumn *result = query.columns; item != nullptr; item = item->first, ++result) {
-    if (!read_item(query, *item, *result, &expression_count)) return false;
+  ResultColumn *result = query.columns;
+  for (const Node *item : chain(items)) {
+    if (!read_item(query, SelectItemTree::of(*item), *result++, &expression_count)) return false;
   }
   return true;
 }
@@ -144,23 +149,20 @@ bool read_items(Query &query, const Node *item) {
 // ---- WHERE and ORDER BY ----
 
 bool read_condition(Query &query, const Node *where) {
-  if (where == nullptr) return true;
-  query.condition = where->first;
+  query.condition = WhereTree::of(where).condition;
+  if (query.condition == nullptr) return true;
   EvalContext context = context_of(query);
   return condition_check(context, query.condition);
 }
 
-bool read_order(Query &query, const Node *item) {
-  for (; item != nullptr; item = item->first) {
-    const Node &name = *item->second;
-    const bool qualified = name.kind == node::qualified_column;
+bool read_order(Query &query, const Node *items) {
+  for (const Node *item : chain(items)) {
+    const OrderItemTree tree = OrderItemTree::of(*item);
+    const ColumnNameTree name = ColumnNameTree::of(*tree.column);
     ColumnRef found;
-    if (!column_lookup(query.tables, qualified ? node_name(name) : nullptr,
-                       qualified ? node_second_name(name) : node_name(name), &found)) {
-      return false;
-    }
+    if (!column_lookup(query.tables, name.table, name.column, &found)) return false;
     if (query.order_count == order_key_limit) return fail(status::too_many_order_keys);
-    const SortDirection direction = item->qual == 0 ? SortDirection::ascending : SortDirection::descending;
+    const SortDirection direction = tree.descending ? SortDirection::descending : SortDirection::ascending;
     if (!order_add(query.order, &query.order_count, {found, direction})) return false;
   }
   return true;
@@ -187,32 +189,23 @@ const char *result_name(const ResultColumn &column, char (&buffer)[result_name_s
 
 bool query_prepare_select(Catalog &catalog, const EvalContext &context, const Node &root, Query **made) {
   *made = nullptr;
-  const Node *tree = root.first;
-  const Node *list = tree == nullptr ? nullptr : tree->second;
-  const Node *from = list == nullptr ? nullptr : list->second;
-  if (from == nullptr) return fail(status::select_argument);
-  const Node *order = root.second;
-  const Node *file = order;
-  if (order != nullptr && order->kind == node::order_by) {
-    file = order->second;
-  } else {
-    order = nullptr;
-  }
+  const SelectTree select = SelectTree::of(root);
+  if (select.query == nullptr) return fail(status::select_argument);
+  const QueryTree tree = QueryTree::of(*select.query);
   Query *query = *made = query_new(catalog, context);
   if (query == nullptr) return false;
-  read_output(*query, file);
-  if (!open_tables(*query, from->first)) return false;
-  query->distinct = list->qual != 0;
-  const bool columns = list->first == nullptr ? all_columns(*query) : read_items(*query, list->first);
-  return columns && read_condition(*query, from->second) &&
-         (order == nullptr || read_order(*query, order->first));
+  read_output(*query, select.file);
+  if (!open_tables(*query, tree.tables)) return false;
+  query->distinct = tree.distinct;
+  const bool columns = tree.items == nullptr ? all_columns(*query) : read_items(*query, tree.items);
+  return columns && read_condition(*query, tree.where) && read_order(*query, select.order);
 }
 
 bool query_prepare_items(Catalog &catalog, const EvalContext &context, const Node &root, Query **made) {
   Query *query = *made = query_new(catalog, context);
   if (query == nullptr) return false;
   query->items_only = true;
-  return read_items(*query, root.second);
+  return read_items(*query, ListTree::of(root).items);
 }
 
 void query_release(Query *query) {

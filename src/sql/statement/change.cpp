@@ -6,6 +6,7 @@
 
 #include "frame/error.h"
 #include "sql/evaluate/set_value.h"
+#include "sql/parse/shapes.h"
 #include "sql/query/planner.h"
 #include "sql/statement/executors.h"
 
@@ -44,46 +45,38 @@ bool allocate_columns(MemoryPool &pool, int count, Targets &targets) {
   return targets.columns != nullptr || fail(status::sql_memory);
 }
 
-bool bind_all(MemoryPool &pool, const Table &table, const Node &values, Targets &targets) {
+bool bind_all(MemoryPool &pool, const Table &table, Targets &targets) {
   if (!allocate_columns(pool, table.column_count, targets)) return false;
   for (int i = 0; i < table.column_count; ++i) targets.columns[i] = &table.columns[i];
   targets.column_count = table.column_count;
-  targets.values = values.second;
-  targets.value_count = node_count(values.second);
   return true;
 }
 
-bool bind_list(MemoryPool &pool, const Table &table, const Node &names, Targets &targets) {
-  if (!allocate_columns(pool, node_count(&names), targets)) return false;
-  for (const Node *name = &names; name != nullptr; name = name->first) {
+bool bind_list(MemoryPool &pool, const Table &table, const Node *names, Targets &targets) {
+  if (!allocate_columns(pool, node_count(names), targets)) return false;
+  for (const Node *name : chain(names)) {
     if (!bind_column(table, node_name(*name), targets)) return false;
   }
-  targets.values = names.second->second;
-  targets.value_count = node_count(targets.values);
   return true;
 }
 
-bool bind_assignments(MemoryPool &pool, const Table &table, const Node &list, Targets &targets) {
-  targets.value_count = node_count(list.second);
+bool bind_assignments(MemoryPool &pool, const Table &table, Targets &targets) {
   if (!allocate_columns(pool, targets.value_count, targets)) return false;
-  for (const Node *item = list.second; item != nullptr; item = item->first) {
-    const Node *pair = item->second;
-    if (pair == nullptr || pair->first == nullptr || pair->second == nullptr)
-      return fail(status::assignment_tree);
-    if (!bind_column(table, node_name(*pair->first), targets)) return false;
+  for (const Node *item : chain(targets.values)) {
+    const AssignmentTree assignment = AssignmentTree::of(*item);
+    if (assignment.value == nullptr) return fail(status::assignment_tree);
+    if (!bind_column(table, assignment.name, targets)) return false;
   }
-  targets.values = list.second;
   return true;
 }
 
 // The expression of a value item or of an assignment item.
 Node *value_expression(const Node &item) {
-  return item.kind == node::assignment_item ? item.second->second : item.second;
+  return item.kind == node::assignment_item ? AssignmentTree::of(item).value : ValueItemTree::of(item).value;
 }
 
-bool names_file(const Node &source) {
-  if (source.kind == node::file_name) return true;
-  return source.kind == node::column_name && source.second->kind == node::file_name;
+bool names_file(const SourceTree &source) {
+  return source.values->kind == node::file_name;
 }
 
 enum class Rows { many, one };
@@ -94,17 +87,17 @@ bool value_count_fits(const Targets &targets, Rows rows) {
   return targets.value_count >= targets.column_count && targets.value_count % targets.column_count == 0;
 }
 
-bool bind_source(MemoryPool &pool, const Table &table, const Node &source, Rows rows, Targets &targets) {
-  switch (source.kind) {
-    case node::assignment_list:
-      return bind_assignments(pool, table, source, targets);
-    case node::values:
-      if (!bind_all(pool, table, source, targets)) return false;
-      return value_count_fits(targets, rows) || fail(status::value_count_rows);
-    default:
-      if (!bind_list(pool, table, source, targets)) return false;
-      return value_count_fits(targets, rows) || fail(status::value_count_columns);
+bool bind_source(MemoryPool &pool, const Table &table, const SourceTree &source, Rows rows,
+                 Targets &targets) {
+  targets.values = ListTree::of(*source.values).items;
+  targets.value_count = node_count(targets.values);
+  if (source.values->kind == node::assignment_list) return bind_assignments(pool, table, targets);
+  if (source.columns == nullptr) {
+    if (!bind_all(pool, table, targets)) return false;
+    return value_count_fits(targets, rows) || fail(status::value_count_rows);
   }
+  if (!bind_list(pool, table, source.columns, targets)) return false;
+  return value_count_fits(targets, rows) || fail(status::value_count_columns);
 }
 
 // ---- rows ----
@@ -113,7 +106,7 @@ bool bind_source(MemoryPool &pool, const Table &table, const Node &source, Rows 
 bool insert_row(EvalContext &context, RowHandle &row, const Targets &targets, Node *item, Node **next) {
   const PoolScope scope(*context.pool);
   row_handle_reset(row);
-  for (int i = 0; i < targets.column_count; ++i, item = item->first) {
+  for (int i = 0; i < targets.column_count; ++i, item = node_next(*item)) {
     Node *expression = value_expression(*item);
     if (!set_value_check(context, expression)) return false;
     if (!set_value(context, *expression, row, *targets.columns[i])) return false;
@@ -126,14 +119,14 @@ bool update_row(EvalContext &context, RowHandle &writer, const RowHandle &reader
   const PoolScope scope(*context.pool);
   row_handle_copy(writer, reader);
   const Node *item = targets.values;
-  for (int i = 0; i < targets.column_count; ++i, item = item->first) {
+  for (int i = 0; i < targets.column_count; ++i, item = node_next(*item)) {
     if (!set_value(context, *value_expression(*item), writer, *targets.columns[i])) return false;
   }
   return row_handle_update(writer);
 }
 
 bool check_values(EvalContext &context, const Targets &targets) {
-  for (Node *item = targets.values; item != nullptr; item = item->first) {
+  for (const Node *item : chain(targets.values)) {
     if (!set_value_check(context, value_expression(*item))) return false;
   }
   return true;
@@ -142,7 +135,7 @@ bool check_values(EvalContext &context, const Targets &targets) {
 // Calls change for every row that meets the condition of where (null: every row).
 template <class Change>
 bool change_rows(EvalContext &context, const Node *where, Change change) {
-  Node *condition = where == nullptr ? nullptr : where->first;
+  Node *condition = WhereTree::of(where).condition;
   if (condition != nullptr && !condition_check(context, condition)) return false;
   CursorRequest request{};
   request.context = context;
@@ -159,8 +152,9 @@ TableAccess *open_access(Statement &statement, const char *table_name) {
 }  // namespace
 
 bool exec_insert(Statement &statement) {
-  const Node &source = *statement.root->second;
-  const RowHandleHold row(open_row(*statement.db, node_name(*statement.root->first)));
+  const InsertTree tree = InsertTree::of(*statement.root);
+  const SourceTree source = SourceTree::of(*tree.source);
+  const RowHandleHold row(open_row(*statement.db, node_name(*tree.table)));
   if (row.get() == nullptr) return false;
   if (names_file(source)) return true;
   Targets targets{};
@@ -173,26 +167,28 @@ bool exec_insert(Statement &statement) {
 }
 
 bool exec_update(Statement &statement) {
-  const Node &root = *statement.root;
-  const char *table_name = node_name(*root.first);
+  const UpdateTree tree = UpdateTree::of(*statement.root);
+  const SourceTree source = SourceTree::of(*tree.source);
+  const char *table_name = node_name(*tree.table);
   const AccessHold access(open_access(statement, table_name));
   if (access.get() == nullptr) return false;
   const RowHandleHold writer(open_row(*statement.db, table_name));
   if (writer.get() == nullptr) return false;
-  if (names_file(*root.second)) return fail(status::unsupported);
+  if (names_file(source)) return fail(status::unsupported);
   Targets targets{};
-  if (!bind_source(*statement.pool, *writer->table, *root.second, Rows::one, targets)) return false;
+  if (!bind_source(*statement.pool, *writer->table, source, Rows::one, targets)) return false;
   EvalContext context = sql_context(statement, access.get());
   if (!check_values(context, targets)) return false;
-  return change_rows(context, root.third,
+  return change_rows(context, tree.where,
                      [&] { return update_row(context, *writer, *access->handle, targets); });
 }
 
 bool exec_delete(Statement &statement) {
-  const AccessHold access(open_access(statement, node_name(*statement.root->first)));
+  const DeleteTree tree = DeleteTree::of(*statement.root);
+  const AccessHold access(open_access(statement, node_name(*tree.table)));
   if (access.get() == nullptr) return false;
   EvalContext context = sql_context(statement, access.get());
-  return change_rows(context, statement.root->second, [&] { return row_handle_delete(*access->handle); });
+  return change_rows(context, tree.where, [&] { return row_handle_delete(*access->handle); });
 }
 
 }  // namespace tovik

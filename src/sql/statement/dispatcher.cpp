@@ -2,6 +2,7 @@
 
 #include "frame/env.h"
 #include "frame/error.h"
+#include "sql/parse/shapes.h"
 #include "sql/query/printing.h"
 #include "sql/statement/executors.h"
 
@@ -24,7 +25,7 @@ bool exec_rollback(Statement &statement) {
 }
 
 bool exec_echo(Statement &statement) {
-  const Node *literal = statement.root->second;
+  const Node *literal = TargetTree::of(*statement.root).target;
   system_driver.print("%s%s", literal == nullptr ? "" : node_name(*literal), "\n");
   return true;
 }
@@ -35,7 +36,8 @@ bool exec_select(Statement &statement) {
 }
 
 bool exec_set(Statement &statement) {
-  env_set(node_name(*statement.root->first), node_name(*statement.root->second));
+  const SetTree tree = SetTree::of(*statement.root);
+  env_set(node_name(*tree.name), node_name(*tree.value));
   return true;
 }
 

@@ -5,6 +5,7 @@
 #include "data/row/data_systems.h"
 #include "frame/error.h"
 #include "frame/param_text.h"
+#include "sql/parse/shapes.h"
 #include "sql/statement/executors.h"
 #include "sql/statement/table_check.h"
 #include "storage/transaction/trn_storage.h"
@@ -212,25 +213,25 @@ bool show_reading(Database &db, const InfoRow &row, const InfoWords &words) {
 bool exec_describe_db(Statement &statement) {
   Database &db = *statement.db;
   system_driver.print("****  Database: %s  ****%s%s", db.params->name, "\n", "\n");
-  Walk walk{db, statement.root->qual != 0, true, false};
+  Walk walk{db, DescribeTree::of(*statement.root).all, true, false};
   return table_walk(db, describe_one, &walk) && !walk.failed;
 }
 
 bool exec_describe_table(Statement &statement) {
-  const TableHold hold(table_open(*statement.db, node_name(*statement.root->second)));
+  const DescribeTree tree = DescribeTree::of(*statement.root);
+  const TableHold hold(table_open(*statement.db, node_name(*tree.table)));
   if (hold.get() == nullptr) return false;
   system_driver.print("***  Table: %s  ***%s%s", hold.get()->name, "\n", "\n");
   system_driver.print("  Attributes:%s", "\n");
   print_attributes(*hold.get());
-  if (statement.root->qual != 0) print_details(*hold.get());
+  if (tree.all) print_details(*hold.get());
   return true;
 }
 
 bool exec_info(Statement &statement) {
   InfoWords words{};
-  for (const Node *item = statement.root->second; item != nullptr && words.count < info_word_limit;
-       item = item->first) {
-    words.words[words.count++] = node_name(*item);
+  for (const Node *item : chain(ListTree::of(*statement.root).items)) {
+    if (words.count < info_word_limit) words.words[words.count++] = node_name(*item);
   }
   for (const InfoRow &row : info_rows) {
     if (!text_equal_nocase(words.words[0], row.word)) continue;
