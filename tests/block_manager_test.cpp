@@ -19,6 +19,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
+class BlockManagerTest : public Blocks {
+  Engine engine_;
+};
+
 // Offsets and the bytes to put there, all in hexadecimal: "14=0020 D4=01".
 std::vector<std::pair<int, std::string>> patches(const std::string &text) {
   std::vector<std::pair<int, std::string>> result;
@@ -31,8 +35,7 @@ std::vector<std::pair<int, std::string>> patches(const std::string &text) {
   return result;
 }
 
-TEST_F(Blocks, OpeningChecksTheHeader) {
-  Engine engine;
+TEST_F(BlockManagerTest, OpeningChecksTheHeader) {
   ASSERT_TRUE(create());
   const std::string good = content("orders.dat");
   const struct {
@@ -77,8 +80,7 @@ TEST_F(Blocks, OpeningChecksTheHeader) {
   EXPECT_EQ(take_recorded(), (Codes{20019, 20019, 20014}));
 }
 
-TEST_F(Blocks, CreateOpenRemove) {
-  Engine engine;
+TEST_F(BlockManagerTest, CreateOpenRemove) {
   EXPECT_FALSE(open());
   EXPECT_FALSE(remove());
   touch({"orders.trn", "orders.7.trn_", "orders.8.log_", "other.9.trn_"});
@@ -110,8 +112,7 @@ TEST_F(Blocks, CreateOpenRemove) {
 }
 
 // Both find the name free.
-TEST_F(Blocks, OneOfTwoCreationsAtOnceWins) {
-  Engine engine;
+TEST_F(BlockManagerTest, OneOfTwoCreationsAtOnceWins) {
   SlotGuard<int (*)(const char *)> exists(file_driver.file_exists, [](const char *) { return 0; });
   const ParamBlock params(param_create(text("").c_str()));
   IoObject *faster = io_create(0, params->io, file("orders.dat").c_str(), part_dat);
@@ -126,8 +127,7 @@ TEST_F(Blocks, OneOfTwoCreationsAtOnceWins) {
   EXPECT_EQ(content("orders.dat"), header);
 }
 
-TEST_F(Blocks, TransfersStayInsideThePart) {
-  Engine engine;
+TEST_F(BlockManagerTest, TransfersStayInsideThePart) {
   BlockDatabase database = create("SIZE_DAT=30B;SIZE_TRN=10B"), endless = create("NAME=endless");
   ASSERT_TRUE(database && endless);
   const std::string block = block_of('b');
@@ -148,8 +148,7 @@ TEST_F(Blocks, TransfersStayInsideThePart) {
   EXPECT_FALSE(bm_block_valid(*database, part_trn, 10));
 }
 
-TEST_F(Blocks, TemporaryDatabase) {
-  Engine engine;
+TEST_F(BlockManagerTest, TemporaryDatabase) {
   env_set("HVI_TMP_DIR", dir_.path().c_str());
   const std::string name =
       "alter" + std::to_string(system_driver.process_id()) + "_" + std::to_string(current_thread()) + ".tmp";
@@ -163,8 +162,7 @@ TEST_F(Blocks, TemporaryDatabase) {
   EXPECT_EQ(files(), (Names{"alter.trn", "alter.1.trn_"})) << "another database's storages stay";
 }
 
-TEST_F(Blocks, SingleStorageHoldsBothParts) {
-  Engine engine;
+TEST_F(BlockManagerTest, SingleStorageHoldsBothParts) {
   const std::string raw = "TYPE2=RAW;SIZE_DAT=100B;SIZE_TRN=20B";
   {
     BlockDatabase database = create(raw);
@@ -187,8 +185,7 @@ TEST_F(Blocks, SingleStorageHoldsBothParts) {
   EXPECT_EQ(files(), Names{});
 }
 
-TEST_F(Blocks, RawDevice) {
-  Engine engine;
+TEST_F(BlockManagerTest, RawDevice) {
   const std::string device = "TYPE2=RAW_DEV;SIZE_DAT=30B;SIZE_TRN=10B;PATH=x;NAME=" + file("device") + "\\d";
   // The device's name is the path; NAME's directory gives it.
   EXPECT_FALSE(create(device));
@@ -270,8 +267,7 @@ CipherDriver shift_cipher = {
     [](void *, const void *in, void *out, int length) { return shift(in, out, length, 1); },
     [](void *, const void *in, void *out, int length) { return shift(in, out, length, -1); }};
 
-TEST_F(Blocks, EncryptedDatabase) {
-  Engine engine;
+TEST_F(BlockManagerTest, EncryptedDatabase) {
   EXPECT_FALSE(create("ENCRYPT_KEY=k"));
   SlotGuard cipher(system_driver.cipher_driver, &shift_cipher);
   {

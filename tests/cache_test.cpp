@@ -5,12 +5,15 @@
 namespace tovik::test {
 namespace {
 
-const char memory_database[] = "NAME=c;TYPE=MEMORY;BLOCK_SIZE=1024;";
+class CacheTest : public testing::Test, protected StorageEngine {
+ protected:
+  static Database create(const std::string &options) {
+    return Database("NAME=c;TYPE=MEMORY;BLOCK_SIZE=1024;" + options, Database::Start::create);
+  }
+};
 
-TEST(CacheTest, FullCacheFailsAndRecovers) {
-  StorageEngine engine;
-  Database db(std::string(memory_database) + "CACHE_SIZE_DAT=2;CACHE_RTC=3;CACHE_RTS=0",
-              Database::Start::create);
+TEST_F(CacheTest, FullCacheFailsAndRecovers) {
+  Database db = create("CACHE_SIZE_DAT=2;CACHE_RTC=3;CACHE_RTS=0");
   Page pages[3];
   ASSERT_TRUE(sm_page_get(*db, 1, 1, pages[0]) && sm_page_get(*db, 2, 1, pages[1]));
   EXPECT_FALSE(sm_page_new(*db, 1, pages[2]));
@@ -20,9 +23,8 @@ TEST(CacheTest, FullCacheFailsAndRecovers) {
   EXPECT_EQ(3, db.add(5));
 }
 
-TEST(CacheTest, RefusesWhatCannotBe) {
-  StorageEngine engine;
-  Database db(memory_database, Database::Start::create);
+TEST_F(CacheTest, RefusesWhatCannotBe) {
+  Database db = create("");
   ASSERT_EQ(3, db.add(1));
   Page page;
   EXPECT_FALSE(sm_page_get(*db, 4, 1, page));
@@ -38,9 +40,8 @@ TEST(CacheTest, RefusesWhatCannotBe) {
             take_recorded());
 }
 
-TEST(CacheTest, ImmediateWriteReachesTheStorage) {
-  StorageEngine engine;
-  Database db(std::string(memory_database) + "CACHE_IMM_WRITE=true", Database::Start::create);
+TEST_F(CacheTest, ImmediateWriteReachesTheStorage) {
+  Database db = create("CACHE_IMM_WRITE=true");
   const uint32_t writes = db->bm->io[part_dat]->write_count;
   ASSERT_EQ(3, db.add(8));
   EXPECT_EQ(3u, db->bm->io[part_dat]->write_count - writes);  // page twice, header
@@ -51,10 +52,8 @@ TEST(CacheTest, ImmediateWriteReachesTheStorage) {
   EXPECT_EQ(1, header.parts[part_dat].counters.fcnt);
 }
 
-TEST(CacheTest, StopsAtTheSizeLimits) {
-  StorageEngine engine;
-  Database db(std::string(memory_database) + "SIZE_DAT=30B;SIZE_TRN=10B;CACHE_SIZE_TRN=4",
-              Database::Start::create);
+TEST_F(CacheTest, StopsAtTheSizeLimits) {
+  Database db = create("SIZE_DAT=30B;SIZE_TRN=10B;CACHE_SIZE_TRN=4");
   for (BlockNo block = 3; block < 30; ++block) ASSERT_EQ(block, db.add(1));
   EXPECT_EQ(0, db.add(1));
   EXPECT_EQ(Codes{status::cache_argument}, take_recorded());
@@ -67,9 +66,8 @@ TEST(CacheTest, StopsAtTheSizeLimits) {
 }
 
 // Levels that end within a transaction leave their shadow blocks to the next.
-TEST(CacheTest, EndedLevelsLeaveTheirShadowBlocks) {
-  StorageEngine engine;
-  Database db(std::string(memory_database) + "SIZE_TRN=10B", Database::Start::create);
+TEST_F(CacheTest, EndedLevelsLeaveTheirShadowBlocks) {
+  Database db = create("SIZE_TRN=10B");
   ASSERT_TRUE(db.begin());
   for (uint8_t fill = 0; fill < 50; ++fill) {
     ASSERT_TRUE(db.begin() && db.put(1, fill) && db.put(2, fill)) << take_recorded().size();

@@ -28,7 +28,8 @@ class CountedMemory {
   CountedMemory(const CountedMemory &) = delete;
   CountedMemory &operator=(const CountedMemory &) = delete;
 
-  int blocks() const { return blocks_; }  // allocated and not yet freed
+  int blocks() const { return blocks_; }        // allocated and not yet freed
+  int calls() const { return failing_.calls; }  // for more memory, since the last fail()
   void fail(int call, Failure how) { failing_ = {call, how}; }
   void heal() { failing_.first = 0; }
   bool failed() const { return failing_.met; }  // since the last fail()

@@ -4,24 +4,12 @@
 #include "api_support.h"
 #include "data/database.h"
 #include "engine_support.h"
+#include "fault_memory.h"
 #include "sql/statement/statement.h"
 #include "tovik.h"
 
 namespace tovik::test {
 namespace {
-
-int heap_calls = 0;
-void *(*real_alloc)(size_t);
-void *(*real_realloc)(void *, size_t);
-
-void *counting_alloc(size_t size) {
-  ++heap_calls;
-  return real_alloc(size);
-}
-void *counting_realloc(void *block, size_t size) {
-  ++heap_calls;
-  return real_realloc(block, size);
-}
 
 class HotPath : public testing::Test {
  protected:
@@ -30,10 +18,6 @@ class HotPath : public testing::Test {
     db = db_create(("NAME=h;PATH=" + directory.path() + ";CACHE_SIZE_DAT=256;CACHE_SIZE_TRN=256").c_str());
     ASSERT_NE(db, nullptr);
     statement = sql_create(db);
-    real_alloc = memory_table.mem_alloc;
-    real_realloc = memory_table.mem_realloc;
-    memory_table.mem_alloc = counting_alloc;
-    memory_table.mem_realloc = counting_realloc;
     run("CREATE TABLE t (id int, s char(20), x text(20, 4, 20), d double)");
     run("CREATE UNIQUE INDEX ti ON t (id)");
     run("BEGIN WORK");
@@ -44,8 +28,6 @@ class HotPath : public testing::Test {
     run("COMMIT WORK");
   }
   void TearDown() override {
-    memory_table.mem_alloc = real_alloc;
-    memory_table.mem_realloc = real_realloc;
     sql_destroy(statement);
     db_close(db);
     library_end();
@@ -66,16 +48,17 @@ class HotPath : public testing::Test {
         ASSERT_TRUE(cursor_value(*statement->query->cursor, statement->query->columns[column], &value));
       }
       if (++rows == 10) {
-        heap_calls = 0;
+        memory.fail(0, Failure::once);
         most_used = statement->pool->used;
       }
       EXPECT_LE(rows > 10 ? statement->pool->used : 0, most_used + 64);
     }
     EXPECT_EQ(rows, expected_rows);
-    EXPECT_EQ(rows > 10 ? heap_calls : 0, 0);
+    EXPECT_EQ(rows > 10 ? memory.calls() : 0, 0);
     sql_clear(*statement);
   }
 
+  CountedMemory memory;
   TempDir directory;
   Database *db = nullptr;
   Statement *statement = nullptr;
@@ -119,15 +102,15 @@ TEST_F(HotPath, ARecordReadByKeyOrInsertedTakesNothingFromTheHeapOnceWarm) {
     EXPECT_EQ(tovik_insert(records, "t", values, 2), 0);
   };
   for (int id = 0; id < 1000; ++id) read(id);
-  heap_calls = 0;
+  memory.fail(0, Failure::once);
   for (int id = 0; id < 1000; id += 7) EXPECT_EQ(read(id), "a text of more than four bytes");
-  EXPECT_EQ(heap_calls, 0);
+  EXPECT_EQ(memory.calls(), 0);
   EXPECT_EQ(tovik_begin(records), 0);
   for (int id = 1000; id < 1003; ++id) insert(id);
-  heap_calls = 0;
+  memory.fail(0, Failure::once);
   insert(1003);
   EXPECT_EQ(read(1003), "a text of more than four bytes") << "inside a transaction";
-  EXPECT_EQ(heap_calls, 0);
+  EXPECT_EQ(memory.calls(), 0);
   EXPECT_EQ(tovik_rollback(records), 0);
   tovik_close(records);
 }

@@ -13,23 +13,17 @@ constexpr LockResult granted = LockResult::granted, busy = LockResult::busy, fai
 // The file and its users: each open counts as a process of its own.
 class LockManagerTest : public testing::Test {
  protected:
-  struct Process {
-    explicit Process(const std::string &text) : params(param_create(text.c_str())) {
-      bm = bm_open(*params, false);
-      if (bm == nullptr) bm = bm_create(*params, DatabaseType::ordinary);
+  struct Process : BlockDatabase {
+    explicit Process(const std::string &text) {
+      params.reset(param_create(text.c_str()));
+      bm.reset(bm_open(*params, false));
+      if (bm == nullptr) bm.reset(bm_create(*params, DatabaseType::ordinary));
       EXPECT_TRUE(bm_end_creation(*bm));
-      lm = lm_create(*bm);
+      lm.reset(lm_create(*bm));
       err_clear();
     }
-    ~Process() {
-      lm_destroy(lm);
-      bm_close(bm);
-      param_destroy(params);
-    }
     LockManager &operator*() { return *lm; }
-    Params *params;
-    BlockManager *bm;
-    LockManager *lm;
+    Held<LockManager, lm_destroy> lm;
   };
 
   StorageEngine engine_;
