@@ -7,13 +7,13 @@ namespace {
 
 class CacheTest : public testing::Test, protected StorageEngine {
  protected:
-  static Database create(const std::string &options) {
-    return Database("NAME=c;TYPE=MEMORY;BLOCK_SIZE=1024;" + options, Database::Start::create);
+  static Storage create(const std::string &options) {
+    return Storage("NAME=c;TYPE=MEMORY;BLOCK_SIZE=1024;" + options, Storage::Start::create);
   }
 };
 
 TEST_F(CacheTest, FullCacheFailsAndRecovers) {
-  Database db = create("CACHE_SIZE_DAT=2;CACHE_RTC=3;CACHE_RTS=0");
+  Storage db = create("CACHE_SIZE_DAT=2;CACHE_RTC=3;CACHE_RTS=0");
   Page pages[3];
   ASSERT_TRUE(sm_page_get(*db, 1, 1, pages[0]) && sm_page_get(*db, 2, 1, pages[1]));
   EXPECT_FALSE(sm_page_new(*db, 1, pages[2]));
@@ -24,7 +24,7 @@ TEST_F(CacheTest, FullCacheFailsAndRecovers) {
 }
 
 TEST_F(CacheTest, RefusesWhatCannotBe) {
-  Database db = create("");
+  Storage db = create("");
   ASSERT_EQ(3, db.add(1));
   Page page;
   EXPECT_FALSE(sm_page_get(*db, 4, 1, page));
@@ -41,7 +41,7 @@ TEST_F(CacheTest, RefusesWhatCannotBe) {
 }
 
 TEST_F(CacheTest, ImmediateWriteReachesTheStorage) {
-  Database db = create("CACHE_IMM_WRITE=true");
+  Storage db = create("CACHE_IMM_WRITE=true");
   const uint32_t writes = db->bm->io[part_dat]->write_count;
   ASSERT_EQ(3, db.add(8));
   EXPECT_EQ(3u, db->bm->io[part_dat]->write_count - writes);  // page twice, header
@@ -53,7 +53,7 @@ TEST_F(CacheTest, ImmediateWriteReachesTheStorage) {
 }
 
 TEST_F(CacheTest, StopsAtTheSizeLimits) {
-  Database db = create("SIZE_DAT=30B;SIZE_TRN=10B;CACHE_SIZE_TRN=4");
+  Storage db = create("SIZE_DAT=30B;SIZE_TRN=10B;CACHE_SIZE_TRN=4");
   for (BlockNo block = 3; block < 30; ++block) ASSERT_EQ(block, db.add(1));
   EXPECT_EQ(0, db.add(1));
   EXPECT_EQ(Codes{status::cache_argument}, take_recorded());
@@ -67,7 +67,7 @@ TEST_F(CacheTest, StopsAtTheSizeLimits) {
 
 // Levels that end within a transaction leave their shadow blocks to the next.
 TEST_F(CacheTest, EndedLevelsLeaveTheirShadowBlocks) {
-  Database db = create("SIZE_TRN=10B");
+  Storage db = create("SIZE_TRN=10B");
   ASSERT_TRUE(db.begin());
   for (uint8_t fill = 0; fill < 50; ++fill) {
     ASSERT_TRUE(db.begin() && db.put(1, fill) && db.put(2, fill)) << take_recorded().size();

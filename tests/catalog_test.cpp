@@ -84,6 +84,23 @@ TEST_F(Catalog, EmptyKeepsTheSchema) {
   EXPECT_EQ(rows.column("b").p3, 20) << "no chunk is of 4 bytes";
 }
 
+TEST_F(Catalog, StaleDefinitionIsNotWritten) {
+  ASSERT_TRUE(store.create_table("t", {column("a", type::int32)}));
+  store.begin();
+  Rows before(db(), "t");
+  EXPECT_FALSE(row_handle_delete(*before.handle)) << "no row";
+  EXPECT_EQ(first_status(), status::record_argument);
+  ASSERT_TRUE(before.insert({"1"}));
+  ASSERT_TRUE(index_create(db(), "t", index_on("i", {"a"})));
+  EXPECT_FALSE(before.insert({"2"}));
+  EXPECT_EQ(first_status(), status::record_argument);
+  ASSERT_TRUE(store.insert("t", {"2"}));
+  store.commit();
+  EXPECT_FALSE(before.insert({"3"}));
+  EXPECT_EQ(first_status(), status::record_argument);
+  Rows(db(), "t").check_indices();
+}
+
 // Two connections that insert in turn and roll back now and then, beside values given by hand.
 TEST_F(Catalog, AutoIncrementGivesValuesThatNobodyHas) {
   ASSERT_TRUE(store.create_table("t", {auto_increment(column("a", type::int32)), column("b", type::int32)},

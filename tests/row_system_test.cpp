@@ -1,242 +1,66 @@
-// Row systems of every kind beside a map: rows come, change and go, row systems are created and dropped,
-// levels open, merge and are given up, and the database is opened anew; changes of which every call of the
-// storage driver fails; and the edges: numbers of no row, slots that lie apart, and the end of addresses.
+// The edges of row systems: numbers of no row, slots that lie apart, records that another process has
+// changed, and the end of addresses.
 #include "data/row/row_system.h"
 
 #include <map>
-#include <set>
 
 #include "data_support.h"
-#include "platform/held.h"
 
 namespace tovik::test {
 namespace {
 
-struct ModelSystem {
-  RowKind kind;
-  int data_size;
-  int64_t next;
-  std::map<RowNo, std::string> rows;
-};
-using ModelState = std::map<RowNo, ModelSystem>;  // by number
-
-using OpenRows = Held<RowSystem, row_system_close>;
-
-class RowSystemModel {
- public:
-  explicit RowSystemModel(const std::string &options) : store_(options) {}
-
-  void run(int steps) {
-    for (int step = 0; step < steps && !testing::Test::HasFatalFailure(); ++step) {
-      SCOPED_TRACE("step " + std::to_string(step));
-      const int kind = random_.below(100);
-      if (kind < 6)
-        begin();
-      else if (kind < 13)
-        end(kind < 10);
-      else if (kind < 14)
-        reopen();
-      else if (kind < 18)
-        check_all();
-      else
-        change();
-    }
-    while (states_.size() > 1) end(true);
-    reopen();
-    check_all();
-  }
-
-  int run_failures(FaultDriver &driver, int steps) {
-    int failures = 0;
-    for (int i = 0; i < 8; ++i) create();
-    store_.begin();
-    for (int step = 0; step < steps && !testing::Test::HasFailure(); ++step) {
-      SCOPED_TRACE("step " + std::to_string(step));
-      auto &[number, system] = one_of(now());
-      const OpenRows rows(row_system_open(number, *store_.sm));
-      const Change change = any_change(system);
-      RowNo row = 0;
-      const auto unchanged = [&, &values = system.rows] {
-        // First the row, before other pages drive those out that the failed step changed.
-        if (change.old != 0) check_row(*rows, change.old, values[change.old]);
-        check(now());
-      };
-      failures += fail_each_call(
-          store_, driver, [&] { return apply(*rows, change, &row); }, unchanged);
-      note(system, change, row);
-    }
-    store_.commit();
-    check_all();
-    return failures;
-  }
-
- private:
-  ModelState &now() { return states_.back(); }
-  template <class Map>
-  typename Map::reference one_of(Map &map) {
-    return *std::next(map.begin(), random_.below(static_cast<int>(map.size())));
-  }
-
-  void begin() {
-    if (states_.size() > tran_level_limit) return;
-    store_.begin();
-    states_.push_back(now());
-  }
-  void end(bool commit) {
-    if (states_.size() == 1) return;
-    commit ? store_.commit() : store_.rollback();
-    if (commit) states_[states_.size() - 2] = now();
-    states_.pop_back();
-    if (random_.one_in(3)) reopen();
-    check_all();
-  }
-  void reopen() {
-    if (states_.size() == 1) store_.reopen();
-  }
-
-  void change() {
-    const bool direct = states_.size() == 1;
-    ASSERT_TRUE(!direct || sm_direct_begin(*store_.sm)) << errors();
-    if (now().size() < 2 || random_.one_in(30)) {
-      create();
-    } else {
-      auto &[number, system] = one_of(now());
-      if (now().size() > 5 && random_.one_in(30))
-        drop(number);
-      else
-        for (int i = random_.below(8); i >= 0; --i) change_row(number, system);
-    }
-    EXPECT_TRUE(!random_.one_in(4) || row_systems_write_counters(*store_.sm)) << errors();  // as a flush does
-    if (direct) store_.save();
-  }
-
-  void create() {
-    static constexpr RowKind kinds[] = {RowKind::fixed, RowKind::variable, RowKind::fixed_auto,
-                                        RowKind::variable_auto};
-    const RowKind kind = kinds[random_.below(4)];
-    const int size = random_.one_in(4) ? 5 + random_.below(3000) : 5 + random_.below(60);
-    RowSystem *rows = row_system_create(*store_.sm, kind, size, 7, 3, 0);
-    ASSERT_NE(rows, nullptr) << errors();
-    EXPECT_TRUE(now().emplace(rows->number, ModelSystem{kind, size, row_kind_auto(kind) ? 7 : 0, {}}).second);
-    numbers_.insert(rows->number);
-    row_system_close(rows);
-  }
-  void drop(RowNo number) {
-    RowSystem *rows = row_system_open(number, *store_.sm);
-    ASSERT_TRUE(rows != nullptr && row_system_drop(rows)) << errors();
-    now().erase(number);
-  }
-
-  // An insertion changes no old row; a deletion has no value.
-  struct Change {
-    RowNo old;
-    std::string value;
-  };
-  Change any_change(ModelSystem &system) {
-    const RowNo old = system.rows.empty() || random_.one_in(2) ? 0 : one_of(system.rows).first;
-    if (old != 0 && random_.one_in(2)) return {old, ""};
-    int size = system.data_size;
-    if (row_kind_variable(system.kind)) size = 1 + random_.below(std::min(6 * size, 4000));
-    std::string value(static_cast<size_t>(size), '\0');
-    for (char &byte : value) byte = static_cast<char>(random_.below(256));
-    return {old, value};
-  }
-  static bool apply(RowSystem &rows, const Change &change, RowNo *row) {
-    *row = change.old;
-    const int size = static_cast<int>(change.value.size());
-    if (change.old == 0) return row_insert(rows, change.value.data(), size, row);
-    if (size == 0) return row_delete(rows, change.old) == RowRead::active;
-    return row_update(rows, row, change.value.data(), size);
-  }
-  static void note(ModelSystem &system, const Change &change, RowNo row) {
-    system.rows.erase(change.old);
-    if (!change.value.empty()) {
-      EXPECT_TRUE(system.rows.emplace(row, change.value).second) << "row number " << row << " is in use";
-    }
-  }
-  void change_row(RowNo number, ModelSystem &system) {
-    const OpenRows rows(row_system_open(number, *store_.sm));
-    ASSERT_NE(rows.get(), nullptr) << errors();
-    const Change change = any_change(system);
-    RowNo row = 0;
-    ASSERT_TRUE(apply(*rows, change, &row)) << errors();
-    note(system, change, row);
-    if (change.old != 0 || !row_kind_auto(system.kind)) return;
-    EXPECT_TRUE(row_autoinc_advance(*rows));
-    system.next += 3;
-  }
-
-  // What this thread sees, and what every other thread sees of the committed state.
-  void check_all() {
-    check(now());
-    if (states_.size() > 1) on_other_thread([this] { check(states_.front()); });
-  }
-  void check(const ModelState &state) {
-    for (const auto &[number, system] : state) {
-      SCOPED_TRACE("row system " + std::to_string(number));
-      const OpenRows rows(row_system_open(number, *store_.sm));
-      ASSERT_NE(rows.get(), nullptr) << errors();
-      EXPECT_EQ(row_autoinc_get(*rows).next, system.next);
-      row_kind_variable(system.kind) ? check_values(*rows, system) : check_scan(*rows, system);
-    }
-    for (const RowNo number : numbers_) {
-      const bool there = state.count(number) != 0;
-      EXPECT_TRUE(there || row_system_open(number, *store_.sm) == nullptr) << number << " is no more";
-    }
-    err_clear();
-  }
-  void check_row(RowSystem &rows, RowNo row, const std::string &value) {
-    std::string copy(value.size(), '\0');
-    const int size = static_cast<int>(copy.size());
-    EXPECT_TRUE(row_kind_variable(rows.kind)
-                    ? row_read_variable(rows, row, copy.data(), size)
-                    : row_read(rows, row, copy.data(), size, nullptr) == RowRead::active)
-        << errors();
-    EXPECT_TRUE(copy == value) << "row " << row;
-  }
-  void check_values(RowSystem &rows, const ModelSystem &system) {
-    uint32_t pieces = 0;
-    for (const auto &[row, value] : system.rows) {
-      check_row(rows, row, value);
-      const size_t piece = static_cast<size_t>(system.data_size - 4);
-      pieces += static_cast<uint32_t>((value.size() + piece - 1) / piece);
-    }
-    EXPECT_EQ(row_active_count(rows), pieces);
-  }
-  void check_scan(RowSystem &rows, const ModelSystem &system) {
-    RowScan scan;
-    RowFetch fetch;
-    RowNo row = 0;
-    std::map<RowNo, std::string> found;
-    std::string data(static_cast<size_t>(system.data_size), '\0');
-    row_scan_start(scan, rows);
-    while ((fetch = row_scan_next(scan, data.data(), system.data_size, &row)) == RowFetch::row)
-      EXPECT_TRUE(found.emplace(row, data).second);
-    EXPECT_EQ(fetch, RowFetch::end) << errors();
-    EXPECT_TRUE(found == system.rows);
-    EXPECT_EQ(row_active_count(rows), system.rows.size());
-  }
-
-  StorageFixture store_;
-  Random random_;
-  std::vector<ModelState> states_ = {{}};
-  std::set<RowNo> numbers_;  // that row systems ever had
-};
-
-TEST(RowSystemModelTest, RandomWorkAgreesWithAMap) {
-  for (const char *options : {"BLOCK_SIZE=1024;CACHE_SIZE_DAT=8;CACHE_SIZE_TRN=6", "BLOCK_SIZE=1024",
-                              "BLOCK_SIZE=4096;CACHE_SIZE_TRN=12;CACHE_IMM_WRITE=true", "BLOCK_SIZE=32768"}) {
-    SCOPED_TRACE(options);
-    RowSystemModel model(options);
-    model.run(600);
-    if (testing::Test::HasFailure()) return;
-  }
+std::string read(RowSystem &rows, RowNo row, size_t size) {
+  std::string value(size, '\0');
+  const int length = static_cast<int>(size);
+  EXPECT_TRUE(row_kind_variable(rows.kind)
+                  ? row_read_variable(rows, row, value.data(), length)
+                  : row_read(rows, row, value.data(), length, nullptr) == RowRead::active)
+      << errors();
+  return value;
 }
 
-TEST(RowSystemModelTest, WhatFailsLeavesTheLevelAsItWasOrTorn) {
+// Rows over several pages, and of several pieces.
+TEST(RowSystemFailures, WhatFailsLeavesTheLevelAsItWasOrTorn) {
   FaultDriver driver;
-  RowSystemModel model("DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=4;CACHE_SIZE_TRN=6;CACHE_RTS=0");
-  EXPECT_GT(model.run_failures(driver, 600), 50);
+  StorageFixture store("DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=4;CACHE_SIZE_TRN=6;CACHE_RTS=0");
+  Random random;
+  int failures = 0;
+  for (const RowKind kind : {RowKind::fixed, RowKind::variable}) {
+    RowSystem *rows = row_system_create(*store.sm, kind, kind == RowKind::fixed ? 2900 : 300, 1, 1, 0);
+    ASSERT_NE(rows, nullptr) << errors();
+    std::map<RowNo, std::string> values;
+    ASSERT_TRUE(store.begin()) << errors();
+    for (int step = 0; step < 300 && !testing::Test::HasFailure(); ++step) {
+      const bool adding = values.size() < 20 || random.one_in(3), removing = !adding && random.one_in(2);
+      const RowNo old = adding ? 0 : std::next(values.begin(), random.below(20))->first;
+      const int size = kind == RowKind::fixed ? 2900 : 1 + random.below(3000);
+      const std::string value(static_cast<size_t>(size), static_cast<char>('a' + step % 26));
+      RowNo row = old;
+      const auto change = [&] {
+        if (adding) return row_insert(*rows, value.data(), size, &row);
+        if (removing) return row_delete(*rows, old) == RowRead::active;
+        return row_update(*rows, &row, value.data(), size);
+      };
+      const auto look = [&](bool) {  // first at the row, before other pages drive changed ones out
+        if (old != 0) {
+          EXPECT_EQ(read(*rows, old, values[old].size()), values[old]);
+        }
+        size_t slots = 0;
+        for (const auto &[number, stored] : values) {
+          EXPECT_EQ(read(*rows, number, stored.size()), stored);
+          slots += kind == RowKind::fixed ? 1 : (stored.size() + 295) / 296;
+        }
+        EXPECT_EQ(row_active_count(*rows), slots);
+        row = old;
+      };
+      failures += fail_each_call(*store.sm, driver, change, look);
+      values.erase(old);
+      if (!removing) values[row] = value;
+    }
+    ASSERT_TRUE(store.commit()) << errors();
+    row_system_close(rows);
+  }
+  EXPECT_GT(failures, 50);
 }
 
 class RowSystemTest : public testing::Test, public StorageFixture {
@@ -326,7 +150,7 @@ TEST_F(RowSystemTest, RowNumbersNeverWrap) {
   constexpr uint64_t block_size = 1024;
   RowSystem &rows = create(RowKind::fixed, 299);
   bm_counters(*sm->bm, part_dat).bcnt = static_cast<BlockNo>((uint64_t{1} << 32) / block_size) - 2;
-  const int used = used_blocks();
+  const int used = blocks_in_use(*sm);
   RowNo row = 0;
   for (int i = 0; i < 6; ++i) EXPECT_TRUE(insert(rows, &row)) << errors();
   EXPECT_EQ(rows.counters[0].page_last, 0xFFFFFFFFu / block_size);
@@ -334,7 +158,7 @@ TEST_F(RowSystemTest, RowNumbersNeverWrap) {
   EXPECT_FALSE(insert(rows, &row));
   EXPECT_EQ(first_status(), status::storage_size_limit);
   EXPECT_EQ(memcmp(&before, &rows.counters[0], offsetof(RowCounters, version)), 0);
-  EXPECT_EQ(used_blocks(), used + 1);
+  EXPECT_EQ(blocks_in_use(*sm), used + 1);
 }
 
 }  // namespace

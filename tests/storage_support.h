@@ -1,5 +1,5 @@
-// Databases over the storage layer alone: by their block managers, looked at from outside, and whole ones
-// over a data layer that does nothing.
+// Databases over the storage layer alone: by their block managers, looked at from outside, and with a data
+// layer that does nothing.
 #pragma once
 
 #include <cstring>
@@ -7,7 +7,7 @@
 #include <initializer_list>
 #include <set>
 
-#include "engine_support.h"
+#include "data_support.h"
 #include "platform/held.h"
 #include "storage/storage_manager.h"
 #include "storage/transaction/trn_storage.h"
@@ -115,72 +115,6 @@ struct StorageEngine : Engine {
                                          done, of_level, of_level, of_level};
     sm_register_data_layer(nothing);
   }
-};
-
-// A database over the storage layer alone; closed at the end of the scope.
-class Database {
- public:
-  enum class Start { create, open };
-
-  Database(const std::string &text, Start start) : params_(param_create(text.c_str())) {
-    if (params_ == nullptr) return;
-    sm_ = start == Start::create ? sm_create(*params_) : sm_open(*params_);
-    EXPECT_TRUE(sm_ == nullptr || start == Start::open || sm_direct_end(*sm_));
-  }
-  ~Database() {
-    sm_close(sm_);
-    param_destroy(params_);
-  }
-  Database(const Database &) = delete;
-  Database &operator=(const Database &) = delete;
-
-  bool opened() const { return sm_ != nullptr; }
-  StorageManager &operator*() { return *sm_; }
-  StorageManager *operator->() { return sm_; }
-  Counters &counters() { return bm_counters(*sm_->bm, part_dat); }
-
-  bool begin() { return tm_start(*sm_->tm, current_thread()); }
-  bool record() { return tm_commit(*sm_->tm, current_thread()); }
-  bool apply() { return tm_apply(*sm_->tm, current_thread()); }
-  bool commit() { return record() && apply(); }
-  bool rollback() { return tm_rollback(*sm_->tm, current_thread()); }
-
-  // Whole blocks through the page interface; every byte is fill, the last four are number.
-  BlockNo add(uint8_t fill, uint32_t number = 0) {
-    Page page;
-    if (!sm_page_new(*sm_, 1, page)) return 0;
-    paint(page.data(), fill, number);
-    const BlockNo block = page.block();
-    return sm_page_release_write(page) ? block : 0;
-  }
-  bool put(BlockNo block, uint8_t fill, uint32_t number = 0) {
-    Page page;
-    if (!sm_page_get(*sm_, block, 1, page)) return false;
-    paint(page.data(), fill, number);
-    return sm_page_release_write(page);
-  }
-  bool remove(BlockNo block) {
-    Page page;
-    return sm_page_get(*sm_, block, 1, page) && sm_page_delete(page);
-  }
-  Bytes get(BlockNo block) {  // empty on failure
-    Page page;
-    if (!sm_page_get(*sm_, block, 1, page)) return {};
-    return Bytes(page.data(), page.data() + bm_block_size(*sm_->bm));
-  }
-  int fill_of(BlockNo block) {
-    const Bytes bytes = get(block);
-    return bytes.empty() ? -1 : bytes[0];
-  }
-  void paint(uint8_t *data, uint8_t fill, uint32_t number) const {
-    const int size = bm_block_size(*sm_->bm);
-    memset(data, fill, static_cast<size_t>(size));
-    store_u32(data + size - 4, number);
-  }
-
- private:
-  Params *params_;
-  StorageManager *sm_ = nullptr;
 };
 
 }  // namespace tovik::test

@@ -14,11 +14,11 @@ namespace fs = std::filesystem;
 constexpr size_t block_size = 1024;
 
 // A file database of blocks 3 to 9; block n is filled with n.
-class TransactionTest : public testing::Test {
+class TransactionTest : public Blocks {
  protected:
   TransactionTest() {
     env_set("HVI_LOG_FILE", log_.c_str());
-    open(Database::Start::create);
+    open(Storage::Start::create);
     for (uint8_t fill = 3; fill <= 9; ++fill) EXPECT_EQ(fill, db_->add(fill));
     EXPECT_TRUE(sm_direct_begin(**db_) && sm_direct_end(**db_));
   }
@@ -26,12 +26,11 @@ class TransactionTest : public testing::Test {
   std::string text(const std::string &directory) const {
     return "NAME=orders;BLOCK_SIZE=1024;PATH=" + directory + more_;
   }
-  void open(Database::Start start) {
+  void open(Storage::Start start) {
     db_.reset();
     db_.emplace(text(dir_.path()), start);
     ASSERT_TRUE(db_->opened());
   }
-  std::string path(const std::string &name) const { return dir_ / name; }
   std::string log() const {
     const Bytes bytes = read_file(log_);
     return std::string(bytes.begin(), bytes.end());
@@ -51,14 +50,14 @@ class TransactionTest : public testing::Test {
 
   FaultDriver driver_;
   StorageEngine engine_;
-  TempDir dir_, logs_;
+  TempDir logs_;
   const std::string log_ = logs_ / "log";
   std::string more_;
-  std::optional<Database> db_;
+  std::optional<Storage> db_;
 };
 
 TEST_F(TransactionTest, MapOf513EntriesOfLargeBlocksTakesTwoBlocks) {
-  Database db("NAME=big;TYPE=MEMORY;BLOCK_SIZE=4096;CACHE_SIZE_TRN=600", Database::Start::create);
+  Storage db("NAME=big;TYPE=MEMORY;BLOCK_SIZE=4096;CACHE_SIZE_TRN=600", Storage::Start::create);
   for (int rest : {512, 513}) {
     while (db.counters().bcnt < rest) ASSERT_NE(0, db.add(1));
     ASSERT_TRUE(db.begin());
@@ -83,7 +82,7 @@ TEST_F(TransactionTest, ARecordWaitsUntilItIsApplied) {
   const Bytes trn = read_file(image / "orders.trn");
   const std::string params =
       text(image.path()) + ";WARM_RESTART=off;DRV_NO=" + std::to_string(driver_.driver_no);
-  Database db(params, Database::Start::open);
+  Storage db(params, Storage::Start::open);
   ASSERT_TRUE(db.opened());
   for (int call = 1; call <= 3; ++call) {  // the DAT header, the open, the TRN header
     driver_.fail_call(call, Failure::from_then_on);
@@ -152,7 +151,7 @@ TEST_F(TransactionTest, RecordsThatCannotBeTrueAreNotApplied) {
     write_file(image / "orders.dat", half_copied);
     write_file(image / "orders.trn", trn);
     fs::remove(log_);
-    Database db(text(image.path()), Database::Start::open);
+    Storage db(text(image.path()), Storage::Start::open);
     ASSERT_TRUE(db.opened());
     EXPECT_EQ(row.logged == block ? 60 : 50, db.fill_of(3));
     EXPECT_EQ(5, db.fill_of(5));
@@ -168,7 +167,7 @@ TEST_F(TransactionTest, SavedStorageMendsALostCopy) {
   snapshot(before);
   ASSERT_TRUE(commit_change({3, 9}, 60));
   const std::string saved = "orders." + std::to_string(db_->counters().ucnt) + ".trn_";
-  const Bytes new_dat = read_file(path("orders.dat"));
+  const Bytes new_dat = read_file(file("orders.dat"));
   const struct {
     const char *what;
     bool numbers;       // lcto and lctn as written, else 0
@@ -182,12 +181,12 @@ TEST_F(TransactionTest, SavedStorageMendsALostCopy) {
     SCOPED_TRACE(row.what);
     TempDir image;
     fs::copy(before / "orders.dat", image / "orders.dat");
-    Bytes trn = read_file(path(saved));
+    Bytes trn = read_file(file(saved));
     if (!row.numbers) memset(trn.data() + 0x128, 0, 16);
     write_file(image / saved, trn);
     fs::last_write_time(image / saved,
                         fs::last_write_time(image / "orders.dat") + std::chrono::seconds(row.seconds_after));
-    Database db(text(image.path()), Database::Start::open);
+    Storage db(text(image.path()), Storage::Start::open);
     ASSERT_TRUE(db.opened());
     EXPECT_EQ(row.applied ? 60 : 3, db.fill_of(3));
     if (row.numbers) {
@@ -199,14 +198,14 @@ TEST_F(TransactionTest, SavedStorageMendsALostCopy) {
 
 TEST_F(TransactionTest, ChangeAfterABusyCommitWithdrawsTheRecord) {
   ASSERT_TRUE(db_->begin() && change({3, 5}, 60) && db_->record());
-  const Bytes trn = read_file(path("orders.trn"));
+  const Bytes trn = read_file(file("orders.trn"));
   ASSERT_TRUE(db_->record());  // the exclusive level was busy: nothing is written twice
-  EXPECT_EQ(trn, read_file(path("orders.trn")));
+  EXPECT_EQ(trn, read_file(file("orders.trn")));
   ASSERT_TRUE(change({3}, 61) && cm_flush(*(*db_)->trn, (*db_)->tm));
   {
     TempDir image;
     snapshot(image);
-    Database db(text(image.path()), Database::Start::open);
+    Storage db(text(image.path()), Storage::Start::open);
     EXPECT_EQ(3, db.fill_of(3));
     EXPECT_EQ(5, db.fill_of(5));
   }
@@ -221,7 +220,7 @@ TEST_F(TransactionTest, RollbackAfterTheRecordIsFinal) {
   int call = 0;
   for (; call <= 1 || failed; ++call) {
     SCOPED_TRACE("call " + std::to_string(call));
-    open(Database::Start::open);
+    open(Storage::Start::open);
     ASSERT_TRUE(db_->begin() && change({3}, 60) && db_->record());
     driver_.fail_call(call);
     failed = !db_->rollback();
@@ -230,7 +229,7 @@ TEST_F(TransactionTest, RollbackAfterTheRecordIsFinal) {
     EXPECT_EQ(failed ? RecordCheck::pending : RecordCheck::none, tm_check_record(*(*db_)->tm));
     TempDir image;
     snapshot(image);
-    Database restarted(text(image.path()), Database::Start::open);
+    Storage restarted(text(image.path()), Storage::Start::open);
     if (failed) {
       ASSERT_TRUE(tm_recover(*(*db_)->tm));
     }
@@ -275,7 +274,7 @@ TEST_F(TransactionTest, HeadersAreWrittenUnderTheLock) {
 // saved storage makes some.
 TEST_F(TransactionTest, CopyThatFailsIsDoneAgain) {
   more_ = ";DRV_NO=" + std::to_string(FaultDriver::driver_no);
-  open(Database::Start::open);
+  open(Storage::Start::open);
   const auto position = [](const std::vector<std::string> &calls, const std::string &call) {
     return std::find(calls.begin(), calls.end(), call) - calls.begin();
   };
@@ -298,11 +297,11 @@ TEST_F(TransactionTest, CopyThatFailsIsDoneAgain) {
 // The other process ends its transaction while we look: its storage is gone, or empty, at the next call.
 TEST_F(TransactionTest, AStorageThatVanishesWhileLookedAtIsAbsent) {
   more_ = ";DRV_NO=0";
-  open(Database::Start::open);
-  Database other(text(dir_.path()), Database::Start::open);
+  open(Storage::Start::open);
+  Storage other(text(dir_.path()), Storage::Start::open);
   static const IoDriver real = file_driver;
   static std::string moving;
-  moving = path("orders.trn");
+  moving = file("orders.trn");
   const auto look_while = [&](auto &slot, auto moved) {
     ASSERT_TRUE(db_->begin() && change({3}, 70) && db_->record());
     {
@@ -327,8 +326,8 @@ TEST_F(TransactionTest, AStorageThatVanishesWhileLookedAtIsAbsent) {
 // process's commit.
 TEST_F(TransactionTest, UnwrittenChangesGiveWayToACommit) {
   more_ = ";DRV_NO=" + std::to_string(FaultDriver::driver_no);
-  open(Database::Start::open);
-  Database other(text(dir_.path()), Database::Start::open);
+  open(Storage::Start::open);
+  Storage other(text(dir_.path()), Storage::Start::open);
   bool changed;
   for (const bool committed : {false, true}) {
     SCOPED_TRACE(committed);
