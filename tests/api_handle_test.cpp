@@ -22,8 +22,7 @@ class Handles : public testing::Test {
     ASSERT_EQ(kld_api_init("HVI_TRAN_SYNC=OFF"), 0);
     ASSERT_EQ(kld_api_create_db(params_.c_str()), 0);
     Session session(params_);
-    ASSERT_EQ(session.run("CREATE TABLE t (a int)"), 0);
-    ASSERT_EQ(session.run("INSERT INTO t VALUES 1, 2"), 0);
+    ASSERT_EQ(session.run("CREATE TABLE t (a int)") | session.run("INSERT INTO t VALUES 1, 2"), 0);
   }
   void TearDown() override { kld_api_end(); }
 
@@ -283,14 +282,12 @@ TEST_F(Handles, AreRefusedInAProcessThatForkMade) {
 TEST(ForkedProcess, LeavesTheParentAlone) {
   const Library library("HVI_MEM_LIMIT_SIZE=8");
   TestDatabase db("LOCK_RETRY=0;BEGIN_RETRY=0");
-  ASSERT_EQ(db.run("CREATE TABLE t (a int)"), 0);
-  ASSERT_EQ(db.run("INSERT INTO t VALUES 1, 2, 3"), 0);
-  ASSERT_EQ(db.run("BEGIN WORK"), 0);
-  ASSERT_EQ(db.run("INSERT INTO t VALUES 4"), 0);
-  kld_stmt *stmt = db.session().statement();
-  ASSERT_EQ(kld_api_pre_stmt_char(stmt, "SELECT a FROM t"), 0);
-  ASSERT_EQ(kld_api_exec_stmt(stmt), 0);
-  ASSERT_EQ(kld_api_fetch_stmt(stmt), 1);
+  for (const char *sql :
+       {"CREATE TABLE t (a int)", "INSERT INTO t VALUES 1, 2, 3", "BEGIN WORK", "INSERT INTO t VALUES 4"})
+    ASSERT_EQ(db.run(sql), 0) << sql;
+  std::string rows;
+  Session &reader = db.session();
+  ASSERT_EQ(reader.prepare("SELECT a FROM t") | reader.execute() | reader.fetch_all(&rows, 1), 0);
   const auto write = [&](int expected) {
     if (kld_api_init("HVI_MEM_LIMIT_SIZE=8") != 0) return 1;
     Session own(db.params());
@@ -298,14 +295,15 @@ TEST(ForkedProcess, LeavesTheParentAlone) {
     return code == expected ? 0 : 2;
   };
   EXPECT_EQ(in_child([&] {
-              kld_api_destroy_stmt(stmt);
+              kld_api_destroy_stmt(reader.statement());
               kld_api_close_db(db.handle());
               return write(140003);
             }),
             0)
       << "the parent's lock stands";
-  EXPECT_EQ(kld_api_fetch_stmt(stmt), 1);
-  kld_api_clear_stmt(stmt);
+  EXPECT_EQ(reader.fetch_all(&rows), 0);
+  EXPECT_EQ(rows, "1;2;3;4");
+  kld_api_clear_stmt(reader.statement());
   EXPECT_EQ(db.run("COMMIT WORK"), 0);
   EXPECT_EQ(in_child([&] { return write(0); }), 0);
   EXPECT_EQ(db.rows("SELECT a FROM t"), "1;2;3;4;9");

@@ -41,21 +41,15 @@ TEST_F(Sql, Definitions) {
     CREATE UNIQUE TIMESERIES INDEX j ON t (a, b)
     INSERT INTO t VALUES 1,2,'x','y','z' => 143001
     DROP INDEX nothing => 145006
-    DROP INDEX j
-    INSERT INTO t VALUES 1,2,'x','y','z'
-    INFO CHECK t
+    DROP INDEX j; INSERT INTO t VALUES 1,2,'x','y','z'; INFO CHECK t
     RENAME ATTR t.zzz AS d => 142006
     RENAME ATTR t.c AS a => 142003
-    RENAME ATTR t.c AS f
-    SELECT f FROM t WHERE b = 1 => x
+    RENAME ATTR t.c AS f; SELECT f FROM t WHERE b = 1 => x
     SELECT c FROM t => error 150008
     RENAME t TO a => 141003
-    RENAME t TO u
-    RENAME t TO v => 141004
+    RENAME t TO u; RENAME t TO v => 141004
     SELECT a FROM t => error 141004
-    REOPEN
-    EMPTY u
-    SELECT a, f FROM u =>)");
+    REOPEN; EMPTY u; SELECT a, f FROM u =>)");
   std::string columns = "c0 int";
   for (int i = 1; i < 200; ++i) columns += ", c" + std::to_string(i) + " int";
   EXPECT_EQ(db.run("CREATE TABLE wide (" + columns + ", one_more int)"), 172003);
@@ -81,9 +75,7 @@ TEST_F(Sql, Changes) {
     UPDATE t VALUES 1 => 172005
     UPDATE t FROM 'file' => 172019
     DELETE t WHERE nothing = 2 => 150008
-    UPDATE t (a, b) VALUES 7, 'x'
-    DELETE FROM t WHERE rowid = 0
-    SELECT a, b FROM t => 7,x;7,x;7,x;7,x
+    UPDATE t (a, b) VALUES 7, 'x'; DELETE FROM t WHERE rowid = 0; SELECT a, b FROM t => 7,x;7,x;7,x;7,x
     CREATE TABLE u (a int, b int NOT NULL, c text)
     CREATE UNIQUE INDEX ua ON u (a)
     INSERT INTO u VALUES 1, 1, 'one'
@@ -108,14 +100,9 @@ TEST_F(Sql, Changes) {
     INSERT INTO v SET i = COUNT(*) => 150004
     SELECT * FROM v => 7,1,2,3,0aff,20200229,1.500000e+00;-,-,-,1.500000e+00,-,-,12
     CREATE TABLE w (id int AUTO_INCREMENT, n int) AUTO_INCREMENT_INIT = 10, AUTO_INCREMENT_STEP = 5
-    INSERT INTO w (n) VALUES 1, 2
-    INSERT INTO w VALUES 100, 3, 0, 4
-    REOPEN
-    BEGIN TRANSACTION
-    INSERT INTO w (n) VALUES 5
-    ROLLBACK TRANSACTION
-    INSERT INTO w (n) VALUES 6
-    SELECT id, n FROM w => 10,1;15,2;100,3;20,4;25,6)");
+    INSERT INTO w (n) VALUES 1, 2; INSERT INTO w VALUES 100, 3, 0, 4
+    REOPEN; BEGIN TRANSACTION; INSERT INTO w (n) VALUES 5; ROLLBACK TRANSACTION
+    INSERT INTO w (n) VALUES 6; SELECT id, n FROM w => 10,1;15,2;100,3;20,4;25,6)");
   std::string too_long = "INSERT INTO t VALUES 1, 'x'";
   for (int i = 0; i < 1000; ++i) too_long += ", 1, 'x'";
   EXPECT_EQ(db.run(too_long), 110002) << "more than the pool of a statement holds";
@@ -126,34 +113,25 @@ TEST_F(Sql, Changes) {
 
 TEST_F(Sql, Transactions) {
   script(R"(
-    CREATE TABLE t (a int)
-    CREATE UNIQUE INDEX ta ON t (a)
-    BEGIN TRANSACTION
-    INSERT INTO t VALUES 1, 2
+    CREATE TABLE t (a int); CREATE UNIQUE INDEX ta ON t (a)
+    BEGIN TRANSACTION; INSERT INTO t VALUES 1, 2
     INSERT INTO t VALUES 3, 4, 3 => 143001
     SELECT a FROM t => 1;2;3;4
     INFO CHECK t
-    DROP TABLE t
-    CREATE TABLE t (b int)
-    ROLLBACK WORK
+    DROP TABLE t; CREATE TABLE t (b int); ROLLBACK WORK
     SELECT a FROM t =>
-    SET HVI_AUTO_COMMIT 'OFF'
-    INSERT INTO t VALUES 5, 6
+    SET HVI_AUTO_COMMIT 'OFF'; INSERT INTO t VALUES 5, 6
     INSERT INTO t VALUES 7, 5 => 143001
     BEGIN WORK
-    INSERT INTO t VALUES 8
-    ROLLBACK WORK
-    REOPEN
-    SELECT a FROM t => 5;6;7
+    INSERT INTO t VALUES 8; ROLLBACK WORK
+    REOPEN; SELECT a FROM t => 5;6;7
     INFO CHECK t)");
 }
 
 TEST_F(Sql, Queries) {
   script(R"(
-    CREATE TABLE a (n int, s char(4))
-    CREATE TABLE b (n int, m int)
-    INSERT INTO a VALUES 2,'two', 1,'one', 3,NULL
-    INSERT INTO b VALUES 1,10, 2,20, 2,21
+    CREATE TABLE a (n int, s char(4)); CREATE TABLE b (n int, m int)
+    INSERT INTO a VALUES 2,'two', 1,'one', 3,NULL; INSERT INTO b VALUES 1,10, 2,20, 2,21
     SELECT COUNT(*) FROM a, b, a c => 27
     SELECT n FROM a ORDER BY s DESC => 2;1;3
     SELECT a.n, m FROM a, b WHERE a.n = b.n ORDER BY a.n, m DESC => 1,10;2,21;2,20
@@ -161,8 +139,7 @@ TEST_F(Sql, Queries) {
     SELECT n FROM a ORDER BY n, n => error 161001
     SELECT n FROM a ORDER BY zzz => error 150008
     SELECT n FROM a WHERE s + 1 = 2 => error 150005
-    CREATE TABLE t (g int, v int, d double, s char(3))
-    CREATE TABLE none (v int)
+    CREATE TABLE t (g int, v int, d double, s char(3)); CREATE TABLE none (v int)
     INSERT INTO t VALUES 1,5,0.5,'x', 2,NULL,1.5,'y', 1,7,NULL,'x', 2,1,2.0,NULL
     SELECT DISTINCT g, s FROM t => 1,x;2,y;2,-
     SELECT COUNT(*), COUNT(v), SUM(v), MIN(v), MAX(v), AVG(v) FROM t => 4,3,13,1,7,4.33333
@@ -217,8 +194,7 @@ TEST_F(Sql, ExpressionsReadColumnsOfEveryType) {
       EXPECT_EQ(db.rows("SELECT " + expression + " AS x FROM t"), rows) << expression;
   // A name without a table is the first table's; an alias comes before a name.
   script(R"(
-    CREATE TABLE u (i int, b int)
-    INSERT INTO u VALUES 70, 71
+    CREATE TABLE u (i int, b int); INSERT INTO u VALUES 70, 71
     SELECT i, w.i, u.b FROM t, u w WHERE b IS NULL => 8,70,71
     SELECT t.i FROM t x, u t WHERE x.i = 7 => 70)");
 }
@@ -275,12 +251,8 @@ TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
   script(R"(
     CREATE TABLE scan (k int, a int, b int, c char(6), d date, f float, n bigint)
     CREATE TABLE idx (k int, a int, b int, c char(6), d date, f float, n bigint)
-    CREATE INDEX ia ON idx (a)
-    CREATE INDEX iab ON idx (a, b)
-    CREATE INDEX ic ON idx (c)
-    CREATE (1, 0) INDEX id ON idx (d)
-    CREATE INDEX if1 ON idx (f)
-    CREATE INDEX in1 ON idx (n))");
+    CREATE INDEX ia ON idx (a); CREATE INDEX iab ON idx (a, b); CREATE INDEX ic ON idx (c)
+    CREATE (1, 0) INDEX id ON idx (d); CREATE INDEX if1 ON idx (f); CREATE INDEX in1 ON idx (n))");
   const char *const texts[] = {"bbb", "aaa", "cc", "aa"};
   std::string rows = "0, NULL, NULL, NULL, NULL, NULL, NULL";
   for (int k = 1; k < 80; ++k) {
@@ -313,9 +285,7 @@ TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
 
 TEST_F(Sql, ThePlanSaysWhichAccessIsUsed) {
   script(R"(
-    CREATE TABLE t (a int, b int, c int)
-    CREATE INDEX ta ON t (a)
-    CREATE INDEX tbc ON t (c, b)
+    CREATE TABLE t (a int, b int, c int); CREATE INDEX ta ON t (a); CREATE INDEX tbc ON t (c, b)
     SET HVI_QUERY_PLAN 'ON')");
   const std::string scan = "        Scan entire table\n";
   const auto use = [](const char *index) {
@@ -347,9 +317,7 @@ class LongSql : public Sql {
 
 TEST_F(LongSql, LongAndDeepConditionsTakeASmallStack) {
   script(R"(
-    CREATE TABLE t (a int, s char(9))
-    CREATE INDEX ta ON t (a)
-    INSERT INTO t VALUES 1,'x', 2,'y')");
+    CREATE TABLE t (a int, s char(9)); CREATE INDEX ta ON t (a); INSERT INTO t VALUES 1,'x', 2,'y')");
   const auto repeated = [](const std::string &text, int count) {
     std::string all;
     for (int i = 0; i < count; ++i) all += text;
@@ -430,11 +398,8 @@ TEST_F(Sql, DescribesTables) {
 // A commit that waits for a reader has its record written and lets nobody in: that is when one wants to look.
 TEST_F(Sql, ShowsTheStorageLayerWhileNobodyMayRead) {
   script(R"(
-    CREATE TABLE t (a int)
-    SET HVI_LOCK_RETRY '10000'
-    SET HVI_LOCK_SLEEP '1')");
-  db.reopen();
-  EXPECT_EQ(kld_api_pre_stmt_char(db.session().statement(), "SELECT a FROM t"), 0);
+    CREATE TABLE t (a int); SET HVI_LOCK_RETRY '10000'; SET HVI_LOCK_SLEEP '1'; REOPEN)");
+  EXPECT_EQ(db.session().prepare("SELECT a FROM t"), 0);
   std::thread writer([&] { EXPECT_EQ(Session(db.handle()).run("INSERT INTO t VALUES 1"), 0); });
   std::thread([&] {
     Session other(db.handle());

@@ -114,8 +114,7 @@ TEST_F(StatementApi, KeepsTheOrderOfThePreparedStyle) {
 }
 
 TEST_F(StatementApi, ChecksItsArguments) {
-  ASSERT_EQ(db.run("CREATE TABLE t (a int, b int)"), 0);
-  ASSERT_EQ(db.run("INSERT INTO t VALUES NULL, 1"), 0);
+  script("CREATE TABLE t (a int, b int); INSERT INTO t VALUES NULL, 1");
   int32_t value = 7, not_null = 7, length = 7;
   for (const char *bad : {static_cast<const char *>(nullptr), ""}) {
     expect_failure(kld_api_exec_sql_char(stmt(), bad), 190002);
@@ -142,8 +141,9 @@ TEST_F(StatementApi, ChecksItsArguments) {
 // The bytes of each type class that a buffer of just their size gets, and their length without a NUL; one
 // byte less is refused, as is every other target. Which numbers these are is the record interface's concern.
 TEST_F(StatementApi, ConvertsValuesIntoTheCallersBuffer) {
-  ASSERT_EQ(db.run("CREATE TABLE t (i bigint, f double, c char(10), b blob, m microtimestamp)"), 0);
-  ASSERT_EQ(db.run("INSERT INTO t VALUES 300, -2.75, 'aあ', '01AB', '20240229123456000789'"), 0);
+  script(R"(
+    CREATE TABLE t (i bigint, f double, c char(10), b blob, m microtimestamp)
+    INSERT INTO t VALUES 300, -2.75, 'aあ', '01AB', '20240229123456000789')");
   using namespace std::string_literals;
   const std::tuple<const char *, int, std::string, int> conversions[] = {
       {"i", TOVIK_INT32, "\x2C\1\0\0"s, 4},
@@ -179,12 +179,9 @@ TEST_F(StatementApi, ConvertsValuesIntoTheCallersBuffer) {
 }
 
 TEST_F(StatementApi, DescribesTheColumnsOfAQuery) {
-  ASSERT_EQ(
-      db.run("CREATE TABLE t (i smallint NOT NULL, c varchar(33), d double, e decimal(5), t text, s time)"),
-      0);
-  ASSERT_EQ(
-      kld_api_pre_stmt_char(stmt(), "SELECT i, c, d, e, t, s, i + 1, i * 2 AS twice, s + 1 day, NULL FROM t"),
-      0);
+  script("CREATE TABLE t (i smallint NOT NULL, c varchar(33), d double, e decimal(5), t text, s time)");
+  const char *const items = "SELECT i, c, d, e, t, s, i + 1, i * 2 AS twice, s + 1 day, NULL FROM t";
+  ASSERT_EQ(db.session().prepare(items), 0);
   int32_t count = 0;
   ASSERT_EQ(kld_api_get_cols_count(stmt(), &count), 0);
   std::string description;
