@@ -1,5 +1,4 @@
-// Databases as a whole: their files, the lock and transactions of threads and processes, and what each of
-// them sees of schema changes.
+// Databases as a whole: the lock and transactions of threads, and copies that fail.
 #include "data/database.h"
 
 #include "database_support.h"
@@ -32,51 +31,6 @@ TEST_F(Databases, TheWriteLockIsNoTransaction) {
   EXPECT_EQ(db_start(db(), me, true), DbStart::failed);
   EXPECT_EQ(first_status(), status::transaction_not_owned);
   EXPECT_TRUE(db_unlock(db(), me, DbLock::write));
-}
-
-// The owner sees its schema changes at once, every other thread only after the commit, and a rollback brings
-// the very same list back.
-TEST_F(Databases, SchemaChangesUntilTheEnd) {
-  for (const char *name : {"dropped", "renamed", "indexed", "emptied", "column", "again"})
-    ASSERT_TRUE(store.create_table(name, one_column) && store.insert(name, {"1"})) << errors();
-  ASSERT_TRUE(index_create(db(), "renamed", index_on("r", {"a"})));
-  const std::string old_schema = store.schema();
-  EXPECT_EQ(old_schema,
-            "dropped(a,)[]1 renamed(a,)[r,]1 indexed(a,)[]1 emptied(a,)[]1 column(a,)[]1 again(a,)[]1 ");
-  Table *held = table_open(db(), "dropped");
-  const std::string new_schema =
-      "emptied(a,)[]0 new(a,)[r,]1 indexed(a,)[i,]1 column(b,)[]1 again(x,)[]0 created(a,)[]1 ";
-  for (const bool commits : {false, true}) {
-    SCOPED_TRACE(commits ? "commit" : "rollback");
-    store.begin();
-    ASSERT_TRUE(store.create_table("created", one_column) && store.insert("created", {"7"})) << errors();
-    ASSERT_TRUE(table_drop(db(), "dropped")) << errors();
-    ASSERT_TRUE(table_rename(db(), "renamed", "new")) << errors();
-    ASSERT_TRUE(index_create(db(), "indexed", index_on("i", {"a"}))) << errors();
-    ASSERT_TRUE(table_empty(db(), "emptied")) << errors();
-    ASSERT_TRUE(column_rename(db(), "column", "a", "b")) << errors();
-    ASSERT_TRUE(table_drop(db(), "again") && store.create_table("again", {column("x", type::text)}));
-    // Created, changed and dropped on top of each other.
-    ASSERT_TRUE(store.create_table("t", one_column) && index_create(db(), "t", unique_on("j", {"a"})));
-    ASSERT_TRUE(index_drop(db(), "j") && table_rename(db(), "t", "u") && table_drop(db(), "u")) << errors();
-    EXPECT_EQ(store.schema(), new_schema);
-    EXPECT_FALSE(table_is_current(*held));
-    on_other_thread([&] {
-      ASSERT_TRUE(db_read_begin(db(), current_thread())) << errors();
-      EXPECT_EQ(store.schema(), old_schema);
-      EXPECT_TRUE(table_is_current(*held));
-      db_read_end(db(), current_thread());
-    });
-    commits ? store.commit() : store.rollback();
-    EXPECT_EQ(table_is_current(*held), !commits);
-    const std::string &expected = commits ? new_schema : old_schema;
-    EXPECT_EQ(store.schema(), expected);
-    on_other_thread([&] { EXPECT_EQ(store.schema(), expected); });
-  }
-  table_close(held);
-  store.reopen();
-  EXPECT_EQ(store.schema(), new_schema);
-  EXPECT_TRUE(index_drop(db(), "r")) << errors();
 }
 
 TEST_F(Databases, ReadHoldsAreCounted) {
@@ -279,57 +233,6 @@ TEST_F(Databases, LocksSwitchedOnTheWay) {
       EXPECT_EQ(recorded(), Codes{});
       env_set("HVI_LOCK_DISABLE", reads ? later : locked ? "OFF" : "ON");
     }
-}
-
-// ---- processes ----
-
-// Opened twice, a database keeps its two users apart as it does two processes. Each follows what the other
-// has changed outside a transaction.
-TEST_F(Databases, AnotherProcessFollowsDirectChanges) {
-  const ThreadId me = current_thread();
-  const std::vector<ColumnDefinition> columns = {auto_increment(column("a", type::int32)),
-                                                 column("b", type::character, 8, 1)};
-  ASSERT_TRUE(store.create_table("t", columns) && store.insert("t", {"0", "b"})) << errors();
-  ASSERT_TRUE(store.create_table("dropped", columns) && sm_direct_end(*db().storage)) << errors();
-  Database *other = db_open(store.text.c_str());  // has everything open and cached, and looks again
-  ASSERT_NE(other, nullptr) << errors();
-  const auto others_schema = [&] {
-    if (!db_read_begin(*other, me)) return std::string("busy");
-    const std::string schema = TestDatabase::schema(*other);
-    db_read_end(*other, me);
-    return schema;
-  };
-  const auto fill = [&](Database &db, const std::string &prefix, const char *last) {
-    for (int i = 0; i < 20; ++i) {  // more than a page of names
-      Table *table = table_create(db, (prefix + std::to_string(i)).c_str(), one_column.data(), 1, {});
-      ASSERT_NE(table, nullptr) << errors();
-      table_close(table);
-    }
-    Rows rows(db, "t");
-    for (int i = 0; i < 500; ++i) ASSERT_TRUE(rows.insert({"0", "b"})) << errors();
-    EXPECT_EQ(rows.get("a"), last);
-  };
-  EXPECT_EQ(others_schema(), store.schema());
-  Table *dropped = table_open(*other, "dropped");
-  ASSERT_EQ(db_direct_begin(db(), me), DbStart::started) << errors();
-  ASSERT_TRUE(index_create(db(), "t", index_on("b", {"b"})) && table_drop(db(), "dropped")) << errors();
-  fill(db(), "mine", "501");
-  EXPECT_EQ(db_direct_begin(*other, me), DbStart::failed);
-  EXPECT_EQ(first_status(), status::database_busy);
-  EXPECT_EQ(others_schema(), "busy");
-  ASSERT_TRUE(db_direct_end(db(), me)) << errors();
-  EXPECT_EQ(others_schema(), store.schema());
-  EXPECT_FALSE(table_is_current(*dropped));
-  table_close(dropped);
-
-  ASSERT_EQ(db_direct_begin(*other, me), DbStart::started) << errors();
-  fill(*other, "others", "1001");
-  ASSERT_TRUE(db_direct_end(*other, me)) << errors();
-  ASSERT_TRUE(db_read_begin(db(), me)) << errors();
-  EXPECT_EQ(others_schema(), store.schema());
-  db_read_end(db(), me);
-  EXPECT_FALSE(lm_holds(*db().storage->lm, me));
-  db_close(other);
 }
 
 }  // namespace

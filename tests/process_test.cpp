@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <optional>
+#include <thread>
 
 #include "engine.h"
 #include "platform/platform.h"
@@ -210,6 +211,59 @@ TEST_F(ProcessTest, OpenDatabasesStayUntilTheirHolderDies) {
       if (survived) break;
     }
   }
+}
+
+// The owner of a transaction sees its schema changes at once, every other thread and process only after the
+// commit, and a rollback brings the very same list back. Direct changes everybody sees.
+TEST_F(ProcessTest, OthersSeeSchemaChangesAfterTheCommit) {
+  Statements made = {"CREATE TABLE renamed (a int)", "CREATE INDEX r ON renamed (a)"};
+  for (const std::string table : {"dropped", "indexed", "emptied", "named", "again"})
+    made = made + Statements{"CREATE TABLE " + table + " (a int)", "INSERT INTO " + table + " VALUES 1"};
+  create(made);
+  Process other(params());
+  const Engine engine("");
+  Session owner(params()), beside(owner.database());
+  const auto seen_by_others = [&] {
+    std::string text;
+    std::thread([&] { text = database_text(beside); }).join();
+    EXPECT_EQ(other.ask("text"), text);
+    return text;
+  };
+  const auto run = [&owner](const Statements &statements) {
+    for (const std::string &sql : statements) ASSERT_EQ(owner.run(sql), 0) << sql;
+  };
+  const std::string before = database_text(owner);
+  std::string after;
+  for (const std::string end : {"ROLLBACK TRANSACTION", "COMMIT TRANSACTION"}) {
+    run({"BEGIN TRANSACTION", "CREATE TABLE created (a int)", "INSERT INTO created VALUES 7",
+         "DROP TABLE dropped", "RENAME TABLE renamed TO new", "CREATE INDEX i ON indexed (a)",
+         "EMPTY TABLE emptied", "RENAME ATTR named.a TO b", "DROP TABLE again", "CREATE TABLE again (x text)",
+         "CREATE TABLE t (a int)", "CREATE UNIQUE INDEX j ON t (a)", "DROP INDEX j", "RENAME TABLE t TO u",
+         "DROP TABLE u"});
+    after = database_text(owner);
+    EXPECT_EQ(seen_by_others(), before);
+    run({end});
+    EXPECT_EQ(database_text(owner), end[0] == 'C' ? after : before);
+    EXPECT_EQ(seen_by_others(), database_text(owner));
+    EXPECT_EQ(database_fault(owner) + *other.ask("fault"), "");
+  }
+  EXPECT_NE(after, before);
+
+  const auto fill = [](const std::string &prefix) {
+    Statements statements;
+    for (int i = 0; i < 20; ++i)  // more than a page of names
+      statements = statements + Statements{"CREATE TABLE " + prefix + std::to_string(i) + " (a int)",
+                                           "INSERT INTO counted (b) VALUES 'b', 'c'"};
+    return statements;
+  };
+  run(Statements{"SET HVI_AUTO_COMMIT 'OFF'", "CREATE TABLE counted (a int AUTO_INCREMENT, b char(8))"} +
+      fill("mine") + Statements{"CREATE INDEX b ON counted (b)", "DROP TABLE indexed"});
+  EXPECT_EQ(seen_by_others(), database_text(owner));
+  for (const std::string &sql : Statements{"SET HVI_AUTO_COMMIT 'OFF'"} + fill("others"))
+    ASSERT_EQ(other.ask(sql), "0") << sql;
+  EXPECT_EQ(seen_by_others(), database_text(owner));
+  EXPECT_EQ(owner.rows("SELECT COUNT(*), MAX(a) FROM counted"), "80,80");
+  EXPECT_EQ(database_fault(owner) + *other.ask("fault"), "");
 }
 
 // A process dies at each call of a commit that changes a file. Another that has had the database open all the
