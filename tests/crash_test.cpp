@@ -239,8 +239,7 @@ TEST_P(CrashTest, EveryCallOfCreation) {
   StoppedDisk(log).each_image(random_, 3, 1, look);
 }
 
-INSTANTIATE_TEST_SUITE_P(Settings, CrashTest, testing::ValuesIn(settings),
-                         [](const auto &setting) { return setting.param.name; });
+INSTANTIATE_TEST_SUITE_P(Settings, CrashTest, testing::ValuesIn(settings), testing::PrintToStringParamName());
 
 }  // namespace
 }  // namespace tovik::test

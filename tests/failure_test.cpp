@@ -381,7 +381,7 @@ TEST(DirectChange, IsFinishedUnderTheExclusiveLevel) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Settings, FailureTest, testing::ValuesIn(settings),
-                         [](const auto &setting) { return setting.param.name; });
+                         testing::PrintToStringParamName());
 
 }  // namespace
 }  // namespace tovik::test

@@ -55,22 +55,11 @@ class Worker {
   int below(int limit) { return static_cast<int>(engine_() % static_cast<uint64_t>(limit)); }
 
   void step() {
-    switch (below(8)) {
-      case 0:
-      case 1:
-        return transfer();
-      case 2:
-        return look_at_the_sum();
-      case 3:
-      case 4:
-        return change_own_table();
-      case 5:
-        return open_or_fetch();
-      case 6:
-        return change_scratch(second_);
-      default:
-        return change_scratch(first_);
-    }
+    static constexpr void (Worker::*steps[])() = {&Worker::transfer,         &Worker::transfer,
+                                                  &Worker::look_at_the_sum,  &Worker::open_or_fetch,
+                                                  &Worker::change_own_table, &Worker::change_own_table,
+                                                  &Worker::change_scratch,   &Worker::change_scratch};
+    (this->*steps[below(8)])();
   }
 
   void found(const std::string &what) {
@@ -82,10 +71,10 @@ class Worker {
     if (code != 0 && code < first_users_status) found(what + ": error " + std::to_string(code));
   }
 
-  void change_scratch(Session &session) {
+  void change_scratch() {
     Random random(engine_());
     const std::string sql = random_statement(random);
-    check(sql, session.run(sql));
+    check(sql, (below(2) == 0 ? first_ : second_).run(sql));
   }
 
   // Busy is an answer, and the thread's own open cursor a reason for it.
@@ -129,24 +118,21 @@ class Worker {
   }
 
   void change_own_table() {
-    const std::string key = std::to_string(below(30));
-    switch (below(6)) {
-      case 0:
-        if (patiently(second_, "DELETE FROM " + own_ + " WHERE k = " + key)) keys_.erase(std::stoi(key));
-        break;
-      case 1:
-        if (indexed_ ? patiently(first_, "DROP INDEX " + own_ + "_k")
-                     : patiently(first_, "CREATE UNIQUE INDEX " + own_ + "_k ON " + own_ + " (k)"))
-          indexed_ = !indexed_;
-        break;
-      case 2:
-        if (below(5) == 0 && patiently(second_, "EMPTY TABLE " + own_)) keys_.clear();
-        break;
-      default:
-        if (keys_.contains(std::stoi(key))) break;
-        if (patiently(first_, "INSERT INTO " + own_ + " VALUES " + key + ", 'v" + key +
-                                  "', 'a note that takes some room of its own: " + key + "'"))
-          keys_.insert(std::stoi(key));
+    const int number = below(30);
+    const std::string key = std::to_string(number);
+    const int change = below(12);
+    if (change < 2) {
+      if (patiently(second_, "DELETE FROM " + own_ + " WHERE k = " + key)) keys_.erase(number);
+    } else if (change < 4) {
+      if (patiently(first_, indexed_ ? "DROP INDEX " + own_ + "_k"
+                                     : "CREATE UNIQUE INDEX " + own_ + "_k ON " + own_ + " (k)"))
+        indexed_ = !indexed_;
+    } else if (change == 4) {
+      if (patiently(second_, "EMPTY TABLE " + own_)) keys_.clear();
+    } else if (!keys_.contains(number)) {
+      if (patiently(first_, "INSERT INTO " + own_ + " VALUES " + key + ", 'v" + key +
+                                "', 'a note that takes some room of its own: " + key + "'"))
+        keys_.insert(number);
     }
     look_at_own_table(key);
   }
@@ -224,7 +210,7 @@ TEST_P(RandomThreads, AgreeWithTheirModelsAndLeaveASoundDatabase) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Settings, RandomThreads, testing::ValuesIn(settings),
-                         [](const auto &setting) { return setting.param.name; });
+                         testing::PrintToStringParamName());
 
 }  // namespace
 }  // namespace tovik::test
