@@ -23,23 +23,6 @@ TEST_F(CacheTest, FullCacheFailsAndRecovers) {
   EXPECT_EQ(3, db.add(5));
 }
 
-TEST_F(CacheTest, RefusesWhatCannotBe) {
-  Storage db = create("");
-  ASSERT_EQ(3, db.add(1));
-  Page page;
-  EXPECT_FALSE(sm_page_get(*db, 4, 1, page));
-  uint8_t *data;
-  ASSERT_TRUE(cm_get_page(*db->dat, 3, 1, nullptr, &data) && cm_get_page(*db->dat, 3, 1, nullptr, &data));
-  EXPECT_FALSE(cm_delete_page(data, nullptr));
-  EXPECT_EQ(0, db.counters().fcnt);
-  EXPECT_TRUE(cm_release(data) && cm_release(data));
-  EXPECT_FALSE(cm_release(data));
-  EXPECT_FALSE(cm_release_write(data, nullptr));
-  EXPECT_EQ((Codes{status::cache_block_no, status::cache_delete_referenced,
-                   status::cache_release_unreferenced, status::cache_write_unreferenced}),
-            take_recorded());
-}
-
 TEST_F(CacheTest, ImmediateWriteReachesTheStorage) {
   Storage db = create("CACHE_IMM_WRITE=true");
   const uint32_t writes = db->bm->io[part_dat]->write_count;

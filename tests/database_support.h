@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "data/database.h"
-#include "data/table/catalog.h"
 #include "data/table/row_handle.h"
 #include "data_support.h"
+#include "table_check.h"
 
 namespace tovik::test {
 
@@ -126,36 +126,9 @@ class Rows {
   // Every row number, in stream order.
   std::vector<RowNo> all() {
     std::vector<RowNo> rows;
-    RowScan scan;
-    row_scan_start(scan, *handle->table->rows);
-    std::vector<uint8_t> record(static_cast<size_t>(handle->table->record_size));
-    RowNo row;
-    RowFetch fetched;
-    while ((fetched = row_scan_next(scan, record.data(), handle->table->record_size, &row)) == RowFetch::row)
-      rows.push_back(row);
-    EXPECT_EQ(fetched, RowFetch::end) << errors();
+    const auto visit = [&rows](RowNo row, const uint8_t *) { rows.push_back(row); };
+    EXPECT_TRUE(each_row(*handle->table->rows, handle->table->record_size, visit)) << errors();
     return rows;
-  }
-
-  // Every row is found by its key in every index, and no index holds anything else.
-  void check_indices() {
-    const Table &table = *handle->table;
-    const std::vector<RowNo> rows = all();
-    for (int i = 0; i < table.index_count; ++i) {
-      Btree &index = *table.indices[i];
-      for (const RowNo row : rows) {
-        ASSERT_EQ(row_handle_read(*handle, row), RowLoad::loaded) << errors();
-        uint8_t key[btree_key_limit];
-        index_key(table, index, handle->record, key);
-        RowSet found = {};
-        ASSERT_EQ(btree_search(index, key, &found), BtreeFind::found) << errors();
-        ASSERT_NE(std::find(found.rows.begin(), found.rows.end(), row), found.rows.end())
-            << "row " << row << " is not in " << index.definition.index_name;
-      }
-      RowSet entries = {};
-      ASSERT_TRUE(btree_range(index, {}, entries)) << errors();
-      EXPECT_EQ(entries.rows.size(), static_cast<int>(rows.size())) << index.definition.index_name;
-    }
   }
 
   RowHandle *handle;
@@ -167,11 +140,7 @@ inline bool TestDatabase::insert(const char *table, const std::vector<std::strin
 
 inline std::string TestDatabase::schema(Database &db) {
   std::vector<std::string> names;
-  const auto collect = [](void *context, const char *name) {
-    static_cast<std::vector<std::string> *>(context)->push_back(name);
-    return true;
-  };
-  EXPECT_TRUE(table_walk(db, collect, &names)) << errors();
+  EXPECT_TRUE(table_names(db, &names)) << errors();
   std::string text;
   for (const std::string &name : names) {
     Rows rows(db, name.c_str());
@@ -182,7 +151,7 @@ inline std::string TestDatabase::schema(Database &db) {
     for (int i = 0; i < table.index_count; ++i)
       text += table.indices[i]->definition.index_name + std::string(",");
     text += "]" + std::to_string(rows.all().size()) + " ";
-    rows.check_indices();
+    EXPECT_EQ(table_fault(*rows.handle->table), "");
   }
   return text;
 }

@@ -1,22 +1,16 @@
 #include "engine.h"
 
-#include <algorithm>
 #include <set>
 
 #include "api/statement_database.h"
 #include "data/database.h"
 #include "data/row/data_systems.h"
-#include "data/table/catalog.h"
-#include "frame/error.h"
 #include "support.h"
+#include "table_check.h"
 
 namespace tovik::test {
 
 namespace {
-
-std::string failed(const std::string &what) {
-  return what + ": error " + std::to_string(error_code()) + "\n";
-}
 
 struct ReadHoldScope {
   explicit ReadHoldScope(Database &db) : db(db), held(db_read_begin(db, current_thread())) {}
@@ -26,82 +20,6 @@ struct ReadHoldScope {
   Database &db;
   bool held;
 };
-
-bool table_names(Database &db, std::vector<std::string> *names) {
-  const auto visit = [](void *context, const char *name) {
-    static_cast<std::vector<std::string> *>(context)->push_back(name);
-    return true;
-  };
-  return table_walk(db, visit, names);
-}
-
-template <class Visit>  // visit(row, record)
-bool each_row(RowSystem &rows, int record_size, Visit visit) {
-  std::vector<uint8_t> record(static_cast<size_t>(record_size));
-  RowScan scan;
-  row_scan_start(scan, rows);
-  RowNo row = 0;
-  RowFetch fetched;
-  while ((fetched = row_scan_next(scan, record.data(), record_size, &row)) == RowFetch::row)
-    visit(row, record.data());
-  return fetched == RowFetch::end;
-}
-
-// What stands in an index or should: keys with their row numbers, in no particular order.
-using Entries = std::vector<std::pair<std::string, RowNo>>;
-
-std::string key_text(const Btree &index, const uint8_t *key) {
-  return std::string(reinterpret_cast<const char *>(key), static_cast<size_t>(btree_key_size(index)));
-}
-
-bool index_entries(Btree &index, Entries *entries) {
-  RowSet rows = {};
-  BtreeCursor cursor;
-  if (!btree_cursor_open(cursor, index, BtreeRange{})) return false;
-  uint8_t key[btree_key_limit];
-  BtreeFetch fetched;
-  while ((fetched = btree_cursor_fetch(cursor, key, &rows, nullptr)) == BtreeFetch::item)
-    for (const RowNo row : rows.rows) entries->emplace_back(key_text(index, key), row);
-  btree_cursor_close(cursor);
-  return fetched == BtreeFetch::end;
-}
-
-bool index_finds(Btree &index, const std::string &key, RowNo row) {
-  RowSet found = {};
-  return btree_search(index, reinterpret_cast<const uint8_t *>(key.data()), &found) == BtreeFind::found &&
-         std::find(found.rows.begin(), found.rows.end(), row) != found.rows.end();
-}
-
-std::string index_fault(const Table &table, Btree &index) {
-  const std::string name = std::string(table.name) + "." + index.definition.index_name;
-  Entries wanted, found;
-  const bool scanned = each_row(*table.rows, table.record_size, [&](RowNo row, const uint8_t *record) {
-    uint8_t key[btree_key_limit];
-    index_key(table, index, record, key);
-    wanted.emplace_back(key_text(index, key), row);
-  });
-  if (!scanned) return failed(name + ": reading the rows");
-  if (!index_entries(index, &found)) return failed(name + ": walking the index");
-  for (const auto &[key, row] : wanted)
-    if (!index_finds(index, key, row)) return name + " does not find row " + std::to_string(row) + "\n";
-  std::sort(wanted.begin(), wanted.end());
-  std::sort(found.begin(), found.end());
-  if (wanted == found) return "";
-  return name + " holds " + std::to_string(found.size()) + " entries for " + std::to_string(wanted.size()) +
-         " rows, or others\n";
-}
-
-std::string table_fault(Table &table) {
-  uint32_t rows = 0;
-  if (!each_row(*table.rows, table.record_size, [&rows](RowNo, const uint8_t *) { ++rows; }))
-    return failed(std::string("reading ") + table.name);
-  if (const uint32_t counted = row_active_count(*table.rows); counted != rows)
-    return std::string(table.name) + " counts " + std::to_string(counted) + " rows and has " +
-           std::to_string(rows) + "\n";
-  std::string fault;
-  for (int i = 0; i < table.index_count && fault.empty(); ++i) fault = index_fault(table, *table.indices[i]);
-  return fault;
-}
 
 std::string tables_fault(Database &db) {
   std::vector<std::string> names;

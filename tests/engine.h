@@ -22,14 +22,9 @@ struct Engine : Library {
 };
 
 // Nothing is printed for the length of the scope.
-class Silence {
- public:
-  Silence() : print_(system_driver.print) { system_driver.print = print_nothing; }
-  ~Silence() { system_driver.print = print_; }
-
- private:
+struct Silence : SlotGuard<int (*)(const char *, ...)> {
+  Silence() : SlotGuard(system_driver.print, print_nothing) {}
   static int print_nothing(const char *, ...) { return 0; }
-  decltype(system_driver.print) print_;
 };
 
 // Every table with its columns, its indices and its rows in their order, as the calling thread sees them;
