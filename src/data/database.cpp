@@ -1,15 +1,7 @@
-// The life of a database object. Where the catalog lies in a data file:
-//
-//   system ROW, descriptors in order     index descriptor ROW, in order
-//     0  index descriptor ROW              0  table-name index
-//     1  index page-counter ROW            1  index-name index
-//     2  table management ROW
-//     3  column management ROW
-//     4  index management ROW
+// The life of a database object.
 #include "data/database.h"
 
-#include "data/row/data_systems.h"
-#include "data/table/catalog_records.h"
+#include "data/table/catalog_stores.h"
 #include "frame/dump.h"
 #include "frame/env.h"
 #include "frame/error.h"
@@ -17,8 +9,6 @@
 namespace tovik {
 
 namespace {
-
-constexpr int management_place = 2;  // of the first management ROW in the system ROW
 
 // Closes a database that did not get finished.
 using Unfinished = Held<Database, db_close>;
@@ -35,83 +25,6 @@ Database *db_new(const char *params) {
   db->params = param_create(params);
   if (db->params == nullptr) return nullptr;
   return db.release();
-}
-
-BtreeDefinition name_index_definition(uint32_t flags, int value_size) {
-  BtreeDefinition definition = {};
-  definition.flags = btree_unique | flags;
-  definition.part_count = 1;
-  definition.master_count = 1;
-  definition.value_size = value_size;
-  definition.parts[0] = {type::character, name_size, 0};
-  return definition;
-}
-
-bool name_index_fits(const Btree &index, uint32_t flags, int value_size) {
-  const BtreeDefinition &definition = index.definition;
-  return definition.flags == (btree_unique | flags) && definition.part_count == 1 &&
-         definition.value_size == value_size && definition.parts[0].type == type::character &&
-         definition.parts[0].size == name_size;
-}
-
-bool catalog_create(Database &db) {
-  StorageManager &sm = *db.storage;
-  db.table_rows = row_system_create(sm, RowKind::fixed, table_record_size, 0, 0, 0);
-  if (db.table_rows == nullptr) return fail(status::db_table_rows_create);
-  db.column_rows = row_system_create(sm, RowKind::variable, column_record_size, 0, 0, 0);
-  if (db.column_rows == nullptr) return fail(status::db_column_rows_create);
-  db.index_rows = row_system_create(sm, RowKind::fixed, index_list_size, 0, 0, 0);
-  if (db.index_rows == nullptr) return fail(status::db_index_rows_create);
-  db.table_names = btree_create(sm, name_index_definition(0, 4));
-  if (db.table_names == nullptr) return fail(status::db_table_names_create);
-  db.index_names = btree_create(sm, name_index_definition(btree_payload, index_name_value_size));
-  if (db.index_names == nullptr) return fail(status::db_index_names_create);
-  return true;
-}
-
-// The row numbers of count descriptors of rows, from place on.
-bool descriptor_numbers(RowSystem &rows, int place, int count, RowNo *numbers) {
-  RowNo row = row_position(rows, RowPosition::first);
-  for (int i = 0; i < place + count; ++i) {
-    if (i > 0 && !row_next_position(rows, row, &row)) return fail(status::db_first_position);
-    if (row == 0) return fail(status::db_first_position);
-    if (i >= place) numbers[i - place] = row;
-  }
-  return true;
-}
-
-RowSystem *management_open(StorageManager &sm, RowNo number, RowKind kind, int data_size, StatusCode status) {
-  RowSystem *rows = row_system_open(number, sm);
-  if (rows != nullptr && rows->kind == kind && rows->row_size == data_size + 1) return rows;
-  if (rows != nullptr) row_system_close(rows);
-  return fail_null(status);
-}
-
-Btree *name_index_open(StorageManager &sm, RowNo number, uint32_t flags, int value_size, StatusCode status) {
-  Btree *index = btree_open(sm, number);
-  if (index != nullptr && name_index_fits(*index, flags, value_size)) return index;
-  if (index != nullptr) btree_close(index);
-  return fail_null(status);
-}
-
-bool catalog_open(Database &db) {
-  StorageManager &sm = *db.storage;
-  const DataSystems &systems = data_systems(sm);
-  RowNo rows[3], indices[2];
-  if (!descriptor_numbers(*systems.system_rows, management_place, 3, rows)) return false;
-  db.table_rows = management_open(sm, rows[0], RowKind::fixed, table_record_size, status::db_table_rows_open);
-  if (db.table_rows == nullptr) return false;
-  db.column_rows =
-      management_open(sm, rows[1], RowKind::variable, column_record_size, status::db_column_rows_open);
-  if (db.column_rows == nullptr) return false;
-  db.index_rows = management_open(sm, rows[2], RowKind::fixed, index_list_size, status::db_index_rows_open);
-  if (db.index_rows == nullptr) return false;
-  if (!descriptor_numbers(*systems.index_descriptors, 0, 2, indices)) return false;
-  db.table_names = name_index_open(sm, indices[0], 0, 4, status::db_table_names_open);
-  if (db.table_names == nullptr) return false;
-  db.index_names =
-      name_index_open(sm, indices[1], btree_payload, index_name_value_size, status::db_index_names_open);
-  return db.index_names != nullptr;
 }
 
 bool contents_open(Database &db) {
@@ -164,11 +77,7 @@ Database *db_create_work() {
 void db_close(Database *db) {
   if (db == nullptr) return;
   if (db->storage != nullptr) {
-    tables_close_all(*db);
-    for (Btree *index : {db->index_names, db->table_names})
-      if (index != nullptr) btree_close(index);
-    for (RowSystem *rows : {db->index_rows, db->column_rows, db->table_rows})
-      if (rows != nullptr) row_system_close(rows);
+    catalog_close(*db);
     sm_close(db->storage);
   }
   param_destroy(db->params);
