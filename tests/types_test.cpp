@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "data/value/datetime.h"
+#include "data/value/literal.h"
 #include "engine_support.h"
 
 namespace tovik {

@@ -14,6 +14,7 @@
 
 #include "data/function/builtin.h"
 #include "data/value/datetime.h"
+#include "data/value/literal.h"
 #include "data/value/number_text.h"
 #include "frame/charset_current.h"
 #include "frame/error.h"

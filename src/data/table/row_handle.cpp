@@ -142,7 +142,8 @@ bool row_handle_set(RowHandle &handle, const Column &column, ValueMode mode, con
   if (column_is_large(column)) {
     if (column.type != type::text || mode != ValueMode::text) return fail(status::data_argument);
     const char *text = static_cast<const char *>(source);
-    return row_handle_set_large(handle, column, text, text == nullptr ? 0 : text_length(text));
+    return row_handle_set_large(handle, column, text,
+                                text == nullptr ? 0 : static_cast<int32_t>(strlen(text)));
   }
   // An empty text answers null too, but it is a value.
   const Stored result = store_value(column, mode, source, stored);

@@ -134,6 +134,7 @@ Stored store_text(const ColumnType &column, ValueMode mode, const void *source, 
   }
   if (source == nullptr) return failed(status::input_empty);
   const size_t size = static_cast<size_t>(column.p1);
+  // No character of a byte-oriented character set holds a zero byte.
   const size_t length = strlen(static_cast<const char *>(source));
   if (length > size) return failed(status::input_text_length);
   memcpy(target, source, length);
@@ -267,38 +268,6 @@ constexpr bool table_in_index_order() {
 }
 static_assert(table_in_index_order());
 
-bool refuse(bool report, StatusCode code) {
-  if (report) {
-    if (code == status::input_conversion) errno = 0;
-    err_set(code);
-  }
-  return false;
-}
-
-int hex_digit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-bool parse_hex(const char *text, bool report, void *target) {
-  if (text == nullptr || target == nullptr) return refuse(report, status::data_argument);
-  uint8_t *bytes = static_cast<uint8_t *>(target) + sizeof(int32_t);
-  int32_t length = 0;
-  while (*text != '\0') {
-    int value = 0;
-    for (int nibble = 0; nibble < 2 && *text != '\0'; ++nibble, ++text) {
-      const int digit = hex_digit(*text);
-      if (digit < 0) return refuse(report, status::input_hex_digit);
-      value = value << 4 | digit;
-    }
-    bytes[length++] = static_cast<uint8_t>(value);
-  }
-  store_exchange(target, length);
-  return true;
-}
-
 }  // namespace
 
 const TypeRow *type_row(TypeCode code) {
@@ -325,38 +294,6 @@ Stored fetch_value(const ColumnType &column, ValueMode mode, const uint8_t *stor
   const TypeRow *row = type_row(column.type);
   if (row == nullptr) return failed(status::data_type_unknown);
   return row->fetch(column, target == nullptr ? ValueMode::null : mode, stored, target);
-}
-
-bool parse_literal(TypeCode classes, const char *text, bool report, void *target) {
-  if (text == nullptr || target == nullptr) return refuse(report, status::data_argument);
-  if ((classes & TYPE_INTEGER) != 0) {
-    int64_t value = 0;
-    if (text_to_integer(text, &value) != NumberText::whole) return refuse(report, status::input_conversion);
-    store_exchange(target, value);
-    return true;
-  }
-  if ((classes & TYPE_FLOAT) != 0) {
-    double value = 0.0;
-    if (text_to_double(text, &value) != NumberText::whole) return refuse(report, status::input_conversion);
-    store_exchange(target, value);
-    return true;
-  }
-  if ((classes & TYPE_DATETIME) != 0) {
-    DateTimeRec record{};
-    if (!parse_datetime(classes, text, report, &record)) return false;
-    store_exchange(target, record);
-    return true;
-  }
-  if ((classes & TYPE_BINARY) != 0) return parse_hex(text, report, target);
-  return refuse(report, status::data_type_unknown);
-}
-
-bool hex_to_binary(const char *text, void *target) {
-  return parse_hex(text, true, target);
-}
-
-int text_length(const char *text) {
-  return static_cast<int>(strlen(text));
 }
 
 }  // namespace tovik

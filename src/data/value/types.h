@@ -98,15 +98,4 @@ StoredCompare stored_compare_of(TypeCode code);
 [[nodiscard]] bool compare_values(TypeCode code_a, const void *a, int length, TypeCode code_b, const void *b,
                                   int *result);
 
-// The text of an SQL literal to an exchange value of its class at target (int64_t, double, DateTimeRec, or
-// 32-bit length and bytes). report: record the status of a failure.
-[[nodiscard]] bool parse_literal(TypeCode classes, const char *text, bool report, void *target);
-
-// Hexadecimal digits to a 32-bit length and the bytes; an odd last digit is a byte of its own. 113013.
-[[nodiscard]] bool hex_to_binary(const char *text, void *target);
-
-// Length of text in bytes. No character of a byte-oriented character set holds a zero byte, and a character
-// cut short by the terminator ends there.
-int text_length(const char *text);
-
 }  // namespace tovik

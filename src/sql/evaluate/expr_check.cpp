@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "data/value/datetime.h"
+#include "data/value/literal.h"
 #include "frame/error.h"
 #include "sql/evaluate/expr_internal.h"
 

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "data/value/literal.h"
 #include "data/value/number_text.h"
 #include "frame/error.h"
 

@@ -1,0 +1,76 @@
+#include "data/value/literal.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "data/value/datetime.h"
+#include "data/value/number_text.h"
+#include "frame/error.h"
+
+namespace tovik {
+
+namespace {
+
+bool refuse(bool report, StatusCode code) {
+  if (report) {
+    if (code == status::input_conversion) errno = 0;
+    err_set(code);
+  }
+  return false;
+}
+
+int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+bool parse_hex(const char *text, bool report, void *target) {
+  if (text == nullptr || target == nullptr) return refuse(report, status::data_argument);
+  uint8_t *bytes = static_cast<uint8_t *>(target) + sizeof(int32_t);
+  int32_t length = 0;
+  while (*text != '\0') {
+    int value = 0;
+    for (int nibble = 0; nibble < 2 && *text != '\0'; ++nibble, ++text) {
+      const int digit = hex_digit(*text);
+      if (digit < 0) return refuse(report, status::input_hex_digit);
+      value = value << 4 | digit;
+    }
+    bytes[length++] = static_cast<uint8_t>(value);
+  }
+  memcpy(target, &length, sizeof length);
+  return true;
+}
+
+}  // namespace
+
+bool parse_literal(TypeCode classes, const char *text, bool report, void *target) {
+  if (text == nullptr || target == nullptr) return refuse(report, status::data_argument);
+  if ((classes & TYPE_INTEGER) != 0) {
+    int64_t value = 0;
+    if (text_to_integer(text, &value) != NumberText::whole) return refuse(report, status::input_conversion);
+    memcpy(target, &value, sizeof value);
+    return true;
+  }
+  if ((classes & TYPE_FLOAT) != 0) {
+    double value = 0.0;
+    if (text_to_double(text, &value) != NumberText::whole) return refuse(report, status::input_conversion);
+    memcpy(target, &value, sizeof value);
+    return true;
+  }
+  if ((classes & TYPE_DATETIME) != 0) {
+    DateTimeRec record{};
+    if (!parse_datetime(classes, text, report, &record)) return false;
+    memcpy(target, &record, sizeof record);
+    return true;
+  }
+  if ((classes & TYPE_BINARY) != 0) return parse_hex(text, report, target);
+  return refuse(report, status::data_type_unknown);
+}
+
+bool hex_to_binary(const char *text, void *target) {
+  return parse_hex(text, true, target);
+}
+
+}  // namespace tovik
