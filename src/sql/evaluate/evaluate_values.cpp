@@ -66,9 +66,8 @@ bool evaluate_call(Evaluation &evaluation, const Node *node, Value *result) {
   }
   const StackScope scope(*evaluation.context.stack);
   int count = 0;
-  for (const Node *item : chain(CallTree::of(*node).arguments)) {
+  for (const Node *item = CallTree::of(*node).arguments; item != nullptr; item = node_next(*item), ++count) {
     if (!push_operand(evaluation, ValueItemTree::of(*item).value, result)) return false;
-    ++count;
   }
   return call(evaluation, *node, scope.values(), count, result);
 }

@@ -39,7 +39,7 @@ inline constexpr uint16_t value_mixed = 32;
 
 // Expressions inside expressions: operands to the right of an operator, and arguments. What only follows - a
 // chain of operators, a row of signs or of NOT - counts once. A deeper tree is refused by its check with
-// 150004. The walks over the deepest take 33 KiB of the thread's stack in an optimised build, 76 KiB in a
+// 150004. The walks over the deepest take 33 KiB of the thread's stack in an optimised build, 80 KiB in a
 // plain one.
 inline constexpr int expression_depth_limit = 300;
 

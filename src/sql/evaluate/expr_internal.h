@@ -4,10 +4,6 @@
 #include "sql/evaluate/evaluator.h"
 #include "sql/parse/shapes.h"
 
-// Keeps the locals of a function out of the frames of the recursion that calls it: the depth that a thread's
-// stack allows is that of the largest frame.
-#define TOVIK_OWN_FRAME [[gnu::noinline]]
-
 namespace tovik {
 
 // Set by the check pass in the flags of an AND, OR or IN: once its result is settled, the operands that are
