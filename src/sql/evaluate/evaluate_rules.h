@@ -19,7 +19,6 @@ bool evaluate_truth(Evaluation &evaluation, const Node *node, Truth *truth);
 
 // --- Rules of values
 
-bool evaluate_column(Evaluation &evaluation, const Node *node, Value *result);
 bool evaluate_spine(Evaluation &evaluation, const Node *top, Value *result);
 bool evaluate_concatenation(Evaluation &evaluation, const Node *top, Value *result);
 bool evaluate_call(Evaluation &evaluation, const Node *node, Value *result);

@@ -1,22 +1,8 @@
-// The rules of nodes that have a value: columns, operators, calls.
+// The rules of nodes that have a value: operators and calls.
 #include "frame/error.h"
 #include "sql/evaluate/evaluate_rules.h"
 
 namespace tovik {
-
-bool evaluate_column(Evaluation &evaluation, const Node *node, Value *result) {
-  const Value &bound = *node->value;
-  if (evaluation.mode == EvalMode::total) {
-    set_null(result, bound.type);
-    return true;
-  }
-  if (!row_handle_value(*bound.column.row, *bound.column.column, result)) return false;
-  result->kind = value_kind::column;
-  result->type = bound.type;  // the bytes of a blob count as text
-  result->declared = bound.declared;
-  result->label = nullptr;
-  return true;
-}
 
 bool evaluate_spine(Evaluation &evaluation, const Node *top, Value *result) {
   Value space;

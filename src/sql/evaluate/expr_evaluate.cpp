@@ -1,8 +1,22 @@
-// The evaluation pass: which rule evaluates a node.
+// The evaluation pass: which rule evaluates a node, and the value of a column in its row.
 #include "frame/error.h"
 #include "sql/evaluate/evaluate_rules.h"
 
 namespace tovik {
+
+static bool evaluate_column(Evaluation &evaluation, const Node *node, Value *result) {
+  const Value &bound = *node->value;
+  if (evaluation.mode == EvalMode::total) {
+    set_null(result, bound.type);
+    return true;
+  }
+  if (!row_handle_value(*bound.column.row, *bound.column.column, result)) return false;
+  result->kind = value_kind::column;
+  result->type = bound.type;  // the bytes of a blob count as text
+  result->declared = bound.declared;
+  result->label = nullptr;
+  return true;
+}
 
 bool evaluate(Evaluation &evaluation, const Node *node, Value *result) {
   switch (node->kind) {
