@@ -15,8 +15,8 @@ class CacheTest : public testing::Test, protected StorageEngine {
 TEST_F(CacheTest, FullCacheFailsAndRecovers) {
   Storage db = create("CACHE_SIZE_DAT=2;CACHE_RTC=3;CACHE_RTS=0");
   Page pages[3];
-  ASSERT_TRUE(sm_page_get(*db, 1, 1, pages[0]) && sm_page_get(*db, 2, 1, pages[1]));
-  EXPECT_FALSE(sm_page_new(*db, 1, pages[2]));
+  ASSERT_TRUE(sm_page_get(*db, 1, pages[0]) && sm_page_get(*db, 2, pages[1]));
+  EXPECT_FALSE(sm_page_new(*db, pages[2]));
   EXPECT_EQ((Codes{status::cache_full, status::cache_get_page}), take_recorded());
   EXPECT_EQ(2, db.counters().bcnt);
   ASSERT_TRUE(sm_page_release(pages[0]));

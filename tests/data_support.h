@@ -44,24 +44,24 @@ class Storage {
   // Whole blocks through the page interface; every byte is fill, the last four are number.
   BlockNo add(uint8_t fill, uint32_t number = 0) {
     Page page;
-    if (!sm_page_new(*sm_, 1, page)) return 0;
+    if (!sm_page_new(*sm_, page)) return 0;
     paint(page.data(), fill, number);
     const BlockNo block = page.block();
     return sm_page_release_write(page) ? block : 0;
   }
   bool put(BlockNo block, uint8_t fill, uint32_t number = 0) {
     Page page;
-    if (!sm_page_get(*sm_, block, 1, page)) return false;
+    if (!sm_page_get(*sm_, block, page)) return false;
     paint(page.data(), fill, number);
     return sm_page_release_write(page);
   }
   bool remove(BlockNo block) {
     Page page;
-    return sm_page_get(*sm_, block, 1, page) && sm_page_delete(page);
+    return sm_page_get(*sm_, block, page) && sm_page_delete(page);
   }
   Bytes get(BlockNo block) {  // empty on failure
     Page page;
-    if (!sm_page_get(*sm_, block, 1, page)) return {};
+    if (!sm_page_get(*sm_, block, page)) return {};
     return Bytes(page.data(), page.data() + bm_block_size(*sm_->bm));
   }
   int fill_of(BlockNo block) {

@@ -166,7 +166,7 @@ TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
       ++completed;
       // Not the thread that reads already; and it is not kept waiting for what only itself could end.
       Page page;
-      EXPECT_FALSE(sm_page_get(*db.storage, 3, 0, page));
+      EXPECT_FALSE(sm_page_get(*db.storage, 3, page));
       EXPECT_EQ(first_status(), status::tran_bad_state);
       sleeps = 0;
       const SlotGuard clock(

@@ -39,7 +39,7 @@ bool free_blocks(StorageManager &sm, std::set<BlockNo> *blocks) {
   for (BlockNo block = counters.flst; block != 0;) {
     if (block > counters.bcnt || !blocks->insert(block).second) return false;
     Page page;
-    if (!sm_page_get(sm, block, 0, page)) return false;
+    if (!sm_page_get(sm, block, page)) return false;
     block = load_i32(page.data());
   }
   return static_cast<int32_t>(blocks->size()) == counters.fcnt;
@@ -50,7 +50,7 @@ bool chain_blocks(StorageManager &sm, uint32_t first, uint32_t count, std::vecto
   uint32_t block = first;
   for (uint32_t i = 0; i < count; ++i) {
     Page page;
-    if (block == 0 || !sm_page_get(sm, static_cast<BlockNo>(block), 0, page)) return false;
+    if (block == 0 || !sm_page_get(sm, static_cast<BlockNo>(block), page)) return false;
     blocks->push_back(static_cast<BlockNo>(block));
     block = load_u32(page.data() + 4);
   }

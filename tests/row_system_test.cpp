@@ -121,7 +121,7 @@ TEST_F(RowSystemTest, ReloadFollowsTheRecords) {
   Bytes record(82);
   const auto reload_other_record = [&] {
     Page page;
-    ASSERT_TRUE(sm_page_get(*sm, 3, 0, page)) << errors();
+    ASSERT_TRUE(sm_page_get(*sm, 3, page)) << errors();
     std::swap_ranges(record.begin(), record.end(), page.data() + rows.number % 1024);
     ASSERT_TRUE(sm_page_release_write(page) && row_systems_reload_all(*sm)) << errors();
   };
@@ -130,7 +130,7 @@ TEST_F(RowSystemTest, ReloadFollowsTheRecords) {
   ASSERT_TRUE(insert(rows, &row) && row_systems_write_counters(*sm)) << errors();
   {
     Page page;
-    ASSERT_TRUE(sm_page_get(*sm, 3, 0, page));
+    ASSERT_TRUE(sm_page_get(*sm, 3, page));
     memcpy(record.data(), page.data() + rows.number % 1024, record.size());
   }
   ASSERT_TRUE(insert(rows, &second) && row_autoinc_advance(rows) && row_systems_write_counters(*sm));

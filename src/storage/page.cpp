@@ -65,23 +65,22 @@ Page &Page::operator=(Page &&other) noexcept {
   return *this;
 }
 
-bool sm_page_new(StorageManager &sm, int32_t group, Page &page) {
+bool sm_page_new(StorageManager &sm, Page &page) {
   if (page.held()) return fail(status::page_argument);
   LockGuard guard(sm.lock);
   const Target target = target_of_caller(sm);
-  if (!is_whole(sm, target) || !cm_new_page(*target.cache, group, target.shadows, &page.block_, &page.data_))
+  if (!is_whole(sm, target) || !cm_new_page(*target.cache, target.shadows, &page.block_, &page.data_))
     return false;
   page.sm_ = &sm;
   note_change(sm, target);
   return true;
 }
 
-bool sm_page_get(StorageManager &sm, BlockNo block, int32_t group, Page &page) {
+bool sm_page_get(StorageManager &sm, BlockNo block, Page &page) {
   if (page.held()) return fail(status::page_argument);
   LockGuard guard(sm.lock);
   const Target target = target_of_caller(sm);
-  if (!is_whole(sm, target) || !cm_get_page(*target.cache, block, group, target.shadows, &page.data_))
-    return false;
+  if (!is_whole(sm, target) || !cm_get_page(*target.cache, block, target.shadows, &page.data_)) return false;
   page.sm_ = &sm;
   page.block_ = block;
   return true;
@@ -122,11 +121,10 @@ bool sm_page_delete(Page &page) {
   return deleted;
 }
 
-bool sm_chain_free(StorageManager &sm, int32_t group, BlockNo head, BlockNo tail, int32_t count) {
+bool sm_chain_free(StorageManager &sm, BlockNo head, BlockNo tail, int32_t count) {
   LockGuard guard(sm.lock);
   const Target target = target_of_caller(sm);
-  if (!is_whole(sm, target) || !cm_free_chain(*target.cache, group, head, tail, count, target.shadows))
-    return false;
+  if (!is_whole(sm, target) || !cm_free_chain(*target.cache, head, tail, count, target.shadows)) return false;
   note_change(sm, target);
   return true;
 }

@@ -53,7 +53,7 @@ bool create_transaction_manager(StorageManager &sm) {
 bool allocate_first_blocks(StorageManager &sm) {
   for (int i = 0; i < 2; ++i) {
     Page page;
-    if (!sm_page_new(sm, 0, page)) return fail(status::storage_new_page);
+    if (!sm_page_new(sm, page)) return fail(status::storage_new_page);
     if (!sm_page_release_write(page)) return fail(status::storage_page_write);
   }
   return true;

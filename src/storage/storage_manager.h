@@ -64,8 +64,8 @@ class Page {
   BlockNo block() const { return block_; }
 
  private:
-  friend bool sm_page_new(StorageManager &, int32_t, Page &);
-  friend bool sm_page_get(StorageManager &, BlockNo, int32_t, Page &);
+  friend bool sm_page_new(StorageManager &, Page &);
+  friend bool sm_page_get(StorageManager &, BlockNo, Page &);
   friend bool sm_page_release(Page &);
   friend bool sm_page_release_write(Page &);
   friend bool sm_page_delete(Page &);
@@ -74,15 +74,14 @@ class Page {
   BlockNo block_ = 0;
 };
 
-// The page interface. page must not be held; group is the caller's tag. The thread that owns the open
-// transaction works in the TRN cache, every other thread in the DAT cache, which gives nothing while a commit
-// record waits for its copy (22016). Statuses 23001 and the cache's.
-[[nodiscard]] bool sm_page_new(StorageManager &sm, int32_t group, Page &page);  // zero-filled
-[[nodiscard]] bool sm_page_get(StorageManager &sm, BlockNo block, int32_t group, Page &page);
+// The page interface. page must not be held. The thread that owns the open transaction works in the TRN
+// cache, every other thread in the DAT cache, which gives nothing while a commit record waits for its copy
+// (22016). Statuses 23001 and the cache's.
+[[nodiscard]] bool sm_page_new(StorageManager &sm, Page &page);  // zero-filled
+[[nodiscard]] bool sm_page_get(StorageManager &sm, BlockNo block, Page &page);
 [[nodiscard]] bool sm_page_release(Page &page);
 [[nodiscard]] bool sm_page_release_write(Page &page);  // the page was changed
 [[nodiscard]] bool sm_page_delete(Page &page);         // the block goes on the free list
-[[nodiscard]] bool sm_chain_free(StorageManager &sm, int32_t group, BlockNo head, BlockNo tail,
-                                 int32_t count);
+[[nodiscard]] bool sm_chain_free(StorageManager &sm, BlockNo head, BlockNo tail, int32_t count);
 
 }  // namespace tovik

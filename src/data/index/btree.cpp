@@ -104,7 +104,7 @@ bool definition_normalise(BtreeDefinition &definition) {
 bool storage_create(Btree &index) {
   DataSystems &systems = data_systems(*index.sm);
   Page root;
-  if (!sm_page_new(*index.sm, index.group, root)) return fail(status::btree_new_page);
+  if (!sm_page_new(*index.sm, root)) return fail(status::btree_new_page);
   index.root = static_cast<uint32_t>(root.block());
   index.pages[0] = {index.root, index.root, 1};
   uint8_t record[btree_descriptor_size];
@@ -132,8 +132,8 @@ bool storage_free(Btree &index) {
   const bool ends = bpage::link(page.data(), bpage::chain_next) == 0;
   if (!btree_page_release(page)) return false;
   if (!starts || !ends) return fail(status::btree_page_fetch);
-  return sm_chain_free(*index.sm, index.group, static_cast<BlockNo>(pages.last),
-                       static_cast<BlockNo>(pages.first), static_cast<int32_t>(pages.count));
+  return sm_chain_free(*index.sm, static_cast<BlockNo>(pages.last), static_cast<BlockNo>(pages.first),
+                       static_cast<int32_t>(pages.count));
 }
 
 bool support_sizes_fit(const DataSystems &systems) {

@@ -72,7 +72,6 @@ struct Btree {
   uint32_t root;
   uint32_t counter_row;                      // page-counter record
   RowNo number;                              // row number of the descriptor
-  int32_t group;                             // 0
   BtreePages pages[tran_level_limit + 1];    // of the levels that touched it, and of level 0
   bool pages_changed[tran_level_limit + 1];  // the level's counters differ from their record
   BtreeName table_names[tran_level_limit + 1];

@@ -13,7 +13,7 @@ void dump_definition(const Btree &index) {
   dump_line(nullptr, 0, " iname :[%s]", definition.index_name);
   dump_line(nullptr, 0, " --- no ---");
   dump_line(nullptr, 0, " rno   :[%d]", static_cast<int>(index.number));
-  dump_line(nullptr, 0, " gno   :[%d]", static_cast<int>(index.group));
+  dump_line(nullptr, 0, " gno   :[0]");
   dump_line(nullptr, 0, " --- paramater ---");
   dump_line(nullptr, 0, " type  :[%d]", static_cast<int>(definition.flags));
   dump_line(nullptr, 0, " icnt  :[%d]", definition.part_count);

@@ -24,7 +24,7 @@ bool unlink(Btree &index, uint32_t before, uint32_t after, int to_next, int to_p
 }  // namespace
 
 bool btree_page_get(Btree &index, uint32_t block, Page &page) {
-  if (block == 0 || !sm_page_get(*index.sm, static_cast<BlockNo>(block), index.group, page))
+  if (block == 0 || !sm_page_get(*index.sm, static_cast<BlockNo>(block), page))
     return fail(status::btree_page_fetch);
   return true;
 }
@@ -42,7 +42,7 @@ bool btree_page_write(Btree &index, Page &page) {
 bool btree_page_new(Btree &index, Page &page) {
   const int level = btree_touch(index);
   BtreePages &pages = index.pages[level];
-  if (!sm_page_new(*index.sm, index.group, page)) return fail(status::btree_new_page);
+  if (!sm_page_new(*index.sm, page)) return fail(status::btree_new_page);
   const uint32_t block = static_cast<uint32_t>(page.block());
   if (!redirect(index, pages.last, bpage::chain_next, 0, block)) {
     (void)sm_page_delete(page);

@@ -40,7 +40,7 @@ bool enter(RowDirectory &directory, BlockNo block) {
 
 BlockNo link(RowSystem &rows, BlockNo block, int which, bool *read) {
   Page page;
-  *read = sm_page_get(*rows.sm, block, row_page_group, page) || fail(status::row_page_fetch);
+  *read = sm_page_get(*rows.sm, block, page) || fail(status::row_page_fetch);
   return *read ? load_i32(page.data() + which) : 0;
 }
 

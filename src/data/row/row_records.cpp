@@ -142,8 +142,7 @@ void row_autoinc_encode(const RowSystem &rows, int level, uint8_t record[row_rec
 
 bool row_system_counters_read(RowSystem &system) {
   Page page;
-  if (!sm_page_get(*system.sm, system_counters_block, row_page_group, page))
-    return fail(status::row_system_page);
+  if (!sm_page_get(*system.sm, system_counters_block, page)) return fail(status::row_system_page);
   const RowCounters counters = load_counters(page.data());
   if (!counters_plausible(system.block_size, system.row_size, counters)) return fail(status::row_no_counters);
   system.counters[0] = counters;
@@ -153,8 +152,7 @@ bool row_system_counters_read(RowSystem &system) {
 bool row_system_counters_write(RowSystem &system) {
   const int level = sm_level(*system.sm);
   Page page;
-  if (!sm_page_get(*system.sm, system_counters_block, row_page_group, page))
-    return fail(status::row_system_page);
+  if (!sm_page_get(*system.sm, system_counters_block, page)) return fail(status::row_system_page);
   store_counters(page.data(), system.counters[level]);
   if (!sm_page_release_write(page)) return fail(status::row_counter_page_write);
   system.counters_changed[level] = false;

@@ -42,7 +42,7 @@ RowFetch scan_resume(RowScan &scan) {
   }
   if (static_cast<uint32_t>(scan.block) * rows.block_size + scan.offset == scan.counters->new_offset)
     return RowFetch::end;
-  if (sm_page_get(*rows.sm, scan.block, row_page_group, scan.page)) return RowFetch::row;
+  if (sm_page_get(*rows.sm, scan.block, scan.page)) return RowFetch::row;
   err_set(status::row_page_fetch);
   return RowFetch::failed;
 }

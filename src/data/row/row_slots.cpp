@@ -25,8 +25,7 @@ bool fetch_next_page(RowSystem &rows, const Page &page, Page &next) {
   const uint32_t link = load_u32(page.data() + row_page_next);
   if (!row_block_addressable(rows.block_size, link)) return fail(status::row_next_page);
   Page found;
-  if (!sm_page_get(*rows.sm, static_cast<BlockNo>(link), row_page_group, found))
-    return fail(status::row_page_fetch);
+  if (!sm_page_get(*rows.sm, static_cast<BlockNo>(link), found)) return fail(status::row_page_fetch);
   if (load_u32(found.data() + row_page_previous) != static_cast<uint32_t>(page.block()))
     return fail(status::row_next_page);
   next = std::move(found);
@@ -121,13 +120,13 @@ bool give_back(Page &page) {
 bool append_page(RowSystem &rows, int level) {
   RowCounters &counters = rows.counters[level];
   Page page, last;
-  if (!sm_page_new(*rows.sm, row_page_group, page)) return fail(status::row_page_fetch);
+  if (!sm_page_new(*rows.sm, page)) return fail(status::row_page_fetch);
   const uint32_t block = static_cast<uint32_t>(page.block());
   if (!row_block_addressable(rows.block_size, block)) {
     err_set(status::storage_size_limit);
     return give_back(page);
   }
-  if (!sm_page_get(*rows.sm, static_cast<BlockNo>(counters.page_last), row_page_group, last)) {
+  if (!sm_page_get(*rows.sm, static_cast<BlockNo>(counters.page_last), last)) {
     err_set(status::row_page_fetch);
     return give_back(page);
   }
@@ -149,10 +148,10 @@ bool append_page(RowSystem &rows, int level) {
 bool remove_last_page(RowSystem &rows, int level) {
   RowCounters &counters = rows.counters[level];
   Page last, previous;
-  if (!sm_page_get(*rows.sm, static_cast<BlockNo>(counters.page_last), row_page_group, last)) return false;
+  if (!sm_page_get(*rows.sm, static_cast<BlockNo>(counters.page_last), last)) return false;
   const uint32_t link = load_u32(last.data() + row_page_previous);
   if (!row_block_addressable(rows.block_size, link)) return false;
-  if (!sm_page_get(*rows.sm, static_cast<BlockNo>(link), row_page_group, previous)) return false;
+  if (!sm_page_get(*rows.sm, static_cast<BlockNo>(link), previous)) return false;
   store_u32(previous.data() + row_page_next, 0);
   if (!release_changed(rows, previous)) return false;
   counters.page_last = link;
@@ -170,7 +169,7 @@ bool slot_seek(RowSystem &rows, RowNo row, SlotCursor &at) {
     if (at.page.block() == block) return true;
     at.page = Page();
   }
-  return sm_page_get(*rows.sm, block, row_page_group, at.page) || fail(status::row_page_fetch);
+  return sm_page_get(*rows.sm, block, at.page) || fail(status::row_page_fetch);
 }
 
 bool slot_enter_page(RowSystem &rows, SlotCursor &at) {

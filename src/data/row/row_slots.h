@@ -28,8 +28,6 @@ inline constexpr uint8_t slot_unused = 0;
 inline constexpr int slot_link = 1;
 inline constexpr int slot_link_size = 4;
 
-inline constexpr int32_t row_page_group = 0;
-
 inline uint32_t row_stream_per_page(const RowSystem &rows) {
   return rows.block_size - row_page_stream;
 }

@@ -50,7 +50,7 @@ void list_sweep(StorageManager &sm) {
 // The first page, zero-filled, and counters that describe it.
 bool first_page(RowSystem &rows) {
   Page page;
-  if (!sm_page_new(*rows.sm, row_page_group, page)) return fail(status::row_new_page);
+  if (!sm_page_new(*rows.sm, page)) return fail(status::row_new_page);
   const uint32_t block = static_cast<uint32_t>(page.block());
   if (!row_block_addressable(rows.block_size, block)) {
     err_set(status::storage_size_limit);
@@ -68,7 +68,7 @@ bool first_page(RowSystem &rows) {
 void first_page_delete(const RowSystem &rows) {
   const ErrorScope keep;
   Page page;
-  if (sm_page_get(*rows.sm, static_cast<BlockNo>(rows.counters[0].page_top), row_page_group, page))
+  if (sm_page_get(*rows.sm, static_cast<BlockNo>(rows.counters[0].page_top), page))
     (void)sm_page_delete(page);
 }
 
@@ -112,8 +112,8 @@ RecordRead reload(RowSystem &rows) {
 // A chain is freed by its two ends alone; they must at least be ends.
 bool chain_ends_right(RowSystem &rows, const RowCounters &counters) {
   Page top, last;
-  if (!sm_page_get(*rows.sm, static_cast<BlockNo>(counters.page_top), row_page_group, top) ||
-      !sm_page_get(*rows.sm, static_cast<BlockNo>(counters.page_last), row_page_group, last))
+  if (!sm_page_get(*rows.sm, static_cast<BlockNo>(counters.page_top), top) ||
+      !sm_page_get(*rows.sm, static_cast<BlockNo>(counters.page_last), last))
     return fail(status::row_page_fetch);
   return (load_u32(top.data() + row_page_previous) == 0 && load_u32(last.data() + row_page_next) == 0 &&
           (counters.page_top == counters.page_last) == (counters.page_count == 1)) ||
@@ -207,8 +207,8 @@ bool row_system_drop(RowSystem *rows) {
   const RowCounters &counters = rows->counters[level];
   // The pages are linked backwards through their first four bytes.
   if (!chain_ends_right(*rows, counters) ||
-      !sm_chain_free(sm, row_page_group, static_cast<BlockNo>(counters.page_last),
-                     static_cast<BlockNo>(counters.page_top), static_cast<int32_t>(counters.page_count)))
+      !sm_chain_free(sm, static_cast<BlockNo>(counters.page_last), static_cast<BlockNo>(counters.page_top),
+                     static_cast<int32_t>(counters.page_count)))
     return fail(status::row_drop_pages);
   if (row_delete(system, rows->number) != RowRead::active) return fail(status::row_drop_descriptor);
   if (row_kind_auto(rows->kind) && row_delete(system, rows->autoinc_number) != RowRead::active)

@@ -108,7 +108,6 @@ void retire(CacheManager &cm, CachePage *page) {
   page->block = 0;
   page->references = 0;
   page->tran_block = 0;
-  page->group = 0;
   page->status = 0;
   page->release_next = cm.released;
   cm.released = page;
@@ -256,9 +255,8 @@ CachePage *take_page(CacheManager &cm, ShadowMap *shadows) {
   return page;
 }
 
-void adopt_block(CacheManager &cm, CachePage *page, BlockNo block, int32_t group) {
+void adopt_block(CacheManager &cm, CachePage *page, BlockNo block) {
   page->block = block;
-  page->group = group;
   page->tran_block = 0;
   page->references = 0;
   page->status = page_in_use;
@@ -266,7 +264,7 @@ void adopt_block(CacheManager &cm, CachePage *page, BlockNo block, int32_t group
 }
 
 // The page of block, most recent from now on; not read when *hit is false. Null with the cause recorded.
-CachePage *lookup(CacheManager &cm, BlockNo block, int32_t group, ShadowMap *shadows, bool *hit) {
+CachePage *lookup(CacheManager &cm, BlockNo block, ShadowMap *shadows, bool *hit) {
   CachePage *page = cm_find(cm, block);
   *hit = page != nullptr;
   if (*hit) {
@@ -275,15 +273,15 @@ CachePage *lookup(CacheManager &cm, BlockNo block, int32_t group, ShadowMap *sha
   }
   page = take_page(cm, shadows);
   if (page == nullptr) return nullptr;
-  adopt_block(cm, page, block, group);
+  adopt_block(cm, page, block);
   ring_insert_newest(cm, page);
   return page;
 }
 
 // The same with the block's content.
-CachePage *fetch(CacheManager &cm, BlockNo block, int32_t group, ShadowMap *shadows) {
+CachePage *fetch(CacheManager &cm, BlockNo block, ShadowMap *shadows) {
   bool hit;
-  CachePage *page = lookup(cm, block, group, shadows, &hit);
+  CachePage *page = lookup(cm, block, shadows, &hit);
   if (page == nullptr) return fail_null(status::cache_get_page);
   if (!hit && !read_page(cm, page, shadows)) {
     retire(cm, page);  // invariant 4
@@ -310,20 +308,20 @@ bool block_in_part(const CacheManager &cm, const Counters &counters, BlockNo blo
   return block >= 1 && block <= counters.bcnt && bm_block_valid(*cm.bm, part_dat, block);
 }
 
-CachePage *page_past_end(CacheManager &cm, int32_t group, ShadowMap *shadows, Counters *counters) {
+CachePage *page_past_end(CacheManager &cm, ShadowMap *shadows, Counters *counters) {
   if (counters->bcnt >= INT32_MAX - 1 || !bm_block_valid(*cm.bm, part_dat, counters->bcnt + 1))
     return fail_null(status::cache_argument);
   ++counters->bcnt;
   bool hit;
-  CachePage *page = lookup(cm, counters->bcnt, group, shadows, &hit);
+  CachePage *page = lookup(cm, counters->bcnt, shadows, &hit);
   if (page == nullptr) return fail_null(status::cache_get_page);
   return page;
 }
 
-CachePage *page_from_free_list(CacheManager &cm, int32_t group, ShadowMap *shadows, Counters *counters) {
+CachePage *page_from_free_list(CacheManager &cm, ShadowMap *shadows, Counters *counters) {
   const BlockNo block = counters->flst;
   if (!block_in_part(cm, *counters, block)) return fail_null(status::cache_free_list);
-  CachePage *page = fetch(cm, block, group, shadows);
+  CachePage *page = fetch(cm, block, shadows);
   if (page == nullptr) return nullptr;
   if (page->references != 0) return fail_null(status::cache_free_list);
   const BlockNo link = counters->fcnt == 1 ? 0 : load_i32(page_data(page));
@@ -400,31 +398,30 @@ CachePage *cm_check(uint8_t *data) {
   return page;
 }
 
-bool cm_get_page(CacheManager &cm, BlockNo block, int32_t group, ShadowMap *shadows, uint8_t **data) {
+bool cm_get_page(CacheManager &cm, BlockNo block, ShadowMap *shadows, uint8_t **data) {
   const Counters *counters = counters_in_use(cm, shadows);
   if (counters == nullptr) return fail(status::cache_no_counters);
   if (block < 1 || block > counters->bcnt)
     return fail_at_block(status::cache_block_no, block, counters->bcnt);
-  CachePage *page = fetch(cm, block, group, shadows);
+  CachePage *page = fetch(cm, block, shadows);
   if (page == nullptr) return false;
   hold(cm, page);
   *data = page_data(page);
   return true;
 }
 
-bool cm_new_page(CacheManager &cm, int32_t group, ShadowMap *shadows, BlockNo *block, uint8_t **data) {
+bool cm_new_page(CacheManager &cm, ShadowMap *shadows, BlockNo *block, uint8_t **data) {
   Counters *counters = counters_in_use(cm, shadows);
   if (counters == nullptr) return fail(status::cache_no_counters);
   if (!counters_agree(*counters)) return fail(status::cache_argument);
   const Counters before = *counters;
   Counters after = before;
-  CachePage *page = before.fcnt == 0 ? page_past_end(cm, group, shadows, &after)
-                                     : page_from_free_list(cm, group, shadows, &after);
+  CachePage *page =
+      before.fcnt == 0 ? page_past_end(cm, shadows, &after) : page_from_free_list(cm, shadows, &after);
   if (page == nullptr) return false;
   const BlockNo link = before.fcnt == 0 ? 0 : load_i32(page_data(page));
   memset(page_data(page), 0, static_cast<size_t>(bm_block_size(*cm.bm)));
   mark_dirty(cm, page);
-  page->group = group;
   *counters = after;
   hold(cm, page);
   header_changed(cm, shadows);
@@ -478,14 +475,13 @@ bool cm_delete_page(uint8_t *data, ShadowMap *shadows) {
   return write_header(cm, shadows);
 }
 
-bool cm_free_chain(CacheManager &cm, int32_t group, BlockNo head, BlockNo tail, int32_t count,
-                   ShadowMap *shadows) {
+bool cm_free_chain(CacheManager &cm, BlockNo head, BlockNo tail, int32_t count, ShadowMap *shadows) {
   Counters *counters = counters_in_use(cm, shadows);
   if (counters == nullptr) return fail(status::cache_no_counters);
   if (!counters_agree(*counters) || count < 1 || count > counters->bcnt - counters->fcnt ||
       !block_in_part(cm, *counters, head) || !block_in_part(cm, *counters, tail))
     return fail(status::cache_argument);
-  CachePage *page = fetch(cm, tail, group, shadows);
+  CachePage *page = fetch(cm, tail, shadows);
   if (page == nullptr) return fail(status::cache_get_page);
   store_i32(page_data(page), counters->flst);
   counters->flst = head;
@@ -543,7 +539,7 @@ void cm_adopt(CacheManager &target, CacheManager &source) {
     if ((page->status & page_dirty) != 0 || cm_find(target, page->block) != nullptr) continue;
     CachePage *copy = take_page(target, nullptr);
     if (copy == nullptr) return;
-    adopt_block(target, copy, page->block, page->group);
+    adopt_block(target, copy, page->block);
     memcpy(page_data(copy), page_data(page), static_cast<size_t>(bm_block_size(*target.bm)));
     if (adopted == nullptr)
       ring_insert_newest(target, copy);

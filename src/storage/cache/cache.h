@@ -25,7 +25,6 @@ struct alignas(8) CachePage {
   int32_t references;
   BlockNo block;
   BlockNo tran_block;        // shadow block of this page's changes, 0 = none
-  int32_t group;             // tag of the caller that brought the page in
   CachePage *newer, *older;  // recency ring
   CachePage *hash_previous, *hash_next;
   CachePage *release_next;
@@ -65,10 +64,8 @@ void cm_destroy(CacheManager *cm);
 // between 1 and bcnt), 21014, 21015; 121001 when a shadow block passes the size of the TRN part. cm_new_page:
 // 21001 (size of the DAT part reached, counters that disagree), 21002 (damaged free list). A call that fails
 // changes no counter.
-[[nodiscard]] bool cm_new_page(CacheManager &cm, int32_t group, ShadowMap *shadows, BlockNo *block,
-                               uint8_t **data);
-[[nodiscard]] bool cm_get_page(CacheManager &cm, BlockNo block, int32_t group, ShadowMap *shadows,
-                               uint8_t **data);
+[[nodiscard]] bool cm_new_page(CacheManager &cm, ShadowMap *shadows, BlockNo *block, uint8_t **data);
+[[nodiscard]] bool cm_get_page(CacheManager &cm, BlockNo block, ShadowMap *shadows, uint8_t **data);
 
 // Give back one reference. cm_release_write marks the page dirty; with immediate write it is on disk when the
 // call returns, and a failed write (21016, 21018) leaves it dirty, with the reference given back all the
@@ -83,7 +80,7 @@ void cm_destroy(CacheManager *cm);
 // Frees count blocks linked from head to tail through their first four bytes. Pages of the chain that are in
 // the cache keep their contents: the links in them are part of the free list from now on, so a dirty one
 // still has to reach its block. Statuses 21001, 21010, 21014, 21016.
-[[nodiscard]] bool cm_free_chain(CacheManager &cm, int32_t group, BlockNo head, BlockNo tail, int32_t count,
+[[nodiscard]] bool cm_free_chain(CacheManager &cm, BlockNo head, BlockNo tail, int32_t count,
                                  ShadowMap *shadows);
 
 // Writes dirty pages, then the DAT header if changed (DAT cache outside a transaction). Statuses 21016,

@@ -31,11 +31,12 @@ int ring_length(const CacheManager &cm) {
   return length;
 }
 
+// The groups that pages could be tagged with are not used: all are of group 0.
 void page_lines(const CacheManager &cm) {
   const CachePage *page = cm.mru;
   for (int position = 1; page != nullptr; ++position) {
-    dump_line(nullptr, 0, "%d:m[0x%x]s[%d]c[%d]b[%d]t[%d]g[%d]", position, page->magic, page->status,
-              page->references, page->block, page->tran_block, page->group);
+    dump_line(nullptr, 0, "%d:m[0x%x]s[%d]c[%d]b[%d]t[%d]g[0]", position, page->magic, page->status,
+              page->references, page->block, page->tran_block);
     page = page->older == cm.mru ? nullptr : page->older;
   }
 }
