@@ -49,6 +49,13 @@ char *dump_line(char *position, int remaining, const char *format, ...) {
   return position;
 }
 
+void print_line(const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  dump(nullptr, 0, "\n", format, arguments);
+  va_end(arguments);
+}
+
 char *dump_text(char *position, int remaining, const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);

@@ -12,6 +12,9 @@ inline constexpr int dump_text_limit = 1023;  // characters of one formatted tex
 // The text and a line feed. Cut: the first remaining - 1 characters, no line feed.
 char *dump_line(char *position, int remaining, const char *format, ...) __attribute__((format(printf, 3, 4)));
 
+// The line on standard output.
+void print_line(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
 // The text without a line feed.
 char *dump_text(char *position, int remaining, const char *format, ...) __attribute__((format(printf, 3, 4)));
 

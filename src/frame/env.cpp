@@ -152,14 +152,14 @@ void show_row(const EnvRow &row) {
   const int padding = length < value_column_width ? value_column_width - length : 0;
   dump_text(nullptr, 0, "%-26s  ", row.name);
   dump_text(nullptr, 0, "%s", value);
-  dump_line(nullptr, 0, "%*s%-12s  %s%s", padding, "", row.type_unit,
-            (row.flags & env_flag_fixed) != 0 ? "P " : "", (row.flags & env_flag_database) != 0 ? "DB" : "");
+  print_line("%*s%-12s  %s%s", padding, "", row.type_unit, (row.flags & env_flag_fixed) != 0 ? "P " : "",
+             (row.flags & env_flag_database) != 0 ? "DB" : "");
 }
 
 void show_header() {
-  dump_line(nullptr, 0, "%-26s  %-22s  %-12s  %-7s", "name", "value", "type / unit", "status");
-  dump_line(nullptr, 0, "%.26s  %.22s  %.12s  %.7s", "--------------------------",
-            "--------------------------", "--------------------------", "--------------------------");
+  print_line("%-26s  %-22s  %-12s  %-7s", "name", "value", "type / unit", "status");
+  print_line("%.26s  %.22s  %.12s  %.7s", "--------------------------", "--------------------------",
+             "--------------------------", "--------------------------");
 }
 
 }  // namespace

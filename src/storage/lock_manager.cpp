@@ -323,18 +323,18 @@ bool lm_write_busy(LockManager &lm, ThreadId thread) {
 
 void lm_dump(LockManager &lm, const char *title) {
   LockGuard guard(lm.mutex);
-  dump_line(nullptr, 0, "--- %s ---", title);
-  dump_line(nullptr, 0, "cur pid  : %d", system_driver.process_id());
-  dump_line(nullptr, 0, "cur tid  : %d", current_thread());
-  dump_line(nullptr, 0, "lock_type: %s", level_name(lm.level));
-  dump_line(nullptr, 0, "nshared  : %d", lm.nshared);
-  dump_line(nullptr, 0, "dblock   : %d", lm.dblock);
+  print_line("--- %s ---", title);
+  print_line("cur pid  : %d", system_driver.process_id());
+  print_line("cur tid  : %d", current_thread());
+  print_line("lock_type: %s", level_name(lm.level));
+  print_line("nshared  : %d", lm.nshared);
+  print_line("dblock   : %d", lm.dblock);
   for (int i = 0; i < lock_table_size; ++i) {
     const LockEntry &entry = lm.table[i];
     if (entry.thread == no_thread) continue;
-    dump_line(nullptr, 0, "  [%d] tid[%d] type[%s]", i, entry.thread, level_name(entry.level));
+    print_line("  [%d] tid[%d] type[%s]", i, entry.thread, level_name(entry.level));
   }
-  dump_line(nullptr, 0, "--------------------------");
+  print_line("--------------------------");
 }
 
 }  // namespace tovik

@@ -8,46 +8,46 @@ namespace {
 
 void dump_definition(const Btree &index) {
   const BtreeDefinition &definition = index.definition;
-  dump_line(nullptr, 0, " --- name ---");
-  dump_line(nullptr, 0, " tname :[%s]", btree_table_name(index));
-  dump_line(nullptr, 0, " iname :[%s]", definition.index_name);
-  dump_line(nullptr, 0, " --- no ---");
-  dump_line(nullptr, 0, " rno   :[%d]", static_cast<int>(index.number));
-  dump_line(nullptr, 0, " gno   :[0]");
-  dump_line(nullptr, 0, " --- paramater ---");
-  dump_line(nullptr, 0, " type  :[%d]", static_cast<int>(definition.flags));
-  dump_line(nullptr, 0, " icnt  :[%d]", definition.part_count);
-  dump_line(nullptr, 0, " mcnt  :[%d]", definition.master_count);
-  dump_line(nullptr, 0, " vsz   :[%d]", definition.value_size);
-  dump_line(nullptr, 0, " root  :[%d]", static_cast<int>(index.root));
-  dump_line(nullptr, 0, " cpos  :[%d]", static_cast<int>(index.counter_row));
-  dump_line(nullptr, 0, " trno  :[%d]", static_cast<int>(definition.table_id));
+  print_line(" --- name ---");
+  print_line(" tname :[%s]", btree_table_name(index));
+  print_line(" iname :[%s]", definition.index_name);
+  print_line(" --- no ---");
+  print_line(" rno   :[%d]", static_cast<int>(index.number));
+  print_line(" gno   :[0]");
+  print_line(" --- paramater ---");
+  print_line(" type  :[%d]", static_cast<int>(definition.flags));
+  print_line(" icnt  :[%d]", definition.part_count);
+  print_line(" mcnt  :[%d]", definition.master_count);
+  print_line(" vsz   :[%d]", definition.value_size);
+  print_line(" root  :[%d]", static_cast<int>(index.root));
+  print_line(" cpos  :[%d]", static_cast<int>(index.counter_row));
+  print_line(" trno  :[%d]", static_cast<int>(definition.table_id));
   for (int i = 0; i < definition.part_count; ++i) {
     const BtreeKeyPart &part = definition.parts[i];
-    dump_line(nullptr, 0, " [%d] ktype:[%d] ksize:[%d] kano:[%d]", i, part.type, part.size, part.column);
+    print_line(" [%d] ktype:[%d] ksize:[%d] kano:[%d]", i, part.type, part.size, part.column);
   }
 }
 
 void dump_pages(const Btree &index) {
-  dump_line(nullptr, 0, " ---  page counter ---");
+  print_line(" ---  page counter ---");
   for (int level = 0; level <= tran_level_limit; ++level) {
     const BtreePages &pages = index.pages[index.state.level_of(level)];
-    dump_line(nullptr, 0, " [%d] ptop:[%d] plst:[%d] pcnt:[%d]", level, static_cast<int>(pages.first),
-              static_cast<int>(pages.last), static_cast<int>(pages.count));
+    print_line(" [%d] ptop:[%d] plst:[%d] pcnt:[%d]", level, static_cast<int>(pages.first),
+               static_cast<int>(pages.last), static_cast<int>(pages.count));
   }
 }
 
 void dump_kind(const char *title, const BtreeItemKind &kind) {
-  dump_line(nullptr, 0, " --- %s size ---", title);
-  dump_line(nullptr, 0, " isz:[%d] ksz:[%d] vszt:[%d] mcnt[%d]", kind.item_size, kind.key_size,
-            kind.value_size, kind.per_page);
+  print_line(" --- %s size ---", title);
+  print_line(" isz:[%d] ksz:[%d] vszt:[%d] mcnt[%d]", kind.item_size, kind.key_size, kind.value_size,
+             kind.per_page);
 }
 
 void dump_traverse(Btree &index) {
-  dump_line(nullptr, 0, " --- traverse ---");
+  print_line(" --- traverse ---");
   BtreeCursor cursor;
   if (!btree_cursor_open(cursor, index, {})) {
-    dump_line(nullptr, 0, " cursor open error.");
+    print_line(" cursor open error.");
     return;
   }
   uint8_t key[btree_key_limit];
@@ -55,15 +55,15 @@ void dump_traverse(Btree &index) {
   BtreeFetch fetched;
   while ((fetched = btree_cursor_fetch(cursor, key, nullptr, nullptr)) == BtreeFetch::item) ++count;
   if (fetched == BtreeFetch::failed)
-    dump_line(nullptr, 0, " cursor fetch error [%d]", count);
+    print_line(" cursor fetch error [%d]", count);
   else
-    dump_line(nullptr, 0, " item count :[%d]", count);
+    print_line(" item count :[%d]", count);
 }
 
 }  // namespace
 
 void btree_dump(Btree &index, const char *title) {
-  if (title != nullptr) dump_line(nullptr, 0, "%s", title);
+  if (title != nullptr) print_line("%s", title);
   {
     const LockGuard guard(index.sm->lock);  // another thread's levels come and go
     dump_definition(index);

@@ -7,11 +7,11 @@ namespace tovik {
 namespace {
 
 void line(const char *format, int64_t value) {
-  dump_line(nullptr, 0, format, static_cast<long>(value));
+  print_line(format, static_cast<long>(value));
 }
 
 void dump_counters(const RowCounters &counters, int level) {
-  dump_line(nullptr, 0, "  --  level : %d -- ", level);
+  print_line("  --  level : %d -- ", level);
   line("  row page top    : %ld", counters.page_top);
   line("  row page last   : %ld", counters.page_last);
   line("  row page count  : %ld", counters.page_count);
@@ -27,26 +27,26 @@ void dump_counters(const RowCounters &counters, int level) {
 void row_system_dump(RowSystem &rows, const char *title) {
   const LockGuard guard(rows.sm->lock);  // another thread's levels come and go
   const int levels = data_systems(*rows.sm).open_levels;
-  if (title != nullptr) dump_line(nullptr, 0, "%s", title);
-  dump_line(nullptr, 0, "[fixed information]");
+  if (title != nullptr) print_line("%s", title);
+  print_line("[fixed information]");
   line("  row type        : %ld", 0);
   line("  row use type    : %ld", static_cast<int64_t>(rows.kind));
   line("  row size        : %ld", rows.row_size);
-  dump_line(nullptr, 0, "[counter information]");
+  print_line("[counter information]");
   for (int level = 0; level <= levels; ++level)
     dump_counters(rows.counters[rows.state.level_of(level)], level);
   if (row_kind_auto(rows.kind)) {
-    dump_line(nullptr, 0, "[auto increment]");
+    print_line("[auto increment]");
     for (int level = 0; level <= levels; ++level) {
-      dump_line(nullptr, 0, "  --  auto inc level : %d -- ", level);
+      print_line("  --  auto inc level : %d -- ", level);
       const AutoIncrement &values = rows.autoinc[rows.state.level_of(level)];
       line("  auto inc init    : %ld", values.init);
       line("  auto inc step    : %ld", values.step);
       line("  auto inc next    : %ld", values.next);
     }
   }
-  dump_line(nullptr, 0, "%s", "");
-  dump_line(nullptr, 0, "[dynamic information]");
+  print_line("%s", "");
+  print_line("[dynamic information]");
   line("  row rno         : %ld", rows.number);
 }
 

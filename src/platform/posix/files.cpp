@@ -169,28 +169,28 @@ int close_file(DriverHandle handle) {
   return close(file) == 0 || errno == EINTR ? 0 : -1;  // interrupted, but the descriptor is gone
 }
 
-int64_t read_file(DriverHandle handle, void *buffer, int64_t length, int64_t offset) {
-  char *target = static_cast<char *>(buffer);
+// Calls transfer, which takes what is done and what is left and gives what it moved, until all is through.
+template <class Transfer>
+int64_t transfer_all(int64_t length, Transfer transfer) {
   int64_t count = 0;
   while (count < length) {
-    const ssize_t part =
-        pread(descriptor_of(handle), target + count, static_cast<size_t>(length - count), offset + count);
+    const ssize_t part = transfer(count, static_cast<size_t>(length - count));
     if (part == 0 || (part < 0 && errno != EINTR)) return -1;
     if (part > 0) count += part;
   }
   return length < 0 ? -1 : count;
 }
 
+int64_t read_file(DriverHandle handle, void *buffer, int64_t length, int64_t offset) {
+  return transfer_all(length, [&](int64_t done, size_t left) {
+    return pread(descriptor_of(handle), static_cast<char *>(buffer) + done, left, offset + done);
+  });
+}
+
 int64_t write_file(DriverHandle handle, const void *buffer, int64_t length, int64_t offset) {
-  const char *source = static_cast<const char *>(buffer);
-  int64_t count = 0;
-  while (count < length) {
-    const ssize_t part =
-        pwrite(descriptor_of(handle), source + count, static_cast<size_t>(length - count), offset + count);
-    if (part == 0 || (part < 0 && errno != EINTR)) return -1;
-    if (part > 0) count += part;
-  }
-  return length < 0 ? -1 : count;
+  return transfer_all(length, [&](int64_t done, size_t left) {
+    return pwrite(descriptor_of(handle), static_cast<const char *>(buffer) + done, left, offset + done);
+  });
 }
 
 int file_is_there(const char *name) {

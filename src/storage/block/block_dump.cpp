@@ -6,24 +6,20 @@ namespace tovik {
 
 namespace {
 
-void heading(const char *text) {
-  dump_line(nullptr, 0, "%s", text);
-}
-
 void field(const char *label, int32_t value) {
-  dump_line(nullptr, 0, "  %-13s: %d", label, value);
+  print_line("  %-13s: %d", label, value);
 }
 
 void hex_field(const char *label, uint32_t value) {
-  dump_line(nullptr, 0, "  %-13s: %x", label, value);
+  print_line("  %-13s: %x", label, value);
 }
 
 void text_field(const char *label, const char *value) {
-  dump_line(nullptr, 0, "  %-13s: %s", label, value);
+  print_line("  %-13s: %s", label, value);
 }
 
 void dump_common(const CommonHeader &common) {
-  heading(" -- block common header -- ");
+  print_line(" -- block common header -- ");
   text_field("magic", common.magic);
   field("endian", common.endian);
   field("version", common.version);
@@ -47,12 +43,12 @@ void dump_common(const CommonHeader &common) {
 }
 
 void dump_parts(const HeaderRecord &header) {
-  heading(" -- part information  -- ");
+  print_line(" -- part information  -- ");
   field("part (DAT)", header.parts[part_dat].part);
   hex_field("pstat(DAT)", header.parts[part_dat].pstat);
   field("part (TRN)", header.parts[part_trn].part);
   hex_field("pstat(TRN)", header.parts[part_trn].pstat);
-  heading(" -- block counter  -- ");
+  print_line(" -- block counter  -- ");
   const Counters &dat = header.parts[part_dat].counters, &trn = header.parts[part_trn].counters;
   field("bcnt (DAT)", dat.bcnt);
   field("fcnt (DAT)", dat.fcnt);
@@ -66,34 +62,34 @@ void dump_parts(const HeaderRecord &header) {
 
 // fcnt bounds the walk, so that a damaged chain cannot lead it in circles.
 void dump_free_list(BlockManager &bm) {
-  heading("*** Block Manager DAT Free List ***");
+  print_line("*** Block Manager DAT Free List ***");
   const Counters &counters = bm_counters(bm, part_dat);
   if (counters.fcnt == 0) {
-    heading(" -- not found bm dat freelist. -- ");
+    print_line(" -- not found bm dat freelist. -- ");
     return;
   }
   BlockNo block = counters.flst, last = 0;
   for (int32_t left = counters.fcnt; left > 0; --left) {
     if (block == 0) {
-      dump_line(nullptr, 0, "error : block no null. bcnt:[%d]", left);
+      print_line("error : block no null. bcnt:[%d]", left);
       return;
     }
-    dump_line(nullptr, 0, "bno:[%d] bcnt:[%d]", block, left);
+    print_line("bno:[%d] bcnt:[%d]", block, left);
     if (!bm_read_block(bm, part_dat, block, bm.block_buffer)) {
-      dump_line(nullptr, 0, "error : read block. bno:[%d] bcnt:[%d]", block, left);
+      print_line("error : read block. bno:[%d] bcnt:[%d]", block, left);
       return;
     }
     last = block;
     block = load_i32(bm.block_buffer);
   }
-  dump_line(nullptr, 0, "OK : last bno:[%d] bcnt:[%d]", last, 0);
+  print_line("OK : last bno:[%d] bcnt:[%d]", last, 0);
 }
 
 }  // namespace
 
 void bm_dump(BlockManager &bm, bool free_list) {
   ErrorScope listing_records_nothing;
-  heading("***  Block Information ***");
+  print_line("***  Block Information ***");
   dump_common(bm.common);
   dump_parts(bm.header);
   if (free_list) dump_free_list(bm);

@@ -8,7 +8,7 @@ namespace {
 
 template <class Count>
 void line(const char *label, Count value) {
-  dump_line(nullptr, 0, " %-25s: %d", label, static_cast<int>(value));
+  print_line(" %-25s: %d", label, static_cast<int>(value));
 }
 
 int list_length(const CachePage *head, CachePage *CachePage::*next) {
@@ -35,8 +35,8 @@ int ring_length(const CacheManager &cm) {
 void page_lines(const CacheManager &cm) {
   const CachePage *page = cm.mru;
   for (int position = 1; page != nullptr; ++position) {
-    dump_line(nullptr, 0, "%d:m[0x%x]s[%d]c[%d]b[%d]t[%d]g[0]", position, page->magic, page->status,
-              page->references, page->block, page->tran_block);
+    print_line("%d:m[0x%x]s[%d]c[%d]b[%d]t[%d]g[0]", position, page->magic, page->status, page->references,
+               page->block, page->tran_block);
     page = page->older == cm.mru ? nullptr : page->older;
   }
 }
@@ -44,15 +44,15 @@ void page_lines(const CacheManager &cm) {
 }  // namespace
 
 void cm_dump(CacheManager &cm, const char *title) {
-  dump_line(nullptr, 0, "%s", title);
-  dump_line(nullptr, 0, "[Cache Manager : paramater ]");
+  print_line("%s", title);
+  print_line("[Cache Manager : paramater ]");
   line("cache max count", cm.max_count);
   line("hash table size", cm.hash_size);
   line("wait retry count", cm.retry_count);
   line("wait sleep count", cm.retry_sleep);
-  dump_line(nullptr, 0, " cache mode               : 0x%x", cm.mode);
+  print_line(" cache mode               : 0x%x", cm.mode);
   line("storage area", cm.part);
-  dump_line(nullptr, 0, "[Cache Manager : counter ]");
+  print_line("[Cache Manager : counter ]");
   line("cache cur count", cm.cur_count);
   line("cache lock count", cm.lock_count);
   line("cache release count", cm.release_count);
@@ -60,9 +60,9 @@ void cm_dump(CacheManager &cm, const char *title) {
   line("cache lru/mru list count", ring_length(cm));
   line("cache release list count", list_length(cm.released, &CachePage::release_next));
   line("cache list count", list_length(cm.all, &CachePage::all_next));
-  dump_line(nullptr, 0, "[Cache Manager : current information ]");
-  dump_line(nullptr, 0, " statue                   : 0x%lx", static_cast<unsigned long>(cm.state));
-  dump_line(nullptr, 0, "[Cache Manager : page - mru]");
+  print_line("[Cache Manager : current information ]");
+  print_line(" statue                   : 0x%lx", static_cast<unsigned long>(cm.state));
+  print_line("[Cache Manager : page - mru]");
   page_lines(cm);
 }
 

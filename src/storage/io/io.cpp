@@ -166,6 +166,22 @@ LockResult lock_result(int outcome, StatusCode failure) {
   return LockResult::failed;
 }
 
+// One block through a slot of the driver.
+template <class Byte>
+bool transfer_block(IoObject *object, BlockNo block, Byte *buffer,
+                    int64_t (*IoDriver::*slot)(DriverHandle, Byte *, int64_t, int64_t),
+                    uint32_t IoObject::*count, StatusCode failure) {
+  if (object == nullptr || buffer == nullptr) return fail(status::io_argument);
+  const auto transfer = driver_of(*object).*slot;
+  const IoParams &params = *object->params;
+  LockGuard guard(layer.lock);
+  ++(object->*count);
+  if (transfer != nullptr &&
+      transfer(object->handle, buffer, params.block_size, block_position(params, block)) == params.block_size)
+    return true;
+  return fail_at_block(failure, block);
+}
+
 }  // namespace
 
 bool io_init() {
@@ -269,27 +285,12 @@ bool io_is_named(IoObject *object, const char *name) {
 }
 
 bool io_read_block(IoObject *object, BlockNo block, void *buffer) {
-  if (object == nullptr || buffer == nullptr) return fail(status::io_argument);
-  const IoDriver &driver = driver_of(*object);
-  const IoParams &params = *object->params;
-  LockGuard guard(layer.lock);
-  ++object->read_count;
-  if (driver.file_read != nullptr && driver.file_read(object->handle, buffer, params.block_size,
-                                                      block_position(params, block)) == params.block_size)
-    return true;
-  return fail_at_block(status::io_read, block);
+  return transfer_block(object, block, buffer, &IoDriver::file_read, &IoObject::read_count, status::io_read);
 }
 
 bool io_write_block(IoObject *object, BlockNo block, const void *buffer) {
-  if (object == nullptr || buffer == nullptr) return fail(status::io_argument);
-  const IoDriver &driver = driver_of(*object);
-  const IoParams &params = *object->params;
-  LockGuard guard(layer.lock);
-  ++object->write_count;
-  if (driver.file_write != nullptr && driver.file_write(object->handle, buffer, params.block_size,
-                                                        block_position(params, block)) == params.block_size)
-    return true;
-  return fail_at_block(status::io_write, block);
+  return transfer_block(object, block, buffer, &IoDriver::file_write, &IoObject::write_count,
+                        status::io_write);
 }
 
 int64_t io_size(IoObject *object) {

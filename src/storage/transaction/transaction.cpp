@@ -311,22 +311,22 @@ bool tm_rollback(TransactionManager &tm, ThreadId thread) {
 
 void tm_dump(const TransactionManager &tm) {
   LockGuard guard(tm.state->lock);
-  dump_line(nullptr, 0, "***  Transaction Information ***");
+  print_line("***  Transaction Information ***");
   if (tm.level == 0) {
-    dump_line(nullptr, 0, " transaction not running.");
+    print_line(" transaction not running.");
     return;
   }
-  dump_line(nullptr, 0, " transaction running. tid[%d] level[%d] hsz[%d] atype[%d]", tm.tid.load(), tm.level,
-            tm.hash_size, part_dat);
+  print_line(" transaction running. tid[%d] level[%d] hsz[%d] atype[%d]", tm.tid.load(), tm.level,
+             tm.hash_size, part_dat);
   for (int32_t number = 1; number <= tm.level; ++number) {
     const ShadowLevel &level = *tm.levels[number - 1];
-    dump_line(nullptr, 0, " --- transaction level %d information ---", number);
-    dump_line(nullptr, 0, " %d : hsz[%d] bcnt[%d] fcnt[%d] flst[%d] icnt[%d]", number, level.hash_size,
-              level.counters.bcnt, level.counters.fcnt, level.counters.flst, level.entries.size());
+    print_line(" --- transaction level %d information ---", number);
+    print_line(" %d : hsz[%d] bcnt[%d] fcnt[%d] flst[%d] icnt[%d]", number, level.hash_size,
+               level.counters.bcnt, level.counters.fcnt, level.counters.flst, level.entries.size());
     for (int32_t chain = 0; chain < level.hash_size; ++chain) {
       const int32_t head = level.chains[chain];
       if (head < 0) continue;
-      dump_line(nullptr, 0, "\\t           --- transaction hash table ---");
+      print_line("\\t           --- transaction hash table ---");
       for (int32_t i = head; i >= 0; i = level.entries[i].next) {
         const MapEntry &entry = level.entries[i];
         dump_line(nullptr, 0,

@@ -15,18 +15,18 @@ void dump_commit(const CommitRecord &commit) {
   snprintf(ctime, sizeof ctime, "%04d/%02d/%02d %02d:%02d:%02d.%06d", at.year, at.month, at.day, at.hour,
            at.minute, at.second, at.microseconds);
   const auto number = [](const char *label, int64_t value) {
-    dump_line(nullptr, 0, "  %-13s: %lld", label, static_cast<long long>(value));
+    print_line("  %-13s: %lld", label, static_cast<long long>(value));
   };
   const auto key = [](const char *label, int64_t value) {
-    dump_line(nullptr, 0, "  %-12s: %lld", label, static_cast<long long>(value));
+    print_line("  %-12s: %lld", label, static_cast<long long>(value));
   };
-  dump_line(nullptr, 0, " -- transaction information  -- ");
+  print_line(" -- transaction information  -- ");
   number("tstat", static_cast<int32_t>(commit.tstat));
   number("map bno", commit.map_bno);
   number("map icnt", commit.map_icnt);
   number("fcnt", commit.after.fcnt);
   number("flst", commit.after.flst);
-  dump_line(nullptr, 0, "  %-13s: %s", "ctime", ctime);
+  print_line("  %-13s: %s", "ctime", ctime);
   key("iid", commit.iid);
   key("lcto", commit.lcto);
   key("lctn", commit.lctn);
@@ -51,7 +51,7 @@ void trn_dump(BlockManager &bm) {
   if (read_stored_commit(bm, &commit))
     dump_commit(commit);
   else
-    dump_line(nullptr, 0, " -- transaction information  -- not found.");
+    print_line(" -- transaction information  -- not found.");
 }
 
 }  // namespace tovik
