@@ -12,9 +12,8 @@ namespace {
 std::string read(RowSystem &rows, RowNo row, size_t size) {
   std::string value(size, '\0');
   const int length = static_cast<int>(size);
-  EXPECT_TRUE(row_kind_variable(rows.kind)
-                  ? row_read_variable(rows, row, value.data(), length)
-                  : row_read(rows, row, value.data(), length, nullptr) == RowRead::active)
+  EXPECT_TRUE(row_kind_variable(rows.kind) ? row_read_variable(rows, row, value.data(), length)
+                                           : row_read(rows, row, value.data(), length) == RowRead::active)
       << errors();
   return value;
 }
@@ -103,7 +102,7 @@ TEST_F(RowSystemTest, NumbersOfNoRowAreRefused) {
   for (const auto &[no_row, expected] : cases) {
     RowNo number = no_row;
     char data[8];
-    EXPECT_EQ(row_read(rows, number, data, 8, nullptr), RowRead::failed) << number;
+    EXPECT_EQ(row_read(rows, number, data, 8), RowRead::failed) << number;
     EXPECT_EQ(first_status(), expected) << number;
     EXPECT_EQ(row_delete(rows, number), RowRead::failed) << number;
     EXPECT_FALSE(row_update(rows, &number, "87654321", 8)) << number;

@@ -51,7 +51,7 @@ inline bool index_entries(Btree &index, Entries *entries) {
   if (!btree_cursor_open(cursor, index, BtreeRange{})) return false;
   uint8_t key[btree_key_limit];
   BtreeFetch fetched;
-  while ((fetched = btree_cursor_fetch(cursor, key, &rows, nullptr)) == BtreeFetch::item)
+  while ((fetched = btree_cursor_fetch(cursor, key, &rows)) == BtreeFetch::item)
     for (const RowNo row : rows.rows) entries->emplace_back(key_text(index, key), row);
   btree_cursor_close(cursor);
   return fetched == BtreeFetch::end;

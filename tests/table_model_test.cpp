@@ -42,7 +42,7 @@ Items items_of(Btree &index) {
   EXPECT_TRUE(btree_cursor_open(cursor, index, {})) << errors();
   uint8_t key[btree_key_limit];
   BtreeFetch fetched;
-  while ((fetched = btree_cursor_fetch(cursor, key, &rows, nullptr)) == BtreeFetch::item)
+  while ((fetched = btree_cursor_fetch(cursor, key, &rows)) == BtreeFetch::item)
     items.emplace_back(std::string(key, key + btree_key_size(index)),
                        std::vector<RowNo>(rows.rows.begin(), rows.rows.end()));
   EXPECT_EQ(fetched, BtreeFetch::end) << errors();

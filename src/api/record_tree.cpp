@@ -105,7 +105,7 @@ bool order_keys(TableAccess *tables, const tovik_order &order, OrderKey *keys, i
     OrderKey key;
     if (!column_lookup(tables, name.table, name.column, &key.column)) return false;
     key.direction = order.descending[i] != 0 ? SortDirection::descending : SortDirection::ascending;
-    if (!order_add(keys, count, key)) return false;
+    if (!sort_add_key(keys, count, key)) return false;
   }
   return true;
 }

@@ -13,18 +13,6 @@ int64_t rounded(int64_t size) {
   return (size + alignment - 1) / alignment * alignment;
 }
 
-// Room for needed bytes in a pool that may grow. The data block moves, so that only a pool whose users hold
-// no addresses may be of that mode.
-bool grow(MemoryPool &pool, int64_t needed) {
-  const int64_t capacity = (needed / pool.chunk_size + 1) * pool.chunk_size;
-  if (capacity > INT32_MAX) return fail(status::pool_limit);
-  void *data = mem_realloc(pool.data, static_cast<size_t>(capacity));
-  if (data == nullptr) return fail(status::out_of_memory);
-  pool.data = static_cast<uint8_t *>(data);
-  pool.capacity = static_cast<int32_t>(capacity);
-  return true;
-}
-
 }  // namespace
 
 int32_t memory_pool_scaled(int32_t size) {
@@ -32,18 +20,17 @@ int32_t memory_pool_scaled(int32_t size) {
   return size > INT32_MAX / factor ? INT32_MAX : size * factor;
 }
 
-MemoryPool *memory_pool_create(int32_t chunk_size) {
-  if (chunk_size < 1) return fail_null(status::pool_size);
+MemoryPool *memory_pool_create(int32_t capacity) {
+  if (capacity < 1) return fail_null(status::pool_size);
   MemoryPool *pool = mem_new<MemoryPool>();
   if (pool == nullptr) return fail_null(status::out_of_memory);
-  pool->data = static_cast<uint8_t *>(mem_alloc(static_cast<size_t>(chunk_size)));
+  pool->data = static_cast<uint8_t *>(mem_alloc(static_cast<size_t>(capacity)));
   if (pool->data == nullptr) {
     mem_delete(pool);
     return fail_null(status::out_of_memory);
   }
   pool->kind_mark = memory_pool_mark;
-  pool->mode = memory_pool_fixed;
-  pool->capacity = pool->chunk_size = chunk_size;
+  pool->capacity = capacity;
   return pool;
 }
 
@@ -64,10 +51,7 @@ void *memory_pool_alloc(MemoryPool &pool, int64_t size) {
   if (size < 1) return fail_null(status::pool_size);
   if (size > INT32_MAX - alignment) return fail_null(status::pool_limit);
   const int64_t needed = pool.used + rounded(size);
-  if (needed >= pool.capacity) {  // the last bytes are never handed out
-    if (pool.mode == memory_pool_fixed) return fail_null(status::pool_limit);
-    if (!grow(pool, needed)) return nullptr;
-  }
+  if (needed >= pool.capacity) return fail_null(status::pool_limit);  // the last bytes are never handed out
   void *block = pool.data + pool.used;
   pool.used = static_cast<int32_t>(needed);
   ++pool.count;

@@ -8,28 +8,25 @@
 namespace tovik {
 
 inline constexpr uint16_t memory_pool_mark = 0xA1A2;
-inline constexpr uint16_t memory_pool_fixed = 1;
 
 struct MemoryPool {
   uint16_t kind_mark;
-  uint16_t mode;  // memory_pool_fixed: the capacity never grows
   uint8_t *data;
   int32_t capacity;  // bytes
   int32_t used;
-  int32_t chunk_size;
   int32_t count;  // allocations since the last emptying
 };
 
 // The size in which the trees of a pool of that size find room where pointers have four bytes.
 int32_t memory_pool_scaled(int32_t size);
 
-MemoryPool *memory_pool_create(int32_t chunk_size);  // 10001, 1
+MemoryPool *memory_pool_create(int32_t capacity);  // 10001, 1
 void memory_pool_destroy(MemoryPool *pool);
 
 // size bytes aligned for any engine type, not zeroed; null with 110002 when the pool is exhausted, 10003 when
 // it is no pool.
 void *memory_pool_alloc(MemoryPool &pool, int64_t size);
-bool memory_pool_fits(const MemoryPool &pool, int64_t size);                 // without growing
+bool memory_pool_fits(const MemoryPool &pool, int64_t size);
 char *memory_pool_text(MemoryPool &pool, const char *text);                  // copy; null text gives ""
 char *memory_pool_text(MemoryPool &pool, const char *text, int32_t length);  // copy of length bytes + NUL
 void memory_pool_empty(MemoryPool &pool);

@@ -32,8 +32,8 @@ BtreeName stored_name(const char *name) {
 
 bool counter_read(const Btree &index, BtreePages *pages) {
   uint8_t record[btree_counter_size];
-  if (row_read(*data_systems(*index.sm).index_counters, index.counter_row, record, btree_counter_size,
-               nullptr) != RowRead::active)
+  if (row_read(*data_systems(*index.sm).index_counters, index.counter_row, record, btree_counter_size) !=
+      RowRead::active)
     return fail(status::btree_counter_read);
   *pages = btree_counter_decode(record);
   const uint32_t limit = static_cast<uint32_t>(block_count(*index.sm));
@@ -54,8 +54,8 @@ bool counter_write(Btree &index, int level) {
 // Definition and counters from their records into level 0.
 bool handle_read(Btree &index) {
   uint8_t record[btree_descriptor_size];
-  if (row_read(*data_systems(*index.sm).index_descriptors, index.number, record, btree_descriptor_size,
-               nullptr) != RowRead::active)
+  if (row_read(*data_systems(*index.sm).index_descriptors, index.number, record, btree_descriptor_size) !=
+      RowRead::active)
     return fail(status::btree_open);
   if (!btree_descriptor_decode(record, bm_block_size(*index.sm->bm), index)) return fail(status::btree_open);
   BtreePages pages;

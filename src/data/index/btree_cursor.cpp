@@ -75,14 +75,12 @@ bool btree_cursor_open(BtreeCursor &cursor, Btree &index, const BtreeRange &rang
          fail(status::btree_cursor_position);
 }
 
-BtreeFetch btree_cursor_fetch(BtreeCursor &cursor, uint8_t *key, RowSet *rows, void *payload) {
+BtreeFetch btree_cursor_fetch(BtreeCursor &cursor, uint8_t *key, RowSet *rows) {
   uint8_t *item;
   const BtreeFetch fetched = next_item(cursor, &item);
   if (fetched != BtreeFetch::item) return fetched;
   Btree &index = *cursor.index;
   memcpy(key, item + index.master_leaf.value_size, static_cast<size_t>(index.master_leaf.key_size));
-  if (payload != nullptr && (index.definition.flags & btree_payload) != 0)
-    btree_give_value(index, item, payload);
   if (rows == nullptr) return BtreeFetch::item;
   rows->rows.clear();
   rows->sorted = false;

@@ -33,18 +33,12 @@ bool emptied(const uint8_t *page) {
   return bpage::is_leaf(page) && bpage::item_count(page) == 0;
 }
 
-bool parent_get(const Tree &tree, const TreeStep &step, Page &page) {
-  if (!tree_page_get(tree, step.page, page)) return false;
-  if (!bpage::is_leaf(page.data()) && step.position <= bpage::item_count(page.data())) return true;
-  return fail(status::btree_page_fetch);
-}
-
 bool remove_upwards(const Tree &tree, const TreePath &path, Page &page) {
   item_remove(page.data(), *tree.leaf, path.position());
   for (int level = path.depth - 1; level > 0 && emptied(page.data()); --level) {
     if (!btree_page_free(*tree.index, page)) return false;
     const TreeStep &parent = path.steps[level - 1];
-    if (!parent_get(tree, parent, page)) return false;
+    if (!tree_step_get(tree, parent, page)) return false;
     child_remove(page.data(), *tree.node, parent.position);
   }
   return btree_page_write(*tree.index, page);

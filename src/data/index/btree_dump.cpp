@@ -53,7 +53,7 @@ void dump_traverse(Btree &index) {
   uint8_t key[btree_key_limit];
   int count = 0;
   BtreeFetch fetched;
-  while ((fetched = btree_cursor_fetch(cursor, key, nullptr, nullptr)) == BtreeFetch::item) ++count;
+  while ((fetched = btree_cursor_fetch(cursor, key, nullptr)) == BtreeFetch::item) ++count;
   if (fetched == BtreeFetch::failed)
     print_line(" cursor fetch error [%d]", count);
   else

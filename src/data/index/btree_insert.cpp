@@ -173,15 +173,6 @@ bool split_root(const Tree &tree, Page &root, int position, const Item &item, Re
          btree_page_write(*tree.index, root);
 }
 
-// The parent as the descent left it.
-bool parent_get(const Tree &tree, const TreeStep &step, Page &page) {
-  if (!tree_page_get(tree, step.page, page)) return false;
-  const int count = bpage::item_count(page.data());
-  if (!bpage::is_leaf(page.data()) && step.position <= count && (count == tree.node->per_page) == step.full)
-    return true;
-  return fail(status::btree_page_fetch);
-}
-
 // Inserts and splits upwards, with the pages that this takes at hand.
 bool insert_upwards(const Tree &tree, const TreePath &path, Page &page, Item item, Reserve &reserve) {
   Separator separator;
@@ -195,7 +186,7 @@ bool insert_upwards(const Tree &tree, const TreePath &path, Page &page, Item ite
       return split_root(tree, page, step.position, item, reserve) || fail(status::btree_root_split);
     if (!split_inner(tree, page, step.position, item, reserve, separator)) return fail(status::btree_split);
     item = separator.item();
-    if (!parent_get(tree, path.steps[level - 1], page)) return fail(status::btree_split);
+    if (!tree_step_get(tree, path.steps[level - 1], page)) return fail(status::btree_split);
   }
 }
 

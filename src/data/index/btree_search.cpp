@@ -165,6 +165,14 @@ bool tree_descend(const Tree &tree, const TreeSeek &seek, TreePath &path, Page &
   return fail(status::btree_depth);
 }
 
+bool tree_step_get(const Tree &tree, const TreeStep &step, Page &page) {
+  if (!tree_page_get(tree, step.page, page)) return false;
+  const int count = bpage::item_count(page.data());
+  if (!bpage::is_leaf(page.data()) && step.position <= count && (count == tree.node->per_page) == step.full)
+    return true;
+  return fail(status::btree_page_fetch);
+}
+
 NextLeaf tree_next_leaf(const Tree &tree, Page &leaf, uint32_t &pages_left) {
   const uint32_t block = static_cast<uint32_t>(leaf.block());
   const uint32_t next = bpage::link(leaf.data(), bpage::right);

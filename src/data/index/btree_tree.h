@@ -84,6 +84,9 @@ struct TreePath {
 // Leaves the leaf held. 32002, 32009.
 [[nodiscard]] bool tree_descend(const Tree &tree, const TreeSeek &seek, TreePath &path, Page &leaf);
 
+// The inner page of a step, as the descent left it; 32002.
+[[nodiscard]] bool tree_step_get(const Tree &tree, const TreeStep &step, Page &page);
+
 // Inserts at the path's position, splitting upwards. The leaf is released, also on failure. A failure leaves
 // the tree as it was or tears the level. 32006 to 32017.
 [[nodiscard]] bool tree_insert(const Tree &tree, const TreePath &path, Page &leaf, const uint8_t *value,

@@ -212,7 +212,7 @@ RowRead row_delete(RowSystem &rows, RowNo row) {
   return free_slot(rows, level, row, at) ? RowRead::active : RowRead::failed;
 }
 
-RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length, RowNo *next) {
+RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length) {
   SlotCursor at;
   if (length < 0 || length > slot_data_size(rows)) {
     err_set(status::row_length);
@@ -224,11 +224,8 @@ RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length, RowNo *ne
     err_set(status::row_flag);
     return RowRead::failed;
   }
-  const int skip = slot_data_offset(rows);
-  if (!slot_read(rows, at, nullptr, skip)) return RowRead::failed;
+  if (!slot_read(rows, at, nullptr, slot_data_offset(rows))) return RowRead::failed;
   if (!slot_read(rows, at, flag == slot_active ? buffer : nullptr, length)) return RowRead::failed;
-  if (next != nullptr && !position_behind(rows, at, rows.row_size - skip - length, next))
-    return RowRead::failed;
   return flag == slot_active ? RowRead::active : RowRead::deleted;
 }
 

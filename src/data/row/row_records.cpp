@@ -86,7 +86,7 @@ bool descriptor_decode(const uint8_t *record, uint32_t block_size, RowDescriptor
 }
 
 RecordRead read_record(StorageManager &sm, RowNo number, uint8_t record[row_record_size]) {
-  switch (row_read(*data_systems(sm).system_rows, number, record, row_record_size, nullptr)) {
+  switch (row_read(*data_systems(sm).system_rows, number, record, row_record_size)) {
     case RowRead::active:
       return RecordRead::ok;
     case RowRead::deleted:

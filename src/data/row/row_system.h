@@ -140,8 +140,8 @@ enum class RowRead { active, deleted, failed };
 // active: deleted now, a variable value with every piece; deleted: the slot was deleted before. 30015, 30026,
 // 30031.
 [[nodiscard]] RowRead row_delete(RowSystem &rows, RowNo row);
-// The first length bytes of a slot's data. next (optional): position of the following slot. 30010, 30015.
-[[nodiscard]] RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length, RowNo *next);
+// The first length bytes of a slot's data. 30010, 30015.
+[[nodiscard]] RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length);
 // The first length bytes of a variable value, following the links from row. 30010, 30014, 30031.
 [[nodiscard]] bool row_read_variable(RowSystem &rows, RowNo row, void *buffer, int length);
 

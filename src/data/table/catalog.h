@@ -46,7 +46,6 @@ struct IndexDefinition {
 [[nodiscard]] bool index_drop(Catalog &catalog, const char *name);  // 145006, 145012, 45011 to 45013
 
 // The definition from which an index of the table can be created again.
-IndexDefinition index_definition(const Table &table, const Btree &index);
 
 // The key of a record (record_size bytes) in an index of its table: key_size bytes at key.
 void index_key(const Table &table, const Btree &index, const uint8_t *record, uint8_t *key);

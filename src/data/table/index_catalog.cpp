@@ -150,18 +150,6 @@ bool index_drop(Catalog &catalog, const char *name) {
   return definition_edit(*old, [&](Table &copy) { return drop(copy, place); });
 }
 
-IndexDefinition index_definition(const Table &table, const Btree &index) {
-  IndexDefinition definition = {};
-  name_encode(index.definition.index_name, definition.name);
-  definition.unique = btree_is_unique(index);
-  definition.timeseries = (index.definition.flags & btree_timeseries) != 0;
-  definition.master_count = index.definition.master_count;
-  definition.column_count = index.definition.part_count;
-  for (int i = 0; i < definition.column_count; ++i)
-    name_encode(table.columns[index.definition.parts[i].column - 1].name, definition.columns[i]);
-  return definition;
-}
-
 void index_key(const Table &table, const Btree &index, const uint8_t *record, uint8_t *key) {
   for (int i = 0; i < index.definition.part_count; ++i) {
     const BtreeKeyPart &part = index.definition.parts[i];

@@ -72,7 +72,7 @@ bool reference_stands(RowHandle &handle, const Column &column) {
   if (!row_still_slot(rows, handle.row, handle.state, &same)) return false;
   if (same) {
     if (!buffer_grow(stored, size)) return false;
-    const RowRead read = row_read(rows, handle.row, stored.data, size, nullptr);
+    const RowRead read = row_read(rows, handle.row, stored.data, size);
     if (read == RowRead::failed) return fail(status::record_read);
     same = read == RowRead::active && memcmp(stored.data + column.offset, handle.record + column.offset,
                                              static_cast<size_t>(column.stored_size)) == 0;

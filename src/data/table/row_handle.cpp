@@ -87,7 +87,7 @@ void row_handle_reset(RowHandle &handle) {
 }
 
 RowLoad row_handle_read(RowHandle &handle, RowNo row) {
-  switch (row_read(*handle.table->rows, row, handle.record, handle.table->record_size, nullptr)) {
+  switch (row_read(*handle.table->rows, row, handle.record, handle.table->record_size)) {
     case RowRead::active:
       row_handle_loaded(handle, row);
       return RowLoad::loaded;

@@ -19,7 +19,6 @@ inline constexpr uint16_t column = 1000, null = 1001, literal = 1002, string = 1
 inline constexpr uint16_t value_null = 1;     // the value is NULL
 inline constexpr uint16_t value_decimal = 2;  // from a decimal literal, or arithmetic whose left operand was
 inline constexpr uint16_t value_aggregate = 4;  // depends on an aggregate function
-inline constexpr uint16_t value_label = 8;      // the datum holds the label text (check pass only)
 
 // A text with its length in bytes; NUL-terminated (a blob's bytes may hold NULs before that).
 struct TextRef {

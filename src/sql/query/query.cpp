@@ -163,14 +163,14 @@ bool read_order(Query &query, const Node *items) {
     if (!column_lookup(query.tables, name.table, name.column, &found)) return false;
     if (query.order_count == order_key_limit) return fail(status::too_many_order_keys);
     const SortDirection direction = tree.descending ? SortDirection::descending : SortDirection::ascending;
-    if (!order_add(query.order, &query.order_count, {found, direction})) return false;
+    if (!sort_add_key(query.order, &query.order_count, {found, direction})) return false;
   }
   return true;
 }
 
 }  // namespace
 
-bool order_add(OrderKey *keys, int *count, const OrderKey &key) {
+bool sort_add_key(OrderKey *keys, int *count, const OrderKey &key) {
   for (int i = 0; i < *count; ++i) {
     const ColumnRef &other = keys[i].column;
     if (other.row == key.column.row && other.column == key.column.column)

@@ -31,7 +31,7 @@ struct OrderKey {
 };
 
 // Appends a key. 161001: its column is a key already.
-[[nodiscard]] bool order_add(OrderKey *keys, int *count, const OrderKey &key);
+[[nodiscard]] bool sort_add_key(OrderKey *keys, int *count, const OrderKey &key);
 
 // The name under which a caller knows a result column: the table column's, "EXPRESSION_n" (written into
 // buffer) or the label.

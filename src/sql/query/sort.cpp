@@ -266,14 +266,6 @@ bool directions_right(const SortDirection *directions, int count) {
 
 }  // namespace
 
-bool sort_add_key(SortKeyList &list, const void *table, int column, SortDirection direction) {
-  if (!directions_right(&direction, 1)) return fail(status::sort_argument);
-  for (const SortKey &key : list.keys) {
-    if (key.table == table && key.column == column) return fail(status::sort_column_twice);
-  }
-  return list.keys.push(SortKey{table, column, direction}) || fail(status::out_of_memory);
-}
-
 SortStore *sort_store_create(const SortColumn *columns, int column_count, int position_count) {
   SortStore *store = mem_new<SortStore>();
   if (store == nullptr) return fail_null(status::out_of_memory);

@@ -1,5 +1,5 @@
-// Sorting of result rows: the key list of ORDER BY, and the temporary in-memory store into which rows are
-// copied before they are sorted or made distinct. Row entries and values live in one area of HVI_TMP_BUF_SIZE
+// Sorting of result rows: the temporary in-memory store into which rows are copied before they are sorted or
+// made distinct. Row entries and values live in one area of HVI_TMP_BUF_SIZE
 // bytes, taken when the store is opened; exhausting it fails the statement with 143101. Of rows that are made
 // distinct only the first of each set takes room.
 #pragma once
@@ -11,19 +11,6 @@
 namespace tovik {
 
 enum class SortDirection : int { ascending = 0, descending = 1 };
-
-struct SortKey {
-  const void *table;  // identity of the table or result that the column belongs to
-  int column;         // column number in it
-  SortDirection direction;
-};
-
-struct SortKeyList {
-  Array<SortKey> keys;
-};
-
-[[nodiscard]] bool sort_add_key(SortKeyList &list, const void *table, int column,
-                                SortDirection direction);  // 161001, 1
 
 struct SortColumn {
   TypeCode type;
