@@ -19,4 +19,11 @@ constexpr char ascii_upper(char c) {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
+// The value of a hexadecimal digit, or -1.
+constexpr int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  const char small = ascii_lower(c);
+  return small >= 'a' && small <= 'f' ? small - 'a' + 10 : -1;
+}
+
 }  // namespace tovik

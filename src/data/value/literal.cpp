@@ -6,6 +6,7 @@
 #include "data/value/datetime.h"
 #include "data/value/number_text.h"
 #include "frame/error.h"
+#include "platform/ascii.h"
 
 namespace tovik {
 
@@ -17,13 +18,6 @@ bool refuse(bool report, StatusCode code) {
     err_set(code);
   }
   return false;
-}
-
-int hex_digit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
 }
 
 bool parse_hex(const char *text, bool report, void *target) {

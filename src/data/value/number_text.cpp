@@ -5,12 +5,14 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/ascii.h"
+
 namespace tovik {
 
 namespace {
 
 // What strtoll and strtod skip in the C locale.
-const char *skip_blanks(const char *text) {
+const char *skip_spaces(const char *text) {
   while (*text == ' ' || (*text >= '\t' && *text <= '\r')) ++text;
   return text;
 }
@@ -20,9 +22,8 @@ bool sign_at(char c) {
 }
 
 int hex_or_decimal_digit(char c, bool hex) {
-  if (c >= '0' && c <= '9') return c - '0';
-  const char folded = static_cast<char>(c | 0x20);
-  return hex && folded >= 'a' && folded <= 'f' ? folded - 'a' + 10 : -1;
+  const int digit = hex_digit(c);
+  return hex || digit < 10 ? digit : -1;
 }
 
 // Whether a number that no double holds is above the range (else it is below): the exponent of its first
@@ -53,7 +54,7 @@ bool exceeds_range(const char *digits, bool hex) {
 
 NumberText text_to_integer(const char *text, int64_t *value) {
   *value = 0;
-  const char *start = skip_blanks(text);
+  const char *start = skip_spaces(text);
   const bool negative = *start == '-';
   if (*start == '+' && *++start == '-') return NumberText::partial;
   const char *end = start + strlen(start);
@@ -67,7 +68,7 @@ NumberText text_to_integer(const char *text, int64_t *value) {
 
 NumberText text_to_double(const char *text, double *value) {
   *value = 0.0;
-  const char *start = skip_blanks(text);
+  const char *start = skip_spaces(text);
   const bool negative = *start == '-';
   if (sign_at(*start)) ++start;
   if (sign_at(*start)) return NumberText::partial;

@@ -9,6 +9,7 @@
 #include "frame/charset_current.h"
 #include "frame/error.h"
 #include "platform/array.h"
+#include "platform/ascii.h"
 #include "sql/evaluate/pattern.h"
 #include "sql/parse/character.h"
 
@@ -34,13 +35,6 @@ bool put(uint64_t *bits, int place) {  // false when it was there
   const bool added = (word & bit) == 0;
   word |= bit;
   return added;
-}
-
-char folded(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-char unfolded(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
 // By size, then by bytes: the order of the codes in every 8-bit character set.
@@ -299,7 +293,7 @@ int Matcher::consume(int place, Character character) {
   if (static_cast<unsigned char>(first) < 0x80 && first != '\\') {
     if (character.size != 1) return 0;
     const char c = *character.bytes;
-    return c == first || (fold_ && folded(c) == folded(first)) ? place + 1 : 0;
+    return c == first || (fold_ && ascii_lower(c) == ascii_lower(first)) ? place + 1 : 0;
   }
   const Character wanted = member(&place);
   return same(character, wanted) ? place : 0;
@@ -376,7 +370,7 @@ int Matcher::next_alternative() {
 }
 
 bool Matcher::same(Character a, Character b) const {
-  if (fold_ && a.size == 1 && b.size == 1) return folded(*a.bytes) == folded(*b.bytes);
+  if (fold_ && a.size == 1 && b.size == 1) return ascii_lower(*a.bytes) == ascii_lower(*b.bytes);
   return character_equal(a, b);
 }
 
@@ -386,7 +380,7 @@ bool Matcher::within(Character character, Character low, Character high) const {
   };
   if (between(character)) return true;
   if (!fold_ || character.size != 1) return false;
-  const char small = folded(*character.bytes), capital = unfolded(*character.bytes);
+  const char small = ascii_lower(*character.bytes), capital = ascii_upper(*character.bytes);
   return between({&small, 1}) || between({&capital, 1});
 }
 

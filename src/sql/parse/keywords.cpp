@@ -4,6 +4,7 @@
 
 #include "data/value/datetime.h"
 #include "data/value/types.h"
+#include "platform/ascii.h"
 #include "sql/parse/grammar.h"
 
 namespace tovik {
@@ -141,8 +142,7 @@ static_assert(keywords_sorted());
 // Folded bytes decide: A-Z counts as a-z, every other byte as it is.
 static int compare_folded(const char *word, const char *name) {
   for (;; ++word, ++name) {
-    int folded = static_cast<unsigned char>(*word);
-    if (folded >= 'A' && folded <= 'Z') folded += 'a' - 'A';
+    const int folded = static_cast<unsigned char>(ascii_lower(*word));
     const int other = static_cast<unsigned char>(*name);
     if (folded != other || folded == 0) return folded - other;
   }
