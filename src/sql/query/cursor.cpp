@@ -8,7 +8,6 @@
 
 #include "frame/error.h"
 #include "sql/query/mixed_value.h"
-#include "sql/query/planner.h"
 #include "sql/query/query.h"
 
 namespace tovik {
@@ -376,7 +375,7 @@ bool start(Cursor &cursor) {
   if (!supported(request)) return false;
   TableAccess *const tables = request.context.tables;
   for (TableAccess *access = tables; access != nullptr; access = access->next) access_start(*access);
-  if (tables != nullptr && !plan_query(request.context, request.condition, &cursor.guaranteed)) return false;
+  if (tables != nullptr && !plan_query(tables, request.condition, &cursor.guaranteed)) return false;
   const bool order_shows = request.order_count == 0 && !request.aggregate;
   // Rows of a key lie scattered; in the order of their positions each page is read once.
   for (TableAccess *access = tables; !order_shows && access != nullptr; access = access->next)

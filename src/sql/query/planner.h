@@ -3,12 +3,19 @@
 // what the access guarantees. No statistics: the first usable candidate wins.
 #pragma once
 
-#include "sql/query/query.h"
+#include "sql/evaluate/access.h"
+#include "sql/parse/tree.h"
 
 namespace tovik {
 
+// The part of a condition that the access path makes true, and the kind that its node had.
+struct Guaranteed {
+  Node *condition;  // null: none
+  uint16_t kind;
+};
+
 // condition: checked, or null. May change the accesses of the chain, and one node of the tree to always_true,
 // which guaranteed then tells. Statuses of literal conversion and index search; 1.
-[[nodiscard]] bool plan_query(EvalContext &context, Node *condition, Guaranteed *guaranteed);
+[[nodiscard]] bool plan_query(TableAccess *tables, Node *condition, Guaranteed *guaranteed);
 
 }  // namespace tovik

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "sql/evaluate/evaluator.h"
+#include "sql/query/planner.h"
 #include "sql/query/sort.h"
 
 namespace tovik {
@@ -69,12 +70,6 @@ struct CursorRequest {
   int column_count;
   bool aggregate;  // some column depends on an aggregate: one row is delivered
   bool distinct;
-};
-
-// The part of a condition that the access path makes true, and the kind that its node had.
-struct Guaranteed {
-  Node *condition;  // null: none
-  uint16_t kind;
 };
 
 enum class CursorPlace { before, on_row, ended };

@@ -7,7 +7,6 @@
 #include "frame/error.h"
 #include "sql/evaluate/set_value.h"
 #include "sql/parse/shapes.h"
-#include "sql/query/planner.h"
 #include "sql/statement/executors.h"
 
 namespace tovik {

@@ -1,0 +1,111 @@
+// NULL keys stand lowest in every index and meet no comparison: a range without a lower bound starts behind
+// them.
+#include "sql/query/plan_lookup.h"
+
+#include "data/value/stored_form.h"
+#include "sql/parse/shapes.h"
+
+namespace tovik {
+
+namespace {
+
+bool search(Btree &index, const uint8_t *key, RowSet &rows) {
+  return btree_search(index, key, &rows) != BtreeFind::failed;
+}
+
+// Two items may give the same rows. NULL gives none.
+bool search_list(const Candidate &candidate, RowSet &rows) {
+  uint8_t key[btree_key_limit];
+  KeyLiteral item = candidate.key;
+  for (const Node *node : chain(InTree::of(*candidate.condition).items)) {
+    if (!literal_read(*ValueItemTree::of(*node).value, Signs::accepted, &item.value)) continue;
+    if (!literal_store(item, key) || !search(*candidate.index, key, rows)) return false;
+  }
+  rowset_make_distinct(rows);
+  return true;
+}
+
+bool store_null_key(const Column &column, uint8_t *key) {
+  return store_value(column, ValueMode::null, nullptr, key) != Stored::failed;
+}
+
+bool search_comparison(const Candidate &candidate, RowSet &rows) {
+  const uint16_t kind = candidate.condition->kind;
+  uint8_t key[btree_key_limit], null_key[btree_key_limit];
+  if (!literal_store(candidate.key, key)) return false;
+  if (kind == node::equal) return search(*candidate.index, key, rows);
+  if (!store_null_key(*candidate.key.column, null_key)) return false;
+  const Bound bound = kind == node::less || kind == node::greater ? Bound::exclusive : Bound::inclusive;
+  const bool below = kind == node::less || kind == node::less_equal;
+  const BtreeRange range = below ? BtreeRange{null_key, Bound::exclusive, key, bound, false}
+                                 : BtreeRange{key, bound, nullptr, Bound::none, false};
+  return btree_range(*candidate.index, range, rows);
+}
+
+// The values of both columns, in the order of the index's parts.
+bool store_pair_key(const Candidate &candidate, uint8_t *key) {
+  const bool in_order = candidate.index->definition.parts[0].column == candidate.key.column->number;
+  const KeyLiteral &first = in_order ? candidate.key : candidate.second;
+  const KeyLiteral &second = in_order ? candidate.second : candidate.key;
+  return literal_store(first, key) && literal_store(second, key + first.column->stored_size);
+}
+
+bool search_pair(const Candidate &candidate, RowSet &rows) {
+  uint8_t key[btree_key_limit];
+  return store_pair_key(candidate, key) && search(*candidate.index, key, rows);
+}
+
+bool search_range(const Candidate &candidate, RowSet &rows) {
+  uint8_t lower[btree_key_limit], upper[btree_key_limit];
+  if (!literal_store(candidate.key, lower) || !literal_store(candidate.second, upper)) return false;
+  const BtreeRange range = {lower, candidate.lower, upper, candidate.upper,
+                            candidate.index->definition.part_count > 1};
+  return btree_range(*candidate.index, range, rows);
+}
+
+bool search_index(const Candidate &candidate, RowSet &rows) {
+  switch (candidate.kind) {
+    case CandidateKind::pair:
+      return search_pair(candidate, rows);
+    case CandidateKind::range:
+      return search_range(candidate, rows);
+    default:
+      return candidate.condition->kind == node::in ? search_list(candidate, rows)
+                                                   : search_comparison(candidate, rows);
+  }
+}
+
+// Every part of a unique index is equal to a literal.
+bool is_unique_key(const Candidate &candidate) {
+  return btree_is_unique(*candidate.index) &&
+         (candidate.kind == CandidateKind::pair ||
+          (candidate.kind == CandidateKind::comparison && candidate.condition->kind == node::equal));
+}
+
+bool look_up_row(const Candidate &candidate) {
+  uint8_t key[btree_key_limit], value[sizeof(RowNo)];
+  const bool stored = candidate.kind == CandidateKind::pair ? store_pair_key(candidate, key)
+                                                            : literal_store(candidate.key, key);
+  if (!stored) return false;
+  const BtreeFind found = btree_find_value(*candidate.index, key, value);
+  if (found == BtreeFind::failed) return false;
+  candidate.access->path = AccessPath::unique_row;
+  candidate.access->row = found == BtreeFind::found ? load_u32(value) : 0;
+  return true;
+}
+
+bool look_up_rows(const Candidate &candidate) {
+  RowSet *rows = rowset_new();
+  if (rows == nullptr) return false;
+  candidate.access->rows = rows;  // owned from here on
+  candidate.access->path = AccessPath::row_list;
+  return search_index(candidate, *rows);
+}
+
+}  // namespace
+
+bool plan_lookup(const Candidate &candidate) {
+  return is_unique_key(candidate) ? look_up_row(candidate) : look_up_rows(candidate);
+}
+
+}  // namespace tovik
