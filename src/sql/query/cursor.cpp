@@ -1,14 +1,13 @@
-// The cursor: a nested loop over the tables in FROM order, the first table outermost; filtered; and, where
-// asked, read to its end when it is opened: into a sort store, or into the totals of aggregates.
+// The rows of the join, filtered; and, where asked, read to their end when the cursor is opened: into a sort
+// store, or into the totals of aggregates.
 //
-// Cost per delivered row of a plain query: one step of the innermost access, one evaluation of the condition.
+// Cost per delivered row of a plain query: one step of the join, one evaluation of the condition.
 // What a row needs from the statement's pool is given back when the next row is fetched, so that a result of
 // any length fits the pool.
-#include <cstring>
+#include "sql/query/cursor.h"
 
 #include "frame/error.h"
-#include "sql/query/mixed_value.h"
-#include "sql/query/query.h"
+#include "sql/query/sort_form.h"
 
 namespace tovik {
 
@@ -18,52 +17,6 @@ int table_count(const TableAccess *tables) {
   int count = 0;
   for (; tables != nullptr; tables = tables->next) ++count;
   return count;
-}
-
-// ---- the join ----
-
-// Every table but the innermost stands on its first row afterwards. end: one of them has none.
-RowFetch start_join(TableAccess *tables) {
-  for (; tables->next != nullptr; tables = tables->next) {
-    const RowFetch first = access_next(*tables);
-    if (first != RowFetch::row) return first;
-  }
-  return RowFetch::row;
-}
-
-// The next combination of access and the tables inside it. An exhausted table is before its first row again.
-RowFetch next_combination(TableAccess &access) {
-  if (access.next == nullptr) return access_next(access);
-  for (;;) {
-    const RowLoad stands = row_handle_refresh(*access.handle);
-    if (stands == RowLoad::failed) return RowFetch::failed;
-    if (stands == RowLoad::loaded) {
-      const RowFetch inner = next_combination(*access.next);
-      if (inner != RowFetch::end) return inner;
-    } else {
-      for (TableAccess *inside = access.next; inside != nullptr; inside = inside->next)
-        access_rewind(*inside);
-    }
-    const RowFetch outer = access_next(access);
-    if (outer != RowFetch::row) return outer;
-    const RowFetch restarted = start_join(access.next);
-    if (restarted != RowFetch::row) return restarted;
-  }
-}
-
-RowFetch join_next(Cursor &cursor) {
-  TableAccess *tables = cursor.request.context.tables;
-  if (tables == nullptr) {  // items without a table: one row
-    const bool first = !cursor.started;
-    cursor.started = true;
-    return first ? RowFetch::row : RowFetch::end;
-  }
-  if (!cursor.started) {
-    const RowFetch first = start_join(tables);
-    if (first != RowFetch::row) return first;
-    cursor.started = true;
-  }
-  return next_combination(*tables);
 }
 
 bool tables_written(const Cursor &cursor) {
@@ -105,7 +58,7 @@ bool qualifies(Cursor &cursor, bool *yes) {
 
 RowFetch qualifying_next(Cursor &cursor) {
   for (;;) {
-    const RowFetch fetched = join_next(cursor);
+    const RowFetch fetched = join_next(cursor.join);
     if (fetched == RowFetch::failed && cursor.sorted != nullptr) err_set(status::sort_read);
     if (fetched != RowFetch::row) return fetched;
     bool yes;
@@ -122,59 +75,6 @@ bool read_all(Cursor &cursor, RowFetch (*next)(Cursor &cursor), Take take) {
                     const PoolScope scope(*cursor.request.context.pool);
                     return take();
                   });
-}
-
-// ---- values in and out of a sort store ----
-
-// The exchange form of a value, null for NULL; false when its class is not the column's, or when a blob's
-// copy finds no room in the pool.
-bool exchange_form(MemoryPool &pool, const Value &value, TypeCode type, const void **form) {
-  *form = nullptr;
-  if (value.is_null()) return true;
-  if (datum_kind(value.type) != datum_kind(type)) return fail(status::not_comparable);
-  if ((type & TYPE_BINARY) == 0) {
-    *form = value_datum(value);
-    return true;
-  }
-  uint8_t *copy = static_cast<uint8_t *>(memory_pool_alloc(pool, int64_t{4} + value.text.length));
-  if (copy == nullptr) return false;
-  memcpy(copy, &value.text.length, sizeof value.text.length);
-  memcpy(copy + 4, value.text.text, static_cast<size_t>(value.text.length));
-  *form = copy;
-  return true;
-}
-
-TextRef text_of_form(TypeCode type, const void *form) {
-  const char *bytes = static_cast<const char *>(form);
-  if ((type & TYPE_BINARY) == 0) return {bytes, static_cast<int32_t>(strlen(bytes))};
-  int32_t length;
-  memcpy(&length, bytes, sizeof length);
-  return {bytes + sizeof length, length};
-}
-
-Value value_of_form(TypeCode type, const void *form) {
-  Value value{};
-  value.kind = value_kind::computed;
-  value.declared = value.type = type;
-  if (form == nullptr) {
-    value.flags = value_null;
-    return value;
-  }
-  switch (datum_kind(type)) {
-    case DatumKind::integer:
-      memcpy(&value.integer, form, sizeof value.integer);
-      break;
-    case DatumKind::real:
-      memcpy(&value.real, form, sizeof value.real);
-      break;
-    case DatumKind::datetime:
-      memcpy(&value.datetime, form, sizeof value.datetime);
-      break;
-    case DatumKind::text:
-      value.text = text_of_form(type, form);
-      break;
-  }
-  return value;
 }
 
 // ---- materialized results ----
@@ -197,7 +97,7 @@ bool store_sort_row(Cursor &cursor, const RowBuffers &buffers) {
     const ColumnRef &key = request.order[i].column;
     Value &value = buffers.values[i];
     if (!row_handle_value(*key.row, *key.column, &value)) return false;
-    if (!exchange_form(*request.context.pool, value, key.column->type, &buffers.forms[i])) return false;
+    if (!sort_form(*request.context.pool, value, key.column->type, &buffers.forms[i])) return false;
   }
   RowNo positions[from_table_limit];
   int table = 0;
@@ -254,13 +154,14 @@ bool is_mixed(const ResultColumn &column) {
 }
 
 bool result_form(MemoryPool &pool, const ResultColumn &column, const Value &value, const void **form) {
-  if (!is_mixed(column)) return exchange_form(pool, value, column.type, form);
+  if (!is_mixed(column)) return sort_form(pool, value, column.type, form);
   *form = value.is_null() ? nullptr : mixed_form(pool, value);
   return value.is_null() || *form != nullptr;
 }
 
 Value value_of_result(const ResultColumn &column, const void *form) {
-  return is_mixed(column) && form != nullptr ? value_of_mixed_form(form) : value_of_form(column.type, form);
+  return is_mixed(column) && form != nullptr ? value_of_mixed_form(form)
+                                             : value_of_sort_form(column.type, form);
 }
 
 bool create_results(Cursor &cursor) {
@@ -373,7 +274,7 @@ bool materialize(Cursor &cursor) {
 bool start(Cursor &cursor) {
   CursorRequest &request = cursor.request;
   if (!supported(request)) return false;
-  TableAccess *const tables = request.context.tables;
+  TableAccess *const tables = cursor.join.tables = request.context.tables;
   for (TableAccess *access = tables; access != nullptr; access = access->next) access_start(*access);
   if (tables != nullptr && !plan_query(tables, request.condition, &cursor.guaranteed)) return false;
   const bool order_shows = request.order_count == 0 && !request.aggregate;
@@ -388,6 +289,16 @@ bool start(Cursor &cursor) {
 }
 
 }  // namespace
+
+bool sort_add_key(OrderKey *keys, int *count, const OrderKey &key) {
+  for (int i = 0; i < *count; ++i) {
+    const ColumnRef &other = keys[i].column;
+    if (other.row == key.column.row && other.column == key.column.column)
+      return fail(status::sort_column_twice);
+  }
+  keys[(*count)++] = key;
+  return true;
+}
 
 Cursor *cursor_open(const CursorRequest &request) {
   Cursor *cursor = memory_pool_new<Cursor>(*request.context.pool);

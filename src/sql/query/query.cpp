@@ -170,16 +170,6 @@ bool read_order(Query &query, const Node *items) {
 
 }  // namespace
 
-bool sort_add_key(OrderKey *keys, int *count, const OrderKey &key) {
-  for (int i = 0; i < *count; ++i) {
-    const ColumnRef &other = keys[i].column;
-    if (other.row == key.column.row && other.column == key.column.column)
-      return fail(status::sort_column_twice);
-  }
-  keys[(*count)++] = key;
-  return true;
-}
-
 const char *result_name(const ResultColumn &column, char (&buffer)[result_name_size]) {
   if (column.kind == ResultKind::column) return column.column.column->name;
   if (column.expression_number == 0) return column.label;

@@ -1,7 +1,7 @@
 // Sorting of result rows: the temporary in-memory store into which rows are copied before they are sorted or
-// made distinct. Row entries and values live in one area of HVI_TMP_BUF_SIZE
-// bytes, taken when the store is opened; exhausting it fails the statement with 143101. Of rows that are made
-// distinct only the first of each set takes room.
+// made distinct. Row entries and values live in one area of HVI_TMP_BUF_SIZE bytes, taken when the store is
+// opened; exhausting it fails the statement with 143101. Of rows that are made distinct only the first of
+// each set takes room.
 #pragma once
 
 #include "data/row/row_system.h"

@@ -1,8 +1,10 @@
-// The bytes: type code, type code of the shown type, the datum; a text with its terminator.
-#include "sql/query/mixed_value.h"
+// The bytes of a mixed form: type code, type code of the shown type, the datum; a text with its terminator.
+#include "sql/query/sort_form.h"
 
 #include <cmath>
 #include <cstring>
+
+#include "frame/error.h"
 
 namespace tovik {
 
@@ -36,7 +38,56 @@ TypeCode shown_type(const Value &value) {
   return told ? value.declared : value.type;
 }
 
+TextRef text_of_form(TypeCode type, const void *form) {
+  const char *bytes = static_cast<const char *>(form);
+  if ((type & TYPE_BINARY) == 0) return {bytes, static_cast<int32_t>(strlen(bytes))};
+  int32_t length;
+  memcpy(&length, bytes, sizeof length);
+  return {bytes + sizeof length, length};
+}
+
 }  // namespace
+
+bool sort_form(MemoryPool &pool, const Value &value, TypeCode type, const void **form) {
+  *form = nullptr;
+  if (value.is_null()) return true;
+  if (datum_kind(value.type) != datum_kind(type)) return fail(status::not_comparable);
+  if ((type & TYPE_BINARY) == 0) {
+    *form = value_datum(value);
+    return true;
+  }
+  uint8_t *copy = static_cast<uint8_t *>(memory_pool_alloc(pool, int64_t{4} + value.text.length));
+  if (copy == nullptr) return false;
+  memcpy(copy, &value.text.length, sizeof value.text.length);
+  memcpy(copy + 4, value.text.text, static_cast<size_t>(value.text.length));
+  *form = copy;
+  return true;
+}
+
+Value value_of_sort_form(TypeCode type, const void *form) {
+  Value value{};
+  value.kind = value_kind::computed;
+  value.declared = value.type = type;
+  if (form == nullptr) {
+    value.flags = value_null;
+    return value;
+  }
+  switch (datum_kind(type)) {
+    case DatumKind::integer:
+      memcpy(&value.integer, form, sizeof value.integer);
+      break;
+    case DatumKind::real:
+      memcpy(&value.real, form, sizeof value.real);
+      break;
+    case DatumKind::datetime:
+      memcpy(&value.datetime, form, sizeof value.datetime);
+      break;
+    case DatumKind::text:
+      value.text = text_of_form(type, form);
+      break;
+  }
+  return value;
+}
 
 const void *mixed_form(MemoryPool &pool, const Value &value) {
   double number;
