@@ -164,6 +164,18 @@ TEST(StorageUse, ADatabaseIsNotSeenBeforeItIsWhole) {
   });
 }
 
+// As a creator leaves it that dies at once.
+TEST(StorageUse, AnEmptyFileIsNoDatabase) {
+  const TempDir dir;
+  const Library library;
+  const std::string text = "NAME=t;PATH=" + dir.path();
+  std::ofstream(dir / "t.dat");
+  EXPECT_EQ(Session(text).open_status(), status::database_missing);
+  EXPECT_EQ(remove(text), status::database_missing);
+  EXPECT_EQ(create(text), 0);
+  EXPECT_EQ(Session(text).open_status(), 0);
+}
+
 // A name that goes between the look at it and the opening is absent.
 std::string vanishing;
 

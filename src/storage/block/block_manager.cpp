@@ -83,8 +83,8 @@ bool take_use(BlockManager &bm, StorageUse use, StatusCode taken) {
   return result == LockResult::granted || (result == LockResult::busy && fail(taken));
 }
 
-// A file that its creator does not hold yet is empty; a moment later it is held, unless its creator died.
-bool is_coming(BlockManager &bm) {
+// An empty file is no database yet: its creator is about to take it, or has died.
+bool is_empty(const BlockManager &bm) {
   return layout_named(bm.params->manage_type) && io_size(bm.io[part_dat]) == 0;
 }
 
@@ -94,19 +94,14 @@ bool open_existing_dat(BlockManager &bm, StorageUse use, StatusCode taken = 0) {
   if (layout_unnamed(bm.params->manage_type)) return open_unnamed_dat(bm) && take_use(bm, use, taken);
   StorageName name;
   if (!dat_name(bm, name)) return false;
-  int32_t retries = 0;
-  for (int tries = 0; tries < name_tries;) {
+  for (int tries = 0; tries < name_tries; ++tries) {
     bool absent;
     bm.io[part_dat] = io_open_present(bm_driver(bm), bm.params->io, name, part_dat, &absent);
     if (absent) break;
     if (bm.io[part_dat] == nullptr) return fail(status::block_open_file);
     if (!take_use(bm, use, taken)) return false;
-    const bool named = io_is_named(bm.io[part_dat], name);
-    const bool wait = named && retries < param_lock_retry(*bm.params) && is_coming(bm);
-    if (named && !wait) return true;
+    if (io_is_named(bm.io[part_dat], name)) return !is_empty(bm) || fail(status::database_missing);
     if (!bm_close_storage(bm, part_dat)) return false;
-    if (wait) system_driver.sleep_ms(param_lock_sleep(*bm.params));
-    ++(wait ? retries : tries);
   }
   return fail(status::database_missing);
 }
@@ -122,12 +117,14 @@ bool remove_trn(const BlockManager &bm) {
 }
 
 // Creations that run at once may all find the name free and open the same file. Whoever has it alone while it
-// is empty is the creator; one that is not empty was made by somebody who is through already, and one that
-// somebody else removes or replaces meanwhile is not ours. Who looks at the empty file is soon gone.
+// is empty is the creator; one that is not empty was made by somebody else, and one that somebody else
+// removes or replaces meanwhile is not ours. Who looks at the empty file is soon gone.
 bool is_new_file(BlockManager &bm, const char *name) {
-  const LockResult use = storage_use_waiting(bm, StorageUse::sole);
+  int64_t size = io_size(bm.io[part_dat]);
+  const LockResult use = size > 0 ? LockResult::busy : storage_use_waiting(bm, StorageUse::sole);
   if (use == LockResult::failed) return false;
-  const int64_t size = io_size(bm.io[part_dat]);
+  if (use == LockResult::granted)
+    size = io_size(bm.io[part_dat]);  // others may have been here while we waited
   if (size < 0) return fail(status::block_create_dat);
   const bool ours = use == LockResult::granted && size == 0 && io_is_named(bm.io[part_dat], name);
   return ours || fail(status::database_exists);
@@ -140,7 +137,7 @@ bool free_dat_name(const BlockManager &bm, const char *name) {
   bool free;
   {
     ErrorScope otherwise_it_exists;
-    free = storage_free_name(bm, name, Replace::deleted_only);
+    free = storage_free_name(bm, name, Replace::leftover);
   }
   return free || fail(status::database_exists);
 }

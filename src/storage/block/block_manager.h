@@ -52,10 +52,10 @@ inline IoObject *bm_io(const BlockManager &bm, PartNo part) {  // null while the
   return bm.io[bm_single(bm) ? part_dat : part];
 }
 
-// Creates the storages, replacing existing ones with OVERWRITE and those marked deleted, and writes the DAT
-// header; opens them for writing whatever OPT says, for nobody else until bm_end_creation. A failure leaves no
-// storage behind. params must outlive the object. Statuses 112xxx, 120101, 20006 (also when somebody has the
-// old one open), 20007; single storages 120102, 120103, 120104, 20008, 20015; 20009.
+// Creates the storages, replacing existing ones with OVERWRITE and those marked deleted or empty, and writes
+// the DAT header; opens them for writing whatever OPT says, for nobody else until bm_end_creation. A failure
+// leaves no storage behind. params must outlive the object. Statuses 112xxx, 120101, 20006 (also when
+// somebody has the old one open), 20007; single storages 120102, 120103, 120104, 20008, 20015; 20009.
 BlockManager *bm_create(Params &params, DatabaseType type);
 
 // Opens the DAT storage, checks its header and hands language, byte order and format to params. clean_history

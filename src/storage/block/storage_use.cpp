@@ -53,7 +53,7 @@ bool retire(const BlockManager &bm, OldStorage &old, const char *name, Replace w
   if (block.bytes == nullptr) return fail(status::out_of_memory);
   const bool database = read_old_header(old, block.bytes);
   const bool deleted = database && (old.header.parts[part_dat].pstat & pstat_deleted) != 0;
-  if (what == Replace::deleted_only && !deleted) return false;
+  if (what == Replace::leftover && !deleted && io_size(old.io.get()) != 0) return false;
   if (database && !deleted && !mark_old_header(old, block.bytes)) return false;
   return io_remove(bm_driver(bm), name);
 }

@@ -2,8 +2,8 @@
 //
 // Every open DAT storage holds its in-use byte shared until it is closed. Whoever removes or replaces a
 // storage takes the byte alone first, and is refused while anybody has the storage open, in this process or
-// another. A creator has it alone until the database is whole, and whoever opens it meanwhile waits. A process
-// that dies lets go of it. HVI_LOCK_DISABLE goes without, on all sides.
+// another. A creator has it alone until the database is whole, and whoever opens it meanwhile waits. A
+// process that dies lets go of it. HVI_LOCK_DISABLE goes without, on all sides.
 //
 // Invariants
 //   1. A name is not a file: between looking at a name and opening it, and between opening and locking,
@@ -34,9 +34,9 @@ LockResult storage_use(IoObject *io, StorageUse use);
 // As storage_use on the DAT storage, but waits for those who hold it otherwise as long as for a lock.
 LockResult storage_use_waiting(BlockManager &bm, StorageUse use);
 
-// Takes name from the storage that has it, if any. deleted_only: it must be marked deleted. False without a
-// status of its own when it may not go or somebody has it open; the I/O layer's statuses otherwise.
-enum class Replace { anything, deleted_only };
+// Takes name from the storage that has it, if any. leftover: it must be marked deleted, or empty. False
+// without a status of its own when it may not go or somebody has it open; the I/O layer's statuses otherwise.
+enum class Replace { anything, leftover };
 [[nodiscard]] bool storage_free_name(const BlockManager &bm, const char *name, Replace what);
 
 }  // namespace tovik
