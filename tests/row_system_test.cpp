@@ -13,7 +13,7 @@ std::string read(RowSystem &rows, RowNo row, size_t size) {
   std::string value(size, '\0');
   const int length = static_cast<int>(size);
   EXPECT_TRUE(row_kind_variable(rows.kind) ? row_read_variable(rows, row, value.data(), length)
-                                           : row_read(rows, row, value.data(), length) == RowRead::active)
+                                           : row_read(rows, row, value.data(), length) == Found::yes)
       << errors();
   return value;
 }
@@ -37,7 +37,7 @@ TEST(RowSystemFailures, WhatFailsLeavesTheLevelAsItWasOrTorn) {
       RowNo row = old;
       const auto change = [&] {
         if (adding) return row_insert(*rows, value.data(), size, &row);
-        if (removing) return row_delete(*rows, old) == RowRead::active;
+        if (removing) return row_delete(*rows, old) == Found::yes;
         return row_update(*rows, &row, value.data(), size);
       };
       const auto look = [&](bool) {  // first at the row, before other pages drive changed ones out
@@ -102,9 +102,9 @@ TEST_F(RowSystemTest, NumbersOfNoRowAreRefused) {
   for (const auto &[no_row, expected] : cases) {
     RowNo number = no_row;
     char data[8];
-    EXPECT_EQ(row_read(rows, number, data, 8), RowRead::failed) << number;
+    EXPECT_EQ(row_read(rows, number, data, 8), Found::failed) << number;
     EXPECT_EQ(first_status(), expected) << number;
-    EXPECT_EQ(row_delete(rows, number), RowRead::failed) << number;
+    EXPECT_EQ(row_delete(rows, number), Found::failed) << number;
     EXPECT_FALSE(row_update(rows, &number, "87654321", 8)) << number;
     err_clear();
   }

@@ -50,11 +50,11 @@ inline bool index_entries(Btree &index, Entries *entries) {
   BtreeCursor cursor;
   if (!btree_cursor_open(cursor, index, BtreeRange{})) return false;
   uint8_t key[btree_key_limit];
-  BtreeFetch fetched;
-  while ((fetched = btree_cursor_fetch(cursor, key, &rows)) == BtreeFetch::item)
+  Found fetched;
+  while ((fetched = btree_cursor_fetch(cursor, key, &rows)) == Found::yes)
     for (const RowNo row : rows.rows) entries->emplace_back(key_text(index, key), row);
   btree_cursor_close(cursor);
-  return fetched == BtreeFetch::end;
+  return fetched == Found::no;
 }
 
 inline bool index_finds(Btree &index, const std::string &key, RowNo row) {

@@ -41,11 +41,11 @@ Items items_of(Btree &index) {
   BtreeCursor cursor;
   EXPECT_TRUE(btree_cursor_open(cursor, index, {})) << errors();
   uint8_t key[btree_key_limit];
-  BtreeFetch fetched;
-  while ((fetched = btree_cursor_fetch(cursor, key, &rows)) == BtreeFetch::item)
+  Found fetched;
+  while ((fetched = btree_cursor_fetch(cursor, key, &rows)) == Found::yes)
     items.emplace_back(std::string(key, key + btree_key_size(index)),
                        std::vector<RowNo>(rows.rows.begin(), rows.rows.end()));
-  EXPECT_EQ(fetched, BtreeFetch::end) << errors();
+  EXPECT_EQ(fetched, Found::no) << errors();
   return items;
 }
 

@@ -33,7 +33,7 @@ BtreeName stored_name(const char *name) {
 bool counter_read(const Btree &index, BtreePages *pages) {
   uint8_t record[btree_counter_size];
   if (row_read(*data_systems(*index.sm).index_counters, index.counter_row, record, btree_counter_size) !=
-      RowRead::active)
+      Found::yes)
     return fail(status::btree_counter_read);
   *pages = btree_counter_decode(record);
   const uint32_t limit = static_cast<uint32_t>(block_count(*index.sm));
@@ -55,7 +55,7 @@ bool counter_write(Btree &index, int level) {
 bool handle_read(Btree &index) {
   uint8_t record[btree_descriptor_size];
   if (row_read(*data_systems(*index.sm).index_descriptors, index.number, record, btree_descriptor_size) !=
-      RowRead::active)
+      Found::yes)
     return fail(status::btree_open);
   if (!btree_descriptor_decode(record, bm_block_size(*index.sm->bm), index)) return fail(status::btree_open);
   BtreePages pages;
@@ -212,9 +212,9 @@ bool btree_drop(Btree *index) {
   StorageManager &sm = *index->sm;
   DataSystems &systems = data_systems(sm);
   if (!storage_free(*index)) return fail(status::btree_counter_drop);
-  if (row_delete(*systems.index_counters, index->counter_row) != RowRead::active)
+  if (row_delete(*systems.index_counters, index->counter_row) != Found::yes)
     return fail(status::btree_page_counter_drop);
-  if (row_delete(*systems.index_descriptors, index->number) != RowRead::active)
+  if (row_delete(*systems.index_descriptors, index->number) != Found::yes)
     return fail(status::btree_descriptor_drop);
   const LockGuard guard(sm.lock);
   index->state.set_dropped(btree_touch(*index));

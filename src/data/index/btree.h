@@ -12,6 +12,7 @@
 #include "data/index/row_set.h"
 #include "data/row/handle_state.h"
 #include "data/value/types.h"
+#include "platform/found.h"
 #include "storage/storage_manager.h"
 
 namespace tovik {
@@ -146,9 +147,9 @@ struct BtreeCursor {
   uint32_t pages_left = 0;
 };
 [[nodiscard]] bool btree_cursor_open(BtreeCursor &cursor, Btree &index, const BtreeRange &range);  // 32029
-// key receives the key; rows (optional) the row numbers of the key, replacing its content.
-enum class BtreeFetch { item, end, failed };
-BtreeFetch btree_cursor_fetch(BtreeCursor &cursor, uint8_t *key, RowSet *rows);
+// key receives the key; rows (optional) the row numbers of the key, replacing its content. no: the range has
+// no further key.
+Found btree_cursor_fetch(BtreeCursor &cursor, uint8_t *key, RowSet *rows);
 void btree_cursor_close(BtreeCursor &cursor);
 
 void btree_dump(Btree &index, const char *title);

@@ -45,20 +45,20 @@ bool seek_start(const Tree &tree, const BtreeRange &range, BtreeCursor &cursor) 
 }
 
 // The next item of the range, in the held page; the cursor stands behind it then.
-BtreeFetch next_item(BtreeCursor &cursor, uint8_t **item) {
-  if (!cursor.page.held()) return BtreeFetch::end;
+Found next_item(BtreeCursor &cursor, uint8_t **item) {
+  if (!cursor.page.held()) return Found::no;
   const Tree tree = tree_master(*cursor.index);
   for (;;) {
     const bool last_page = static_cast<uint32_t>(cursor.page.block()) == cursor.end_page;
     if (last_page && cursor.item >= cursor.end_item)
-      return btree_page_release(cursor.page) ? BtreeFetch::end : BtreeFetch::failed;
+      return btree_page_release(cursor.page) ? Found::no : Found::failed;
     if (cursor.item < bpage::item_count(cursor.page.data())) {
       *item = bpage::item(cursor.page.data(), *tree.leaf, cursor.item++);
-      return BtreeFetch::item;
+      return Found::yes;
     }
-    const NextLeaf next = tree_next_leaf(tree, cursor.page, cursor.pages_left);
-    if (next == NextLeaf::failed) return BtreeFetch::failed;
-    if (next == NextLeaf::end) return BtreeFetch::end;
+    const Found next = tree_next_leaf(tree, cursor.page, cursor.pages_left);
+    if (next == Found::failed) return Found::failed;
+    if (next == Found::no) return Found::no;
     cursor.item = 0;
   }
 }
@@ -75,16 +75,16 @@ bool btree_cursor_open(BtreeCursor &cursor, Btree &index, const BtreeRange &rang
          fail(status::btree_cursor_position);
 }
 
-BtreeFetch btree_cursor_fetch(BtreeCursor &cursor, uint8_t *key, RowSet *rows) {
+Found btree_cursor_fetch(BtreeCursor &cursor, uint8_t *key, RowSet *rows) {
   uint8_t *item;
-  const BtreeFetch fetched = next_item(cursor, &item);
-  if (fetched != BtreeFetch::item) return fetched;
+  const Found fetched = next_item(cursor, &item);
+  if (fetched != Found::yes) return fetched;
   Btree &index = *cursor.index;
   memcpy(key, item + index.master_leaf.value_size, static_cast<size_t>(index.master_leaf.key_size));
-  if (rows == nullptr) return BtreeFetch::item;
+  if (rows == nullptr) return Found::yes;
   rows->rows.clear();
   rows->sorted = false;
-  return item_collect(index, item, *rows) ? BtreeFetch::item : BtreeFetch::failed;
+  return item_collect(index, item, *rows) ? Found::yes : Found::failed;
 }
 
 void btree_cursor_close(BtreeCursor &cursor) {
@@ -97,11 +97,11 @@ bool btree_range(Btree &index, const BtreeRange &range, RowSet &rows) {
   for (;;) {
     uint8_t *item;
     switch (next_item(cursor, &item)) {
-      case BtreeFetch::failed:
+      case Found::failed:
         return false;
-      case BtreeFetch::end:
+      case Found::no:
         return true;
-      case BtreeFetch::item:
+      case Found::yes:
         if (!item_collect(index, item, rows)) return false;
     }
   }

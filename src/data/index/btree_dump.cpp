@@ -52,9 +52,9 @@ void dump_traverse(Btree &index) {
   }
   uint8_t key[btree_key_limit];
   int count = 0;
-  BtreeFetch fetched;
-  while ((fetched = btree_cursor_fetch(cursor, key, nullptr)) == BtreeFetch::item) ++count;
-  if (fetched == BtreeFetch::failed)
+  Found fetched;
+  while ((fetched = btree_cursor_fetch(cursor, key, nullptr)) == Found::yes) ++count;
+  if (fetched == Found::failed)
     print_line(" cursor fetch error [%d]", count);
   else
     print_line(" item count :[%d]", count);

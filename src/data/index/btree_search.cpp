@@ -173,21 +173,21 @@ bool tree_step_get(const Tree &tree, const TreeStep &step, Page &page) {
   return fail(status::btree_page_fetch);
 }
 
-NextLeaf tree_next_leaf(const Tree &tree, Page &leaf, uint32_t &pages_left) {
+Found tree_next_leaf(const Tree &tree, Page &leaf, uint32_t &pages_left) {
   const uint32_t block = static_cast<uint32_t>(leaf.block());
   const uint32_t next = bpage::link(leaf.data(), bpage::right);
-  if (!btree_page_release(leaf)) return NextLeaf::failed;
-  if (next == 0) return NextLeaf::end;
+  if (!btree_page_release(leaf)) return Found::failed;
+  if (next == 0) return Found::no;
   if (pages_left == 0) {
     err_set(status::btree_page_fetch);
-    return NextLeaf::failed;
+    return Found::failed;
   }
   --pages_left;
-  if (!tree_page_get(tree, next, leaf)) return NextLeaf::failed;
-  if (bpage::is_leaf(leaf.data()) && bpage::link(leaf.data(), bpage::left) == block) return NextLeaf::leaf;
+  if (!tree_page_get(tree, next, leaf)) return Found::failed;
+  if (bpage::is_leaf(leaf.data()) && bpage::link(leaf.data(), bpage::left) == block) return Found::yes;
   (void)btree_page_release(leaf);
   err_set(status::btree_page_fetch);
-  return NextLeaf::failed;
+  return Found::failed;
 }
 
 namespace {

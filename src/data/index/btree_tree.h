@@ -94,9 +94,9 @@ struct TreePath {
 // Removes the item at the path's position and the pages that this empties. Releases the leaf likewise.
 [[nodiscard]] bool tree_remove(const Tree &tree, const TreePath &path, Page &leaf);
 
-// Steps to the right sibling of a leaf. pages_left falls by one; at 0 the chain of siblings is damaged.
-enum class NextLeaf { leaf, end, failed };
-NextLeaf tree_next_leaf(const Tree &tree, Page &leaf, uint32_t &pages_left);
+// Steps to the right sibling of a leaf; no: there is none. pages_left falls by one; at 0 the chain of
+// siblings is damaged.
+Found tree_next_leaf(const Tree &tree, Page &leaf, uint32_t &pages_left);
 
 // ---- page searches ----
 

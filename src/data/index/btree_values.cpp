@@ -112,8 +112,8 @@ bool overflow_collect(Btree &index, uint32_t root, uint32_t expected, RowSet &ro
   Page leaf;
   if (!tree_descend(tree, {nullptr, 0, Tie::before}, path, leaf)) return false;
   uint32_t pages_left = btree_pages(index).count;
-  for (NextLeaf next = NextLeaf::leaf; next != NextLeaf::end; next = tree_next_leaf(tree, leaf, pages_left)) {
-    if (next == NextLeaf::failed) return false;
+  for (Found next = Found::yes; next != Found::no; next = tree_next_leaf(tree, leaf, pages_left)) {
+    if (next == Found::failed) return false;
     const int count = bpage::item_count(leaf.data());
     if (static_cast<uint32_t>(count) > expected) return fail(status::btree_item_get);
     expected -= static_cast<uint32_t>(count);

@@ -193,40 +193,40 @@ bool row_update(RowSystem &rows, RowNo *row, const void *data, int length) {
   return update_variable(rows, level, row, data, length);
 }
 
-RowRead row_delete(RowSystem &rows, RowNo row) {
+Found row_delete(RowSystem &rows, RowNo row) {
   const int level = row_content_changes(rows);
   SlotCursor at;
   if (row_kind_variable(rows.kind)) {
     uint32_t count = 0;
     if (row != 0 && chain_count(rows, level, row, &count) && chain_delete(rows, level, row))
-      return RowRead::active;
+      return Found::yes;
     err_set(status::row_delete);
-    return RowRead::failed;
+    return Found::failed;
   }
-  if (!slot_seek(rows, row, at)) return RowRead::failed;
-  if (slot_flag(at) == slot_deleted) return RowRead::deleted;
+  if (!slot_seek(rows, row, at)) return Found::failed;
+  if (slot_flag(at) == slot_deleted) return Found::no;
   if (slot_flag(at) != slot_active) {
     err_set(status::row_flag);
-    return RowRead::failed;
+    return Found::failed;
   }
-  return free_slot(rows, level, row, at) ? RowRead::active : RowRead::failed;
+  return free_slot(rows, level, row, at) ? Found::yes : Found::failed;
 }
 
-RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length) {
+Found row_read(RowSystem &rows, RowNo row, void *buffer, int length) {
   SlotCursor at;
   if (length < 0 || length > slot_data_size(rows)) {
     err_set(status::row_length);
-    return RowRead::failed;
+    return Found::failed;
   }
-  if (!slot_seek(rows, row, at)) return RowRead::failed;
+  if (!slot_seek(rows, row, at)) return Found::failed;
   const uint8_t flag = slot_flag(at);
   if (flag != slot_active && (flag != slot_deleted || row_kind_variable(rows.kind))) {
     err_set(status::row_flag);
-    return RowRead::failed;
+    return Found::failed;
   }
-  if (!slot_read(rows, at, nullptr, slot_data_offset(rows))) return RowRead::failed;
-  if (!slot_read(rows, at, flag == slot_active ? buffer : nullptr, length)) return RowRead::failed;
-  return flag == slot_active ? RowRead::active : RowRead::deleted;
+  if (!slot_read(rows, at, nullptr, slot_data_offset(rows))) return Found::failed;
+  if (!slot_read(rows, at, flag == slot_active ? buffer : nullptr, length)) return Found::failed;
+  return flag == slot_active ? Found::yes : Found::no;
 }
 
 RowState row_state(const RowSystem &rows) {

@@ -85,43 +85,35 @@ bool descriptor_decode(const uint8_t *record, uint32_t block_size, RowDescriptor
          counters_plausible(block_size, descriptor->row_size, descriptor->counters);
 }
 
-RecordRead read_record(StorageManager &sm, RowNo number, uint8_t record[row_record_size]) {
-  switch (row_read(*data_systems(sm).system_rows, number, record, row_record_size)) {
-    case RowRead::active:
-      return RecordRead::ok;
-    case RowRead::deleted:
-      return RecordRead::deleted;
-    default:
-      return RecordRead::failed;
-  }
+Found read_record(StorageManager &sm, RowNo number, uint8_t record[row_record_size]) {
+  return row_read(*data_systems(sm).system_rows, number, record, row_record_size);
 }
 
 }  // namespace
 
-RecordRead row_descriptor_read(StorageManager &sm, RowNo number, RowDescriptor *descriptor) {
+Found row_descriptor_read(StorageManager &sm, RowNo number, RowDescriptor *descriptor) {
   uint8_t record[row_record_size];
-  const RecordRead found = read_record(sm, number, record);
-  if (found != RecordRead::ok) return found;
-  if (load_u32(record + record_type) == row_type_autoinc) return RecordRead::deleted;
-  if (descriptor_decode(record, static_cast<uint32_t>(bm_block_size(*sm.bm)), descriptor))
-    return RecordRead::ok;
+  const Found found = read_record(sm, number, record);
+  if (found != Found::yes) return found;
+  if (load_u32(record + record_type) == row_type_autoinc) return Found::no;
+  if (descriptor_decode(record, static_cast<uint32_t>(bm_block_size(*sm.bm)), descriptor)) return Found::yes;
   err_set(status::row_no_counters);
-  return RecordRead::failed;
+  return Found::failed;
 }
 
-RecordRead row_autoinc_read(StorageManager &sm, RowNo number, RowKind kind, AutoIncrement *values) {
+Found row_autoinc_read(StorageManager &sm, RowNo number, RowKind kind, AutoIncrement *values) {
   uint8_t record[row_record_size];
-  const RecordRead found = read_record(sm, number, record);
-  if (found != RecordRead::ok) return found;
+  const Found found = read_record(sm, number, record);
+  if (found != Found::yes) return found;
   values->step = load_i32(record + autoinc_step);
   values->init = load_i64(record + autoinc_init);
   values->next = load_i64(record + autoinc_next);
   if (load_u32(record + record_type) == row_type_autoinc &&
       load_u32(record + record_kind) == static_cast<uint32_t>(kind) && values->step >= 1 &&
       values->step <= autoinc_step_limit)
-    return RecordRead::ok;
+    return Found::yes;
   err_set(status::row_no_counters);
-  return RecordRead::failed;
+  return Found::failed;
 }
 
 void row_descriptor_encode(const RowSystem &rows, int level, uint8_t record[row_record_size]) {
@@ -192,7 +184,7 @@ bool record_slots_delete(RowSystem &system, const RecordSlots &slots, RowNo keep
   for (int index = 0; index < slots.count; ++index) {
     const RowNo row = slots.rows[index];
     if (row >= keep_from && row <= keep_to) continue;
-    if (row_delete(system, row) == RowRead::failed) return false;
+    if (row_delete(system, row) == Found::failed) return false;
   }
   return true;
 }

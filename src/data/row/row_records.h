@@ -17,12 +17,10 @@ struct RowDescriptor {
   RowCounters counters;
 };
 
-enum class RecordRead { ok, deleted, failed };
-// deleted: the number names no such record (any more); nothing recorded. failed: 30019 for a record that
+// no: the number names no such record (any more); nothing recorded. failed: 30019 for a record that
 // cannot be right, and read failures.
-[[nodiscard]] RecordRead row_descriptor_read(StorageManager &sm, RowNo number, RowDescriptor *descriptor);
-[[nodiscard]] RecordRead row_autoinc_read(StorageManager &sm, RowNo number, RowKind kind,
-                                          AutoIncrement *values);
+Found row_descriptor_read(StorageManager &sm, RowNo number, RowDescriptor *descriptor);
+Found row_autoinc_read(StorageManager &sm, RowNo number, RowKind kind, AutoIncrement *values);
 
 void row_descriptor_encode(const RowSystem &rows, int level, uint8_t record[row_record_size]);
 void row_autoinc_encode(const RowSystem &rows, int level, uint8_t record[row_record_size]);

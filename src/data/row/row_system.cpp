@@ -73,14 +73,14 @@ void first_page_delete(const RowSystem &rows) {
 }
 
 // What the records say now; the handle stays as it was unless they are all right.
-RecordRead records_read(RowSystem &rows) {
+Found records_read(RowSystem &rows) {
   RowDescriptor descriptor{};
   AutoIncrement values{};
-  RecordRead found = row_descriptor_read(*rows.sm, rows.number, &descriptor);
-  if (found != RecordRead::ok) return found;
+  Found found = row_descriptor_read(*rows.sm, rows.number, &descriptor);
+  if (found != Found::yes) return found;
   if (row_kind_auto(descriptor.kind)) {
     found = row_autoinc_read(*rows.sm, rows.number + system_row_size, descriptor.kind, &values);
-    if (found != RecordRead::ok) return found;
+    if (found != Found::yes) return found;
     rows.autoinc_number = rows.number + system_row_size;
   }
   rows.kind = descriptor.kind;
@@ -90,22 +90,22 @@ RecordRead records_read(RowSystem &rows) {
   rows.counters[0].version = ++data_systems(*rows.sm).row_version;
   rows.autoinc[0] = values;
   rows.counters_changed[0] = rows.autoinc_changed[0] = false;
-  return RecordRead::ok;
+  return Found::yes;
 }
 
-// Level 0 as the records have it now. deleted: the number has gone to another row system, or to none.
-RecordRead reload(RowSystem &rows) {
+// Level 0 as the records have it now. no: the number has gone to another row system, or to none.
+Found reload(RowSystem &rows) {
   if (rows.number == 0) {
-    if (!row_system_counters_read(rows)) return RecordRead::failed;
+    if (!row_system_counters_read(rows)) return Found::failed;
     rows.counters_changed[0] = false;
-    return RecordRead::ok;
+    return Found::yes;
   }
   RowDescriptor now{};
-  const RecordRead found = row_descriptor_read(*rows.sm, rows.number, &now);
-  if (found != RecordRead::ok) return found;
+  const Found found = row_descriptor_read(*rows.sm, rows.number, &now);
+  if (found != Found::yes) return found;
   if (now.kind != rows.kind || now.row_size != rows.row_size ||
       now.counters.page_top != rows.counters[0].page_top)
-    return RecordRead::deleted;
+    return Found::no;
   return records_read(rows);
 }
 
@@ -189,9 +189,9 @@ RowSystem *row_system_open(RowNo number, StorageManager &sm) {
   }
   RowSystem *rows = handle_new(sm, number);
   if (rows == nullptr) return nullptr;
-  const RecordRead found = records_read(*rows);
-  if (found != RecordRead::ok) {
-    if (found == RecordRead::deleted) err_set(status::row_system_deleted);
+  const Found found = records_read(*rows);
+  if (found != Found::yes) {
+    if (found == Found::no) err_set(status::row_system_deleted);
     mem_delete(rows);
     return nullptr;
   }
@@ -210,8 +210,8 @@ bool row_system_drop(RowSystem *rows) {
       !sm_chain_free(sm, static_cast<BlockNo>(counters.page_last), static_cast<BlockNo>(counters.page_top),
                      static_cast<int32_t>(counters.page_count)))
     return fail(status::row_drop_pages);
-  if (row_delete(system, rows->number) != RowRead::active) return fail(status::row_drop_descriptor);
-  if (row_kind_auto(rows->kind) && row_delete(system, rows->autoinc_number) != RowRead::active)
+  if (row_delete(system, rows->number) != Found::yes) return fail(status::row_drop_descriptor);
+  if (row_kind_auto(rows->kind) && row_delete(system, rows->autoinc_number) != Found::yes)
     return fail(status::row_drop_descriptor);
   rows->state.set_dropped(level);
   (void)row_content_changes(*rows);
@@ -230,13 +230,13 @@ bool row_systems_reload_all(StorageManager &sm) {
   const LockGuard guard(sm.lock);
   DataSystems &systems = data_systems(sm);
   ++systems.chain_cuts;
-  if (reload(*systems.system_rows) == RecordRead::failed) return false;
+  if (reload(*systems.system_rows) == Found::failed) return false;
   list_sweep(sm);
   for (RowSystem *rows = systems.rows.first; rows != nullptr; rows = rows->next) {
     if (rows == systems.system_rows || rows->state.gone()) continue;
-    const RecordRead found = reload(*rows);
-    if (found == RecordRead::failed) return false;
-    if (found == RecordRead::deleted) rows->state.set_gone();
+    const Found found = reload(*rows);
+    if (found == Found::failed) return false;
+    if (found == Found::no) rows->state.set_gone();
   }
   return true;
 }

@@ -9,6 +9,7 @@
 
 #include "data/row/handle_state.h"
 #include "platform/array.h"
+#include "platform/found.h"
 #include "storage/storage_manager.h"
 
 namespace tovik {
@@ -136,12 +137,10 @@ int row_touch(RowSystem &rows);
 // Fixed kinds rewrite in place; variable kinds replace the chain, and *row becomes the new number. 30010,
 // 30015, 30020, 30031.
 [[nodiscard]] bool row_update(RowSystem &rows, RowNo *row, const void *data, int length);
-enum class RowRead { active, deleted, failed };
-// active: deleted now, a variable value with every piece; deleted: the slot was deleted before. 30015, 30026,
-// 30031.
-[[nodiscard]] RowRead row_delete(RowSystem &rows, RowNo row);
-// The first length bytes of a slot's data. 30010, 30015.
-[[nodiscard]] RowRead row_read(RowSystem &rows, RowNo row, void *buffer, int length);
+// A variable value goes with every piece. no: the slot was deleted before. 30015, 30026, 30031.
+Found row_delete(RowSystem &rows, RowNo row);
+// The first length bytes of a slot's data; no: it is deleted. 30010, 30015.
+Found row_read(RowSystem &rows, RowNo row, void *buffer, int length);
 // The first length bytes of a variable value, following the links from row. 30010, 30014, 30031.
 [[nodiscard]] bool row_read_variable(RowSystem &rows, RowNo row, void *buffer, int length);
 

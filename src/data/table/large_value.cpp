@@ -72,10 +72,10 @@ bool reference_stands(RowHandle &handle, const Column &column) {
   if (!row_still_slot(rows, handle.row, handle.state, &same)) return false;
   if (same) {
     if (!buffer_grow(stored, size)) return false;
-    const RowRead read = row_read(rows, handle.row, stored.data, size);
-    if (read == RowRead::failed) return fail(status::record_read);
-    same = read == RowRead::active && memcmp(stored.data + column.offset, handle.record + column.offset,
-                                             static_cast<size_t>(column.stored_size)) == 0;
+    const Found read = row_read(rows, handle.row, stored.data, size);
+    if (read == Found::failed) return fail(status::record_read);
+    same = read == Found::yes && memcmp(stored.data + column.offset, handle.record + column.offset,
+                                        static_cast<size_t>(column.stored_size)) == 0;
   }
   return same || fail(status::large_row_number);
 }
@@ -114,7 +114,7 @@ bool large_store(RowHandle &handle, const Column &column) {
 bool large_free(RowHandle &handle, const Column &column, const uint8_t *record) {
   const Reference reference = reference_load(record + column.offset);
   if (reference.length == large_null_length || reference.chunk == 0) return true;
-  return row_delete(chunks_of(handle, column), reference.chunk) == RowRead::active ||
+  return row_delete(chunks_of(handle, column), reference.chunk) == Found::yes ||
          fail(status::large_chunk_delete);
 }
 

@@ -88,13 +88,13 @@ void row_handle_reset(RowHandle &handle) {
 
 RowLoad row_handle_read(RowHandle &handle, RowNo row) {
   switch (row_read(*handle.table->rows, row, handle.record, handle.table->record_size)) {
-    case RowRead::active:
+    case Found::yes:
       row_handle_loaded(handle, row);
       return RowLoad::loaded;
-    case RowRead::deleted:
+    case Found::no:
       row_handle_loaded(handle, 0);
       return RowLoad::absent;
-    case RowRead::failed:
+    case Found::failed:
       break;
   }
   row_handle_loaded(handle, 0);

@@ -185,7 +185,7 @@ void insert_undo(RowHandle &handle, int entries) {
   Table &table = *handle.table;
   bool undone = true;
   for (int i = 0; i < entries; ++i) undone = entry_delete(handle, *table.indices[i], handle.record) && undone;
-  if (handle.row != 0) undone = row_delete(*table.rows, handle.row) == RowRead::active && undone;
+  if (handle.row != 0) undone = row_delete(*table.rows, handle.row) == Found::yes && undone;
   handle.row = 0;
   undone = large_values_free(handle, handle.record, LargeScope::set, table.column_count) && undone;
   if (!undone) data_torn(*table.catalog->storage);
@@ -317,7 +317,7 @@ bool row_handle_delete(RowHandle &handle) {
     delete_undo(handle, i);
     return false;
   }
-  if (row_delete(*table.rows, handle.row) != RowRead::active) {
+  if (row_delete(*table.rows, handle.row) != Found::yes) {
     err_set(status::record_row_delete);
     delete_undo(handle, table.index_count);
     return false;

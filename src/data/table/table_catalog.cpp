@@ -153,14 +153,14 @@ bool storage_drop(const Table &table) {
   for (int i = 0; i < table.index_count; ++i)
     if (!index_name_delete(catalog, *table.indices[i]) || !btree_drop_shared(*table.indices[i]))
       return fail(status::table_drop_index);
-  if (table.index_list_row != 0 && row_delete(*catalog.index_rows, table.index_list_row) != RowRead::active)
+  if (table.index_list_row != 0 && row_delete(*catalog.index_rows, table.index_list_row) != Found::yes)
     return fail(status::table_drop_index);
   for (int i = 0; i < table.large_count; ++i)
     if (!row_system_drop_shared(*table.large_rows[i])) return false;
   if (!row_system_drop_shared(*table.rows)) return false;
-  if (row_delete(*catalog.column_rows, table.columns_row) != RowRead::active)
+  if (row_delete(*catalog.column_rows, table.columns_row) != Found::yes)
     return fail(status::table_drop_columns);
-  if (row_delete(*catalog.table_rows, table.id) != RowRead::active)
+  if (row_delete(*catalog.table_rows, table.id) != Found::yes)
     return fail(status::table_drop_overflow_columns);
   return table_name_delete(catalog, table.name, table.id);
 }

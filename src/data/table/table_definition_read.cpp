@@ -71,7 +71,7 @@ bool open_indices(Table &table) {
   if (table.index_count == 0) return true;
   Catalog &catalog = *table.catalog;
   uint8_t list[index_list_size];
-  if (row_read(*catalog.index_rows, table.index_list_row, list, index_list_size) != RowRead::active)
+  if (row_read(*catalog.index_rows, table.index_list_row, list, index_list_size) != Found::yes)
     return fail(status::table_index_open);
   for (int i = 0; i < table.index_count; ++i) {
     table.indices[i] = btree_open(*catalog.storage, load_u32(list + 4 * i));
@@ -86,7 +86,7 @@ bool open_indices(Table &table) {
 Table *definition_read(Catalog &catalog, RowNo id, const char *name) {
   uint8_t bytes[table_record_size];
   TableRecord record;
-  if (row_read(*catalog.table_rows, id, bytes, table_record_size) != RowRead::active ||
+  if (row_read(*catalog.table_rows, id, bytes, table_record_size) != Found::yes ||
       !table_record_decode(bytes, &record) || strcmp(record.name, name) != 0)
     return fail_null(status::table_record_read);
   Table *table = definition_new(catalog, id, name, record.column_count);
