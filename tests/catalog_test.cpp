@@ -119,7 +119,7 @@ TEST_F(Catalog, AutoIncrementGivesValuesThatNobodyHas) {
   };
   for (const auto &step : steps) {
     Database &user = step.elsewhere ? *other : db();
-    EXPECT_EQ(db_start(user, current_thread(), false), DbStart::started) << errors();
+    EXPECT_EQ(db_start(user, current_thread(), Nesting::refused), DbStart::started) << errors();
     {
       Rows rows(user, "t");
       EXPECT_EQ(rows.insert({step.value, "1"}) ? rows.get("a") : "failed", step.given) << &step - steps;

@@ -62,7 +62,7 @@ class TestDatabase {
     ASSERT_NE(db, nullptr) << errors();
   }
 
-  void begin() { EXPECT_EQ(db_start(*db, current_thread(), false), DbStart::started) << errors(); }
+  void begin() { EXPECT_EQ(db_start(*db, current_thread(), Nesting::refused), DbStart::started) << errors(); }
   void commit() { EXPECT_TRUE(db_commit(*db, current_thread())) << errors(); }
   void rollback() { EXPECT_TRUE(db_rollback(*db, current_thread())) << errors(); }
 

@@ -21,14 +21,14 @@ TEST_F(Databases, TheWriteLockIsNoTransaction) {
   };
   store.begin();
   EXPECT_EQ(db_direct_begin(db(), me), DbStart::nested);
-  EXPECT_EQ(db_start(db(), me, false), DbStart::failed);
+  EXPECT_EQ(db_start(db(), me, Nesting::refused), DbStart::failed);
   EXPECT_EQ(first_status(), status::nested_transaction);
   store.commit();
   EXPECT_FALSE(lm_holds(*db().storage->lm, me));
   no_transaction(status::no_transaction);
   ASSERT_EQ(db_lock(db(), me, DbLock::write), LockResult::granted);
   no_transaction(status::transaction_not_owned);
-  EXPECT_EQ(db_start(db(), me, true), DbStart::failed);
+  EXPECT_EQ(db_start(db(), me, Nesting::allowed), DbStart::failed);
   EXPECT_EQ(first_status(), status::transaction_not_owned);
   EXPECT_TRUE(db_unlock(db(), me, DbLock::write));
 }
@@ -172,7 +172,7 @@ TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
       const SlotGuard clock(
           system_driver.sleep_ms, +[](int) { ++sleeps; });
       EXPECT_FALSE(db_read_begin(db, me));
-      EXPECT_EQ(db_start(db, me, false), DbStart::failed);
+      EXPECT_EQ(db_start(db, me, Nesting::refused), DbStart::failed);
       EXPECT_EQ(sleeps, 3 + 3);
       on_other_thread([&] { EXPECT_FALSE(db_read_begin(db, current_thread())); });
     }
@@ -189,7 +189,7 @@ TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
       EXPECT_EQ(db_open(store.text.c_str()), nullptr);
       EXPECT_EQ(first_status(), status::database_busy);
       ASSERT_TRUE(lm_unlock(lm, me, Unlock::all));
-      EXPECT_EQ(db_start(*ahead, me, false), DbStart::started) << errors();
+      EXPECT_EQ(db_start(*ahead, me, Nesting::refused), DbStart::started) << errors();
       EXPECT_TRUE(db_rollback(*ahead, me));
     }
     const bool other_first = writes % 2 == 1;

@@ -134,14 +134,14 @@ TEST_F(TypesTest, ValuesOfTwoTypesCompare) {
 
 TEST_F(TypesTest, Literals) {
   char target[32];
-  EXPECT_TRUE(parse_literal(TYPE_BINARY, "fFABC", true, target));
+  EXPECT_TRUE(parse_literal(TYPE_BINARY, "fFABC", Mishap::recorded, target));
   EXPECT_EQ(std::string(target, 7), bytes_of(3) + "\xFF\xAB\x0C");
   const std::tuple<TypeCode, const char *, StatusCode> failing[] = {
       {TYPE_FLOAT, "1e999", 113001}, {type::microtimestamp, "2020", 113012}, {TYPE_BINARY, "0g", 113013}};
   for (const auto &[classes, text, code] : failing)
-    for (const bool records : {true, false}) {
-      EXPECT_FALSE(parse_literal(classes, text, records, target)) << text;
-      EXPECT_EQ(first_status(), records ? code : 0) << text;
+    for (const Mishap mishap : {Mishap::recorded, Mishap::silent}) {
+      EXPECT_FALSE(parse_literal(classes, text, mishap, target)) << text;
+      EXPECT_EQ(first_status(), mishap == Mishap::recorded ? code : 0) << text;
     }
 }
 

@@ -177,7 +177,7 @@ void tovik::record_databases_close() {
 
 int tovik_begin(tovik_db *db) {
   return database_call(db, [](RecordDatabase &database) {
-    return db_start(*database.db, current_thread(), false) == DbStart::started;
+    return db_start(*database.db, current_thread(), Nesting::refused) == DbStart::started;
   });
 }
 

@@ -46,10 +46,11 @@ LockResult db_lock(Database &db, ThreadId thread, DbLock mode);
 [[nodiscard]] bool db_read_begin(Database &db, ThreadId thread);
 void db_read_end(Database &db, ThreadId thread);
 
-// started; nested: the thread's own transaction is open and allow_nested. 140004, 40022, 140003; 120112 when
-// the database was opened read-only.
+// started; nested: the thread's own transaction is open, and that is allowed. 140004, 40022, 140003; 120112
+// when the database was opened read-only.
+enum class Nesting { refused, allowed };
 enum class DbStart { started, nested, failed };
-DbStart db_start(Database &db, ThreadId thread, bool allow_nested);
+DbStart db_start(Database &db, ThreadId thread, Nesting nesting);
 [[nodiscard]] bool db_commit(Database &db, ThreadId thread);    // 140002, 40022, 140003, 120103, 22015, 22016
 [[nodiscard]] bool db_rollback(Database &db, ThreadId thread);  // 140002, 40022
 // A commit that, when it fails, rolls back what it did not end.
@@ -69,7 +70,7 @@ template <class Change>
 [[nodiscard]] bool db_change(Database &db, Change change) {
   const ThreadId thread = current_thread();
   const bool automatic = env_on(Env::auto_commit);
-  const DbStart start = automatic ? db_start(db, thread, true) : db_direct_begin(db, thread);
+  const DbStart start = automatic ? db_start(db, thread, Nesting::allowed) : db_direct_begin(db, thread);
   if (start == DbStart::failed) return false;
   const bool done = change();
   if (start == DbStart::nested) return done;

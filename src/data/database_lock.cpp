@@ -133,20 +133,25 @@ LockResult enter_unlocked(Database &db, DbLock mode) {
   return LockResult::granted;
 }
 
-// held: the thread has held a level since before its first try, and keeps shared when it gets no more. Busy
-// over a waiting record, it also keeps what it got while it tries again.
-LockResult try_lock(Database &db, ThreadId thread, DbLock mode, bool held, bool tries_again) {
+struct Try {
+  bool held;   // a level since before the first try: shared is kept when it gets no more
+  bool again;  // will follow: busy over a waiting record, it keeps what it got until then
+};
+
+LockResult try_lock(Database &db, ThreadId thread, DbLock mode, Try tried) {
   LockManager &lm = *db.storage->lm;
   if (!db_settle_releases(db, thread)) return LockResult::failed;
   const LockLevel level = mode == DbLock::read ? LockLevel::shared : LockLevel::reserved;
   LockResult result = lm_lock(lm, thread, level, false);
-  if (result == LockResult::granted && (!held || mode == DbLock::write || db.storage->tm->record_pending))
+  if (result == LockResult::granted &&
+      (!tried.held || mode == DbLock::write || db.storage->tm->record_pending))
     result = follow_grant(db, thread, mode);
   if (result == LockResult::granted && mode == DbLock::read && !hold_add(db, thread))
     result = LockResult::failed;
   if (result == LockResult::granted) return result;
-  if (result == LockResult::busy && tries_again && lm_holds_write(lm, thread)) return result;
-  const bool left = !lm_holds(lm, thread) || release(db, thread, held ? Unlock::to_shared : Unlock::all);
+  if (result == LockResult::busy && tried.again && lm_holds_write(lm, thread)) return result;
+  const bool left =
+      !lm_holds(lm, thread) || release(db, thread, tried.held ? Unlock::to_shared : Unlock::all);
   return left ? result : LockResult::failed;
 }
 
@@ -196,7 +201,7 @@ LockResult db_lock_trying(Database &db, ThreadId thread, DbLock mode, int retry,
     LockResult result = LockResult::busy;
     if (tries == 0 || mode == DbLock::read || !lm_write_busy(*db.storage->lm, thread)) {
       const LockGuard guard(db.lock);
-      result = try_lock(db, thread, mode, held, !last);
+      result = try_lock(db, thread, mode, {.held = held, .again = !last});
     }
     if (result != LockResult::busy || last) return result;
     sleep_between_tries(sleep);
@@ -238,7 +243,7 @@ bool db_lower_exclusive(Database &db, ThreadId thread) {
   if (db_lock_disabled(db)) return true;
   const LockGuard guard(db.lock);
   return release(db, thread, Unlock::to_shared) &&
-         db_granted(try_lock(db, thread, DbLock::write, true, false));
+         db_granted(try_lock(db, thread, DbLock::write, {.held = true, .again = false}));
 }
 
 }  // namespace tovik

@@ -16,10 +16,10 @@ bool check_writable(const Database &db) {
 }
 
 // Asked by a thread that holds the write lock.
-DbStart start_again(const Database &db, ThreadId thread, bool allow_nested) {
+DbStart start_again(const Database &db, ThreadId thread, Nesting nesting) {
   StatusCode status = status::transaction_not_owned;
   if (db_in_transaction(db, thread)) {
-    if (allow_nested) return DbStart::nested;
+    if (nesting == Nesting::allowed) return DbStart::nested;
     status = status::nested_transaction;
   }
   err_set(status);
@@ -59,13 +59,13 @@ bool db_in_transaction(const Database &db, ThreadId thread) {
   return tm != nullptr && thread != no_thread && tm->tid == thread;
 }
 
-DbStart db_start(Database &db, ThreadId thread, bool allow_nested) {
+DbStart db_start(Database &db, ThreadId thread, Nesting nesting) {
   if (db.storage->tm == nullptr) {
     err_set(status::transaction_not_owned);
     return DbStart::failed;
   }
   if (!check_writable(db) || !db_settle_releases(db, thread)) return DbStart::failed;
-  if (db_holds_write(db, thread)) return start_again(db, thread, allow_nested);
+  if (db_holds_write(db, thread)) return start_again(db, thread, nesting);
   const Params &params = *db.params;
   return db_granted(db_lock_trying(db, thread, DbLock::write, params.begin_retry, params.begin_sleep))
              ? start_first(db, thread)

@@ -77,6 +77,9 @@ void err_format(char *buffer, int size, const char *title);
 
 const char *err_message(StatusCode code);  // Shift-JIS; "Not found error message." for a code without text
 
+// What becomes of a failure that its caller may take lightly.
+enum class Mishap { recorded, silent };
+
 // Records code and gives false: the one-line failure of every operation that returns bool.
 [[nodiscard]] inline bool fail(StatusCode code) {
   err_set(code);

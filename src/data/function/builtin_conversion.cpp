@@ -275,7 +275,7 @@ bool to_char(const Value &value, const char *format, MemoryPool &pool, Value &re
   if ((value.type & TYPE_CHARACTER) != 0) {
     if (value.text.text == nullptr) return fail(status::function_string);
     source.type = number_asked ? type::float64 : type::microtimestamp;
-    if (!parse_literal(source.type, value.text.text, false, &source.integer)) return mismatch();
+    if (!parse_literal(source.type, value.text.text, Mishap::silent, &source.integer)) return mismatch();
   }
   if (number_asked != type_numeric(source.type)) return mismatch();
   if (number_asked) return number_to_text(source, format, pool, result);

@@ -101,10 +101,12 @@ bool fold(const Call &call, uint32_t flags) {
   return give_built(call, text, text + bytes_of(text));
 }
 
-bool trim(const Call &call, bool leading, bool trailing) {
+enum class Ends { left, right, both };
+
+bool trim(const Call &call, Ends ends) {
   const char *start = call.text(0), *end = start + bytes_of(start);
-  while (leading && *start == ' ') ++start;
-  while (trailing && end > start && end[-1] == ' ') --end;
+  while (ends != Ends::right && *start == ' ') ++start;
+  while (ends != Ends::left && end > start && end[-1] == ' ') --end;
   return give_copy(call, start, end);
 }
 
@@ -166,7 +168,9 @@ char *append_padding(const Charset &charset, char *target, const char *pad, int6
   return target;
 }
 
-bool pad(const Call &call, bool before) {
+enum class Side { left, right };
+
+bool pad(const Call &call, Side side) {
   constexpr int64_t bytes_per_character = 7;
   const int64_t wanted = call.arguments[1].integer;
   if (wanted < 1) return give_empty(call);
@@ -178,9 +182,9 @@ bool pad(const Call &call, bool before) {
   const char *text = call.text(0), *text_end = skip_characters(call.charset, text, wanted);
   const int64_t missing = wanted - call.charset.character_count(text);
   char *end = built;
-  if (before) end = append_padding(call.charset, end, padding, missing);
+  if (side == Side::left) end = append_padding(call.charset, end, padding, missing);
   end = append(end, text, text_end - text);
-  if (!before) end = append_padding(call.charset, end, padding, missing);
+  if (side == Side::right) end = append_padding(call.charset, end, padding, missing);
   return give_built(call, built, end);
 }
 
@@ -322,9 +326,9 @@ bool builtin_text(int number, const Value *arguments, int count, MemoryPool &poo
     case builtin::tolower:
       return fold(call, fold_lower);
     case builtin::lpad:
-      return pad(call, true);
+      return pad(call, Side::left);
     case builtin::ltrim:
-      return trim(call, true, false);
+      return trim(call, Ends::left);
     case builtin::repeat:
       return repeat(call, call.text(0), arguments[1].integer);
     case builtin::replace:
@@ -334,9 +338,9 @@ bool builtin_text(int number, const Value *arguments, int count, MemoryPool &poo
     case builtin::right:
       return right(call);
     case builtin::rpad:
-      return pad(call, false);
+      return pad(call, Side::right);
     case builtin::rtrim:
-      return trim(call, false, true);
+      return trim(call, Ends::right);
     case builtin::space:
       return repeat(call, " ", arguments[0].integer);
     case builtin::substr:
@@ -348,7 +352,7 @@ bool builtin_text(int number, const Value *arguments, int count, MemoryPool &poo
     case builtin::translate:
       return translate(call);
     case builtin::trim:
-      return trim(call, true, true);
+      return trim(call, Ends::both);
     default:
       return fail(status::function_argument);
   }

@@ -39,14 +39,18 @@ bool value_missing(int16_t column_number) {
   return fail(status::not_null_violation, {.detail1 = column_number});
 }
 
+// What a column is that was not set.
+enum class Unset { null, unchanged };
+
 // Columns that were not set take their bytes from rest.
-bool columns_finish(RowHandle &handle, const uint8_t *rest, bool unset_is_null) {
+bool columns_finish(RowHandle &handle, const uint8_t *rest, Unset unset) {
   const Table &table = *handle.table;
   for (int i = 0; i < table.column_count; ++i) {
     const uint8_t state = handle.states[i];
     if (state == column_set) continue;
     const Column &column = table.columns[i];
-    if (column.not_null && (state == column_null || unset_is_null)) return value_missing(column.number);
+    if (column.not_null && (state == column_null || unset == Unset::null))
+      return value_missing(column.number);
     if (state == column_unset)
       memcpy(handle.record + column.offset, rest + column.offset, static_cast<size_t>(column.stored_size));
   }
@@ -54,11 +58,11 @@ bool columns_finish(RowHandle &handle, const uint8_t *rest, bool unset_is_null) 
 }
 
 // The key of record is complete and not yet in the index.
-bool unique_check(const RowHandle &handle, Btree &index, bool unset_is_null) {
+bool unique_check(const RowHandle &handle, Btree &index, Unset unset) {
   for (int i = 0; i < index.definition.part_count; ++i) {
     const int16_t number = index.definition.parts[i].column;
     const uint8_t state = handle.states[number - 1];
-    if (state == column_null || (unset_is_null && state == column_unset)) return value_missing(number);
+    if (state == column_null || (unset == Unset::null && state == column_unset)) return value_missing(number);
   }
   Key key;
   index_key(*handle.table, index, handle.record, key);
@@ -221,10 +225,10 @@ bool row_handle_insert(RowHandle &handle) {
   } else if (!anything_set(handle)) {
     return true;
   }
-  if (!columns_finish(handle, handle.null_record, true)) return false;
+  if (!columns_finish(handle, handle.null_record, Unset::null)) return false;
   for (int i = 0; i < table.index_count; ++i)
     if (btree_is_unique(*table.indices[i]) && table.indices[i] != checked &&
-        !unique_check(handle, *table.indices[i], true))
+        !unique_check(handle, *table.indices[i], Unset::null))
       return false;
   return insert_write(handle);
 }
@@ -276,12 +280,12 @@ bool update_entries(RowHandle &handle, UpdateProgress &progress) {
 bool row_handle_update(RowHandle &handle) {
   Table &table = *handle.table;
   if (handle.row == 0) return fail(status::record_argument);
-  if (!writable(handle) || !columns_finish(handle, handle.old_record, false)) return false;
+  if (!writable(handle) || !columns_finish(handle, handle.old_record, Unset::unchanged)) return false;
   UpdateProgress progress = {};
   for (int i = 0; i < table.index_count; ++i) {
     progress.changed[i] = key_changed(handle, *table.indices[i]);
     if (progress.changed[i] && btree_is_unique(*table.indices[i]) &&
-        !unique_check(handle, *table.indices[i], false))
+        !unique_check(handle, *table.indices[i], Unset::unchanged))
       return false;
   }
   if (!large_values_store(handle)) return fail(status::record_large_update);

@@ -74,15 +74,18 @@ bool records_insert(Table &table) {
   return true;
 }
 
-// Gives back everything that a table which was not finished has taken, and the definition.
-void table_discard(Table *table, bool has_record) {
+// Gives back everything that a table which was not finished has taken, and the definition. recorded: its
+// record is in the catalog.
+enum class Discard { unrecorded, recorded };
+
+void table_discard(Table *table, Discard what) {
   const ErrorScope keep;  // the failure is told already
   Catalog &catalog = *table->catalog;
   for (int i = 0; i < table->index_count; ++i) {
     (void)index_name_delete(catalog, *table->indices[i]);
     (void)btree_drop_shared(*table->indices[i]);
   }
-  if (has_record) (void)row_delete(*catalog.table_rows, table->id);
+  if (what == Discard::recorded) (void)row_delete(*catalog.table_rows, table->id);
   if (table->columns_row != 0) (void)row_delete(*catalog.column_rows, table->columns_row);
   if (table->index_list_row != 0) (void)row_delete(*catalog.index_rows, table->index_list_row);
   for (int i = 0; table->large_rows != nullptr && i < table->large_count; ++i)
@@ -95,7 +98,7 @@ void table_discard(Table *table, bool has_record) {
 bool table_build(Table &table, const AutoIncrementOptions &options) {
   definition_lay_out(table);
   if (rows_create(table, options) && records_insert(table)) return true;
-  table_discard(&table, false);
+  table_discard(&table, Discard::unrecorded);
   return false;
 }
 
@@ -124,7 +127,7 @@ Table *create(Catalog &catalog, const char *name, const ColumnDefinition *column
   }
   if (!table_build(*table, options)) return nullptr;
   if (!auto_index_create(*table) || !table_name_insert(catalog, name, table->id)) {
-    table_discard(table, true);
+    table_discard(table, Discard::recorded);
     return nullptr;
   }
   tables_replace(catalog, nullptr, table);
@@ -212,7 +215,7 @@ bool empty(Catalog &catalog, Table &table) {
   Table *twin = table_twin(table);
   if (twin == nullptr) return false;
   if (!index_trees_copy(table, *twin)) {
-    table_discard(twin, true);
+    table_discard(twin, Discard::recorded);
     return false;
   }
   const bool replaced = storage_drop(table) && names_insert(*twin);

@@ -14,8 +14,8 @@ constexpr int64_t span_days = 3652500;  // more days than the years 1 to 9999 ha
 constexpr int64_t microseconds_per_second = 1000000;
 constexpr int64_t microseconds_per_day = 86400 * microseconds_per_second;
 
-bool refuse(bool report, StatusCode code) {
-  if (report) err_set(code);
+bool refuse(Mishap mishap, StatusCode code) {
+  if (mishap == Mishap::recorded) err_set(code);
   return false;
 }
 
@@ -40,25 +40,25 @@ bool skipped_day(int year, int month, int day) {
   return year == reform_year && month == 10 && day > 4 && day < 15;
 }
 
-bool check_date(const DateTimeRec &record, bool report) {
-  if (record.year < 1 || record.year > year_limit) return refuse(report, status::input_year);
-  if (record.month < 1 || record.month > 12) return refuse(report, status::input_month);
+bool check_date(const DateTimeRec &record, Mishap mishap) {
+  if (record.year < 1 || record.year > year_limit) return refuse(mishap, status::input_year);
+  if (record.month < 1 || record.month > 12) return refuse(mishap, status::input_month);
   if (record.day < 1 || record.day > days_in_month(record.year, record.month))
-    return refuse(report, status::input_day);
-  if (skipped_day(record.year, record.month, record.day)) return refuse(report, status::input_date_skipped);
+    return refuse(mishap, status::input_day);
+  if (skipped_day(record.year, record.month, record.day)) return refuse(mishap, status::input_date_skipped);
   return true;
 }
 
-bool check_time(const DateTimeRec &record, bool report) {
-  if (record.hour < 0 || record.hour > 23) return refuse(report, status::input_hour);
-  if (record.minute < 0 || record.minute > 59) return refuse(report, status::input_minute);
-  if (record.second < 0 || record.second > 59) return refuse(report, status::input_second);
+bool check_time(const DateTimeRec &record, Mishap mishap) {
+  if (record.hour < 0 || record.hour > 23) return refuse(mishap, status::input_hour);
+  if (record.minute < 0 || record.minute > 59) return refuse(mishap, status::input_minute);
+  if (record.second < 0 || record.second > 59) return refuse(mishap, status::input_second);
   return true;
 }
 
-bool check_microsecond(const DateTimeRec &record, bool report) {
+bool check_microsecond(const DateTimeRec &record, Mishap mishap) {
   if (record.microseconds < 0 || record.microseconds >= microseconds_per_second)
-    return refuse(report, status::input_microsecond);
+    return refuse(mishap, status::input_microsecond);
   return true;
 }
 
@@ -67,22 +67,22 @@ void clear_time(DateTimeRec *record) {
   record->microseconds = 0;
 }
 
-bool parse_digits(TypeCode code, const char *text, bool report, DateTimeRec *record) {
+bool parse_digits(TypeCode code, const char *text, Mishap mishap, DateTimeRec *record) {
   int length = 0;
   for (; text[length] != '\0'; ++length)
-    if (text[length] < '0' || text[length] > '9') return refuse(report, status::input_date_digits);
-  if (length != 8 && length != 14 && length != 20) return refuse(report, status::input_date_length);
+    if (text[length] < '0' || text[length] > '9') return refuse(mishap, status::input_date_digits);
+  if (length != 8 && length != 14 && length != 20) return refuse(mishap, status::input_date_length);
 
   record->year = static_cast<int16_t>(digits_value(text, 4));
   record->month = static_cast<int8_t>(digits_value(text + 4, 2));
   record->day = static_cast<int8_t>(digits_value(text + 6, 2));
-  if (!check_date(*record, report)) return false;
+  if (!check_date(*record, mishap)) return false;
   if (is_type(code, type::date) || length == 8) return true;
 
   record->hour = static_cast<int8_t>(digits_value(text + 8, 2));
   record->minute = static_cast<int8_t>(digits_value(text + 10, 2));
   record->second = static_cast<int8_t>(digits_value(text + 12, 2));
-  if (!check_time(*record, report)) return false;
+  if (!check_time(*record, mishap)) return false;
   if (is_type(code, type::time) || length == 14) return true;
 
   record->microseconds = digits_value(text + 14, 6);
@@ -157,12 +157,12 @@ bool convert_zone(ZoneSlot slot, DateTimeRec *record) {
 
 }  // namespace
 
-bool parse_datetime(TypeCode code, const char *text, bool report, DateTimeRec *record) {
-  if ((code & TYPE_DATETIME) == 0 || record == nullptr) return refuse(report, status::data_argument);
-  if (text == nullptr || *text == '\0') return refuse(report, status::input_empty);
+bool parse_datetime(TypeCode code, const char *text, Mishap mishap, DateTimeRec *record) {
+  if ((code & TYPE_DATETIME) == 0 || record == nullptr) return refuse(mishap, status::data_argument);
+  if (text == nullptr || *text == '\0') return refuse(mishap, status::input_empty);
   *record = DateTimeRec{};
   const bool today = text_equal_nocase(text, "today");
-  if (!today && !text_equal_nocase(text, "now")) return parse_digits(code, text, report, record);
+  if (!today && !text_equal_nocase(text, "now")) return parse_digits(code, text, mishap, record);
 
   system_driver.local_now(record);
   if (today || is_type(code, type::date)) clear_time(record);
@@ -172,14 +172,16 @@ bool parse_datetime(TypeCode code, const char *text, bool report, DateTimeRec *r
 
 bool check_datetime(TypeCode code, const DateTimeRec &record) {
   if ((code & TYPE_DATETIME) == 0) return fail(status::data_argument);
-  if (!check_date(record, true)) return false;
+  if (!check_date(record, Mishap::recorded)) return false;
   if (is_type(code, type::date)) return true;
-  return check_time(record, true) && (is_type(code, type::time) || check_microsecond(record, true));
+  return check_time(record, Mishap::recorded) &&
+         (is_type(code, type::time) || check_microsecond(record, Mishap::recorded));
 }
 
 bool datetime_fields_valid(const DateTimeRec &record) {
   return record.year >= 0 && record.year <= year_limit + 1 && record.month >= 1 && record.month <= 12 &&
-         record.day >= 1 && record.day <= 31 && check_time(record, false) && check_microsecond(record, false);
+         record.day >= 1 && record.day <= 31 && check_time(record, Mishap::silent) &&
+         check_microsecond(record, Mishap::silent);
 }
 
 bool format_datetime(TypeCode code, const DateTimeRec &record, char *text) {

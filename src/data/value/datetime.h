@@ -3,14 +3,15 @@
 #pragma once
 
 #include "data/value/types.h"
+#include "frame/error.h"
 #include "platform/calendar.h"
 
 namespace tovik {
 
-// "now", "today", or 8, 14 or 20 digits. Statuses 13001, 113004 to 113012, 113015, 113019, only when report.
-[[nodiscard]] bool parse_datetime(TypeCode code, const char *text, bool report, DateTimeRec *record);
+// "now", "today", or 8, 14 or 20 digits. Statuses 13001, 113004 to 113012, 113015, 113019, unless silent.
+[[nodiscard]] bool parse_datetime(TypeCode code, const char *text, Mishap mishap, DateTimeRec *record);
 
-[[nodiscard]] bool check_datetime(TypeCode code, const DateTimeRec &record);  // always reports
+[[nodiscard]] bool check_datetime(TypeCode code, const DateTimeRec &record);  // always records
 
 // Every field within its range, the date not looked at as a whole: what a stored value is checked for before
 // it is handed out. In UTC the calendar's first and last hours may lie in the years 0 and 10000.

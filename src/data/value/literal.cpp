@@ -12,23 +12,23 @@ namespace tovik {
 
 namespace {
 
-bool refuse(bool report, StatusCode code) {
-  if (report) {
+bool refuse(Mishap mishap, StatusCode code) {
+  if (mishap == Mishap::recorded) {
     if (code == status::input_conversion) errno = 0;
     err_set(code);
   }
   return false;
 }
 
-bool parse_hex(const char *text, bool report, void *target) {
-  if (text == nullptr || target == nullptr) return refuse(report, status::data_argument);
+bool parse_hex(const char *text, Mishap mishap, void *target) {
+  if (text == nullptr || target == nullptr) return refuse(mishap, status::data_argument);
   uint8_t *bytes = static_cast<uint8_t *>(target) + sizeof(int32_t);
   int32_t length = 0;
   while (*text != '\0') {
     int value = 0;
     for (int nibble = 0; nibble < 2 && *text != '\0'; ++nibble, ++text) {
       const int digit = hex_digit(*text);
-      if (digit < 0) return refuse(report, status::input_hex_digit);
+      if (digit < 0) return refuse(mishap, status::input_hex_digit);
       value = value << 4 | digit;
     }
     bytes[length++] = static_cast<uint8_t>(value);
@@ -39,32 +39,32 @@ bool parse_hex(const char *text, bool report, void *target) {
 
 }  // namespace
 
-bool parse_literal(TypeCode classes, const char *text, bool report, void *target) {
-  if (text == nullptr || target == nullptr) return refuse(report, status::data_argument);
+bool parse_literal(TypeCode classes, const char *text, Mishap mishap, void *target) {
+  if (text == nullptr || target == nullptr) return refuse(mishap, status::data_argument);
   if ((classes & TYPE_INTEGER) != 0) {
     int64_t value = 0;
-    if (text_to_integer(text, &value) != NumberText::whole) return refuse(report, status::input_conversion);
+    if (text_to_integer(text, &value) != NumberText::whole) return refuse(mishap, status::input_conversion);
     memcpy(target, &value, sizeof value);
     return true;
   }
   if ((classes & TYPE_FLOAT) != 0) {
     double value = 0.0;
-    if (text_to_double(text, &value) != NumberText::whole) return refuse(report, status::input_conversion);
+    if (text_to_double(text, &value) != NumberText::whole) return refuse(mishap, status::input_conversion);
     memcpy(target, &value, sizeof value);
     return true;
   }
   if ((classes & TYPE_DATETIME) != 0) {
     DateTimeRec record{};
-    if (!parse_datetime(classes, text, report, &record)) return false;
+    if (!parse_datetime(classes, text, mishap, &record)) return false;
     memcpy(target, &record, sizeof record);
     return true;
   }
-  if ((classes & TYPE_BINARY) != 0) return parse_hex(text, report, target);
-  return refuse(report, status::data_type_unknown);
+  if ((classes & TYPE_BINARY) != 0) return parse_hex(text, mishap, target);
+  return refuse(mishap, status::data_type_unknown);
 }
 
 bool hex_to_binary(const char *text, void *target) {
-  return parse_hex(text, true, target);
+  return parse_hex(text, Mishap::recorded, target);
 }
 
 }  // namespace tovik

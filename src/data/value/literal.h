@@ -1,13 +1,13 @@
 // SQL literals: from their text to an exchange value (types.h).
 #pragma once
 
-#include "data/value/types.h"
+#include "data/value/datetime.h"
 
 namespace tovik {
 
 // The text of an SQL literal to an exchange value of its class at target (int64_t, double, DateTimeRec, or
-// 32-bit length and bytes). report: record the status of a failure.
-[[nodiscard]] bool parse_literal(TypeCode classes, const char *text, bool report, void *target);
+// 32-bit length and bytes).
+[[nodiscard]] bool parse_literal(TypeCode classes, const char *text, Mishap mishap, void *target);
 
 // Hexadecimal digits to a 32-bit length and the bytes; an odd last digit is a byte of its own. 113013.
 [[nodiscard]] bool hex_to_binary(const char *text, void *target);

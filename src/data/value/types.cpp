@@ -190,7 +190,8 @@ Stored store_datetime(const ColumnType &column, ValueMode mode, const void *sour
   }
   DateTimeRec record{};
   if (mode == ValueMode::text) {
-    if (!parse_datetime(column.type, static_cast<const char *>(source), true, &record)) return Stored::failed;
+    if (!parse_datetime(column.type, static_cast<const char *>(source), Mishap::recorded, &record))
+      return Stored::failed;
   } else {
     if (source == nullptr) return failed(status::data_argument);
     record = load_exchange<DateTimeRec>(source);

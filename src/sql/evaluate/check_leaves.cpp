@@ -22,7 +22,7 @@ bool read_literal(Node *node, TypeCode type, uint16_t kind) {
   const char *text = leaf.texts[0];
   Value read;
   set_result(&read, kind, type, 0);
-  if (!parse_literal(type, text, false, &read.integer)) return false;
+  if (!parse_literal(type, text, Mishap::silent, &read.integer)) return false;
   read.label = text;
   leaf = read;
   node->kind = kind;

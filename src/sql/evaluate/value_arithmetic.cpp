@@ -103,7 +103,7 @@ bool compute_negation(const Value &operand, Value *result) {
 
 bool as_datetime(const Value &value, DateTimeRec *record) {
   if ((value.type & TYPE_CHARACTER) != 0)
-    return parse_datetime(type::microtimestamp, value.text.text, true, record);
+    return parse_datetime(type::microtimestamp, value.text.text, Mishap::recorded, record);
   *record = value.datetime;
   return (value.type & TYPE_DATETIME) != 0 || fail(status::not_numeric);
 }

@@ -13,7 +13,7 @@ namespace {
 // ---- statements without a file of their own ----
 
 bool exec_begin(Statement &statement) {
-  return db_start(*statement.db, current_thread(), false) == DbStart::started;
+  return db_start(*statement.db, current_thread(), Nesting::refused) == DbStart::started;
 }
 
 bool exec_commit(Statement &statement) {
