@@ -34,7 +34,7 @@ class Fixture {
         ";CACHE_SIZE_DAT=65536;CACHE_SIZE_TRN=65536;HASH_SIZE_DAT=65536;HASH_SIZE_TRN=65536";
     db_ = db_create(params.c_str());
     need(db_ != nullptr, "create");
-    if (transaction) need(db_start(*db_, current_thread(), false) == DbStart::started, "begin");
+    if (transaction) need(db_start(*db_, current_thread(), Nesting::refused) == DbStart::started, "begin");
     statement_ = sql_create(db_);
     need(statement_ != nullptr, "statement");
   }
@@ -176,7 +176,8 @@ void select_by_key(benchmark::State &state) {
     char sql[64];
     snprintf(sql, sizeof sql, "SELECT id, name, price FROM t WHERE id = %d",
              static_cast<int>(scattered(++i) % 100000));
-    need(sql_prepare(statement, sql, true) == SqlResult::done && sql_execute(statement), "execute");
+    need(sql_prepare(statement, sql, Execution::stepwise) == SqlResult::done && sql_execute(statement),
+         "execute");
     need(sql_fetch(statement) == RowFetch::row, "fetch");
     for (int column = 0; column < 3; ++column) {
       Value value;
@@ -194,8 +195,8 @@ void select_scan_with_condition(benchmark::State &state) {
   fill(fixture, 100000);
   Statement &statement = fixture.statement();
   for (auto _ : state) {
-    need(sql_prepare(statement, "SELECT COUNT(*) FROM t WHERE price > 1.0 AND name LIKE 'name%9'", true) ==
-                 SqlResult::done &&
+    need(sql_prepare(statement, "SELECT COUNT(*) FROM t WHERE price > 1.0 AND name LIKE 'name%9'",
+                     Execution::stepwise) == SqlResult::done &&
              sql_execute(statement),
          "execute");
     sql_clear(statement);

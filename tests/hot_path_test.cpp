@@ -39,7 +39,7 @@ class HotPath : public testing::Test {
   // Heap calls and pool bytes that the rows after the tenth take; every value of every row is read.
   void fetch_all(const char *sql, int expected_rows) {
     SCOPED_TRACE(sql);
-    ASSERT_EQ(sql_prepare(*statement, sql, true), SqlResult::done);
+    ASSERT_EQ(sql_prepare(*statement, sql, Execution::stepwise), SqlResult::done);
     ASSERT_TRUE(sql_execute(*statement));
     int rows = 0, most_used = 0;
     while (sql_fetch(*statement) == RowFetch::row) {

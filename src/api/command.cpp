@@ -29,14 +29,16 @@ int create(const char *params) {
   return sql_execute_text(statement, sql) != SqlResult::failed;
 }
 
-[[nodiscard]] bool run_loop(Statement &statement, FILE *in, bool interactive) {
+[[nodiscard]] bool run_loop(Statement &statement, FILE *in, Prompts prompts) {
   if (in == nullptr) return fail(status::api_argument);
-  return command_loop(statement, in, interactive);
+  return command_loop(statement, in, prompts);
 }
 
 int run_on(Statement &statement, FILE *in, int mode, const char *sql) {
   if (mode == KLD_CMD_STATEMENT) return run_text(statement, sql) ? 0 : failed_step("kld_sql_call");
-  return run_loop(statement, in, mode == KLD_CMD_INTERACTIVE) ? 0 : failed_step("cmd_intr_sql");
+  return run_loop(statement, in, mode == KLD_CMD_INTERACTIVE ? Prompts::shown : Prompts::hidden)
+             ? 0
+             : failed_step("cmd_intr_sql");
 }
 
 int with_database(FILE *in, int mode, const char *params, const char *sql) {

@@ -20,10 +20,12 @@ constexpr int history_limit = 32;
 constexpr int script_depth_limit = 32;  // scripts that run scripts
 constexpr int line_size = 256;          // with the NUL: a piece without a line end ends the loop
 
+enum class Command { sql, system, leave, run, rc };
+
 struct HistoryEntry {
   int32_t number;
-  bool system;  // an operating-system command
-  char *text;   // owned
+  Command kind;  // sql or system
+  char *text;    // owned
 };
 
 struct Loop {
@@ -37,8 +39,6 @@ struct Loop {
     for (HistoryEntry &entry : history) mem_free(entry.text);
   }
 };
-
-enum class Command { sql, system, leave, run, rc };
 
 struct CommandWord {
   const char *word;
@@ -83,11 +83,13 @@ char last_character(const char *text) {
   return *last;
 }
 
-// Cuts trailing blanks; with semicolon also one ";" at the end and the blanks before it.
-void cut_end(char *text, bool semicolon) {
+// Cuts trailing blanks; with the semicolon also one ";" at the end and the blanks before it.
+enum class Cut { blanks, semicolon };
+
+void cut_end(char *text, Cut cut) {
   char *end = text + strlen(text);
   while (end > text && is_blank(end[-1])) --end;
-  if (semicolon && end > text && end[-1] == ';') {
+  if (cut == Cut::semicolon && end > text && end[-1] == ';') {
     --end;
     while (end > text && is_blank(end[-1])) --end;
   }
@@ -157,8 +159,8 @@ bool finished(const char *text) {
   }
 }
 
-Collected collect(Loop &loop, FILE *in, bool interactive, Collector &collector) {
-  if (interactive) system_driver.print("%d* ", loop.counter);
+Collected collect(Loop &loop, FILE *in, Prompts prompts, Collector &collector) {
+  if (prompts == Prompts::shown) system_driver.print("%d* ", loop.counter);
   for (;;) {
     char line[line_size];
     if (system_driver.stream_gets(line, sizeof line, in) == nullptr || strchr(line, '\n') == nullptr) {
@@ -169,20 +171,20 @@ Collected collect(Loop &loop, FILE *in, bool interactive, Collector &collector) 
       if (!collector.quoted() && finished(collector.text.data())) return Collected::statement;
       if (!collector.append(' ')) return Collected::failed;
     }
-    if (interactive) system_driver.print(". ");
+    if (prompts == Prompts::shown) system_driver.print(". ");
   }
 }
 
 // ---- history ----
 
-[[nodiscard]] bool remember(Loop &loop, bool system, const char *text) {
+[[nodiscard]] bool remember(Loop &loop, Command kind, const char *text) {
   char *copy = text_dup(text);
   if (copy == nullptr) return fail(status::out_of_memory);
   if (loop.history.size() == history_limit) {
     mem_free(loop.history[0].text);
     loop.history.remove(0);
   }
-  if (!loop.history.push({loop.counter, system, copy})) {
+  if (!loop.history.push({loop.counter, kind, copy})) {
     mem_free(copy);
     return fail(status::out_of_memory);
   }
@@ -207,10 +209,10 @@ void print_entry(const HistoryEntry &entry) {
 
 // text is changed: its final ";" goes.
 [[nodiscard]] bool run_sql(Loop &loop, char *text) {
-  if (!remember(loop, false, text)) return false;
-  cut_end(text, true);
+  if (!remember(loop, Command::sql, text)) return false;
+  cut_end(text, Cut::semicolon);
   err_clear();
-  const SqlResult parsed = sql_prepare(loop.statement, text, false);
+  const SqlResult parsed = sql_prepare(loop.statement, text, Execution::at_once);
   const bool done =
       parsed == SqlResult::nothing || (parsed == SqlResult::done && sql_execute(loop.statement));
   sql_clear(loop.statement);
@@ -225,8 +227,8 @@ void print_entry(const HistoryEntry &entry) {
     system_driver.print("expecting a system command%s", "\n");
     return true;
   }
-  if (!remember(loop, true, text)) return false;
-  cut_end(text, true);
+  if (!remember(loop, Command::system, text)) return false;
+  cut_end(text, Cut::semicolon);
   fflush(stdout);
   if (system(skip_blanks(text)) == -1) system_driver.print("%s%s", strerror(errno), "\n");
   ++loop.counter;
@@ -237,16 +239,16 @@ void print_entry(const HistoryEntry &entry) {
   char *text = text_dup(entry.text);
   if (text == nullptr) return fail(status::out_of_memory);
   print_entry(entry);
-  const bool ran = entry.system ? run_system(loop, text) : run_sql(loop, text);
+  const bool ran = entry.kind == Command::system ? run_system(loop, text) : run_sql(loop, text);
   mem_free(text);
   return ran;
 }
 
-[[nodiscard]] bool run_loop(Loop &loop, FILE *in, bool interactive);
+[[nodiscard]] bool run_loop(Loop &loop, FILE *in, Prompts prompts);
 
 // name still has its opening quote; what is between that and the last character is the name.
 [[nodiscard]] bool run_file(Loop &loop, char *name) {
-  cut_end(name, false);
+  cut_end(name, Cut::blanks);
   const size_t length = strlen(name);
   if (length < 3) {
     system_driver.print("%s", extra_characters);
@@ -260,7 +262,7 @@ void print_entry(const HistoryEntry &entry) {
     return true;
   }
   ++loop.script_depth;
-  const bool ran = run_loop(loop, script, false);
+  const bool ran = run_loop(loop, script, Prompts::hidden);
   --loop.script_depth;
   system_driver.stream_close(script);
   return ran;
@@ -307,7 +309,7 @@ Step run_collected(Loop &loop, char *text) {
   const char *found;
   const Command command = command_of(start, &found);
   char *rest = start + (found - start);
-  cut_end(start, false);
+  cut_end(start, Cut::blanks);
   if (command != Command::sql && *start != '!' && *rest != 0 && !is_blank(*rest) &&
       last_character(start) != ';') {
     system_driver.print("expecting a command");
@@ -321,19 +323,19 @@ Step run_collected(Loop &loop, char *text) {
     case Command::leave:
       return leave(rest);
     case Command::run:
-      cut_end(rest, true);
+      cut_end(rest, Cut::semicolon);
       return step_of(command_run(loop, rest + (skip_blanks(rest) - rest)));
     default:
-      cut_end(rest, true);
+      cut_end(rest, Cut::semicolon);
       command_rc(loop, skip_blanks(rest));
       return Step::go_on;
   }
 }
 
-bool run_loop(Loop &loop, FILE *in, bool interactive) {
+bool run_loop(Loop &loop, FILE *in, Prompts prompts) {
   for (;;) {
     Collector collector;
-    switch (collect(loop, in, interactive, collector)) {
+    switch (collect(loop, in, prompts, collector)) {
       case Collected::end:
         return true;
       case Collected::failed:
@@ -354,12 +356,12 @@ bool run_loop(Loop &loop, FILE *in, bool interactive) {
 
 }  // namespace
 
-bool command_loop(Statement &statement, FILE *in, bool interactive) {
+bool command_loop(Statement &statement, FILE *in, Prompts prompts) {
 #if defined(_WIN32)
   _setmode(_fileno(stdin), _O_BINARY);
 #endif
   Loop loop(statement);
-  return run_loop(loop, in, interactive);
+  return run_loop(loop, in, prompts);
 }
 
 }  // namespace tovik

@@ -8,8 +8,10 @@
 
 namespace tovik {
 
+enum class Prompts { hidden, shown };
+
 // Runs until exit, stop or quit, or the end of the stream. Failures of statements are printed and the loop
 // goes on; false only when memory runs out (1).
-[[nodiscard]] bool command_loop(Statement &statement, FILE *in, bool interactive);
+[[nodiscard]] bool command_loop(Statement &statement, FILE *in, Prompts prompts);
 
 }  // namespace tovik

@@ -36,6 +36,11 @@ T *call_end(T *result) {
   return result;
 }
 
+// What failed has recorded its status.
+inline int call_failed() {
+  return call_end(false);
+}
+
 inline int call_failed(StatusCode code) {
   return call_end(fail(code));
 }

@@ -72,7 +72,7 @@ bool compare_columns(tovik_cond *cond, const char *column, int op, const char *s
 
 int join(tovik_cond *cond, int op, const tovik_cond *left, const tovik_cond *right) {
   call_begin();
-  if (!start(cond)) return call_end(false);
+  if (!start(cond)) return call_failed();
   if (left == nullptr) return call_failed(status::record_api_left_operand);
   if (right == nullptr) return call_failed(status::record_api_right_operand);
   cond->op = op;
@@ -207,7 +207,7 @@ int tovik_or(tovik_cond *cond, const tovik_cond *left, const tovik_cond *right) 
 
 int tovik_not(tovik_cond *cond, const tovik_cond *operand) {
   call_begin();
-  if (!start(cond)) return call_end(false);
+  if (!start(cond)) return call_failed();
   if (operand == nullptr) return call_failed(status::record_api_not_operand);
   cond->op = TOVIK_NOT;
   cond->right = operand;

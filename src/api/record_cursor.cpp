@@ -203,7 +203,8 @@ bool open_query(RecordCursor &cursor, const char *sql) {
   cursor.statement = sql_create(cursor.database->db);
   if (cursor.statement == nullptr) return false;
   Statement &statement = *cursor.statement;
-  if (sql_prepare(statement, sql, true) != SqlResult::done || !sql_execute(statement)) return false;
+  if (sql_prepare(statement, sql, Execution::stepwise) != SqlResult::done || !sql_execute(statement))
+    return false;
   cursor.columns = statement.query->columns;
   cursor.column_count = statement.query->column_count;
   cursor.rows = statement.query->cursor;
@@ -270,9 +271,9 @@ tovik_cur *tovik_opencur_dist(tovik_db *db, const char *const *tables, int count
 int tovik_fetchcur(tovik_cur *cursor) {
   call_begin();
   RecordCursor *open = cursor_of(cursor);
-  if (open == nullptr) return call_end(false);
+  if (open == nullptr) return call_failed();
   const RowFetch fetched = fetch(*open);
-  if (fetched == RowFetch::failed) return call_end(false);
+  if (fetched == RowFetch::failed) return call_failed();
   return fetched == RowFetch::row ? 1 : 0;
 }
 

@@ -130,10 +130,10 @@ bool create_index(RecordDatabase &database, const char *name, const char *const 
 template <class List>
 int list_call(const RecordDatabase &database, List list) {
   const ThreadId thread = current_thread();
-  if (!db_read_begin(*database.db, thread)) return call_end(false);
+  if (!db_read_begin(*database.db, thread)) return call_failed();
   const int count = list(*database.db);
   db_read_end(*database.db, thread);
-  return count >= 0 ? count : call_end(false);
+  return count >= 0 ? count : call_failed();
 }
 
 // Where names of tables go; one byte always stays free.
@@ -212,7 +212,7 @@ int tovik_dropidx(tovik_db *db, const char *index) {
 int tovik_gettbllst(tovik_db *db, char *buffer, int size) {
   call_begin();
   const RecordDatabase *database = database_of(db);
-  if (database == nullptr) return call_end(false);
+  if (database == nullptr) return call_failed();
   if (buffer == nullptr) return call_failed(status::record_api_table_buffer);
   if (size < 1) return call_failed(status::record_api_buffer_size);
   return list_call(*database, [&](Database &open) { return list_tables(open, buffer, size); });
@@ -221,7 +221,7 @@ int tovik_gettbllst(tovik_db *db, char *buffer, int size) {
 int tovik_getcolilst(tovik_db *db, const char *table, tovik_coldef *columns, int max) {
   call_begin();
   const RecordDatabase *database = database_of(db);
-  if (database == nullptr) return call_end(false);
+  if (database == nullptr) return call_failed();
   if (columns == nullptr) return call_failed(status::record_api_definitions_missing);
   if (max < 1) return call_failed(status::record_api_column_count);
   return list_call(*database, [&](Database &open) { return list_columns(open, table, columns, max); });

@@ -106,7 +106,7 @@ int with_text(const OpenStatement *open, const uint16_t *sql, Run run) {
 }
 
 SqlResult prepare_text(Statement &statement, const char *sql) {
-  return sql_prepare(statement, sql, true);
+  return sql_prepare(statement, sql, Execution::stepwise);
 }
 
 // The result column numbered column, or null with the status of what is wrong.

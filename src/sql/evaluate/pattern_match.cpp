@@ -53,9 +53,9 @@ class Matcher {
 
  private:
   struct Set {
-    int end;  // place behind the "]", 0 without one
-    bool valid;
-    bool holds;
+    int end = 0;  // place behind the "]", 0 without one
+    bool valid = false;
+    bool holds = false;
   };
 
   PartResult match_part(const char *text, int place);
@@ -300,15 +300,15 @@ int Matcher::consume(int place, Character character) {
 }
 
 Matcher::Set Matcher::scan_set(int place, Character character) {
-  Set set{0, true, false};
-  if (place >= unclosed_) return {0, false, false};
+  Set set{.valid = true};
+  if (place >= unclosed_) return {};
   const int start = place++;
   const bool negated = pattern_[place] == '^';
   if (negated) ++place;
   while (pattern_[place] != ']') {
     if (pattern_[place] == '\0') {
       unclosed_ = start;
-      return {0, false, false};
+      return {};
     }
     const Character low = member(&place);
     if (pattern_[place] != '-') {

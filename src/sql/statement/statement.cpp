@@ -82,10 +82,10 @@ static bool keep_text(Statement &statement, const char *text) {
   return true;
 }
 
-SqlResult sql_prepare(Statement &statement, const char *text, bool prepared) {
+SqlResult sql_prepare(Statement &statement, const char *text, Execution execution) {
   sql_clear(statement);
   if (env_on(Env::sql_debug_print)) system_driver.print("%s\n", text);
-  statement.prepared = prepared;
+  statement.prepared = execution == Execution::stepwise;
   if (nothing_to_execute(text)) return SqlResult::nothing;
   system_driver.utc_now(&statement.start);
   if (prepare(statement, text) && keep_text(statement, text)) return SqlResult::done;
@@ -105,7 +105,7 @@ static bool outdated(const Statement &statement) {
 static bool prepare_again(Statement &statement) {
   Statement *fresh = sql_create(statement.db);
   if (fresh == nullptr) return false;
-  const bool done = sql_prepare(*fresh, statement.text.data(), true) == SqlResult::done;
+  const bool done = sql_prepare(*fresh, statement.text.data(), Execution::stepwise) == SqlResult::done;
   if (done) {
     std::swap(statement.pool, fresh->pool);
     std::swap(statement.root, fresh->root);
@@ -145,7 +145,7 @@ bool sql_execute(Statement &statement) {
 
 SqlResult sql_execute_text(Statement &statement, const char *text) {
   err_clear();
-  SqlResult result = sql_prepare(statement, text, false);
+  SqlResult result = sql_prepare(statement, text, Execution::at_once);
   if (result == SqlResult::done && !sql_execute(statement)) result = SqlResult::failed;
   sql_clear(statement);
   return result;

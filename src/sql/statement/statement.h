@@ -37,7 +37,9 @@ void sql_destroy(Statement *statement);
 enum class SqlResult { done, nothing, failed };  // nothing: the text holds nothing to execute
 
 SqlResult sql_execute_text(Statement &statement, const char *text);  // parse, execute, clear
-SqlResult sql_prepare(Statement &statement, const char *text, bool prepared);
+// stepwise: execution and fetching are the caller's.
+enum class Execution { at_once, stepwise };
+SqlResult sql_prepare(Statement &statement, const char *text, Execution execution);
 [[nodiscard]] bool sql_execute(Statement &statement);
 [[nodiscard]] RowFetch sql_fetch(Statement &statement);  // the cursor is open
 void sql_clear(Statement &statement);

@@ -74,8 +74,8 @@ void print_details(Table &table) {
 struct Walk {
   Database &db;
   bool all;
-  bool first;
-  bool failed;
+  bool first = true;
+  bool failed = false;
 };
 
 bool describe_one(void *context, const char *name) {
@@ -213,7 +213,7 @@ bool show_reading(Database &db, const InfoRow &row, const InfoWords &words) {
 bool exec_describe_db(Statement &statement) {
   Database &db = *statement.db;
   system_driver.print("****  Database: %s  ****%s%s", db.params->name, "\n", "\n");
-  Walk walk{db, DescribeTree::of(*statement.root).all, true, false};
+  Walk walk{db, DescribeTree::of(*statement.root).all};
   return table_walk(db, describe_one, &walk) && !walk.failed;
 }
 
