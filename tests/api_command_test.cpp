@@ -117,7 +117,7 @@ TEST_F(Command, ConsoleAtATerminal) {
        {"; b\n", ". "},
        {"';\n", "a ; b \n2* "},
        {"  \n", "2* "},
-       {"/* of\n", ". "},
+       {"/* of /\n", ". "},
        {"two lines */ ECHO 'c';\r\n", "c\n3* "},
        {"!\n", ". "},
        {"echo d\n", "d\n4* "},

@@ -272,7 +272,7 @@ TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
              "0.29999999;"
              "n = 9007199254740992.0; n > 9007199254740992.0; n = 9007199254740991.0; a IN (-2, 4, -3, NULL, "
              "-2);"
-             "a BETWEEN -3 EXCLUSIVE AND -1; a = -1 AND b = 2")) {
+             "a BETWEEN -3 EXCLUSIVE AND -1; a BETWEEN 1 AND 4 EXCLUSIVE; a = -1 AND b = 2")) {
     const std::string expected = db.rows("SELECT k FROM scan WHERE " + condition);
     EXPECT_FALSE(expected.starts_with("error")) << condition << ": " << expected;
     EXPECT_EQ(db.rows("SELECT k FROM idx WHERE " + condition + " ORDER BY k"), expected) << condition;
