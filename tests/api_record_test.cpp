@@ -1,6 +1,4 @@
 // The record interface: arguments, reads, texts, schema and transactions.
-#include <regex>
-
 #include "record_support.h"
 
 namespace tovik::test {
@@ -279,6 +277,18 @@ void expect_typed_read(tovik_cur *cursor, const char *column, int type,
   EXPECT_EQ(memcmp(&typed, &general, sizeof typed), 0) << column;
 }
 
+// The same of a row of NULLs: what cannot be read stays so.
+std::string nulls_of(const std::string &row) {
+  std::string nulls;
+  for (size_t at = 0, end; at < row.size(); at = end) {
+    end = row.find_first_of(" \n", at + 1);
+    const std::string word = row.substr(at, end - at);
+    nulls += word[0] == '\n' || at == 0 || word == " -" ? word : " null";
+    if (end == std::string::npos) break;
+  }
+  return nulls;
+}
+
 // What each column gives for the API data types 1 to 10 by a cursor over tables, and numbers by one over
 // results.
 const std::string in_tables = R"(i1 -5 -5 -5 -5 - - -5 -5 - -
@@ -322,7 +332,7 @@ TEST_F(Record, EveryColumnAsEveryType) {
       std::string read;
       for (const char *column : columns) read += column + read_all(cursor, column) + "\n";
       EXPECT_EQ(read, expected);
-      expected = std::regex_replace(expected, std::regex(" (?!-[ \n])\\S+"), " null");  // of the second row
+      expected = nulls_of(expected);  // the second row
       if (row == 1) continue;
       expect_typed_read(cursor, "i1", TOVIK_INT8, tovik_getcol_i8);
       expect_typed_read(cursor, "c2", TOVIK_INT16, tovik_getcol_i16);
