@@ -169,11 +169,11 @@ TEST_F(BlockManagerTest, SingleStorageHoldsBothParts) {
     BlockDatabase database = create(raw);
     ASSERT_TRUE(database);
     EXPECT_EQ(size("orders"), 120u * 4096);
-    EXPECT_EQ(trn_exists(*database), TrnPresence::absent);
+    EXPECT_EQ(trn_exists(*database), Found::no);
     write_record(*database);
     EXPECT_EQ(content("orders").substr(101 * 4096, 4096), block_of('s'));
     EXPECT_FALSE(bm_write_block(*database, part_trn, 20, block_of('x').data()));
-    EXPECT_EQ(trn_exists(*database), TrnPresence::present);
+    EXPECT_EQ(trn_exists(*database), Found::yes);
     EXPECT_FALSE(trn_reset(*database)) << "the record waits";
     EXPECT_EQ(take_recorded(), (Codes{120105, 22016}));
   }

@@ -86,10 +86,10 @@ TEST_F(TransactionTest, ARecordWaitsUntilItIsApplied) {
   ASSERT_TRUE(db.opened());
   for (int call = 1; call <= 3; ++call) {  // the DAT header, the open, the TRN header
     driver_.fail_call(call, Failure::from_then_on);
-    EXPECT_EQ(RecordCheck::failed, tm_check_record(*db->tm));
+    EXPECT_EQ(Found::failed, tm_check_record(*db->tm));
     EXPECT_EQ(call == 1 ? 104 : 22023, first_status());
     driver_.fail_call(0);
-    EXPECT_EQ(RecordCheck::pending, tm_check_record(*db->tm));
+    EXPECT_EQ(Found::yes, tm_check_record(*db->tm));
   }
   driver_.fail_call(1, Failure::from_then_on);
   EXPECT_FALSE(tm_recover(*db->tm));
@@ -157,7 +157,7 @@ TEST_F(TransactionTest, RecordsThatCannotBeTrueAreNotApplied) {
     EXPECT_EQ(5, db.fill_of(5));
     EXPECT_EQ(std::string::npos, log().find("commit current"));
     EXPECT_NE(std::string::npos, log().find(row.logged));
-    EXPECT_EQ(RecordCheck::none, tm_check_record(*db->tm));
+    EXPECT_EQ(Found::no, tm_check_record(*db->tm));
     EXPECT_TRUE(db.begin() && db.put(3, 1) && db.commit());
   }
 }
@@ -226,7 +226,7 @@ TEST_F(TransactionTest, RollbackAfterTheRecordIsFinal) {
     failed = !db_->rollback();
     driver_.fail_call(0);
     // What cannot be destroyed counts as committed, in this process and after a restart.
-    EXPECT_EQ(failed ? RecordCheck::pending : RecordCheck::none, tm_check_record(*(*db_)->tm));
+    EXPECT_EQ(failed ? Found::yes : Found::no, tm_check_record(*(*db_)->tm));
     TempDir image;
     snapshot(image);
     Storage restarted(text(image.path()), Storage::Start::open);
@@ -306,10 +306,10 @@ TEST_F(TransactionTest, AStorageThatVanishesWhileLookedAtIsAbsent) {
     ASSERT_TRUE(db_->begin() && change({3}, 70) && db_->record());
     {
       const SlotGuard guard(slot, +moved);
-      EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
+      EXPECT_EQ(Found::no, tm_check_record(*other->tm));
     }
     EXPECT_EQ(Codes{}, take_recorded());
-    EXPECT_EQ(RecordCheck::none, tm_check_record(*other->tm));
+    EXPECT_EQ(Found::no, tm_check_record(*other->tm));
     ASSERT_TRUE(db_->rollback());
   };
   look_while(file_driver.file_info,

@@ -108,9 +108,9 @@ LockResult complete_copy(Database &db, ThreadId thread) {
 
 LockResult settle_record(Database &db, ThreadId thread, DbLock mode) {
   TransactionManager &tm = *db.storage->tm;
-  const RecordCheck check = tm.record_pending ? RecordCheck::pending : tm_check_record(tm);
-  if (check == RecordCheck::none) return LockResult::granted;
-  if (check == RecordCheck::failed) return LockResult::failed;
+  const Found check = tm.record_pending ? Found::yes : tm_check_record(tm);
+  if (check == Found::no) return LockResult::granted;
+  if (check == Found::failed) return LockResult::failed;
   const LockResult result = complete_copy(db, thread);
   if (result != LockResult::granted || mode == DbLock::read) return result;
   return lm_lock(*db.storage->lm, thread, LockLevel::reserved, false);

@@ -184,7 +184,7 @@ bool create_named(BlockManager &bm) {
 
 bool holds_database(BlockManager &bm) {
   ErrorScope unreadable_is_unused;
-  return bm_probe_header(bm, part_dat, ProbeMode::magic) == HeaderProbe::valid;
+  return bm_probe_header(bm, part_dat, ProbeMode::magic) == Found::yes;
 }
 
 // A device comes with whatever was on it: look for a live database, then for room up to the last block.
@@ -379,18 +379,17 @@ bool bm_write_header(BlockManager &bm, PartNo part) {
   return io_write_block(io, storage_block(bm, part, 0), bm.block_buffer) || fail(status::header_write);
 }
 
-HeaderProbe bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode, HeaderRecord *found) {
+Found bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode, HeaderRecord *found) {
   IoObject *io = bm_io(bm, part);
   if (io == nullptr || !io_read_block(io, storage_block(bm, part, 0), bm.block_buffer)) {
     err_set(status::block_read);
-    return HeaderProbe::failed;
+    return Found::failed;
   }
-  if (!header_is(bm.block_buffer, part, mode == ProbeMode::whole ? &bm.header : nullptr))
-    return HeaderProbe::invalid;
-  if (found == nullptr) return HeaderProbe::valid;
+  if (!header_is(bm.block_buffer, part, mode == ProbeMode::whole ? &bm.header : nullptr)) return Found::no;
+  if (found == nullptr) return Found::yes;
   ErrorScope impossible_is_invalid;
   *found = bm.header;
-  return header_decode(*found, part, bm.block_buffer) ? HeaderProbe::valid : HeaderProbe::invalid;
+  return header_decode(*found, part, bm.block_buffer) ? Found::yes : Found::no;
 }
 
 bool bm_reserve(BlockManager &bm, BlockNo last) {

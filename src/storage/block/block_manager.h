@@ -9,6 +9,7 @@
 // Not locked: it belongs to one storage manager, whose lock keeps two threads out.
 #pragma once
 
+#include "platform/found.h"
 #include "storage/block/block_format.h"
 #include "storage/io/io.h"
 
@@ -89,12 +90,11 @@ void bm_discard(BlockManager &bm);
 // Reads a header as bm_read_header does, into a copy of the in-memory one instead of it.
 [[nodiscard]] bool bm_peek_header(BlockManager &bm, PartNo part, HeaderRecord &into);
 
-enum class HeaderProbe { valid, invalid, failed };
 enum class ProbeMode { magic, whole };  // magic only, or all 208 common bytes against the in-memory header
 
-// Looks at a header on disk. With found a valid one is decoded there, a copy of the in-memory record
-// otherwise; impossible values make it invalid then. failed with 20011.
-HeaderProbe bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode, HeaderRecord *found = nullptr);
+// Is there a valid header on disk? With found it is decoded there, into a copy of the in-memory record;
+// impossible values make it invalid then. failed with 20011.
+Found bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode, HeaderRecord *found = nullptr);
 
 // Makes sure that the DAT part has real room for every block up to last, so that none of them fails to be
 // written later; a file ends with that block. Nothing is done, and no system call made, when it has. 20002,

@@ -61,9 +61,9 @@ Verdict judge_record(TransactionManager &tm, const char *saved_name) {
   BlockManager &bm = *tm.bm;
   if (!trn_can_hold_header(bm)) return Verdict::none;
   HeaderRecord found;
-  const HeaderProbe probe = bm_probe_header(bm, part_trn, ProbeMode::whole, &found);
-  if (probe == HeaderProbe::failed) return Verdict::unreadable;
-  if (probe == HeaderProbe::invalid) return Verdict::none;
+  const Found probe = bm_probe_header(bm, part_trn, ProbeMode::whole, &found);
+  if (probe == Found::failed) return Verdict::unreadable;
+  if (probe == Found::no) return Verdict::none;
   bm.header = found;
   const CommitRecord &record = bm.header.commit;
   if (record.tstat != tran_committed || record.iid != bm.header.creation_time) return Verdict::none;
@@ -81,9 +81,8 @@ Verdict judge_record(TransactionManager &tm, const char *saved_name) {
 // The same beside a writer elsewhere, who may empty or remove the storage while it is read: a second look
 // then finds no header.
 Verdict judge_moving_record(TransactionManager &tm) {
-  const TrnPresence presence = trn_open(*tm.bm);
-  if (presence != TrnPresence::present)
-    return presence == TrnPresence::absent ? Verdict::none : Verdict::unreadable;
+  const Found presence = trn_open(*tm.bm);
+  if (presence != Found::yes) return presence == Found::no ? Verdict::none : Verdict::unreadable;
   {
     ErrorScope may_be_gone;
     const Verdict verdict = judge_record(tm, nullptr);
@@ -182,9 +181,9 @@ Restart restart_pending(TransactionManager &tm) {
   if (tm.pending_number != 0)
     return saved_exists(*tm.bm, tm.pending_number) ? restart_saved(tm, tm.pending_number) : Restart::nothing;
   switch (trn_exists(*tm.bm)) {
-    case TrnPresence::absent:
+    case Found::no:
       return Restart::nothing;
-    case TrnPresence::present:
+    case Found::yes:
       return restart_current(tm);
     default:
       return Restart::failed;
@@ -195,13 +194,13 @@ Restart restart_pending(TransactionManager &tm) {
 
 bool tm_warm_restart(TransactionManager &tm) {
   LockGuard guard(tm.state->lock);
-  const TrnPresence presence = trn_exists(*tm.bm);
-  if (presence == TrnPresence::failed) {
+  const Found presence = trn_exists(*tm.bm);
+  if (presence == Found::failed) {
     log_write(LogLevel::error, log_tag(tm), "exists check error, current transaction");
     return fail(status::tran_warm_check);
   }
   // Another process may have committed between our open and our lock.
-  const bool present = presence == TrnPresence::present;
+  const bool present = presence == Found::yes;
   const Restart current = !bm_read_header(*tm.bm, part_dat) ? Restart::failed
                           : present                         ? restart_current(tm)
                                                             : Restart::nothing;
@@ -214,21 +213,20 @@ bool tm_warm_restart(TransactionManager &tm) {
 
 namespace {
 
-RecordCheck check_failed() {
+Found check_failed() {
   err_set_first(status::tran_warm_check);
-  return RecordCheck::failed;
+  return Found::failed;
 }
 
 }  // namespace
 
-RecordCheck tm_check_record(TransactionManager &tm) {
+Found tm_check_record(TransactionManager &tm) {
   LockGuard guard(tm.state->lock);
   BlockManager &bm = *tm.bm;
-  if (tm.level > 0) return RecordCheck::none;  // the TRN storage is this process's own
-  if (tm.record_pending) return RecordCheck::pending;
-  const TrnPresence presence = trn_exists(bm);
-  if (presence != TrnPresence::present)
-    return presence == TrnPresence::absent ? RecordCheck::none : check_failed();
+  if (tm.level > 0) return Found::no;  // the TRN storage is this process's own
+  if (tm.record_pending) return Found::yes;
+  const Found presence = trn_exists(bm);
+  if (presence != Found::yes) return presence == Found::no ? Found::no : check_failed();
   const HeaderRecord kept = bm.header;  // sm_refresh compares it with the disk
   trn_abandon(bm);
   // A database that is gone says so: the record that was found may be its successor's.
@@ -236,9 +234,9 @@ RecordCheck tm_check_record(TransactionManager &tm) {
   const Verdict verdict = current ? judge_moving_record(tm) : Verdict::none;
   trn_abandon(bm);
   bm.header = kept;
-  if (!current) return RecordCheck::failed;
+  if (!current) return Found::failed;
   if (verdict == Verdict::unreadable) return check_failed();
-  return verdict == Verdict::applicable ? RecordCheck::pending : RecordCheck::none;
+  return verdict == Verdict::applicable ? Found::yes : Found::no;
 }
 
 bool tm_recover(TransactionManager &tm) {

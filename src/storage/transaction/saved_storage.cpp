@@ -35,16 +35,16 @@ bool saved_remove(BlockManager &bm, uint32_t number) {
 bool saved_drop_stale(BlockManager &bm) {
   if (bm_temporary(bm)) return true;
   switch (trn_record(bm)) {
-    case TrnRecord::waiting:
+    case Found::yes:
       return fail(status::tran_bad_state);
-    case TrnRecord::failed:
+    case Found::failed:
       return false;
-    case TrnRecord::none:
+    case Found::no:
       break;
   }
   const uint32_t ucnt = bm_counters(bm, part_dat).ucnt;
   if (!saved_remove(bm, ucnt) || !saved_remove(bm, ucnt + 1)) return false;
-  return trn_exists(bm) == TrnPresence::absent || trn_destroy(bm);
+  return trn_exists(bm) == Found::no || trn_destroy(bm);
 }
 
 void saved_give_up(BlockManager &bm) {

@@ -20,6 +20,7 @@
 
 #include <atomic>
 
+#include "platform/found.h"
 #include "storage/cache/cache.h"
 #include "storage/transaction/data_layer_ops.h"
 
@@ -75,12 +76,11 @@ void tm_destroy(TransactionManager *tm);
 
 // Is there a commit record that must be applied before this process may read or write? Cheap when there is no
 // TRN storage. The caller holds the shared level and found no writer elsewhere. A writer that has appeared
-// since may have its record on disk and wait for the exclusive level: when the caller, told pending, cannot
+// since may have its record on disk and wait for the exclusive level: when the caller, told yes, cannot
 // get the reserved level, the record's writer is alive and will copy it.
 // failed: the record cannot be read (22023), so nobody knows; or the DAT header cannot, or says that the
 // database is gone (its statuses, 120106).
-enum class RecordCheck { none, pending, failed };
-RecordCheck tm_check_record(TransactionManager &tm);
+Found tm_check_record(TransactionManager &tm);
 
 // Applies that record; the caller holds the exclusive level. The next sm_refresh reports a change. On failure
 // (140003 in front of the causes) the record is still to be applied: whoever comes next tries again.

@@ -34,7 +34,7 @@ void dump_commit(const CommitRecord &commit) {
 
 // From a copy of the header: the one in memory may belong to an open transaction.
 bool read_stored_commit(BlockManager &bm, CommitRecord *commit) {
-  if (bm_temporary(bm) || trn_exists(bm) != TrnPresence::present) return false;
+  if (bm_temporary(bm) || trn_exists(bm) != Found::yes) return false;
   const bool was_open = bm.io[part_trn] != nullptr;
   HeaderRecord stored;
   const bool read = trn_reopen(bm) && bm_peek_header(bm, part_trn, stored);

@@ -41,11 +41,11 @@ bool open_storage(BlockManager &bm, const char *name) {
 
 // A writer elsewhere makes and removes its storage while we look: an open that fails because the name is gone
 // says that there is none.
-TrnPresence open_existing(BlockManager &bm, const char *name) {
+Found open_existing(BlockManager &bm, const char *name) {
   bool absent;
   bm.io[part_trn] = io_open_present(bm_driver(bm), bm.params->io, name, part_trn, &absent);
-  if (absent) return TrnPresence::absent;
-  return bm.io[part_trn] == nullptr ? TrnPresence::failed : TrnPresence::present;
+  if (absent) return Found::no;
+  return bm.io[part_trn] == nullptr ? Found::failed : Found::yes;
 }
 
 // Cuts an open TRN storage to nothing.
@@ -125,63 +125,42 @@ bool record_waits(BlockManager &bm, const CommitRecord &commit) {
 }
 
 // Of the open TRN part. A storage shorter than a block never had a header; one that cannot be read may have.
-TrnRecord read_record(BlockManager &bm) {
+Found read_record(BlockManager &bm) {
   if (!bm_single(bm)) {
     const int64_t size = io_size(bm.io[part_trn]);
-    if (size < bm_block_size(bm)) return size < 0 ? TrnRecord::failed : TrnRecord::none;
+    if (size < bm_block_size(bm)) return size < 0 ? Found::failed : Found::no;
   }
   HeaderRecord found;
-  switch (bm_probe_header(bm, part_trn, ProbeMode::magic, &found)) {
-    case HeaderProbe::valid:
-      return record_waits(bm, found.commit) ? TrnRecord::waiting : TrnRecord::none;
-    case HeaderProbe::invalid:
-      return TrnRecord::none;
-    case HeaderProbe::failed:
-      break;
-  }
-  return TrnRecord::failed;
+  const Found header = bm_probe_header(bm, part_trn, ProbeMode::magic, &found);
+  return header == Found::yes && !record_waits(bm, found.commit) ? Found::no : header;
 }
 
-TrnPresence presence_of(int64_t size) {
-  return size < 0 ? TrnPresence::failed : size > 0 ? TrnPresence::present : TrnPresence::absent;
-}
-
-TrnPresence single_exists(BlockManager &bm) {
-  switch (bm_probe_header(bm, part_trn, ProbeMode::magic)) {
-    case HeaderProbe::valid:
-      return TrnPresence::present;
-    case HeaderProbe::invalid:
-      return TrnPresence::absent;
-    case HeaderProbe::failed:
-      break;
-  }
-  return TrnPresence::failed;
+Found content_of(int64_t size) {
+  return size < 0 ? Found::failed : size > 0 ? Found::yes : Found::no;
 }
 
 // Of a storage that is not open: by its name where the driver tells sizes by name, else by opening it.
-TrnPresence closed_exists(BlockManager &bm) {
+Found closed_exists(BlockManager &bm) {
   StorageName name;
   FileInfo info = {};
-  if (!trn_name(bm, name)) return TrnPresence::failed;
-  if (!io_exists(bm_driver(bm), name)) return TrnPresence::absent;
-  if (io_stat(bm_driver(bm), name, &info)) return presence_of(info.size);
-  const TrnPresence found = open_existing(bm, name);
-  if (found != TrnPresence::present) return found;
-  const TrnPresence result = presence_of(io_size(bm.io[part_trn]));
-  return bm_close_storage(bm, part_trn) ? result : TrnPresence::failed;
+  if (!trn_name(bm, name)) return Found::failed;
+  if (!io_exists(bm_driver(bm), name)) return Found::no;
+  if (io_stat(bm_driver(bm), name, &info)) return content_of(info.size);
+  const Found found = open_existing(bm, name);
+  if (found != Found::yes) return found;
+  const Found result = content_of(io_size(bm.io[part_trn]));
+  return bm_close_storage(bm, part_trn) ? result : Found::failed;
 }
 
 }  // namespace
 
-TrnRecord trn_record(BlockManager &bm) {
-  TrnPresence presence = trn_exists(bm);
+Found trn_record(BlockManager &bm) {
+  Found storage = trn_exists(bm);
   const bool was_open = bm.io[part_trn] != nullptr;
-  if (presence == TrnPresence::present) presence = trn_open(bm);
-  if (presence != TrnPresence::present) {
-    return presence == TrnPresence::absent ? TrnRecord::none : TrnRecord::failed;
-  }
-  const TrnRecord result = read_record(bm);
-  return was_open || bm_close_storage(bm, part_trn) ? result : TrnRecord::failed;
+  if (storage == Found::yes) storage = trn_open(bm);
+  if (storage != Found::yes) return storage;
+  const Found result = read_record(bm);
+  return was_open || bm_close_storage(bm, part_trn) ? result : Found::failed;
 }
 
 bool trn_destroy_storage(BlockManager &bm, const char *name) {
@@ -206,11 +185,11 @@ static bool room_for_header(BlockManager &bm) {
 
 bool trn_reset(BlockManager &bm) {
   switch (trn_record(bm)) {
-    case TrnRecord::none:
+    case Found::no:
       break;
-    case TrnRecord::waiting:
+    case Found::yes:
       return fail(status::tran_bad_state);
-    case TrnRecord::failed:
+    case Found::failed:
       return false;
   }
   if (!bm_check_current(bm) || (!bm_single(bm) && !reset_storage(bm)) || !room_for_header(bm)) return false;
@@ -242,9 +221,9 @@ bool trn_destroy(BlockManager &bm) {
   return trn_name(bm, name) && bm_close_storage(bm, part_trn) && trn_destroy_storage(bm, name);
 }
 
-TrnPresence trn_exists(BlockManager &bm) {
-  if (bm_single(bm)) return single_exists(bm);
-  return bm.io[part_trn] == nullptr ? closed_exists(bm) : presence_of(io_size(bm.io[part_trn]));
+Found trn_exists(BlockManager &bm) {
+  if (bm_single(bm)) return bm_probe_header(bm, part_trn, ProbeMode::magic);
+  return bm.io[part_trn] == nullptr ? closed_exists(bm) : content_of(io_size(bm.io[part_trn]));
 }
 
 bool trn_reopen(BlockManager &bm) {
@@ -253,10 +232,10 @@ bool trn_reopen(BlockManager &bm) {
   return trn_name(bm, name) && open_storage(bm, name);
 }
 
-TrnPresence trn_open(BlockManager &bm) {
-  if (bm_single(bm) || bm.io[part_trn] != nullptr) return TrnPresence::present;
+Found trn_open(BlockManager &bm) {
+  if (bm_single(bm) || bm.io[part_trn] != nullptr) return Found::yes;
   StorageName name;
-  return trn_name(bm, name) ? open_existing(bm, name) : TrnPresence::failed;
+  return trn_name(bm, name) ? open_existing(bm, name) : Found::failed;
 }
 
 }  // namespace tovik

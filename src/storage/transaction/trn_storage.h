@@ -36,12 +36,11 @@ void trn_abandon(BlockManager &bm);
 // Makes the TRN storage vanish for good: truncated, flushed, then removed. True when there is none.
 [[nodiscard]] bool trn_destroy(BlockManager &bm);
 
-enum class TrnPresence { absent, present, failed };
-TrnPresence trn_exists(BlockManager &bm);         // present: exists and is not empty
+Found trn_exists(BlockManager &bm);               // yes: exists and is not empty
 [[nodiscard]] bool trn_reopen(BlockManager &bm);  // opens the storage if it is not open
 
-// The same beside a writer elsewhere, who may remove the storage at any moment: absent when it did.
-TrnPresence trn_open(BlockManager &bm);
+// The same beside a writer elsewhere, who may remove the storage at any moment: no when it did.
+Found trn_open(BlockManager &bm);
 
 // Opens the saved storage numbered number as the TRN storage; false when there is none (records nothing when
 // it does not exist). trn_abandon or saved_remove closes it.
@@ -66,7 +65,6 @@ void trn_dump(BlockManager &bm);
 // For saved_storage.cpp: empties the storage called name, flushes that and removes it; and whether the TRN
 // part holds a commit record of this database that waits to be applied.
 [[nodiscard]] bool trn_destroy_storage(BlockManager &bm, const char *name);
-enum class TrnRecord { none, waiting, failed };
-TrnRecord trn_record(BlockManager &bm);
+Found trn_record(BlockManager &bm);
 
 }  // namespace tovik
