@@ -301,9 +301,9 @@ TEST_F(Blocks, PruningAtOpen) {
   touch({"orders.11.trn_", "orders.12.trn_", "orders.13.trn_", "orders.14.trn_", "orders.trn",
          "orders.12x.trn_", "orders.4294967308.trn_", "orders.11.log_", "orders.11.trn", "orders2.11.trn_",
          "orders.x.trn_", "orders.old.11.trn_"});
-  ASSERT_TRUE(open("", false));
+  ASSERT_TRUE(open("", History::kept));
   EXPECT_EQ(files().size(), 13u);
-  ASSERT_TRUE(open("", true));
+  ASSERT_TRUE(open("", History::pruned));
   EXPECT_EQ(files(), (Names{"orders.dat", "orders.12.trn_", "orders.13.trn_", "orders.trn", "orders.12x.trn_",
                             "orders.11.log_", "orders.11.trn", "orders2.11.trn_", "orders.x.trn_",
                             "orders.old.11.trn_"}))
@@ -325,14 +325,14 @@ TEST_F(Blocks, TransactionsLeaveWhatTheSettingsSay) {
     BlockDatabase database = create("OVERWRITE=true;DRV_NO=101");
     ASSERT_TRUE(database);
     write_record(*database);
-    EXPECT_TRUE(trn_release(*database, false));
+    EXPECT_TRUE(trn_release(*database, TrnEnd::given_up));
     EXPECT_EQ(files(), test.rolled_back);
     const Calls calls = driver.take_log();
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "sync orders.trn") > 0, env_on(Env::tran_sync));
     for (int commit = 0; commit < 2; ++commit) {
       write_record(*database);
       apply_record(*database);
-      EXPECT_TRUE(trn_release(*database, true));
+      EXPECT_TRUE(trn_release(*database, TrnEnd::committed));
       EXPECT_EQ(database->io[part_trn], nullptr);
       EXPECT_EQ(database->header.commit.tstat, 0u);
       EXPECT_EQ(bm_counters(*database, part_trn).bcnt, 0);
@@ -376,7 +376,7 @@ TEST_F(Blocks, ARecordThatWaitsIsNeverDestroyed) {
     EXPECT_EQ(content("orders.trn"), "");
     const Calls log = driver.take_log();
     EXPECT_NE(std::find(log.begin(), log.end(), "sync orders.trn"), log.end());
-    EXPECT_TRUE(trn_release(*database, false));
+    EXPECT_TRUE(trn_release(*database, TrnEnd::given_up));
 
     put("orders.trn", record);
     EXPECT_TRUE(saved_drop_stale(*database));

@@ -54,7 +54,7 @@ std::string converted(int set, const std::string &bytes, uint32_t flags) {
   const Text source(set, bytes);
   std::vector<char> target(bytes.size() * 2 + 2, '#');
   EXPECT_EQ(target.data(), charset_table[set]->convert(target.data(), source.data(), flags));
-  const int length = charset_table[set]->byte_length(target.data(), false);
+  const int length = charset_table[set]->byte_length(target.data());
   return std::string(target.data(), static_cast<size_t>(length));
 }
 

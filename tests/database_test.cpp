@@ -181,7 +181,7 @@ TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
     if (pending && writes % 3 != 0) {
       // Not those for whom the writer died, beside a survivor who is about to write but has not looked yet.
       LockManager &lm = *ahead->storage->lm;
-      ASSERT_EQ(lm_lock(lm, me, LockLevel::reserved, false), LockResult::granted);
+      ASSERT_EQ(lm_lock(lm, me, LockLevel::reserved, Attempt::once), LockResult::granted);
       if (writes % 3 == 1) std::swap(other, store.db), db_close(other), other = nullptr;
       Database &survivor = writes % 3 == 1 ? *store.db : *other;
       EXPECT_FALSE(db_read_begin(survivor, me));

@@ -115,7 +115,7 @@ TEST_F(IoLayer, EachFailureRecordsItsStatus) {
       {108, 108, [&] { return io_remove(scripted_no, "x"); }},
       {109, 109, [&] { return io_size(object) >= 0; }},
       {111, 0, [&] { return io_lock(object, file_lock_shared, 0, 1) == LockResult::granted; }},
-      {112, 0, [&] { return io_unlock(object, 0, 1, true); }},
+      {112, 0, [&] { return io_unlock(object, 0, 1, Mishap::recorded); }},
       {113, 0, [&] { return io_lock_check(object, 0) == LockResult::granted; }},
       {114, 114, [&] { return io_truncate(object, 0); }},
       {116, 116, [&] { return io_rename(scripted_no, "x", "y"); }},

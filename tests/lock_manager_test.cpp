@@ -16,7 +16,7 @@ class LockManagerTest : public testing::Test {
   struct Process : BlockDatabase {
     explicit Process(const std::string &text) {
       params.reset(param_create(text.c_str()));
-      bm.reset(bm_open(*params, false));
+      bm.reset(bm_open(*params, History::kept));
       if (bm == nullptr) bm.reset(bm_create(*params, DatabaseType::ordinary));
       EXPECT_TRUE(bm_end_creation(*bm));
       lm.reset(lm_create(*bm));
@@ -68,7 +68,7 @@ TEST_F(LockManagerTest, StepsOfThreadsAndProcesses) {
       std::string expected = " ";
       if (ends.contains(call))
         EXPECT_TRUE(lm_unlock(lm, thread, ends.at(call)));
-      else if (lm_lock(lm, thread, levels.at(call), false) == busy)
+      else if (lm_lock(lm, thread, levels.at(call), Attempt::once) == busy)
         expected += "busy ";
       expected += std::to_string(static_cast<int>(lm.level)) + " " + std::to_string(lm.nshared);
       EXPECT_EQ(expected, std::string(std::istreambuf_iterator<char>(words), {}));
@@ -80,15 +80,15 @@ TEST_F(LockManagerTest, StepsOfThreadsAndProcesses) {
 }
 
 TEST_F(LockManagerTest, RefusesWhatCannotBe) {
-  EXPECT_EQ(failed, lm_lock(*a_, 1, LockLevel::pending, false));
+  EXPECT_EQ(failed, lm_lock(*a_, 1, LockLevel::pending, Attempt::once));
   EXPECT_FALSE(lm_unlock(*a_, 1, Unlock::all));
   EXPECT_EQ((Codes{status::lock_argument, status::lock_no_entry}), take_recorded());
   for (ThreadId thread = 1; thread <= 16; ++thread)
-    ASSERT_EQ(granted, lm_lock(*a_, thread, LockLevel::shared, false));
-  EXPECT_EQ(failed, lm_lock(*a_, 17, LockLevel::shared, true));
+    ASSERT_EQ(granted, lm_lock(*a_, thread, LockLevel::shared, Attempt::once));
+  EXPECT_EQ(failed, lm_lock(*a_, 17, LockLevel::shared, Attempt::repeated));
   EXPECT_EQ(Codes{status::lock_table_full}, take_recorded());
   ASSERT_TRUE(lm_unlock(*a_, 9, Unlock::all));
-  EXPECT_EQ(granted, lm_lock(*a_, 17, LockLevel::shared, false));
+  EXPECT_EQ(granted, lm_lock(*a_, 17, LockLevel::shared, Attempt::once));
 }
 
 // The byte-range calls on the way of one thread, as "+S4098:510" (locked shared) or "-4096:1" (unlocked).
@@ -115,7 +115,9 @@ TEST_F(LockManagerTest, ByteRangesOfTheLevels) {
   SlotGuard unlock(file_driver.file_unlock, recorded_unlock);
   range_calls = failing_range_call = 0;
   const auto ranges_of = [](bool) { return std::exchange(ranges, {}); };
-  const auto taken = [&](LockLevel level) { return ranges_of(lm_lock(*a_, 1, level, false) == granted); };
+  const auto taken = [&](LockLevel level) {
+    return ranges_of(lm_lock(*a_, 1, level, Attempt::once) == granted);
+  };
   EXPECT_EQ("+S4096:1 +S4098:510 -4096:1 ", taken(LockLevel::shared));
   EXPECT_EQ("+X4097:1 ", taken(LockLevel::reserved));
   EXPECT_EQ("+X4096:1 -4098:510 +X4098:510 ", taken(LockLevel::exclusive));
@@ -128,7 +130,7 @@ TEST_F(LockManagerTest, EveryByteRangeCallFailingIsSurvived) {
   SlotGuard unlock(file_driver.file_unlock, recorded_unlock);
   const auto from_elsewhere = [this](LockLevel level) {
     const int calls = std::exchange(range_calls, INT32_MIN);  // its calls do not count
-    const LockResult result = lm_lock(*b_, 2, level, false);
+    const LockResult result = lm_lock(*b_, 2, level, Attempt::once);
     if (lm_holds(*b_, 2)) {
       EXPECT_TRUE(lm_unlock(*b_, 2, Unlock::all));
     }
@@ -141,7 +143,7 @@ TEST_F(LockManagerTest, EveryByteRangeCallFailingIsSurvived) {
     failing_range_call = call;
     LockResult result = failed;
     for (int tries = 0; tries < 3 && result == failed; ++tries)
-      result = lm_lock(*a_, 1, LockLevel::exclusive, false);
+      result = lm_lock(*a_, 1, LockLevel::exclusive, Attempt::once);
     EXPECT_EQ(granted, result);
     EXPECT_EQ(busy, from_elsewhere(LockLevel::shared));
     if (!lm_unlock(*a_, 1, Unlock::to_shared)) {

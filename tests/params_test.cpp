@@ -23,10 +23,10 @@ class Parameters : public ::testing::Test {
   Parameters() : engine_("") {}
 
   // The status that the check of text ends in, 0 when it passes.
-  static StatusCode check(const std::string &text, bool for_creation = true) {
+  static StatusCode check(const std::string &text, CheckFor use = CheckFor::creation) {
     err_clear();
     Block params(param_create(text.c_str()));
-    if (params != nullptr && param_check(*params, for_creation)) return 0;
+    if (params != nullptr && param_check(*params, use)) return 0;
     EXPECT_EQ(error_record().count, 1) << text;
     return error_record().last_code;
   }
@@ -131,7 +131,7 @@ TEST_F(Parameters, ChecksEndInAStatus) {
   };
   for (const auto &[status, texts] : cases)
     for (const std::string &text : texts) EXPECT_EQ(check(text), status) << text;
-  EXPECT_EQ(check("NAME=x;SIZE_DAT=100;TYPE2=RAW", false), 0) << "sizes matter for creation only";
+  EXPECT_EQ(check("NAME=x;SIZE_DAT=100;TYPE2=RAW", CheckFor::opening), 0) << "sizes matter for creation only";
   env_set("HVI_LOCK_RETRY", "-1");
   EXPECT_EQ(check("NAME=x"), 0);
   EXPECT_EQ(Block(param_create("NAME=x"))->begin_retry, 0);
@@ -145,7 +145,7 @@ TEST_F(Parameters, SizesInBlocks) {
   };
   for (const auto &[size, blocks] : cases) {
     const Block params(param_create(("NAME=x;SECTOR_SIZE=512;SIZE_DAT=" + size).c_str()));
-    EXPECT_TRUE(params != nullptr && param_check(*params, true)) << size;
+    EXPECT_TRUE(params != nullptr && param_check(*params, CheckFor::creation)) << size;
     EXPECT_EQ(params->size_dat, blocks) << size;
     EXPECT_EQ(params->manage_type, ManageType::separate);
   }

@@ -42,9 +42,9 @@ class Blocks : public ::testing::Test {
     EXPECT_TRUE(database.bm == nullptr || bm_end_creation(*database.bm));
     return database;
   }
-  BlockDatabase open(const std::string &more = "", bool clean_history = false) const {
+  BlockDatabase open(const std::string &more = "", History history = History::kept) const {
     BlockDatabase database = {ParamBlock(param_create(text(more).c_str())), nullptr};
-    database.bm.reset(bm_open(*database.params, clean_history));
+    database.bm.reset(bm_open(*database.params, history));
     return database;
   }
   bool remove(const std::string &more = "") const {

@@ -163,7 +163,7 @@ bool convert_value(const Value &value, TypeCode code, int api_type, const Target
 Utf8Text utf8_from_wide(const uint16_t *text) {
   // A unit takes at most three bytes of UTF-8, a pair four.
   const int size =
-      charset_table[charset_utf16le]->byte_length(reinterpret_cast<const char *>(text), false) / 2 * 3 + 1;
+      charset_table[charset_utf16le]->byte_length(reinterpret_cast<const char *>(text)) / 2 * 3 + 1;
   Utf8Text converted(static_cast<char *>(mem_alloc(static_cast<size_t>(size))));
   if (converted == nullptr) return fail_null(status::out_of_memory);
   if (system_driver.text_convert(charset_utf8, charset_utf16le, text, 0, converted.get(), size, 0) < 0) {

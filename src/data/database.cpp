@@ -95,7 +95,7 @@ bool db_remove(const char *text) {
 bool db_exists(const char *text) {
   const ErrorScope missing_is_no_failure;
   const ParamHold params(param_create(text));
-  return params != nullptr && Held<BlockManager, bm_close>(bm_open(*params, true)) != nullptr;
+  return params != nullptr && Held<BlockManager, bm_close>(bm_open(*params, History::pruned)) != nullptr;
 }
 
 }  // namespace tovik

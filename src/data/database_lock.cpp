@@ -101,7 +101,7 @@ bool recover(Database &db) {
 // write waits for another.
 LockResult complete_copy(Database &db, ThreadId thread) {
   if (hold_of(db, thread) != nullptr || bm_read_only(*db.storage->bm)) return LockResult::busy;
-  const LockResult result = lm_lock(*db.storage->lm, thread, LockLevel::exclusive, false);
+  const LockResult result = lm_lock(*db.storage->lm, thread, LockLevel::exclusive, Attempt::once);
   if (result != LockResult::granted) return result;
   return recover(db) && release(db, thread, Unlock::to_shared) ? LockResult::granted : LockResult::failed;
 }
@@ -113,7 +113,7 @@ LockResult settle_record(Database &db, ThreadId thread, DbLock mode) {
   if (check == Found::failed) return LockResult::failed;
   const LockResult result = complete_copy(db, thread);
   if (result != LockResult::granted || mode == DbLock::read) return result;
-  return lm_lock(*db.storage->lm, thread, LockLevel::reserved, false);
+  return lm_lock(*db.storage->lm, thread, LockLevel::reserved, Attempt::once);
 }
 
 LockResult follow_grant(Database &db, ThreadId thread, DbLock mode) {
@@ -142,7 +142,7 @@ LockResult try_lock(Database &db, ThreadId thread, DbLock mode, Try tried) {
   LockManager &lm = *db.storage->lm;
   if (!db_settle_releases(db, thread)) return LockResult::failed;
   const LockLevel level = mode == DbLock::read ? LockLevel::shared : LockLevel::reserved;
-  LockResult result = lm_lock(lm, thread, level, false);
+  LockResult result = lm_lock(lm, thread, level, Attempt::once);
   if (result == LockResult::granted &&
       (!tried.held || mode == DbLock::write || db.storage->tm->record_pending))
     result = follow_grant(db, thread, mode);
@@ -236,7 +236,8 @@ void db_read_end(Database &db, ThreadId thread) {
 }
 
 bool db_raise_exclusive(Database &db, ThreadId thread) {
-  return db_lock_disabled(db) || db_granted(lm_lock(*db.storage->lm, thread, LockLevel::exclusive, true));
+  return db_lock_disabled(db) ||
+         db_granted(lm_lock(*db.storage->lm, thread, LockLevel::exclusive, Attempt::repeated));
 }
 
 bool db_lower_exclusive(Database &db, ThreadId thread) {

@@ -48,7 +48,7 @@ LockResult take(LockManager &lm, ByteRange range, int mode) {
 }
 
 bool release(LockManager &lm, ByteRange range) {
-  return io_unlock(lm.bm->io[part_dat], bm_block_size(*lm.bm) + range.offset, range.length, true);
+  return io_unlock(lm.bm->io[part_dat], bm_block_size(*lm.bm) + range.offset, range.length, Mishap::recorded);
 }
 
 LockResult take_range(LockManager &lm, int mode) {
@@ -275,7 +275,7 @@ void lm_follow_switch(LockManager &lm) {
   if (lm.nshared == 0) lm.disabled = disabled;
 }
 
-LockResult lm_lock(LockManager &lm, ThreadId thread, LockLevel level, bool wait) {
+LockResult lm_lock(LockManager &lm, ThreadId thread, LockLevel level, Attempt attempt) {
   if (thread == no_thread ||
       (level != LockLevel::shared && level != LockLevel::reserved && level != LockLevel::exclusive)) {
     err_set(status::lock_argument);
@@ -288,7 +288,7 @@ LockResult lm_lock(LockManager &lm, ThreadId thread, LockLevel level, bool wait)
     const LockResult result = lock_attempt(lm, thread, level);
     trace(lm, "lock after states");
     if (!leave(lm)) return LockResult::failed;
-    if (result != LockResult::busy || !wait || retries >= lm.retry) return result;
+    if (result != LockResult::busy || attempt == Attempt::once || retries >= lm.retry) return result;
     system_driver.sleep_ms(lm.sleep);
   }
 }

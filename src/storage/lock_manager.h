@@ -47,11 +47,12 @@ void lm_destroy(LockManager *lm);
 // Goes by HVI_LOCK_DISABLE from now on, unless a thread holds a level: what was taken must be given back.
 void lm_follow_switch(LockManager &lm);
 
-// level is shared, reserved or exclusive; reserved takes shared first and gives it back when busy. With wait
-// a busy attempt is repeated up to retry more times, sleeping outside the mutex. A thread that asks for
+// level is shared, reserved or exclusive; reserved takes shared first and gives it back when busy. A
+// busy attempt may be repeated up to retry more times, sleeping outside the mutex. A thread that asks for
 // exclusive and finds readers left stays at pending and is busy; it may ask again. Statuses 24001, 24002,
 // 24003, 24005, 111, 112. A failed byte-range call leaves the table as it was.
-LockResult lm_lock(LockManager &lm, ThreadId thread, LockLevel level, bool wait);
+enum class Attempt { once, repeated };
+LockResult lm_lock(LockManager &lm, ThreadId thread, LockLevel level, Attempt attempt);
 
 enum class Unlock {
   readers_only,  // a thread that holds reserved or more keeps everything

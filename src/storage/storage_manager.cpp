@@ -67,9 +67,9 @@ bool create_systems(StorageManager &sm) {
 // Runs only when every level can be had at once; an open beside other users goes on without it.
 bool restart_under_lock(StorageManager &sm) {
   const ThreadId thread = current_thread();
-  if (lm_lock(*sm.lm, thread, LockLevel::reserved, false) != LockResult::granted) return true;
+  if (lm_lock(*sm.lm, thread, LockLevel::reserved, Attempt::once) != LockResult::granted) return true;
   bool done = true;
-  if (lm_lock(*sm.lm, thread, LockLevel::exclusive, false) == LockResult::granted)
+  if (lm_lock(*sm.lm, thread, LockLevel::exclusive, Attempt::once) == LockResult::granted)
     done = tm_warm_restart(*sm.tm);
   return lm_unlock(*sm.lm, thread, Unlock::all) && done;
 }
@@ -124,7 +124,7 @@ StorageManager *sm_create(Params &params) {
 StorageManager *sm_open(Params &params) {
   Unfinished sm(allocate(params));
   if (sm == nullptr) return nullptr;
-  sm->bm = bm_open(params, true);
+  sm->bm = bm_open(params, History::pruned);
   if (sm->bm == nullptr) return fail_null(status::storage_block_open);
   if (!create_caches(*sm) || !create_lock_manager(*sm) || !create_transaction_manager(*sm)) return nullptr;
   if (params.warm_restart && !bm_read_only(*sm->bm) && !restart_under_lock(*sm)) return nullptr;

@@ -24,10 +24,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   }();
   (void)prepared;
   const std::string text(reinterpret_cast<const char *>(data), size);
-  for (const bool creation : {false, true}) {
+  for (const tovik::CheckFor use : {tovik::CheckFor::opening, tovik::CheckFor::creation}) {
     tovik::Params *params = tovik::param_create(text.c_str());
     if (params == nullptr) continue;
-    (void)tovik::param_check(*params, creation);
+    (void)tovik::param_check(*params, use);
     (void)tovik::param_lookup(*params, "name");
     tovik::param_dump(*params);
     tovik::param_destroy(params);

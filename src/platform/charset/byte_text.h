@@ -21,9 +21,7 @@ struct ByteText {
 
   static char *copy(char *target, const char *source) { return strcpy(target, source); }
   static char *append(char *target, const char *source) { return strcat(target, source); }
-  static int byte_length(const char *text, bool with_terminator) {
-    return static_cast<int>(strlen(text)) + (with_terminator ? 1 : 0);
-  }
+  static int byte_length(const char *text) { return static_cast<int>(strlen(text)); }
   static int compare(const char *a, const char *b) {
     const int order = strcmp(a, b);
     return order < 0 ? -1 : order > 0 ? 1 : 0;

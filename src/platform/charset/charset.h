@@ -34,7 +34,7 @@ struct Charset {
   const char *name;
   char *(*copy)(char *target, const char *source);
   char *(*copy_characters)(char *target, const char *source, int count);  // terminates the target
-  int (*byte_length)(const char *text, bool with_terminator);
+  int (*byte_length)(const char *text);                                   // without the terminator
   int (*character_count)(const char *text);
   int (*compare)(const char *a, const char *b);  // unit by unit, unsigned: -1, 0, 1
   int (*compare_characters)(const char *a, const char *b,

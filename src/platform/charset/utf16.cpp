@@ -30,17 +30,17 @@ struct UnitText {
   static constexpr int unit = unit_size;
   static constexpr const FoldTable &folds = unicode_folds;
 
-  static int byte_length(const char *text, bool with_terminator) {
+  static int byte_length(const char *text) {
     int length = 0;
     while (!at_end(text + length)) length += unit_size;
-    return with_terminator ? length + unit_size : length;
+    return length;
   }
   static char *copy(char *target, const char *source) {
-    memcpy(target, source, static_cast<size_t>(byte_length(source, true)));
+    memcpy(target, source, static_cast<size_t>(byte_length(source) + unit_size));
     return target;
   }
   static char *append(char *target, const char *source) {
-    copy(target + byte_length(target, false), source);
+    copy(target + byte_length(target), source);
     return target;
   }
   static bool valid(const char *) { return true; }

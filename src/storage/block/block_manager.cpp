@@ -178,7 +178,7 @@ bool create_named(BlockManager &bm) {
   if (bm_temporary(bm)) return true;
   // What is left over belongs to a database that was: its record could not be applied to this one.
   if (!remove_trn(bm)) return fail(status::block_remove_old);
-  saved_prune(bm, false);
+  saved_prune(bm, Prune::all);
   return true;
 }
 
@@ -269,7 +269,7 @@ IoObject *transfer_io(const BlockManager &bm, PartNo part, BlockNo block, const 
 BlockManager *bm_create(Params &params, DatabaseType type) {
   if (type != DatabaseType::ordinary && type != DatabaseType::temporary)
     return fail_null(status::block_argument);
-  if (!param_check(params, true)) return nullptr;
+  if (!param_check(params, CheckFor::creation)) return nullptr;
   params.io.open_option &= ~open_read_only;
   Holder bm(make_object(params));
   if (bm == nullptr || !fill_header(*bm, type)) return nullptr;
@@ -281,8 +281,8 @@ BlockManager *bm_create(Params &params, DatabaseType type) {
   return bm.release();
 }
 
-BlockManager *bm_open(Params &params, bool clean_history) {
-  if (!param_check(params, false)) return nullptr;
+BlockManager *bm_open(Params &params, History history) {
+  if (!param_check(params, CheckFor::opening)) return nullptr;
   Holder bm(make_object(params));
   if (bm == nullptr || !open_existing_dat(*bm, StorageUse::shared) || !open_header(*bm)) return nullptr;
   if (is_deleted(*bm)) return fail_null(status::storage_deleted);
@@ -290,7 +290,8 @@ BlockManager *bm_open(Params &params, bool clean_history) {
   params.endian = bm->common.endian;
   params.format = bm->common.format;
   bm->reserved = bm_counters(*bm, part_dat).bcnt;
-  if (clean_history && layout_named(params.manage_type) && !bm_read_only(*bm)) saved_prune(*bm, true);
+  if (history == History::pruned && layout_named(params.manage_type) && !bm_read_only(*bm))
+    saved_prune(*bm, Prune::stale);
   return bm.release();
 }
 
@@ -298,7 +299,7 @@ bool bm_close_storage(BlockManager &bm, PartNo part) {
   IoObject *io = std::exchange(bm.io[part], nullptr);
   if (io == nullptr) return true;
   // A child process may still have the descriptor, and with it what was locked through it.
-  if (part == part_dat) (void)io_unlock(io, in_use_offset, 1, false);
+  if (part == part_dat) (void)io_unlock(io, in_use_offset, 1, Mishap::silent);
   LockGuard guard(io_lock_object());
   return io_close(io);
 }
@@ -314,7 +315,7 @@ void bm_close(BlockManager *bm) {
 }
 
 bool bm_remove(Params &params) {
-  if (!param_check(params, false)) return false;
+  if (!param_check(params, CheckFor::opening)) return false;
   params.io.open_option &= ~open_read_only;
   Holder bm(make_object(params));
   if (bm == nullptr || !open_existing_dat(*bm, StorageUse::sole, status::io_remove) || !open_header(*bm))

@@ -59,10 +59,11 @@ inline IoObject *bm_io(const BlockManager &bm, PartNo part) {  // null while the
 // somebody has the old one open), 20007; single storages 120102, 120103, 120104, 20008, 20015; 20009.
 BlockManager *bm_create(Params &params, DatabaseType type);
 
-// Opens the DAT storage, checks its header and hands language, byte order and format to params. clean_history
-// prunes saved TRN storages, unless OPT opens read-only. Statuses 112xxx, 120102, 20008, 20015, 140003 (it is
-// being created or removed), 20010, those of header_validate, 120106.
-BlockManager *bm_open(Params &params, bool clean_history);
+// Opens the DAT storage, checks its header and hands language, byte order and format to params. The history,
+// saved TRN storages, is pruned, unless OPT opens read-only. Statuses 112xxx, 120102, 20008, 20015, 140003
+// (it is being created or removed), 20010, those of header_validate, 120106.
+enum class History { kept, pruned };
+BlockManager *bm_open(Params &params, History history);
 
 void bm_close(BlockManager *bm);  // null is ignored; removes the storage of a temporary database
 

@@ -28,8 +28,8 @@ struct PruneRule {
   uint32_t ucnt;
 };
 
-bool make_rule(const BlockManager &bm, bool keep_current, PruneRule &rule) {
-  rule.keep_current = keep_current;
+bool make_rule(const BlockManager &bm, Prune which, PruneRule &rule) {
+  rule.keep_current = which == Prune::stale;
   rule.ucnt = bm.header.parts[part_dat].counters.ucnt;
   if (!storage_name(*bm.params, DatabaseType::ordinary, part_trn, rule.trn)) return false;
   rule.stem = last_part(rule.trn);
@@ -79,12 +79,12 @@ void prune_directory(const BlockManager &bm, const PruneRule &rule) {
 
 }  // namespace
 
-void saved_prune(BlockManager &bm, bool at_open) {
+void saved_prune(BlockManager &bm, Prune which) {
   if (bm_single(bm) || !io_can_rename(bm_driver(bm))) return;
-  if (!at_open && env_on(Env::tran_history_save)) return;
+  if (which == Prune::all && env_on(Env::tran_history_save)) return;
   ErrorScope failures_stay_here;
   PruneRule rule;
-  if (bm_check_current(bm) && make_rule(bm, at_open, rule) && strcmp(rule.end, pruned_end) == 0)
+  if (bm_check_current(bm) && make_rule(bm, which, rule) && strcmp(rule.end, pruned_end) == 0)
     prune_directory(bm, rule);
 }
 
@@ -92,7 +92,7 @@ void saved_remove_all(BlockManager &bm) {
   if (bm_single(bm) || !io_can_rename(bm_driver(bm)) || env_on(Env::tran_history_save)) return;
   ErrorScope failures_stay_here;
   PruneRule rule;
-  if (make_rule(bm, false, rule)) prune_directory(bm, rule);
+  if (make_rule(bm, Prune::all, rule)) prune_directory(bm, rule);
 }
 
 }  // namespace tovik

@@ -5,10 +5,11 @@
 
 namespace tovik {
 
-// Removes saved storages: at open all but those numbered ucnt and ucnt + 1, at creation all (unless
+// Removes saved storages: the stale ones, all but those numbered ucnt and ucnt + 1, or all (unless
 // HVI_TRAN_HISTORY_SAVE); with another TRN suffix than ".trn" none. Records nothing: what stays behind is
 // left for the next time.
-void saved_prune(BlockManager &bm, bool at_open);
+enum class Prune { stale, all };
+void saved_prune(BlockManager &bm, Prune which);
 
 // At removal of the database: removes all of them, whatever the suffix (unless HVI_TRAN_HISTORY_SAVE).
 // Records nothing.

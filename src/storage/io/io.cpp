@@ -101,7 +101,10 @@ OpenUnit open_unit(const IoParams &params) {
   }
 }
 
-IoObject *open_storage(int driver_no, const IoParams &params, const char *name, int file_kind, bool create) {
+enum class Opening { fresh, existing };
+
+IoObject *open_storage(int driver_no, const IoParams &params, const char *name, int file_kind, Opening how) {
+  const bool create = how == Opening::fresh;
   const IoDriver *driver = find_driver(driver_no);
   if (driver == nullptr) return fail_null(status::io_argument);
   IoObject *object = mem_new<IoObject>();
@@ -234,11 +237,11 @@ Lock *io_lock_object() {
 }
 
 IoObject *io_create(int driver_no, const IoParams &params, const char *name, int file_kind) {
-  return open_storage(driver_no, params, name, file_kind, true);
+  return open_storage(driver_no, params, name, file_kind, Opening::fresh);
 }
 
 IoObject *io_open(int driver_no, const IoParams &params, const char *name, int file_kind) {
-  return open_storage(driver_no, params, name, file_kind, false);
+  return open_storage(driver_no, params, name, file_kind, Opening::existing);
 }
 
 IoObject *io_open_present(int driver_no, const IoParams &params, const char *name, int file_kind,
@@ -341,12 +344,12 @@ LockResult io_lock(IoObject *object, int mode, int64_t offset, int64_t length) {
   return lock_result(driver.file_lock(object->handle, mode, offset, length), status::io_lock);
 }
 
-bool io_unlock(IoObject *object, int64_t offset, int64_t length, bool report) {
+bool io_unlock(IoObject *object, int64_t offset, int64_t length, Mishap mishap) {
   if (object == nullptr) return fail(status::io_argument);
   const IoDriver &driver = driver_of(*object);
   if (driver.file_lock == nullptr) return true;
   if (driver.file_unlock != nullptr && driver.file_unlock(object->handle, offset, length) >= 0) return true;
-  return report ? fail(status::io_unlock) : false;
+  return mishap == Mishap::recorded ? fail(status::io_unlock) : false;
 }
 
 LockResult io_lock_check(IoObject *object, int64_t offset) {

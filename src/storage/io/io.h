@@ -94,8 +94,7 @@ int64_t io_size(IoObject *object);                                 // bytes, or 
 enum class LockResult { granted, busy, failed };
 
 LockResult io_lock(IoObject *object, int mode, int64_t offset, int64_t length);  // failed with 111
-[[nodiscard]] bool io_unlock(IoObject *object, int64_t offset, int64_t length,
-                             bool report);                   // 112 when report
+[[nodiscard]] bool io_unlock(IoObject *object, int64_t offset, int64_t length, Mishap mishap);  // 112
 LockResult io_lock_check(IoObject *object, int64_t offset);  // busy: held elsewhere; failed with 113
 
 [[nodiscard]] bool io_rename(int driver_no, const char *old_name, const char *new_name);  // 11101, 116

@@ -79,7 +79,8 @@ void param_destroy(Params *params);  // null is ignored
 // sizes above 1,048,576, a negative CACHE_RTS or BEGIN_RETRY (112017), size texts out of range (112013) or in
 // sectors without a sector size (112017), suffixes that name one file (112019), storage names over 255
 // characters, 31 in memory (112012). Statuses 112xxx.
-[[nodiscard]] bool param_check(Params &params, bool for_creation);
+enum class CheckFor { opening, creation };
+[[nodiscard]] bool param_check(Params &params, CheckFor use);
 
 // The value of the last raw item with that key (any case), or null.
 const char *param_lookup(const Params &params, const char *key);

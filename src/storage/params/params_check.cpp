@@ -152,10 +152,10 @@ bool settle_sizes(Params &params) {
 
 }  // namespace
 
-bool param_check(Params &params, bool for_creation) {
+bool param_check(Params &params, CheckFor use) {
   return check_name(params) && check_block_size(params.io) && settle_layout(params) &&
          check_suffixes(params) && check_numbers(params) && check_storage_names(params) &&
-         (!for_creation || settle_sizes(params));
+         (use == CheckFor::opening || settle_sizes(params));
 }
 
 }  // namespace tovik

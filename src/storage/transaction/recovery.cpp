@@ -136,7 +136,7 @@ Restart restart_current(TransactionManager &tm) {
   if (result == Restart::applied)
     log_write(LogLevel::info, log_tag(tm), "warm restart : commit current transaction. ucnt:[%u]",
               bm_counters(bm, part_dat).ucnt);
-  (void)trn_release(bm, result == Restart::applied);
+  (void)trn_release(bm, result == Restart::applied ? TrnEnd::committed : TrnEnd::given_up);
   return result;
 }
 

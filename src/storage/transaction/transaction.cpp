@@ -84,7 +84,7 @@ bool start_outermost(TransactionManager &tm, ThreadId thread) {
   if (tm.record_pending || !trn_reset(*tm.bm)) return fail(status::tran_trn_create);
   if (!open_outermost(tm)) {
     ErrorScope leftover_is_reset_by_the_next_start;
-    (void)trn_release(*tm.bm, false);
+    (void)trn_release(*tm.bm, TrnEnd::given_up);
     return false;
   }
   tm.tid = thread;
@@ -185,7 +185,8 @@ bool apply_outermost(TransactionManager &tm) {
   ErrorScope applied_already;
   cm_adopt(*tm.dat, *tm.trn);
   end_outermost(tm);
-  (void)trn_release(*tm.bm, changed);  // without changes the last saved storage stays the last
+  // Without changes the last saved storage stays the last.
+  (void)trn_release(*tm.bm, changed ? TrnEnd::committed : TrnEnd::given_up);
   return true;
 }
 
@@ -219,7 +220,7 @@ bool rollback_outermost(TransactionManager &tm) {
   sm_data_layer().level_dropped(*tm.sm, 1);
   end_outermost(tm);
   ErrorScope leftover_is_reset_by_the_next_start;
-  if (!recorded) (void)trn_release(*tm.bm, false);
+  if (!recorded) (void)trn_release(*tm.bm, TrnEnd::given_up);
   return true;
 }
 

@@ -26,12 +26,15 @@ bool flush(IoObject *io) {
   return !env_on(Env::tran_sync) || io_sync(io) || fail(status::tran_sync);
 }
 
+// What the storage of a transaction that ends has held.
+enum class OnDisk { no_record, record };
+
 // Single storage: the part stays where it is and only its header tells that it is gone. A header that takes
 // the place of a record is flushed: otherwise the next transaction's shadow blocks could reach the disk below
 // a record that still describes the blocks they replace.
-bool mark_deleted(BlockManager &bm, bool recorded) {
+bool mark_deleted(BlockManager &bm, OnDisk on_disk) {
   bm.header.parts[part_trn].pstat |= pstat_deleted;
-  return bm_write_header(bm, part_trn) && (!recorded || flush(bm.io[part_dat]));
+  return bm_write_header(bm, part_trn) && (on_disk == OnDisk::no_record || flush(bm.io[part_dat]));
 }
 
 bool open_storage(BlockManager &bm, const char *name) {
@@ -103,16 +106,16 @@ bool save_storage(BlockManager &bm, const char *name) {
 }
 
 // Without a record on disk there is nothing that could come back to life, so nothing is flushed.
-bool release_storage(BlockManager &bm, bool committed, bool recorded) {
+bool release_storage(BlockManager &bm, TrnEnd end, OnDisk on_disk) {
   StorageName name;
   if (!trn_name(bm, name)) return false;
-  const bool history = keeps_history(bm);
+  const bool history = keeps_history(bm), recorded = on_disk == OnDisk::record;
   if (!history && env_on(Env::tran_file_reuse)) {
     const bool emptied = trn_reopen(bm) && (recorded ? empty_storage(bm) : io_truncate(bm.io[part_trn], 0));
     return bm_close_storage(bm, part_trn) && emptied;
   }
   if (!bm_close_storage(bm, part_trn)) return false;
-  if (committed && history) return save_storage(bm, name);
+  if (end == TrnEnd::committed && history) return save_storage(bm, name);
   return recorded ? trn_destroy_storage(bm, name) : remove_trn(bm, name);
 }
 
@@ -198,14 +201,14 @@ bool trn_reset(BlockManager &bm) {
   return true;
 }
 
-bool trn_release(BlockManager &bm, bool committed) {
-  const bool recorded = bm.header.commit.tstat == tran_committed;
+bool trn_release(BlockManager &bm, TrnEnd end) {
+  const OnDisk on_disk = bm.header.commit.tstat == tran_committed ? OnDisk::record : OnDisk::no_record;
   clear_state(bm);
   if (!bm_check_current(bm)) {
     (void)bm_close_storage(bm, part_trn);
     return false;
   }
-  return bm_single(bm) ? mark_deleted(bm, recorded) : release_storage(bm, committed, recorded);
+  return bm_single(bm) ? mark_deleted(bm, on_disk) : release_storage(bm, end, on_disk);
 }
 
 void trn_abandon(BlockManager &bm) {
@@ -216,7 +219,7 @@ void trn_abandon(BlockManager &bm) {
 bool trn_destroy(BlockManager &bm) {
   clear_state(bm);
   if (!bm_check_current(bm)) return false;
-  if (bm_single(bm)) return mark_deleted(bm, true);
+  if (bm_single(bm)) return mark_deleted(bm, OnDisk::record);
   StorageName name;
   return trn_name(bm, name) && bm_close_storage(bm, part_trn) && trn_destroy_storage(bm, name);
 }

@@ -27,7 +27,8 @@ namespace tovik {
 // Transaction end. committed: the storage becomes the saved storage of the current ucnt (history on), or is
 // emptied or removed. Zeroes the TRN counters and the in-memory commit record, whatever happens to the
 // storage. The I/O layer's statuses, 22014 when a flush fails, 20009.
-[[nodiscard]] bool trn_release(BlockManager &bm, bool committed);
+enum class TrnEnd { committed, given_up };
+[[nodiscard]] bool trn_release(BlockManager &bm, TrnEnd end);
 
 // Leaves the storage on disk as it is (it holds a commit record that is not yet copied), closes it and
 // forgets the in-memory state.
