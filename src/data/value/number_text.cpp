@@ -74,7 +74,7 @@ NumberText text_to_double(const char *text, double *value) {
   if (sign_at(*start)) return NumberText::partial;
   const bool hex = start[0] == '0' && (start[1] | 0x20) == 'x';
   if (hex) start += 2;
-  if (hex && hex_or_decimal_digit(*start, true) < 0 && *start != '.') return NumberText::partial;
+  if (hex && hex_digit(*start) < 0 && *start != '.') return NumberText::partial;
   if (hex && strstr(start, "+-") != nullptr) return NumberText::partial;  // from_chars would take both signs
 
   const char *end = start + strlen(start);

@@ -181,7 +181,7 @@ column_item:
     column_definition              { MAKE($$, ColumnItemTree{$1, nullptr}.make(POOL)); }
   ;
 column_definition:
-    IDENT                          { MAKE($$, ColumnDefinitionTree{$1, nullptr, false, false}.make(POOL)); }
+    IDENT                          { MAKE($$, ColumnDefinitionTree{$1}.make(POOL)); }
   | IDENT column_type opt_not_null opt_auto
                                    { MAKE($$, ColumnDefinitionTree{$1, $2, $3 != 0, $4 != 0}.make(POOL)); }
   ;
@@ -426,8 +426,8 @@ expr:
   | DIRECT_FROM STRING             { MAKE($$, FileTree{$2, file_direct_from}.make(POOL)); }
   ;
 function_call:
-    FUNC                           { MAKE($$, CallTree{static_cast<uint16_t>($1), false, nullptr}.make(POOL)); }
-  | FUNC '(' '*' ')'               { MAKE($$, CallTree{static_cast<uint16_t>($1), false, nullptr}.make(POOL)); }
+    FUNC                           { MAKE($$, CallTree{static_cast<uint16_t>($1)}.make(POOL)); }
+  | FUNC '(' '*' ')'               { MAKE($$, CallTree{static_cast<uint16_t>($1)}.make(POOL)); }
   | FUNC '(' opt_distinct value_list ')'
         { MAKE($$, CallTree{static_cast<uint16_t>($1), $3 != 0, list_close($4)}.make(POOL)); }
   ;

@@ -132,8 +132,8 @@ struct BetweenTree {
 
 struct CallTree {
   uint16_t function;
-  bool distinct;    // of the arguments of an aggregate
-  Node *arguments;  // value items
+  bool distinct = false;      // of the arguments of an aggregate
+  Node *arguments = nullptr;  // value items
 
   static CallTree of(const Node &node) { return {node.qual, (node.flags & 1) != 0, node.third}; }
   Node *make(MemoryPool &pool) const {
@@ -221,8 +221,8 @@ struct ColumnItemTree {
 
 struct ColumnDefinitionTree {
   const char *name;
-  Node *type;
-  bool not_null, auto_increment;
+  Node *type = nullptr;
+  bool not_null = false, auto_increment = false;
 
   static ColumnDefinitionTree of(const Node &node) {
     return {node_name(node), node.second, node.qual != 0, node.flags != 0};
