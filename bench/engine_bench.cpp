@@ -82,7 +82,7 @@ void row_scan_100_bytes(benchmark::State &state) {
   for (auto _ : state) {
     RowScan scan;
     row_scan_start(scan, *rows);
-    while (row_scan_next(scan, record, record_size, &row) == RowFetch::row) benchmark::DoNotOptimize(record);
+    while (row_scan_next(scan, record, record_size, &row) == Found::yes) benchmark::DoNotOptimize(record);
   }
   row_system_close(rows);
   state.SetItemsProcessed(state.iterations() * 100000);
@@ -129,8 +129,7 @@ void btree_search_int(benchmark::State &state) {
   uint32_t i = 0, value;
   for (auto _ : state) {
     const uint32_t key = scattered(i++ % 100000 + 1);
-    need(btree_find_value(*index, reinterpret_cast<const uint8_t *>(&key), &value) == BtreeFind::found,
-         "search");
+    need(btree_find_value(*index, reinterpret_cast<const uint8_t *>(&key), &value) == Found::yes, "search");
   }
   btree_close(index);
   state.SetItemsProcessed(state.iterations());
@@ -178,7 +177,7 @@ void select_by_key(benchmark::State &state) {
              static_cast<int>(scattered(++i) % 100000));
     need(sql_prepare(statement, sql, Execution::stepwise) == SqlResult::done && sql_execute(statement),
          "execute");
-    need(sql_fetch(statement) == RowFetch::row, "fetch");
+    need(sql_fetch(statement) == Found::yes, "fetch");
     for (int column = 0; column < 3; ++column) {
       Value value;
       need(cursor_value(*statement.query->cursor, statement.query->columns[column], &value), "value");

@@ -82,7 +82,7 @@ TEST(BtreeTest, AnItemThatCannotBeRewrittenTearsTheLevel) {
     EXPECT_EQ(first_status(), status::tran_bad_state);
     ASSERT_TRUE(store.rollback()) << errors();
     RowSet found = {};
-    EXPECT_EQ(btree_search(*tree, key, &found), BtreeFind::found) << errors();
+    EXPECT_EQ(btree_search(*tree, key, &found), Found::yes) << errors();
     EXPECT_EQ(std::vector<RowNo>(found.rows.begin(), found.rows.end()), (std::vector<RowNo>{1, 2}));
   }
   btree_close(tree);

@@ -42,7 +42,7 @@ class HotPath : public testing::Test {
     ASSERT_EQ(sql_prepare(*statement, sql, Execution::stepwise), SqlResult::done);
     ASSERT_TRUE(sql_execute(*statement));
     int rows = 0, most_used = 0;
-    while (sql_fetch(*statement) == RowFetch::row) {
+    while (sql_fetch(*statement) == Found::yes) {
       for (int column = 0; column < statement->query->column_count; ++column) {
         Value value;
         ASSERT_TRUE(cursor_value(*statement->query->cursor, statement->query->columns[column], &value));

@@ -32,10 +32,10 @@ bool each_row(RowSystem &rows, int record_size, Visit visit) {
   RowScan scan;
   row_scan_start(scan, rows);
   RowNo row = 0;
-  RowFetch fetched;
-  while ((fetched = row_scan_next(scan, record.data(), record_size, &row)) == RowFetch::row)
+  Found fetched;
+  while ((fetched = row_scan_next(scan, record.data(), record_size, &row)) == Found::yes)
     visit(row, record.data());
-  return fetched == RowFetch::end;
+  return fetched == Found::no;
 }
 
 // What stands in an index or should: keys with their row numbers, in no particular order.
@@ -59,7 +59,7 @@ inline bool index_entries(Btree &index, Entries *entries) {
 
 inline bool index_finds(Btree &index, const std::string &key, RowNo row) {
   RowSet found = {};
-  return btree_search(index, reinterpret_cast<const uint8_t *>(key.data()), &found) == BtreeFind::found &&
+  return btree_search(index, reinterpret_cast<const uint8_t *>(key.data()), &found) == Found::yes &&
          std::find(found.rows.begin(), found.rows.end(), row) != found.rows.end();
 }
 

@@ -161,7 +161,7 @@ class TableModel {
   bool apply(const Change &wanted, RowNo *row) {
     Rows reader(db(), "t"), writer(db(), "t");
     *row = wanted.row;
-    if (wanted.row != 0 && row_handle_read(*reader.handle, wanted.row) != RowLoad::loaded) return false;
+    if (wanted.row != 0 && row_handle_read(*reader.handle, wanted.row) != Found::yes) return false;
     if (wanted.after.empty()) return row_handle_delete(*reader.handle);
     wanted.row == 0 ? row_handle_reset(*writer.handle) : row_handle_copy(*writer.handle, *reader.handle);
     for (size_t i = 0; i < kind_.columns.size(); ++i) {
@@ -263,7 +263,7 @@ class TableModel {
     EXPECT_EQ(db().storage->dat->lock_count + db().storage->trn->lock_count, 0) << "no page stays held";
   }
   void check_row(Rows &rows, RowNo row, const Numbers &values) {
-    ASSERT_EQ(row_handle_read(*rows.handle, row), RowLoad::loaded) << errors();
+    ASSERT_EQ(row_handle_read(*rows.handle, row), Found::yes) << errors();
     for (size_t i = 0; i < values.size(); ++i)
       EXPECT_EQ(rows.get(kind_.columns[i].name), text_of(i, values[i])) << "row " << row;
   }

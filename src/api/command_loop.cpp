@@ -11,6 +11,7 @@
 #include "frame/error.h"
 #include "frame/param_text.h"
 #include "platform/ascii.h"
+#include "platform/found.h"
 
 namespace tovik {
 
@@ -98,8 +99,6 @@ void cut_end(char *text, Cut cut) {
 
 // ---- reading one statement ----
 
-enum class Collected { statement, end, failed };
-
 // The text of the statement being read, and what the last character left open.
 struct Collector {
   Array<char> text;
@@ -159,17 +158,18 @@ bool finished(const char *text) {
   }
 }
 
-Collected collect(Loop &loop, FILE *in, Prompts prompts, Collector &collector) {
+// no: the stream ends before a statement does.
+Found collect(Loop &loop, FILE *in, Prompts prompts, Collector &collector) {
   if (prompts == Prompts::shown) system_driver.print("%d* ", loop.counter);
   for (;;) {
     char line[line_size];
     if (system_driver.stream_gets(line, sizeof line, in) == nullptr || strchr(line, '\n') == nullptr) {
-      return Collected::end;
+      return Found::no;
     }
-    if (!collector.add_line(line) || !collector.terminate()) return Collected::failed;
+    if (!collector.add_line(line) || !collector.terminate()) return Found::failed;
     if (!collector.comment) {
-      if (!collector.quoted() && finished(collector.text.data())) return Collected::statement;
-      if (!collector.append(' ')) return Collected::failed;
+      if (!collector.quoted() && finished(collector.text.data())) return Found::yes;
+      if (!collector.append(' ')) return Found::failed;
     }
     if (prompts == Prompts::shown) system_driver.print(". ");
   }
@@ -336,9 +336,9 @@ bool run_loop(Loop &loop, FILE *in, Prompts prompts) {
   for (;;) {
     Collector collector;
     switch (collect(loop, in, prompts, collector)) {
-      case Collected::end:
+      case Found::no:
         return true;
-      case Collected::failed:
+      case Found::failed:
         return false;
       default:
         break;

@@ -167,7 +167,7 @@ tovik_cur *open(const tovik_db *db, const Wanted &wanted) {
   return nullptr;
 }
 
-RowFetch fetch(RecordCursor &cursor) {
+Found fetch(RecordCursor &cursor) {
   free_texts(cursor);
   return cursor_fetch(*cursor.rows);
 }
@@ -272,9 +272,9 @@ int tovik_fetchcur(tovik_cur *cursor) {
   call_begin();
   RecordCursor *open = cursor_of(cursor);
   if (open == nullptr) return call_failed();
-  const RowFetch fetched = fetch(*open);
-  if (fetched == RowFetch::failed) return call_failed();
-  return fetched == RowFetch::row ? 1 : 0;
+  const Found fetched = fetch(*open);
+  if (fetched == Found::failed) return call_failed();
+  return fetched == Found::yes ? 1 : 0;
 }
 
 void tovik_closecur(tovik_cur *cursor) {

@@ -231,9 +231,9 @@ int kld_api_fetch_stmt(kld_stmt *stmt) {
   OpenStatement *open = called_statement(stmt);
   if (cursor_of(query_of(open)) == nullptr) return -1;
   switch (sql_fetch(*open->statement)) {
-    case RowFetch::row:
+    case Found::yes:
       return 1;
-    case RowFetch::end:
+    case Found::no:
       return 0;
     default:
       return -1;

@@ -120,10 +120,9 @@ enum class BtreeInsert { inserted, exists, failed };
 BtreeInsert btree_insert(Btree &index, const uint8_t *key, const void *value);         // exists: UNIQUE only
 [[nodiscard]] bool btree_delete(Btree &index, const uint8_t *key, const void *value);  // 132001
 
-enum class BtreeFind { found, absent, failed };
-// Appends the key's row numbers to rows (null: only tells).
-BtreeFind btree_search(Btree &index, const uint8_t *key, RowSet *rows);
-BtreeFind btree_find_value(Btree &index, const uint8_t *key, void *value);  // UNIQUE: the value itself
+// Is there an item of the key? Appends its row numbers to rows (null: only tells).
+Found btree_search(Btree &index, const uint8_t *key, RowSet *rows);
+Found btree_find_value(Btree &index, const uint8_t *key, void *value);  // UNIQUE: the value itself
 
 enum class Bound { none, inclusive, exclusive };
 struct BtreeRange {

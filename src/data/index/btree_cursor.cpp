@@ -57,8 +57,7 @@ Found next_item(BtreeCursor &cursor, uint8_t **item) {
       return Found::yes;
     }
     const Found next = tree_next_leaf(tree, cursor.page, cursor.pages_left);
-    if (next == Found::failed) return Found::failed;
-    if (next == Found::no) return Found::no;
+    if (next != Found::yes) return next;
     cursor.item = 0;
   }
 }

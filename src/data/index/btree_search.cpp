@@ -192,38 +192,38 @@ Found tree_next_leaf(const Tree &tree, Page &leaf, uint32_t &pages_left) {
 
 namespace {
 
-// Descends to the key; found leaves the leaf held and *item in it.
-BtreeFind find_item(Btree &index, const uint8_t *key, Page &leaf, uint8_t **item) {
+// Descends to the key; yes leaves the leaf held and *item in it.
+Found find_item(Btree &index, const uint8_t *key, Page &leaf, uint8_t **item) {
   const Tree tree = tree_master(index);
   TreePath path;
-  if (!tree_descend(tree, {key, index.definition.part_count, Tie::hit}, path, leaf)) return BtreeFind::failed;
-  if (!path.hit) return btree_page_release(leaf) ? BtreeFind::absent : BtreeFind::failed;
+  if (!tree_descend(tree, {key, index.definition.part_count, Tie::hit}, path, leaf)) return Found::failed;
+  if (!path.hit) return btree_page_release(leaf) ? Found::no : Found::failed;
   *item = bpage::item(leaf.data(), *tree.leaf, path.position());
-  return BtreeFind::found;
+  return Found::yes;
 }
 
 }  // namespace
 
-BtreeFind btree_search(Btree &index, const uint8_t *key, RowSet *rows) {
+Found btree_search(Btree &index, const uint8_t *key, RowSet *rows) {
   Page leaf;
   uint8_t *item;
-  const BtreeFind found = find_item(index, key, leaf, &item);
-  if (found != BtreeFind::found) return found;
-  if (rows != nullptr && !item_collect(index, item, *rows)) return BtreeFind::failed;
-  return btree_page_release(leaf) ? BtreeFind::found : BtreeFind::failed;
+  const Found found = find_item(index, key, leaf, &item);
+  if (found != Found::yes) return found;
+  if (rows != nullptr && !item_collect(index, item, *rows)) return Found::failed;
+  return btree_page_release(leaf) ? Found::yes : Found::failed;
 }
 
-BtreeFind btree_find_value(Btree &index, const uint8_t *key, void *value) {
+Found btree_find_value(Btree &index, const uint8_t *key, void *value) {
   if (!btree_is_unique(index)) {
     err_set(status::btree_not_unique);
-    return BtreeFind::failed;
+    return Found::failed;
   }
   Page leaf;
   uint8_t *item;
-  const BtreeFind found = find_item(index, key, leaf, &item);
-  if (found != BtreeFind::found) return found;
+  const Found found = find_item(index, key, leaf, &item);
+  if (found != Found::yes) return found;
   btree_give_value(index, item, value);
-  return btree_page_release(leaf) ? BtreeFind::found : BtreeFind::failed;
+  return btree_page_release(leaf) ? Found::yes : Found::failed;
 }
 
 }  // namespace tovik

@@ -8,43 +8,43 @@ namespace tovik {
 
 namespace {
 
-RowFetch scan_failed(RowScan &scan) {
+Found scan_failed(RowScan &scan) {
   row_scan_pause(scan);
-  return RowFetch::failed;
+  return Found::failed;
 }
 
 // Pages may have left the chain since the place was found, and others may have taken theirs: the place is the
-// same byte of the stream, wherever that lies now. end: behind the last slot.
-RowFetch scan_relocate(RowScan &scan) {
+// same byte of the stream, wherever that lies now. no: behind the last slot.
+Found scan_relocate(RowScan &scan) {
   RowSystem &rows = *scan.rows;
   const uint64_t passed =
       uint64_t{scan.pages_passed} * row_stream_per_page(rows) + scan.offset - row_page_stream;
-  if (passed / static_cast<uint64_t>(rows.row_size) >= scan.counters->total_count) return RowFetch::end;
+  if (passed / static_cast<uint64_t>(rows.row_size) >= scan.counters->total_count) return Found::no;
   SlotCursor at;
   bool found = slot_seek(rows, scan.counters->page_top * rows.block_size + row_page_stream, at);
   for (uint32_t page = 0; found && page < scan.pages_passed; ++page) {
     at.offset = rows.block_size;
     found = slot_enter_page(rows, at);
   }
-  if (!found) return RowFetch::failed;
+  if (!found) return Found::failed;
   scan.block = at.page.block();
-  return RowFetch::row;
+  return Found::yes;
 }
 
-// Takes the page of the place again; end when there is no slot at it.
-RowFetch scan_resume(RowScan &scan) {
+// Takes the page of the place again; no when there is no slot at it.
+Found scan_resume(RowScan &scan) {
   RowSystem &rows = *scan.rows;
   scan.counters = &rows.counters[row_touch(rows)];
   if (const uint64_t cuts = data_systems(*rows.sm).chain_cuts; scan.cuts != cuts) {
-    const RowFetch relocated = scan_relocate(scan);
-    if (relocated != RowFetch::row) return relocated;
+    const Found relocated = scan_relocate(scan);
+    if (relocated != Found::yes) return relocated;
     scan.cuts = cuts;
   }
   if (static_cast<uint32_t>(scan.block) * rows.block_size + scan.offset == scan.counters->new_offset)
-    return RowFetch::end;
-  if (sm_page_get(*rows.sm, scan.block, scan.page)) return RowFetch::row;
+    return Found::no;
+  if (sm_page_get(*rows.sm, scan.block, scan.page)) return Found::yes;
   err_set(status::row_page_fetch);
-  return RowFetch::failed;
+  return Found::failed;
 }
 
 // Copies from a slot that reaches its page's end and moves on to the slot behind it.
@@ -78,21 +78,21 @@ void row_scan_start(RowScan &scan, RowSystem &rows) {
   scan.learns = row_directory_expects(rows);
 }
 
-RowFetch row_scan_next(RowScan &scan, void *buffer, int length, RowNo *row) {
+Found row_scan_next(RowScan &scan, void *buffer, int length, RowNo *row) {
   RowSystem &rows = *scan.rows;
   if (length < 0 || length > slot_data_size(rows)) {
     err_set(status::row_length);
     return scan_failed(scan);
   }
   if (!scan.page.held()) {
-    const RowFetch resumed = scan_resume(scan);
-    if (resumed != RowFetch::row) return resumed;
+    const Found resumed = scan_resume(scan);
+    if (resumed != Found::yes) return resumed;
   }
   for (;;) {
     const RowNo number = static_cast<uint32_t>(scan.block) * rows.block_size + scan.offset;
     if (number == scan.counters->new_offset) {
       row_scan_pause(scan);
-      return RowFetch::end;
+      return Found::no;
     }
     const uint8_t *slot = scan.page.data() + scan.offset;
     const uint8_t flag = slot[0];
@@ -109,7 +109,7 @@ RowFetch row_scan_next(RowScan &scan, void *buffer, int length, RowNo *row) {
     }
     if (!active) continue;
     *row = number;
-    return RowFetch::row;
+    return Found::yes;
   }
 }
 

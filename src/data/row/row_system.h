@@ -193,21 +193,19 @@ struct RowScan {
   bool learns = false;                    // tells the directory of the pages that it passes
 };
 
-enum class RowFetch { row, end, failed };
-
 // Calls take for every row that fetch gives, up to the end; false when either fails.
 template <class Fetch, class Take>
 [[nodiscard]] bool each_row(Fetch fetch, Take take) {
   for (;;) {
-    const RowFetch fetched = fetch();
-    if (fetched != RowFetch::row) return fetched == RowFetch::end;
+    const Found fetched = fetch();
+    if (fetched != Found::yes) return fetched == Found::no;
     if (!take()) return false;
   }
 }
 
 void row_scan_start(RowScan &scan, RowSystem &rows);
 // The first length bytes of the next active row. 30007, 30009, 30010, 30015.
-[[nodiscard]] RowFetch row_scan_next(RowScan &scan, void *buffer, int length, RowNo *row);
+Found row_scan_next(RowScan &scan, void *buffer, int length, RowNo *row);
 void row_scan_pause(RowScan &scan);
 
 void row_system_dump(RowSystem &rows, const char *title);

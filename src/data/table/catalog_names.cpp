@@ -8,16 +8,16 @@
 
 namespace tovik {
 
-bool name_absent(BtreeFind found, StatusCode search_failed, StatusCode present) {
-  return found == BtreeFind::absent || fail(found == BtreeFind::found ? present : search_failed);
+bool name_absent(Found found, StatusCode search_failed, StatusCode present) {
+  return found == Found::no || fail(found == Found::yes ? present : search_failed);
 }
 
 // ---- tables ----
 
-BtreeFind table_name_find(Catalog &catalog, const char *name, RowNo *id) {
+Found table_name_find(Catalog &catalog, const char *name, RowNo *id) {
   uint8_t value[4];
-  const BtreeFind found = btree_find_value(*catalog.table_names, NameKey(name), value);
-  if (found == BtreeFind::found) *id = load_u32(value);
+  const Found found = btree_find_value(*catalog.table_names, NameKey(name), value);
+  if (found == Found::yes) *id = load_u32(value);
   return found;
 }
 
@@ -48,11 +48,11 @@ bool table_walk(Catalog &catalog, bool (*visit)(void *context, const char *name)
     uint8_t bytes[table_record_size];
     RowNo row;
     switch (row_scan_next(scan, bytes, table_record_size, &row)) {
-      case RowFetch::failed:
+      case Found::failed:
         return fail(status::describe_table);
-      case RowFetch::end:
+      case Found::no:
         return true;
-      case RowFetch::row:
+      case Found::yes:
         break;
     }
     TableRecord record;
@@ -68,16 +68,16 @@ namespace {
 
 using NameValue = uint8_t[index_name_value_size];
 
-BtreeFind name_value_find(Catalog &catalog, const char *name, NameValue value) {
+Found name_value_find(Catalog &catalog, const char *name, NameValue value) {
   return btree_find_value(*catalog.index_names, NameKey(name), value);
 }
 
 }  // namespace
 
-BtreeFind index_name_find(Catalog &catalog, const char *name, RowNo *descriptor) {
+Found index_name_find(Catalog &catalog, const char *name, RowNo *descriptor) {
   NameValue value;
-  const BtreeFind found = name_value_find(catalog, name, value);
-  if (found == BtreeFind::found) *descriptor = load_u32(value);
+  const Found found = name_value_find(catalog, name, value);
+  if (found == Found::yes) *descriptor = load_u32(value);
   return found;
 }
 
@@ -91,7 +91,7 @@ bool index_name_insert(Catalog &catalog, const Btree &index) {
 
 bool index_name_delete(Catalog &catalog, const Btree &index) {
   NameValue value;
-  if (name_value_find(catalog, index.definition.index_name, value) != BtreeFind::found ||
+  if (name_value_find(catalog, index.definition.index_name, value) != Found::yes ||
       load_u32(value) != index.number)
     return fail(status::index_name_delete);
   return btree_delete(*catalog.index_names, NameKey(index.definition.index_name), value) ||

@@ -6,12 +6,12 @@
 
 namespace tovik {
 
-// found: *id, *descriptor are set. failed: what the search recorded stands.
-BtreeFind table_name_find(Catalog &catalog, const char *name, RowNo *id);
-BtreeFind index_name_find(Catalog &catalog, const char *name, RowNo *descriptor);
+// yes: *id, *descriptor are set. failed: what the search recorded stands.
+Found table_name_find(Catalog &catalog, const char *name, RowNo *id);
+Found index_name_find(Catalog &catalog, const char *name, RowNo *descriptor);
 
 // What a name index answered about a name that must not be there.
-[[nodiscard]] bool name_absent(BtreeFind found, StatusCode search_failed, StatusCode present);
+[[nodiscard]] bool name_absent(Found found, StatusCode search_failed, StatusCode present);
 
 // 41006, 41007; 41014.
 [[nodiscard]] bool table_name_insert(Catalog &catalog, const char *name, RowNo id);

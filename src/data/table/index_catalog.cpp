@@ -40,10 +40,10 @@ bool index_build(const Table &table, Btree &index) {
   bool built = false;
   for (;;) {
     RowNo row;
-    const RowFetch fetched = row_scan_next(scan, record, table.record_size, &row);
-    if (fetched == RowFetch::failed) err_set(status::index_build_read);
-    if (fetched == RowFetch::end) built = true;
-    if (fetched != RowFetch::row) break;
+    const Found fetched = row_scan_next(scan, record, table.record_size, &row);
+    if (fetched == Found::failed) err_set(status::index_build_read);
+    if (fetched == Found::no) built = true;
+    if (fetched != Found::yes) break;
     uint8_t key[btree_key_limit], value[4];
     index_key(table, index, record, key);
     store_u32(value, row);
@@ -100,11 +100,11 @@ Table *index_table(Catalog &catalog, const char *name) {
   if (strlen(name) >= name_size) return fail_null(status::index_missing);
   RowNo number = 0;
   switch (index_name_find(catalog, name, &number)) {
-    case BtreeFind::failed:
+    case Found::failed:
       return fail_null(status::index_drop_search);
-    case BtreeFind::absent:
+    case Found::no:
       return fail_null(status::index_missing);
-    case BtreeFind::found:
+    case Found::yes:
       break;
   }
   Btree *index = btree_open(*catalog.storage, number);
@@ -113,8 +113,7 @@ Table *index_table(Catalog &catalog, const char *name) {
   strcpy(table_name, btree_table_name(*index));
   btree_close(index);
   RowNo id;
-  if (table_name_find(catalog, table_name, &id) == BtreeFind::absent)
-    return fail_null(status::index_no_table);
+  if (table_name_find(catalog, table_name, &id) == Found::no) return fail_null(status::index_no_table);
   Table *table = table_open(catalog, table_name);
   return table != nullptr ? table : fail_null(status::index_drop_table_open);
 }

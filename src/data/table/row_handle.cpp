@@ -86,35 +86,26 @@ void row_handle_reset(RowHandle &handle) {
   memset(handle.states, column_unset, static_cast<size_t>(handle.table->column_count));
 }
 
-RowLoad row_handle_read(RowHandle &handle, RowNo row) {
-  switch (row_read(*handle.table->rows, row, handle.record, handle.table->record_size)) {
-    case Found::yes:
-      row_handle_loaded(handle, row);
-      return RowLoad::loaded;
-    case Found::no:
-      row_handle_loaded(handle, 0);
-      return RowLoad::absent;
-    case Found::failed:
-      break;
-  }
-  row_handle_loaded(handle, 0);
-  err_set(status::record_read);
-  return RowLoad::failed;
+Found row_handle_read(RowHandle &handle, RowNo row) {
+  const Found read = row_read(*handle.table->rows, row, handle.record, handle.table->record_size);
+  row_handle_loaded(handle, read == Found::yes ? row : 0);
+  if (read == Found::failed) err_set(status::record_read);
+  return read;
 }
 
-RowLoad row_handle_read_since(RowHandle &handle, RowNo row, const RowState &earlier) {
+Found row_handle_read_since(RowHandle &handle, RowNo row, const RowState &earlier) {
   bool still;
   if (!row_still_slot(*handle.table->rows, row, earlier, &still)) {
     row_handle_loaded(handle, 0);
-    return RowLoad::failed;
+    return Found::failed;
   }
   if (still) return row_handle_read(handle, row);
   row_handle_loaded(handle, 0);
-  return RowLoad::absent;
+  return Found::no;
 }
 
-RowLoad row_handle_refresh(RowHandle &handle) {
-  if (handle.state == row_state(*handle.table->rows)) return RowLoad::loaded;
+Found row_handle_refresh(RowHandle &handle) {
+  if (handle.state == row_state(*handle.table->rows)) return Found::yes;
   return row_handle_read_since(handle, handle.row, handle.state);
 }
 

@@ -43,13 +43,12 @@ using RowHandleHold = Held<RowHandle, row_handle_close>;
 
 void row_handle_reset(RowHandle &handle);  // every column unset, no row: ready to build a new one
 
-// Reads row. absent: the slot is deleted (nothing recorded). 43011.
-enum class RowLoad { loaded, absent, failed };
-RowLoad row_handle_read(RowHandle &handle, RowNo row);
+// Reads row. no: the slot is deleted (nothing recorded). 43011.
+Found row_handle_read(RowHandle &handle, RowNo row);
 // Reads row, whose number was found in an earlier state of the table.
-RowLoad row_handle_read_since(RowHandle &handle, RowNo row, const RowState &earlier);
+Found row_handle_read_since(RowHandle &handle, RowNo row, const RowState &earlier);
 // Reads the row again if the table was written since.
-RowLoad row_handle_refresh(RowHandle &handle);
+Found row_handle_refresh(RowHandle &handle);
 
 // The caller has filled record with the bytes of row, as a scan delivers them.
 inline void row_handle_loaded(RowHandle &handle, RowNo row) {

@@ -67,11 +67,11 @@ bool unique_check(const RowHandle &handle, Btree &index, Unset unset) {
   Key key;
   index_key(*handle.table, index, handle.record, key);
   switch (btree_search(index, key, nullptr)) {
-    case BtreeFind::absent:
+    case Found::no:
       return true;
-    case BtreeFind::found:
+    case Found::yes:
       return fail(status::unique_violation);
-    case BtreeFind::failed:
+    case Found::failed:
       break;
   }
   return fail(status::record_unique_search);
@@ -151,13 +151,13 @@ Btree *counter_index(const Table &table) {
 bool counter_take(RowHandle &handle, const Column &column, Btree *index) {
   RowSystem &rows = *handle.table->rows;
   uint8_t *stored = handle.record + column.offset;
-  for (BtreeFind found = BtreeFind::found; found == BtreeFind::found;) {
+  for (Found found = Found::yes; found == Found::yes;) {
     const int64_t next = row_autoinc_get(rows).next;
     if (next == autoinc_exhausted) return fail(status::input_number_range);
     if (store_value(column, ValueMode::binary, &next, stored) != Stored::value || !row_autoinc_advance(rows))
       return false;
-    found = index == nullptr ? BtreeFind::absent : btree_search(*index, stored, nullptr);
-    if (found == BtreeFind::failed) return fail(status::record_unique_search);
+    found = index == nullptr ? Found::no : btree_search(*index, stored, nullptr);
+    if (found == Found::failed) return fail(status::record_unique_search);
   }
   return true;
 }

@@ -46,9 +46,9 @@ void sweep_list(Catalog &catalog) {
 
 Table *open_from_catalog(Catalog &catalog, const char *name) {
   RowNo id = 0;
-  const BtreeFind found = strlen(name) > name_limit ? BtreeFind::absent : table_name_find(catalog, name, &id);
-  if (found == BtreeFind::found) return definition_read(catalog, id, name);
-  return fail_null(found == BtreeFind::absent ? status::table_missing : status::table_open_search);
+  const Found found = strlen(name) > name_limit ? Found::no : table_name_find(catalog, name, &id);
+  if (found == Found::yes) return definition_read(catalog, id, name);
+  return fail_null(found == Found::no ? status::table_missing : status::table_open_search);
 }
 
 }  // namespace

@@ -57,47 +57,39 @@ bool access_written(const TableAccess &access) {
 namespace {
 
 // The next row of a scan goes straight into the handle's record.
-RowFetch next_scanned(TableAccess &access) {
+Found next_scanned(TableAccess &access) {
   RowHandle &handle = *access.handle;
   RowNo row = 0;
-  const RowFetch fetched = row_scan_next(access.scan, handle.record, handle.table->record_size, &row);
+  const Found fetched = row_scan_next(access.scan, handle.record, handle.table->record_size, &row);
   row_handle_loaded(handle, row);
   return fetched;
 }
 
-RowFetch next_single(TableAccess &access) {
-  if (access.next_row != 0 || access.row == 0) return RowFetch::end;
+Found next_single(TableAccess &access) {
+  if (access.next_row != 0 || access.row == 0) return Found::no;
   access.next_row = 1;
-  switch (row_handle_read_since(*access.handle, access.row, access.found)) {
-    case RowLoad::loaded:
-      return RowFetch::row;
-    case RowLoad::absent:
-      return RowFetch::end;
-    default:
-      return RowFetch::failed;
-  }
+  return row_handle_read_since(*access.handle, access.row, access.found);
 }
 
 // A number that comes from the statement may name anything: bytes in the middle of a record could look like a
 // row.
-RowFetch next_by_rowid(TableAccess &access) {
-  if (access.next_row != 0 || access.row == 0) return RowFetch::end;
+Found next_by_rowid(TableAccess &access) {
+  if (access.next_row != 0 || access.row == 0) return Found::no;
   bool names;
-  if (!row_names_slot(*access.handle->table->rows, access.row, &names)) return RowFetch::failed;
-  return names ? next_single(access) : RowFetch::end;
+  if (!row_names_slot(*access.handle->table->rows, access.row, &names)) return Found::failed;
+  return names ? next_single(access) : Found::no;
 }
 
-RowFetch next_listed(TableAccess &access) {
+Found next_listed(TableAccess &access) {
   const Array<RowNo> &rows = access.rows->rows;
   while (access.next_row < rows.size()) {
-    const RowLoad load = row_handle_read_since(*access.handle, rows[access.next_row++], access.found);
-    if (load == RowLoad::loaded) return RowFetch::row;
-    if (load == RowLoad::failed) return RowFetch::failed;
+    const Found load = row_handle_read_since(*access.handle, rows[access.next_row++], access.found);
+    if (load != Found::no) return load;
   }
-  return RowFetch::end;
+  return Found::no;
 }
 
-RowFetch next_row(TableAccess &access) {
+Found next_row(TableAccess &access) {
   switch (access.path) {
     case AccessPath::rowid:
       return next_by_rowid(access);
@@ -112,9 +104,9 @@ RowFetch next_row(TableAccess &access) {
 
 }  // namespace
 
-RowFetch access_next(TableAccess &access) {
-  const RowFetch fetched = next_row(access);
-  if (fetched == RowFetch::end) access_rewind(access);
+Found access_next(TableAccess &access) {
+  const Found fetched = next_row(access);
+  if (fetched == Found::no) access_rewind(access);
   return fetched;
 }
 

@@ -39,8 +39,8 @@ bool access_outdated(const TableAccess &access);
 bool access_stands(const TableAccess &access);
 // The table was written since access_start: a row of a known number may be another one now.
 bool access_written(const TableAccess &access);
-// Reads the next row into the handle. end leaves the access rewound.
-[[nodiscard]] RowFetch access_next(TableAccess &access);
+// Reads the next row into the handle. no leaves the access rewound.
+Found access_next(TableAccess &access);
 void access_pause(TableAccess *first);  // lets go every page held by the chain; the places stay
 
 }  // namespace tovik

@@ -56,20 +56,20 @@ bool qualifies(Cursor &cursor, bool *yes) {
   return true;
 }
 
-RowFetch qualifying_next(Cursor &cursor) {
+Found qualifying_next(Cursor &cursor) {
   for (;;) {
-    const RowFetch fetched = join_next(cursor.join);
-    if (fetched == RowFetch::failed && cursor.sorted != nullptr) err_set(status::sort_read);
-    if (fetched != RowFetch::row) return fetched;
+    const Found fetched = join_next(cursor.join);
+    if (fetched == Found::failed && cursor.sorted != nullptr) err_set(status::sort_read);
+    if (fetched != Found::yes) return fetched;
     bool yes;
-    if (!qualifies(cursor, &yes)) return RowFetch::failed;
-    if (yes) return RowFetch::row;
+    if (!qualifies(cursor, &yes)) return Found::failed;
+    if (yes) return Found::yes;
   }
 }
 
 // Calls take for every row that next gives; what take needs from the pool ends with it.
 template <class Take>
-bool read_all(Cursor &cursor, RowFetch (*next)(Cursor &cursor), Take take) {
+bool read_all(Cursor &cursor, Found (*next)(Cursor &cursor), Take take) {
   return each_row([&] { return next(cursor); },
                   [&] {
                     const PoolScope scope(*cursor.request.context.pool);
@@ -123,29 +123,29 @@ bool sort_rows(Cursor &cursor) {
          sort_execute(*cursor.sorted, directions, request.order_count);
 }
 
-// Reads the rows of a combination; absent: one of them is deleted.
-RowLoad load_combination(TableAccess *access, const SortStore &sorted, int row) {
+// Reads the rows of a combination; no: one of them is deleted.
+Found load_combination(TableAccess *access, const SortStore &sorted, int row) {
   for (int table = 0; access != nullptr; access = access->next, ++table) {
-    const RowLoad load =
+    const Found load =
         row_handle_read_since(*access->handle, sort_position(sorted, row, table), access->found);
-    if (load != RowLoad::loaded) return load;
+    if (load != Found::yes) return load;
   }
-  return RowLoad::loaded;
+  return Found::yes;
 }
 
 // A combination of which a table was written since it was sorted must meet the condition again.
-RowFetch sorted_next(Cursor &cursor) {
+Found sorted_next(Cursor &cursor) {
   while (cursor.next_row < cursor.sorted->rows.size()) {
-    const RowLoad load = load_combination(cursor.request.context.tables, *cursor.sorted, cursor.next_row++);
-    if (load == RowLoad::failed) return RowFetch::failed;
-    bool meets = load == RowLoad::loaded;
-    if (meets && tables_written(cursor) && !qualifies(cursor, &meets)) return RowFetch::failed;
-    if (meets) return RowFetch::row;
+    const Found load = load_combination(cursor.request.context.tables, *cursor.sorted, cursor.next_row++);
+    if (load == Found::failed) return Found::failed;
+    bool meets = load == Found::yes;
+    if (meets && tables_written(cursor) && !qualifies(cursor, &meets)) return Found::failed;
+    if (meets) return Found::yes;
   }
-  return RowFetch::end;
+  return Found::no;
 }
 
-RowFetch plain_next(Cursor &cursor) {
+Found plain_next(Cursor &cursor) {
   return cursor.sorted != nullptr ? sorted_next(cursor) : qualifying_next(cursor);
 }
 
@@ -233,11 +233,11 @@ bool collect_aggregates(Cursor &cursor) {
 
 // ---- delivery ----
 
-RowFetch result_next(Cursor &cursor) {
+Found result_next(Cursor &cursor) {
   const int rows = cursor.totals != nullptr ? 1 : cursor.results->rows.size();
-  if (cursor.next_row == rows) return RowFetch::end;
+  if (cursor.next_row == rows) return Found::no;
   ++cursor.next_row;
-  return RowFetch::row;
+  return Found::yes;
 }
 
 bool materialized(const Cursor &cursor) {
@@ -251,9 +251,9 @@ bool tables_stand(const Cursor &cursor) {
   return true;
 }
 
-RowFetch next_row(Cursor &cursor) {
+Found next_row(Cursor &cursor) {
   if (materialized(cursor)) return result_next(cursor);
-  return tables_stand(cursor) ? plain_next(cursor) : RowFetch::failed;
+  return tables_stand(cursor) ? plain_next(cursor) : Found::failed;
 }
 
 // 172019 for an aggregate over DISTINCT arguments.
@@ -309,14 +309,14 @@ Cursor *cursor_open(const CursorRequest &request) {
   return nullptr;
 }
 
-RowFetch cursor_fetch(Cursor &cursor) {
-  if (cursor.place == CursorPlace::ended) return RowFetch::end;
+Found cursor_fetch(Cursor &cursor) {
+  if (cursor.place == CursorPlace::ended) return Found::no;
   MemoryPool &pool = *cursor.request.context.pool;
   pool.used = cursor.pool_used;
   pool.count = cursor.pool_count;
-  const RowFetch fetched = next_row(cursor);
+  const Found fetched = next_row(cursor);
   access_pause(cursor.request.context.tables);
-  cursor.place = fetched == RowFetch::row ? CursorPlace::on_row : CursorPlace::ended;
+  cursor.place = fetched == Found::yes ? CursorPlace::on_row : CursorPlace::ended;
   return fetched;
 }
 

@@ -64,7 +64,7 @@ struct Cursor {
 // table that is dropped or emptied, or whose creation is rolled back, ends the cursor with 141004; other
 // changes of its definition do not show.
 Cursor *cursor_open(const CursorRequest &request);
-[[nodiscard]] RowFetch cursor_fetch(Cursor &cursor);  // after the end or a failure: the end
+Found cursor_fetch(Cursor &cursor);  // after the end or a failure: no
 // The value of a result column in the current row; texts in it stay valid until the next fetch. 43010 without
 // a current row.
 [[nodiscard]] bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value);

@@ -12,6 +12,6 @@ struct Join {
 };
 
 // Puts the handles of the tables on the next combination of their rows. Statuses of reading rows.
-[[nodiscard]] RowFetch join_next(Join &join);
+Found join_next(Join &join);
 
 }  // namespace tovik

@@ -10,7 +10,7 @@ namespace tovik {
 namespace {
 
 bool search(Btree &index, const uint8_t *key, RowSet &rows) {
-  return btree_search(index, key, &rows) != BtreeFind::failed;
+  return btree_search(index, key, &rows) != Found::failed;
 }
 
 // Two items may give the same rows. NULL gives none.
@@ -87,10 +87,10 @@ bool look_up_row(const Candidate &candidate) {
   const bool stored = candidate.kind == CandidateKind::pair ? store_pair_key(candidate, key)
                                                             : literal_store(candidate.key, key);
   if (!stored) return false;
-  const BtreeFind found = btree_find_value(*candidate.index, key, value);
-  if (found == BtreeFind::failed) return false;
+  const Found found = btree_find_value(*candidate.index, key, value);
+  if (found == Found::failed) return false;
   candidate.access->path = AccessPath::unique_row;
-  candidate.access->row = found == BtreeFind::found ? load_u32(value) : 0;
+  candidate.access->row = found == Found::yes ? load_u32(value) : 0;
   return true;
 }
 

@@ -220,7 +220,7 @@ bool query_open(Query &query) {
   return query.cursor != nullptr;
 }
 
-RowFetch query_fetch(Query &query) {
+Found query_fetch(Query &query) {
   return cursor_fetch(*query.cursor);
 }
 

@@ -46,6 +46,6 @@ void query_release(Query *query);  // cursor, tables; the record itself lives in
 
 [[nodiscard]] bool query_open(
     Query &query);  // opens the cursor: 172019, 143101, planner and evaluation statuses
-[[nodiscard]] RowFetch query_fetch(Query &query);
+Found query_fetch(Query &query);
 
 }  // namespace tovik

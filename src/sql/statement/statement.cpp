@@ -151,7 +151,7 @@ SqlResult sql_execute_text(Statement &statement, const char *text) {
   return result;
 }
 
-RowFetch sql_fetch(Statement &statement) {
+Found sql_fetch(Statement &statement) {
   return query_fetch(*statement.query);
 }
 

@@ -41,7 +41,7 @@ SqlResult sql_execute_text(Statement &statement, const char *text);  // parse, e
 enum class Execution { at_once, stepwise };
 SqlResult sql_prepare(Statement &statement, const char *text, Execution execution);
 [[nodiscard]] bool sql_execute(Statement &statement);
-[[nodiscard]] RowFetch sql_fetch(Statement &statement);  // the cursor is open
+Found sql_fetch(Statement &statement);  // the cursor is open
 void sql_clear(Statement &statement);
 
 inline EvalContext sql_context(Statement &statement, TableAccess *tables) {

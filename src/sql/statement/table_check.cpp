@@ -19,12 +19,12 @@ bool scan_rows(RowHandle &handle, Visit visit) {
 }
 
 // A UNIQUE index must lead to the very row, a NORMAL one must hold the key.
-BtreeFind find_row(Btree &index, const uint8_t *key, RowNo row) {
+Found find_row(Btree &index, const uint8_t *key, RowNo row) {
   if (!btree_is_unique(index)) return btree_search(index, key, nullptr);
   uint8_t value[sizeof(RowNo)] = {};
-  const BtreeFind found = btree_find_value(index, key, value);
-  if (found != BtreeFind::found) return found;
-  return load_u32(value) == row ? BtreeFind::found : BtreeFind::absent;
+  const Found found = btree_find_value(index, key, value);
+  if (found != Found::yes) return found;
+  return load_u32(value) == row ? Found::yes : Found::no;
 }
 
 bool check_index(RowHandle &handle, Btree &index) {
@@ -35,9 +35,9 @@ bool check_index(RowHandle &handle, Btree &index) {
   const bool read = scan_rows(handle, [&] {
     uint8_t key[btree_key_limit];
     index_key(table, index, handle.record, key);
-    const BtreeFind found = find_row(index, key, handle.row);
-    if (found == BtreeFind::found) ++hits;
-    return found != BtreeFind::failed;
+    const Found found = find_row(index, key, handle.row);
+    if (found == Found::yes) ++hits;
+    return found != Found::failed;
   });
   if (read) system_driver.print(" btree hit count :[%d]%s", hits, "\n");
   return read;
