@@ -14,10 +14,8 @@ using namespace tovik;
 
 namespace {
 
-enum class Read { failed = -1, null = 0, value = 1 };
-
-int call_end(Read read) {
-  if (read == Read::failed) err_save();
+int call_end(Stored read) {
+  if (read == Stored::failed) err_save();
   return static_cast<int>(read);
 }
 
@@ -80,14 +78,14 @@ bool fits(CursorState state, TypeCode code, int type) {
 }
 
 // The value of a column that is to be read as type. A NULL that an expression computed may have no type.
-Read column_value(RecordCursor &cursor, const char *name, int type, ColumnValue *read) {
-  if (!find_value(cursor, name, read)) return Read::failed;
+Stored column_value(RecordCursor &cursor, const char *name, int type, ColumnValue *read) {
+  if (!find_value(cursor, name, read)) return Stored::failed;
   const bool untyped = read->value.is_null() && read->code == 0;
   if (!untyped && !fits(cursor.state, read->code, type)) {
     err_set(status::record_api_type_mismatch);
-    return Read::failed;
+    return Stored::failed;
   }
-  return read->value.is_null() ? Read::null : Read::value;
+  return read->value.is_null() ? Stored::null : Stored::value;
 }
 
 // Runs give, a bool(RecordCursor &, const ColumnValue &), for a value that is not NULL; one call of the
@@ -95,12 +93,12 @@ Read column_value(RecordCursor &cursor, const char *name, int type, ColumnValue 
 template <class Give>
 int read_call(tovik_cur *handle, const char *name, int type, Give give) {
   RecordCursor *cursor = cursor_of(handle);
-  if (cursor == nullptr) return call_end(Read::failed);
+  if (cursor == nullptr) return call_end(Stored::failed);
   if (!name_given(name, column_reference_limit)) return call_failed(status::record_api_column_reference);
   ColumnValue read;
-  const Read found = column_value(*cursor, name, type, &read);
-  if (found != Read::value) return call_end(found);
-  return call_end(give(*cursor, read) ? Read::value : Read::failed);
+  const Stored found = column_value(*cursor, name, type, &read);
+  if (found != Stored::value) return call_end(found);
+  return call_end(give(*cursor, read) ? Stored::value : Stored::failed);
 }
 
 // ---- texts ----

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "frame/status.h"
+#include "platform/found.h"
 #include "platform/platform.h"
 
 namespace tovik {
@@ -99,6 +100,12 @@ enum class Mishap { recorded, silent };
 [[nodiscard]] inline std::nullptr_t fail_null(StatusCode code, const ErrorExtra &extra) {
   err_set(code, extra);
   return nullptr;
+}
+
+// The same for operations that look for something.
+[[nodiscard]] inline Found fail_found(StatusCode code) {
+  err_set(code);
+  return Found::failed;
 }
 
 // Puts the record back as it was at construction: for a try whose failure is not the caller's.

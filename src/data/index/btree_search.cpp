@@ -178,16 +178,12 @@ Found tree_next_leaf(const Tree &tree, Page &leaf, uint32_t &pages_left) {
   const uint32_t next = bpage::link(leaf.data(), bpage::right);
   if (!btree_page_release(leaf)) return Found::failed;
   if (next == 0) return Found::no;
-  if (pages_left == 0) {
-    err_set(status::btree_page_fetch);
-    return Found::failed;
-  }
+  if (pages_left == 0) return fail_found(status::btree_page_fetch);
   --pages_left;
   if (!tree_page_get(tree, next, leaf)) return Found::failed;
   if (bpage::is_leaf(leaf.data()) && bpage::link(leaf.data(), bpage::left) == block) return Found::yes;
   (void)btree_page_release(leaf);
-  err_set(status::btree_page_fetch);
-  return Found::failed;
+  return fail_found(status::btree_page_fetch);
 }
 
 namespace {
@@ -214,10 +210,7 @@ Found btree_search(Btree &index, const uint8_t *key, RowSet *rows) {
 }
 
 Found btree_find_value(Btree &index, const uint8_t *key, void *value) {
-  if (!btree_is_unique(index)) {
-    err_set(status::btree_not_unique);
-    return Found::failed;
-  }
+  if (!btree_is_unique(index)) return fail_found(status::btree_not_unique);
   Page leaf;
   uint8_t *item;
   const Found found = find_item(index, key, leaf, &item);

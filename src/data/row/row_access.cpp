@@ -200,30 +200,21 @@ Found row_delete(RowSystem &rows, RowNo row) {
     uint32_t count = 0;
     if (row != 0 && chain_count(rows, level, row, &count) && chain_delete(rows, level, row))
       return Found::yes;
-    err_set(status::row_delete);
-    return Found::failed;
+    return fail_found(status::row_delete);
   }
   if (!slot_seek(rows, row, at)) return Found::failed;
   if (slot_flag(at) == slot_deleted) return Found::no;
-  if (slot_flag(at) != slot_active) {
-    err_set(status::row_flag);
-    return Found::failed;
-  }
+  if (slot_flag(at) != slot_active) return fail_found(status::row_flag);
   return free_slot(rows, level, row, at) ? Found::yes : Found::failed;
 }
 
 Found row_read(RowSystem &rows, RowNo row, void *buffer, int length) {
   SlotCursor at;
-  if (length < 0 || length > slot_data_size(rows)) {
-    err_set(status::row_length);
-    return Found::failed;
-  }
+  if (length < 0 || length > slot_data_size(rows)) return fail_found(status::row_length);
   if (!slot_seek(rows, row, at)) return Found::failed;
   const uint8_t flag = slot_flag(at);
-  if (flag != slot_active && (flag != slot_deleted || row_kind_variable(rows.kind))) {
-    err_set(status::row_flag);
-    return Found::failed;
-  }
+  if (flag != slot_active && (flag != slot_deleted || row_kind_variable(rows.kind)))
+    return fail_found(status::row_flag);
   if (!slot_read(rows, at, nullptr, slot_data_offset(rows))) return Found::failed;
   if (!slot_read(rows, at, flag == slot_active ? buffer : nullptr, length)) return Found::failed;
   return flag == slot_active ? Found::yes : Found::no;

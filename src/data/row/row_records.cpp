@@ -97,8 +97,7 @@ Found row_descriptor_read(StorageManager &sm, RowNo number, RowDescriptor *descr
   if (found != Found::yes) return found;
   if (load_u32(record + record_type) == row_type_autoinc) return Found::no;
   if (descriptor_decode(record, static_cast<uint32_t>(bm_block_size(*sm.bm)), descriptor)) return Found::yes;
-  err_set(status::row_no_counters);
-  return Found::failed;
+  return fail_found(status::row_no_counters);
 }
 
 Found row_autoinc_read(StorageManager &sm, RowNo number, RowKind kind, AutoIncrement *values) {
@@ -112,8 +111,7 @@ Found row_autoinc_read(StorageManager &sm, RowNo number, RowKind kind, AutoIncre
       load_u32(record + record_kind) == static_cast<uint32_t>(kind) && values->step >= 1 &&
       values->step <= autoinc_step_limit)
     return Found::yes;
-  err_set(status::row_no_counters);
-  return Found::failed;
+  return fail_found(status::row_no_counters);
 }
 
 void row_descriptor_encode(const RowSystem &rows, int level, uint8_t record[row_record_size]) {

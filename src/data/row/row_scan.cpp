@@ -43,8 +43,7 @@ Found scan_resume(RowScan &scan) {
   if (static_cast<uint32_t>(scan.block) * rows.block_size + scan.offset == scan.counters->new_offset)
     return Found::no;
   if (sm_page_get(*rows.sm, scan.block, scan.page)) return Found::yes;
-  err_set(status::row_page_fetch);
-  return Found::failed;
+  return fail_found(status::row_page_fetch);
 }
 
 // Copies from a slot that reaches its page's end and moves on to the slot behind it.

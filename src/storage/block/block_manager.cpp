@@ -382,10 +382,8 @@ bool bm_write_header(BlockManager &bm, PartNo part) {
 
 Found bm_probe_header(BlockManager &bm, PartNo part, ProbeMode mode, HeaderRecord *found) {
   IoObject *io = bm_io(bm, part);
-  if (io == nullptr || !io_read_block(io, storage_block(bm, part, 0), bm.block_buffer)) {
-    err_set(status::block_read);
-    return Found::failed;
-  }
+  if (io == nullptr || !io_read_block(io, storage_block(bm, part, 0), bm.block_buffer))
+    return fail_found(status::block_read);
   if (!header_is(bm.block_buffer, part, mode == ProbeMode::whole ? &bm.header : nullptr)) return Found::no;
   if (found == nullptr) return Found::yes;
   ErrorScope impossible_is_invalid;
