@@ -7,7 +7,7 @@
 #include "data/database.h"
 #include "data/table/row_handle.h"
 #include "data_support.h"
-#include "table_check.h"
+#include "table_oracle.h"
 
 namespace tovik::test {
 

@@ -6,7 +6,7 @@
 #include "data/database.h"
 #include "data/row/data_systems.h"
 #include "support.h"
-#include "table_check.h"
+#include "table_oracle.h"
 
 namespace tovik::test {
 

@@ -20,7 +20,7 @@ namespace tovik {
 [[nodiscard]] bool exec_update(Statement &statement);
 [[nodiscard]] bool exec_delete(Statement &statement);
 
-// Utility statements (utility.cpp)
+// Utility statements (describe.cpp, info.cpp)
 [[nodiscard]] bool exec_describe_db(Statement &statement);
 [[nodiscard]] bool exec_describe_table(Statement &statement);
 [[nodiscard]] bool exec_info(Statement &statement);
