@@ -197,7 +197,8 @@ inline std::vector<std::string> parts(const std::string &list, char separator = 
 // A database that answers scripts.
 class Script : public testing::Test {
  protected:
-  explicit Script(const char *settings = "") : library(settings) {}
+  explicit Script(const char *settings = "", const std::string &more_params = "")
+      : library(settings), db(more_params) {}
 
   // Lines of statements and what the last of each gives: nothing, the code of its failure, or rows; those
   // before it succeed. PREPARE, EXECUTE, FETCH, READ (the first column) and REST (of the rows) stand for a

@@ -225,11 +225,14 @@ std::string random_statement(Random &random) {
         "DROP TABLE " + table,
         "EMPTY TABLE " + table,
         "RENAME TABLE " + table + " TO p" + number(3),
+        "ALTER TABLE " + table + " ADD more int AUTO_INCREMENT BEFORE note",
+        "ALTER TABLE " + table + " DELETE more",
     };
     return schema_changes[random.below(static_cast<int>(std::size(schema_changes)))];
   }
   if (random.one_in(2)) {
-    std::string rows = "INSERT INTO " + table + " VALUES " + id + ", " + name() + ", " + note();
+    std::string rows =
+        "INSERT INTO " + table + " (id, name, note) VALUES " + id + ", " + name() + ", " + note();
     for (int more = random.below(random.one_in(4) ? 10 : 2); more > 0; --more)
       rows += ", " + number(60) + ", " + name() + ", " + note();
     return rows;

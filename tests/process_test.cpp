@@ -217,7 +217,7 @@ TEST_F(ProcessTest, OpenDatabasesStayUntilTheirHolderDies) {
 // commit, and a rollback brings the very same list back. Direct changes everybody sees.
 TEST_F(ProcessTest, OthersSeeSchemaChangesAfterTheCommit) {
   Statements made = {"CREATE TABLE renamed (a int)", "CREATE INDEX r ON renamed (a)"};
-  for (const std::string table : {"dropped", "indexed", "emptied", "named", "again"})
+  for (const std::string table : {"dropped", "indexed", "emptied", "named", "altered", "again"})
     made = made + Statements{"CREATE TABLE " + table + " (a int)", "INSERT INTO " + table + " VALUES 1"};
   create(made);
   Process other(params());
@@ -237,9 +237,9 @@ TEST_F(ProcessTest, OthersSeeSchemaChangesAfterTheCommit) {
   for (const std::string end : {"ROLLBACK TRANSACTION", "COMMIT TRANSACTION"}) {
     run({"BEGIN TRANSACTION", "CREATE TABLE created (a int)", "INSERT INTO created VALUES 7",
          "DROP TABLE dropped", "RENAME TABLE renamed TO new", "CREATE INDEX i ON indexed (a)",
-         "EMPTY TABLE emptied", "RENAME ATTR named.a TO b", "DROP TABLE again", "CREATE TABLE again (x text)",
-         "CREATE TABLE t (a int)", "CREATE UNIQUE INDEX j ON t (a)", "DROP INDEX j", "RENAME TABLE t TO u",
-         "DROP TABLE u"});
+         "EMPTY TABLE emptied", "RENAME ATTR named.a TO b", "ALTER TABLE altered ADD b int AUTO_INCREMENT",
+         "DROP TABLE again", "CREATE TABLE again (x text)", "CREATE TABLE t (a int)",
+         "CREATE UNIQUE INDEX j ON t (a)", "DROP INDEX j", "RENAME TABLE t TO u", "DROP TABLE u"});
     after = database_text(owner);
     EXPECT_EQ(seen_by_others(), before);
     run({end});

@@ -64,20 +64,29 @@ DbStart db_direct_begin(Database &db, ThreadId thread);
 [[nodiscard]] bool db_direct_end(Database &db, ThreadId thread);
 
 // Runs change, a bool(), for the calling thread: inside its transaction if it has one, else in one of its own
-// that ends committed, or rolled back when change or the commit fails. With automatic commit off and no
-// transaction open the changes go straight to the data file, and what was written before a failure stays.
+// that ends committed, or rolled back when change or the commit fails.
 template <class Change>
-[[nodiscard]] bool db_change(Database &db, Change change) {
+[[nodiscard]] bool db_change_in_transaction(Database &db, Change change) {
   const ThreadId thread = current_thread();
-  const bool automatic = env_on(Env::auto_commit);
-  const DbStart start = automatic ? db_start(db, thread, Nesting::allowed) : db_direct_begin(db, thread);
+  const DbStart start = db_start(db, thread, Nesting::allowed);
   if (start == DbStart::failed) return false;
   const bool done = change();
   if (start == DbStart::nested) return done;
-  if (!automatic) return db_direct_end(db, thread) && done;
   if (done) return db_commit_or_roll_back(db, thread);
   (void)db_rollback(db, thread);
   return false;
+}
+
+// The same with automatic commit on. With automatic commit off and no transaction open the changes go
+// straight to the data file, and what was written before a failure stays.
+template <class Change>
+[[nodiscard]] bool db_change(Database &db, Change change) {
+  if (env_on(Env::auto_commit)) return db_change_in_transaction(db, change);
+  const ThreadId thread = current_thread();
+  const DbStart start = db_direct_begin(db, thread);
+  if (start == DbStart::failed) return false;
+  const bool done = change();
+  return start == DbStart::nested ? done : db_direct_end(db, thread) && done;
 }
 
 }  // namespace tovik

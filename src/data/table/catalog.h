@@ -29,6 +29,14 @@ Table *table_create(Catalog &catalog, const char *name, const ColumnDefinition *
 [[nodiscard]] bool table_rename(Catalog &catalog, const char *name,
                                 const char *new_name);  // 141001, 141003, 41014 ...
 [[nodiscard]] bool table_empty(Catalog &catalog, const char *name);
+// Gives a table other columns: all rows are copied, through an empty temporary database, and each of columns
+// takes the values of the table's column of exactly that name. A new column is NULL in the rows that there
+// are, or numbers them when it is the auto-increment column. Indices and counter are kept; the index that
+// came with an auto-increment column goes with it. Only for the inside of a transaction whose innermost level
+// is rolled back on failure. 141004 to 141009, 142001 to 142008; 143002 for a new NOT NULL column in a table
+// with rows, 145004 for an index on a column that is no more.
+[[nodiscard]] bool table_rebuild(Catalog &catalog, Catalog &temporary, const char *name,
+                                 const ColumnDefinition *columns, int column_count);
 [[nodiscard]] bool column_rename(Catalog &catalog, const char *table, const char *name,
                                  const char *new_name);  // 142006, 142003
 
@@ -44,8 +52,6 @@ struct IndexDefinition {
 // 145001 to 145011, 45003 to 45006, 45014 to 45017, 143001; index names at most 31 bytes (172013).
 [[nodiscard]] bool index_create(Catalog &catalog, const char *table, const IndexDefinition &definition);
 [[nodiscard]] bool index_drop(Catalog &catalog, const char *name);  // 145006, 145012, 45011 to 45013
-
-// The definition from which an index of the table can be created again.
 
 // The key of a record (record_size bytes) in an index of its table: key_size bytes at key.
 void index_key(const Table &table, const Btree &index, const uint8_t *record, uint8_t *key);

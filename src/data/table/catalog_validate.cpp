@@ -54,6 +54,15 @@ bool column_complete(const ColumnDefinition &definition, Column *column) {
   return column_type_check(*column);
 }
 
+bool columns_validate(const ColumnDefinition *columns, int column_count,
+                      const AutoIncrementOptions &options) {
+  for (int i = 0; i < column_count; ++i) {
+    Column column;
+    if (!names_validate(columns, column_count, i) || !column_complete(columns[i], &column)) return false;
+  }
+  return auto_increment_validate(columns, column_count, options);
+}
+
 bool table_validate(Catalog &catalog, const char *name, const ColumnDefinition *columns, int column_count,
                     const AutoIncrementOptions &options) {
   if (name == nullptr || name[0] == 0 || columns == nullptr || column_count < 1)
@@ -64,11 +73,7 @@ bool table_validate(Catalog &catalog, const char *name, const ColumnDefinition *
   RowNo id;
   if (!name_absent(table_name_find(catalog, name, &id), status::table_name_search, status::table_exists))
     return false;
-  for (int i = 0; i < column_count; ++i) {
-    Column column;
-    if (!names_validate(columns, column_count, i) || !column_complete(columns[i], &column)) return false;
-  }
-  return auto_increment_validate(columns, column_count, options);
+  return columns_validate(columns, column_count, options);
 }
 
 namespace {

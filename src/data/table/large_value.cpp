@@ -51,13 +51,12 @@ bool buffer_grow(LargeBuffer &buffer, int32_t needed) {
 }
 
 // A value beyond the record has a chunk row that can hold it, any other has none.
-bool reference_sound(RowHandle &handle, const Column &column, Reference reference) {
+bool reference_sound(const RowSystem &chunks, const Column &column, Reference reference) {
   if (reference.length == large_null_length) return true;
   if (reference.length < 0) return false;
   const int64_t tail = static_cast<int64_t>(reference.length) - column.p2;
   if (reference.chunk == 0) return tail <= 0;
-  RowSystem &rows = chunks_of(handle, column);
-  return tail > 0 && tail <= int64_t{row_counters(rows).total_count} * rows.row_size;
+  return tail > 0 && tail <= int64_t{row_counters(chunks).total_count} * chunks.row_size;
 }
 
 // Does the stored row still have the bytes of the column that the handle has read? Then what its reference
@@ -118,6 +117,19 @@ bool large_free(RowHandle &handle, const Column &column, const uint8_t *record) 
          fail(status::large_chunk_delete);
 }
 
+bool large_tail_copy(const Column &column, RowSystem &from, RowSystem &to, uint8_t *value,
+                     LargeBuffer &buffer) {
+  Reference reference = reference_load(value);
+  if (!reference_sound(from, column, reference)) return fail(status::large_argument);
+  if (reference.length == large_null_length || reference.chunk == 0) return true;
+  const int32_t tail = reference.length - column.p2;
+  if (!buffer_grow(buffer, tail)) return false;
+  if (!row_read_variable(from, reference.chunk, buffer.data, tail)) return fail(status::large_chunk_read);
+  if (!row_insert(to, buffer.data, tail, &reference.chunk)) return fail(status::large_chunk_insert);
+  reference_store(value, reference);
+  return true;
+}
+
 Stored large_get(RowHandle &handle, const Column &column) {
   const uint8_t *value = handle.record + column.offset;
   const Reference reference = reference_load(value);
@@ -126,7 +138,7 @@ Stored large_get(RowHandle &handle, const Column &column) {
   if (buffer.row != 0 && buffer.row == handle.row) return Stored::value;
   buffer.row = 0;
   if (reference.chunk != 0 && !reference_stands(handle, column)) return Stored::failed;
-  if (!reference_sound(handle, column, reference)) {
+  if (!reference_sound(chunks_of(handle, column), column, reference)) {
     err_set(status::large_argument);
     return Stored::failed;
   }

@@ -20,6 +20,12 @@ namespace tovik {
 // Frees the chunk row, if any, of the value in record. 44008.
 [[nodiscard]] bool large_free(RowHandle &handle, const Column &column, const uint8_t *record);
 
+// For a stored value that was copied as it is into another table, whose column keeps its chunks in to: copies
+// the chunk row that it refers to from the one ROW system to the other, through buffer, and makes it refer to
+// the copy. 44001, 44007, 44009, 1.
+[[nodiscard]] bool large_tail_copy(const Column &column, RowSystem &from, RowSystem &to, uint8_t *value,
+                                   LargeBuffer &buffer);
+
 // Reads the stored value into the column's buffer, unless this row's value is there already. 44001, 44007, 1;
 // 44003 when the row was written since it was read, and the value with it.
 Stored large_get(RowHandle &handle, const Column &column);

@@ -15,16 +15,6 @@ namespace tovik {
 
 namespace {
 
-void null_record_fill(RowHandle &handle) {
-  const Table &table = *handle.table;
-  for (int i = 0; i < table.column_count; ++i) {
-    const Column &column = table.columns[i];
-    const Stored stored = store_value(column, ValueMode::null, nullptr, handle.null_record + column.offset);
-    assert(stored == Stored::null);  // every type of a table can be NULL
-    (void)stored;
-  }
-}
-
 // What a closed handle keeps of a large value's buffer.
 constexpr int32_t spare_large_limit = 64 * 1024;
 
@@ -44,11 +34,20 @@ RowHandle *handle_new(Table *table) {
   handle->null_record = handle->old_record + record;
   handle->states = handle->null_record + record;
   handle->text = reinterpret_cast<char *>(handle->states + columns);
-  null_record_fill(*handle);
+  record_fill_null(*table, handle->null_record);
   return handle;
 }
 
 }  // namespace
+
+void record_fill_null(const Table &table, uint8_t *record) {
+  for (int i = 0; i < table.column_count; ++i) {
+    const Column &column = table.columns[i];
+    const Stored stored = store_value(column, ValueMode::null, nullptr, record + column.offset);
+    assert(stored == Stored::null);  // every type of a table can be NULL
+    (void)stored;
+  }
+}
 
 RowHandle *row_handle_open(Table *table) {
   if (table == nullptr) return fail_null(status::record_argument);

@@ -43,6 +43,12 @@ using RowHandleHold = Held<RowHandle, row_handle_close>;
 
 void row_handle_reset(RowHandle &handle);  // every column unset, no row: ready to build a new one
 
+// A record in which every column is NULL: record_size bytes, zero before.
+void record_fill_null(const Table &table, uint8_t *record);
+
+// Gives the auto-increment column of record the counter's next number and moves the counter on. 113002.
+[[nodiscard]] bool record_number(const Table &table, uint8_t *record);
+
 // Reads row. no: the slot is deleted (nothing recorded). 43011.
 Found row_handle_read(RowHandle &handle, RowNo row);
 // Reads row, whose number was found in an earlier state of the table.

@@ -133,6 +133,14 @@ bool writable(const RowHandle &handle) {
 
 // ---- insert ----
 
+bool record_number(const Table &table, uint8_t *record) {
+  const Column &column = table.columns[table.auto_column - 1];
+  const int64_t next = row_autoinc_get(*table.rows).next;
+  if (next == autoinc_exhausted) return fail(status::input_number_range);
+  return store_value(column, ValueMode::binary, &next, record + column.offset) == Stored::value &&
+         row_autoinc_advance(*table.rows);
+}
+
 namespace {
 
 // The unique index on the auto-increment column alone; null when somebody dropped it.
@@ -149,13 +157,9 @@ Btree *counter_index(const Table &table) {
 // Sets the counter's next value that the column's index does not hold, and moves the counter behind it: the
 // values stepped over were given by hand.
 bool counter_take(RowHandle &handle, const Column &column, Btree *index) {
-  RowSystem &rows = *handle.table->rows;
-  uint8_t *stored = handle.record + column.offset;
   for (Found found = Found::yes; found == Found::yes;) {
-    const int64_t next = row_autoinc_get(rows).next;
-    if (next == autoinc_exhausted) return fail(status::input_number_range);
-    if (store_value(column, ValueMode::binary, &next, stored) != Stored::value || !row_autoinc_advance(rows))
-      return false;
+    if (!record_number(*handle.table, handle.record)) return false;
+    const uint8_t *stored = handle.record + column.offset;
     found = index == nullptr ? Found::no : btree_search(*index, stored, nullptr);
     if (found == Found::failed) return fail(status::record_unique_search);
   }

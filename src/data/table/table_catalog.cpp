@@ -106,7 +106,9 @@ RowNo next_table_id(Catalog &catalog) {
   return row_position(*catalog.table_rows, RowPosition::insert);
 }
 
-bool auto_index_create(Table &table) {
+}  // namespace
+
+bool auto_index_attach(Table &table) {
   if (table.auto_column == 0) return true;
   IndexDefinition definition = {};
   auto_index_name(table.id, definition.name);
@@ -116,8 +118,8 @@ bool auto_index_create(Table &table) {
   return index_attach(table, definition);
 }
 
-Table *create(Catalog &catalog, const char *name, const ColumnDefinition *columns, int column_count,
-              const AutoIncrementOptions &options) {
+Table *table_bare(Catalog &catalog, const char *name, const ColumnDefinition *columns, int column_count,
+                  const AutoIncrementOptions &options) {
   Table *table = definition_new(catalog, next_table_id(catalog), name, column_count);
   if (table == nullptr) return nullptr;
   for (int i = 0; i < column_count; ++i) {
@@ -125,8 +127,16 @@ Table *create(Catalog &catalog, const char *name, const ColumnDefinition *column
     assert(complete);  // validated above
     (void)complete;
   }
-  if (!table_build(*table, options)) return nullptr;
-  if (!auto_index_create(*table) || !table_name_insert(catalog, name, table->id)) {
+  return table_build(*table, options) ? table : nullptr;
+}
+
+namespace {
+
+Table *create(Catalog &catalog, const char *name, const ColumnDefinition *columns, int column_count,
+              const AutoIncrementOptions &options) {
+  Table *table = table_bare(catalog, name, columns, column_count, options);
+  if (table == nullptr) return nullptr;
+  if (!auto_index_attach(*table) || !table_name_insert(catalog, name, table->id)) {
     table_discard(table, Discard::recorded);
     return nullptr;
   }
@@ -149,9 +159,7 @@ Table *table_create(Catalog &catalog, const char *name, const ColumnDefinition *
 
 // ---- dropping and emptying ----
 
-namespace {
-
-bool storage_drop(const Table &table) {
+bool table_storage_drop(const Table &table) {
   Catalog &catalog = *table.catalog;
   for (int i = 0; i < table.index_count; ++i)
     if (!index_name_delete(catalog, *table.indices[i]) || !btree_drop_shared(*table.indices[i]))
@@ -168,8 +176,10 @@ bool storage_drop(const Table &table) {
   return table_name_delete(catalog, table.name, table.id);
 }
 
+namespace {
+
 bool drop(Catalog &catalog, Table &table) {
-  const bool dropped = storage_drop(table);
+  const bool dropped = table_storage_drop(table);
   tables_replace(catalog, &table, nullptr);  // in any case: what is left of it must not be used
   return dropped;
 }
@@ -218,7 +228,7 @@ bool empty(Catalog &catalog, Table &table) {
     table_discard(twin, Discard::recorded);
     return false;
   }
-  const bool replaced = storage_drop(table) && names_insert(*twin);
+  const bool replaced = table_storage_drop(table) && names_insert(*twin);
   tables_replace(catalog, &table, twin);
   table_close(twin);
   return replaced;

@@ -51,17 +51,14 @@ bool exec_test_stmt(Statement &statement) {
   return print_items(*statement.query);
 }
 
-bool exec_unsupported(Statement &) {
-  return fail(status::unsupported);
-}
-
 // ---- the kinds ----
 
 enum class Mode {
   none,
-  read,   // the thread's read hold around the executor
-  query,  // the hold was taken when the SELECT was parsed
-  change  // an automatic transaction when none is open
+  read,    // the thread's read hold around the executor
+  query,   // the hold was taken when the SELECT was parsed
+  change,  // an automatic transaction when none is open
+  rebuild  // the same, also with automatic commit off
 };
 
 struct KindRow {
@@ -71,7 +68,7 @@ struct KindRow {
 
 // By kind, from node::statement_first.
 constexpr KindRow kinds[] = {
-    {Mode::change, exec_unsupported},   // ALTER
+    {Mode::rebuild, exec_alter},        // ALTER
     {Mode::none, exec_begin},           // BEGIN
     {Mode::none, exec_commit},          // COMMIT
     {Mode::change, exec_create_index},  // CREATE INDEX
@@ -115,6 +112,8 @@ bool dispatch(Statement &statement) {
       return run_reading(statement, kind);
     case Mode::change:
       return db_change(*statement.db, [&] { return kind.execute(statement); });
+    case Mode::rebuild:
+      return db_change_in_transaction(*statement.db, [&] { return kind.execute(statement); });
     default:
       return kind.execute(statement);
   }

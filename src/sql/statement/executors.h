@@ -15,6 +15,9 @@ namespace tovik {
 [[nodiscard]] bool exec_rename_table(Statement &statement);
 [[nodiscard]] bool exec_rename_attr(Statement &statement);
 
+// ALTER TABLE (alter.cpp)
+[[nodiscard]] bool exec_alter(Statement &statement);
+
 // Data change statements (change.cpp)
 [[nodiscard]] bool exec_insert(Statement &statement);
 [[nodiscard]] bool exec_update(Statement &statement);

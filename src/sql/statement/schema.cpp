@@ -1,80 +1,12 @@
-#include <cstdio>
 #include <cstring>
 
-#include "data/table/catalog.h"
-#include "data/table/column_rules.h"
 #include "frame/error.h"
-#include "frame/param_text.h"
-#include "sql/parse/shapes.h"
+#include "sql/statement/definitions.h"
 #include "sql/statement/executors.h"
 
 namespace tovik {
 
 namespace {
-
-constexpr int64_t type_parameter_limit = INT16_MAX;
-
-// Bounded copy of a name into a catalog field; false when it is longer than limit bytes.
-bool copy_name(char (&field)[name_size], const char *name, int limit) {
-  if (static_cast<int>(strlen(name)) > limit) return false;
-  snprintf(field, sizeof field, "%s", name);
-  return true;
-}
-
-// ---- CREATE TABLE ----
-
-bool read_type_parameters(const Node *parameters, ColumnDefinition &column) {
-  if (parameters == nullptr) return true;
-  const int64_t *written = parameters->value->integers;
-  if (written[0] < 1) return fail(status::type_parameter_1);
-  int16_t *fields[] = {&column.p1, &column.p2, &column.p3};
-  for (int i = 0; i < 3; ++i) {
-    if (written[i] > type_parameter_limit || written[i] < -type_parameter_limit)
-      return fail(status::type_parameter_1);
-    *fields[i] = static_cast<int16_t>(written[i]);
-  }
-  return true;
-}
-
-bool read_column(const ColumnDefinitionTree &definition, ColumnDefinition &column) {
-  const char *name = definition.name;
-  if (name == nullptr || *name == 0) return fail(status::column_name_syntax);
-  if (!copy_name(column.name, name, name_limit)) return fail(status::column_name_too_long);
-  column.type = type::int32;
-  column.not_null = definition.not_null;
-  column.auto_increment = definition.auto_increment;
-  if (definition.type != nullptr) {
-    const ColumnTypeTree type = ColumnTypeTree::of(*definition.type);
-    column.type = static_cast<TypeCode>(type.code);
-    if (!read_type_parameters(type.parameters, column)) return false;
-  }
-  column_take_defaults(column);
-  return true;
-}
-
-// An integer option value within its bounds, or the option's status.
-bool read_option(const Node &value, int64_t limit, StatusCode failure, int64_t *number) {
-  if (value.kind != value_kind::literal) return fail(failure);
-  *number = value.value->integers[0];
-  return (*number >= 1 && *number <= limit) || fail(failure);
-}
-
-bool read_options(const Node *items, AutoIncrementOptions &options) {
-  options = {1, 1, 0};
-  for (const Node *item : chain(items)) {
-    const AssignmentTree option = AssignmentTree::of(*item);
-    if (text_equal_nocase(option.name, "auto_increment_init")) {
-      if (!read_option(*option.value, INT64_MAX, status::option_auto_increment_init, &options.init))
-        return false;
-    } else if (text_equal_nocase(option.name, "auto_increment_step")) {
-      int64_t step;
-      if (!read_option(*option.value, autoinc_step_limit, status::option_auto_increment_step, &step))
-        return false;
-      options.step = static_cast<int32_t>(step);
-    }
-  }
-  return true;
-}
 
 // ---- CREATE INDEX ----
 
@@ -99,7 +31,7 @@ bool read_index_columns(const Node *columns, IndexDefinition &index) {
     if (index.column_count == btree_part_limit) return fail(status::index_too_many_columns);
     const char *name = node_name(*column);
     if (*name == 0) return fail(status::create_index_syntax);
-    if (!copy_name(index.columns[index.column_count++], name, name_limit)) {
+    if (!name_copy(index.columns[index.column_count++], name, name_limit)) {
       return fail(status::index_column_name_length);
     }
   }
@@ -123,11 +55,10 @@ bool exec_create_table(Statement &statement) {
   if (columns == nullptr) return fail(status::sql_memory);
   int filled = 0;
   for (const Node *item : chain(tree.columns)) {
-    const Node &definition = *ColumnItemTree::of(*item).definition;
-    if (!read_column(ColumnDefinitionTree::of(definition), columns[filled++])) return false;
+    if (!column_read(*ColumnItemTree::of(*item).definition, columns[filled++])) return false;
   }
-  AutoIncrementOptions options;
-  if (!read_options(tree.options, options)) return false;
+  AutoIncrementOptions options = {1, 1, 0};
+  if (!options_read(tree.options, options)) return false;
   Table *table = table_create(*statement.db, node_name(*tree.table), columns, count, options);
   if (table == nullptr) return false;
   table_close(table);
@@ -139,7 +70,7 @@ bool exec_create_index(Statement &statement) {
   IndexDefinition index{};
   read_index_kind(tree.kind, index);
   if (*tree.name == 0) return fail(status::create_index_syntax);
-  if (!copy_name(index.name, tree.name, name_limit)) return fail(status::index_name_length);
+  if (!name_copy(index.name, tree.name, name_limit)) return fail(status::index_name_length);
   if (!read_index_columns(tree.columns, index)) return false;
   return index_create(*statement.db, node_name(*tree.table), index);
 }
