@@ -225,7 +225,7 @@ std::string random_statement(Random &random) {
         "DROP TABLE " + table,
         "EMPTY TABLE " + table,
         "RENAME TABLE " + table + " TO p" + number(3),
-        "ALTER TABLE " + table + " ADD more int AUTO_INCREMENT BEFORE note",
+        "ALTER TABLE " + table + " ADD more int BEFORE note",
         "ALTER TABLE " + table + " DELETE more",
     };
     return schema_changes[random.below(static_cast<int>(std::size(schema_changes)))];

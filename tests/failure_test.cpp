@@ -97,7 +97,7 @@ const std::string all_changes[] = {
     "CREATE TABLE other (a int AUTO_INCREMENT, b text)",
     "CREATE INDEX person_note ON person (id, name)",
     "DROP INDEX person_name",
-    "ALTER TABLE person ADD number int AUTO_INCREMENT BEFORE name DELETE note",
+    "ALTER TABLE person ADD number int AUTO_INCREMENT BEFORE name",
     "RENAME TABLE person TO people",
     "EMPTY TABLE person",
     "DROP TABLE person"};

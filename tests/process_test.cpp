@@ -303,6 +303,36 @@ TEST_F(ProcessTest, KilledAtEveryCallOfACommit) {
   printf("killed at %d calls\n", killed);
 }
 
+// The same over a statement that writes a temporary file too, which stays until a process of that number
+// makes its own. A reader that has the table open sees it whole, or the new one.
+TEST_F(ProcessTest, KilledAtEveryCallOfARebuild) {
+  create(schema() + person_rows(0, 60));
+  const TempDir temporary;
+  Process reader(params());
+  const std::string before = *reader.ask("text");
+  int killed = 0, completed = 0;
+  for (int call = 1;; ++call) {
+    SCOPED_TRACE("killed at call " + std::to_string(call));
+    Process writer(params());
+    ASSERT_EQ(writer.ask("SET HVI_TMP_DIR '" + temporary.path() + "'"), "0");
+    ASSERT_EQ(writer.ask("kill " + std::to_string(call)), "armed");
+    const bool survived = writer.ask("ALTER TABLE person ADD age int AUTO_INCREMENT").has_value();
+    const std::string seen = *reader.ask("text");
+    ASSERT_EQ(reader.ask("fault"), "");
+    if (seen != before) {
+      ASSERT_EQ(reader.ask("SELECT COUNT(*), MIN(age), MAX(age) FROM person"), "0 60,1,60");
+      ASSERT_EQ(reader.ask("ALTER TABLE person DELETE age"), "0");
+      ASSERT_EQ(reader.ask("text"), before);
+      ++completed;
+    }
+    if (survived) break;
+    ++killed;
+  }
+  EXPECT_GT(completed, 1);
+  EXPECT_GT(killed, completed + 5);
+  printf("killed at %d calls\n", killed);
+}
+
 // A process dies over a commit, most often over its copy, while others read and begin transactions all the
 // time: none of them ever sees half of the copy. TOVIK_TEST_SCALE above 1: at every call of the commit.
 TEST_F(ProcessTest, SurvivorsOfADeathInTheCopySeeNoHalfOfIt) {
