@@ -118,6 +118,7 @@ TEST(AlterFailures, OfTheTemporaryFileLeaveTheTable) {
   static const IoDriver files = file_driver;
   const SlotGuard<decltype(file_driver.file_open)> open(
       file_driver.file_open, [](const char *name, int flags, int mode, int number, int size) {
+        EXPECT_EQ(mode, 0600) << "others may read what they may not read in the database";
         return temporary_fails() ? no_handle : files.file_open(name, flags, mode, number, size);
       });
   const SlotGuard<decltype(file_driver.file_read)> read(file_driver.file_read, [](auto... arguments) {
@@ -129,7 +130,7 @@ TEST(AlterFailures, OfTheTemporaryFileLeaveTheTable) {
   for (const char *settings : {"HVI_CACHE_SIZE_TMP=6", "HVI_CACHE_SIZE_TMP=6;HVI_SIZE_TMP=30B"}) {
     const bool too_small = strstr(settings, "HVI_SIZE_TMP") != nullptr;
     const Library library(settings);
-    TestDatabase db("TYPE=MEMORY");
+    TestDatabase db("TYPE=MEMORY;FILE_MODE=0600");
     ASSERT_EQ(db.run("CREATE TABLE t (a int AUTO_INCREMENT, b char(200), c text)"), 0);
     std::string rows = "INSERT INTO t (b, c) VALUES 'b', '" + std::string(900, 'c') + "'";
     for (int i = 0; i < 9; ++i) rows += ", 'b', '" + std::string(900, 'c') + "'";

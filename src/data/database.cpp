@@ -62,13 +62,15 @@ Database *db_open(const char *params) {
   return contents_open_locked(*db) ? db.release() : nullptr;
 }
 
-Database *db_create_work() {
+Database *db_create_work(const Database &owner) {
   char text[128];
   const char *size = env_text(Env::size_tmp);
   const bool sized = size != nullptr && size[0] != 0;
   dump_text(text, sizeof text, "NAME=hvi_%s%.64s;name=alter", sized ? ";SIZE_DAT=" : "", sized ? size : "");
   Unfinished db(db_new(text));
   if (db == nullptr) return nullptr;
+  db->params->encrypt_key = owner.params->encrypt_key;
+  db->params->io.file_mode = owner.params->io.file_mode;
   db->storage = sm_create_work(*db->params);
   if (db->storage == nullptr) return fail_null(status::db_storage_create);
   return catalog_create(*db) ? db.release() : nullptr;

@@ -33,7 +33,8 @@ Database *db_open(const char *params);  // 40008 to 40015, 140003
 void db_close(Database *db);
 [[nodiscard]] bool db_remove(const char *params);  // 40014
 bool db_exists(const char *params);                // records nothing
-Database *db_create_work();                        // a temporary database, removed when closed
+// A temporary database, removed when closed, for what another one contains: with its key and file mode.
+Database *db_create_work(const Database &owner);
 
 // The database lock. read: shared, counted per thread. write: shared then reserved. After a grant a commit
 // record left by a dead writer is completed, and another process's commit makes every cached thing follow.

@@ -99,7 +99,7 @@ bool edit_all(const Node *actions, WorkingList &list) {
 
 bool rebuild(Database &db, const char *name, const WorkingList &list) {
   if (!list.edited) return true;
-  const DatabaseHold temporary(db_create_work());
+  const DatabaseHold temporary(db_create_work(db));
   return temporary != nullptr && table_rebuild(db, *temporary, name, list.columns, list.count);
 }
 
