@@ -70,10 +70,8 @@ TEST_F(Sql, Changes) {
     INSERT INTO t SET a = 'x' => 113001
     INSERT INTO t SET a = 2147483648 => 113002
     INSERT INTO t (a) 2 + 4
-    INSERT INTO t FROM 'file'
     SELECT a, b FROM t => 3,c;4,d;5,-;6,-
     UPDATE t VALUES 1 => 172005
-    UPDATE t FROM 'file' => 172019
     DELETE t WHERE nothing = 2 => 150008
     UPDATE t (a, b) VALUES 7, 'x'; DELETE FROM t WHERE rowid = 0; SELECT a, b FROM t => 7,x;7,x;7,x;7,x
     CREATE TABLE u (a int, b int NOT NULL, c text)
@@ -365,7 +363,6 @@ TEST_F(Sql, PrintsResultsInColumns) {
     INSERT INTO d VALUES '20200131', '20200131040506', '20200131040506000789', 'aあいうえおかきabc')");
   expect({
       {"SELECT c, n FROM t WHERE n = -7", "  NULL,  -7\n"},
-      {"SELECT c, n FROM t DUMP INTO 'file'", "あい,5\nNULL,-7\n"},
       {"TEST_STMT 'a' || 'b', 1.5 * 2, 1.0e0 * 3", "ab,3.00,3.00000000000000e+00\n"},
       {"TEST_STMT SQRT(-1), NULL, '20200101' + 1 day", "nan,NULL,20200102000000000000\n"},
       {"ECHO 'hello'", "hello\n"},

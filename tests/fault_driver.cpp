@@ -122,7 +122,7 @@ int remove_file(const char *name) {
 DriverHandle open_file(const char *name, int flags, int, int, int) {
   if (fails("file_open", name)) return no_handle;
   const bool create = disk.names.count(name) == 0;
-  if (create && (flags & open_create) == 0) return no_handle;
+  if (create ? (flags & open_create) == 0 : (flags & open_new) != 0) return no_handle;
   if (create) perform({.kind = DiskOperation::create, .file = disk.file_count++, .name = name});
   disk.handles.push_back({disk.names[name], create, name});
   return static_cast<DriverHandle>(disk.handles.size()) - 1;

@@ -62,6 +62,12 @@ class Array {
     items_[size_++] = copy;
     return true;
   }
+  [[nodiscard]] bool append(const T *items, int count) {  // from outside of this array
+    if (!reserve(size_ + count)) return false;
+    if (count > 0) memcpy(static_cast<void *>(items_ + size_), items, sizeof(T) * static_cast<size_t>(count));
+    size_ += count;
+    return true;
+  }
   // New elements are zero-filled.
   [[nodiscard]] bool resize(int size) {
     if (!reserve(size)) return false;

@@ -89,6 +89,7 @@ inline constexpr DriverHandle no_handle = -1;
 
 inline constexpr int open_read_only = 1;  // flags of file_open
 inline constexpr int open_create = 8;
+inline constexpr int open_new = 16;         // with open_create: nothing may have that name yet
 inline constexpr int file_lock_shared = 1;  // modes of file_lock
 inline constexpr int file_lock_exclusive = 2;
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "engine.h"
-#include "platform/platform.h"
+#include "storage/io/io.h"
 
 using namespace tovik::test;
 
@@ -24,6 +24,7 @@ FILE *no_stream(const char *, const char *) {
 const DiskImage &prepared() {
   static const DiskImage image = [] {
     fault_driver::install();
+    tovik::file_driver = *tovik::added_drivers[fault_driver::number - tovik::added_driver_base];
     tovik::system_driver.print = silent_print;
     tovik::system_driver.stream_open = no_stream;
     const Engine engine(settings);

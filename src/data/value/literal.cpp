@@ -20,10 +20,8 @@ bool refuse(Mishap mishap, StatusCode code) {
   return false;
 }
 
-bool parse_hex(const char *text, Mishap mishap, void *target) {
-  if (text == nullptr || target == nullptr) return refuse(mishap, status::data_argument);
-  uint8_t *bytes = static_cast<uint8_t *>(target) + sizeof(int32_t);
-  int32_t length = 0;
+bool read_hex(const char *text, Mishap mishap, uint8_t *bytes, int32_t *length) {
+  *length = 0;
   while (*text != '\0') {
     int value = 0;
     for (int nibble = 0; nibble < 2 && *text != '\0'; ++nibble, ++text) {
@@ -31,8 +29,15 @@ bool parse_hex(const char *text, Mishap mishap, void *target) {
       if (digit < 0) return refuse(mishap, status::input_hex_digit);
       value = value << 4 | digit;
     }
-    bytes[length++] = static_cast<uint8_t>(value);
+    bytes[(*length)++] = static_cast<uint8_t>(value);
   }
+  return true;
+}
+
+bool parse_hex(const char *text, Mishap mishap, void *target) {
+  if (text == nullptr || target == nullptr) return refuse(mishap, status::data_argument);
+  int32_t length;
+  if (!read_hex(text, mishap, static_cast<uint8_t *>(target) + sizeof length, &length)) return false;
   memcpy(target, &length, sizeof length);
   return true;
 }
@@ -61,6 +66,10 @@ bool parse_literal(TypeCode classes, const char *text, Mishap mishap, void *targ
   }
   if ((classes & TYPE_BINARY) != 0) return parse_hex(text, mishap, target);
   return refuse(mishap, status::data_type_unknown);
+}
+
+bool hex_to_bytes(const char *text, uint8_t *bytes, int32_t *length) {
+  return read_hex(text, Mishap::recorded, bytes, length);
 }
 
 bool hex_to_binary(const char *text, void *target) {

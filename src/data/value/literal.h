@@ -11,5 +11,7 @@ namespace tovik {
 
 // Hexadecimal digits to a 32-bit length and the bytes; an odd last digit is a byte of its own. 113013.
 [[nodiscard]] bool hex_to_binary(const char *text, void *target);
+// The same with the length beside the bytes, which may take the place of the digits.
+[[nodiscard]] bool hex_to_bytes(const char *text, uint8_t *bytes, int32_t *length);
 
 }  // namespace tovik

@@ -104,6 +104,12 @@ char *double_to_text(double value, int precision, char *text) {
   return text;
 }
 
+char *double_to_exact_text(double value, char *text) {
+  if (std::isnan(value)) value = NAN;
+  *std::to_chars(text, text + number_text_size - 1, value).ptr = '\0';
+  return text;
+}
+
 int64_t double_to_integer(double value) {
   constexpr double limit = 9223372036854775808.0;
   if (std::isnan(value)) return 0;

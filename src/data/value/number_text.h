@@ -23,6 +23,7 @@ inline constexpr int number_text_size = 32;  // bytes that hold every result bel
 
 char *integer_to_text(int64_t value, char *text);               // "%lld"
 char *double_to_text(double value, int precision, char *text);  // "%.<precision>e", precision up to 17
+char *double_to_exact_text(double value, char *text);  // the shortest that text_to_double reads as value
 inline constexpr int float32_precision = 6, float64_precision = 14;
 
 // The whole part, the nearest limit for what is outside 64 bits, 0 for what is no number.

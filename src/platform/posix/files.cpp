@@ -125,8 +125,9 @@ int open_existing(const char *path, int access) {
   return file;
 }
 
-// Opens path for reading and writing, creating it when missing; *created tells whether this call did.
-int open_or_create(const char *path, int mode, bool *created) {
+// Opens path for reading and writing, creating it when missing; *created tells whether this call did. One
+// that is to be new is not opened when it is there.
+int open_or_create(const char *path, int flags, int mode, bool *created) {
   constexpr int race_limit = 8;  // another process creates and removes the file between our two tries
   const mode_t permissions = static_cast<mode_t>(mode == 0 ? default_file_mode : mode);
   *created = false;
@@ -137,6 +138,7 @@ int open_or_create(const char *path, int mode, bool *created) {
       return file;
     }
     if (errno != EEXIST && errno != EINTR) return -1;
+    if (errno == EEXIST && (flags & open_new) != 0) return -1;
     file = open_existing(path, O_RDWR);
     if (file >= 0 || errno != ENOENT) {
       if (file >= 0) errno = 0;
@@ -153,7 +155,7 @@ DriverHandle open_file(const char *name, int flags, int mode, int, int) {
     return open_existing(path.text(), (flags & open_read_only) != 0 ? O_RDONLY : O_RDWR);
   }
   bool created;
-  const int file = open_or_create(path.text(), mode, &created);
+  const int file = open_or_create(path.text(), flags, mode, &created);
   if (file < 0 || !created || creation_note(file, name)) return file;
   const int cause = errno;  // a file that could never be made durable is not created
   close(file);

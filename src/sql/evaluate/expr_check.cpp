@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "sql/evaluate/check_rules.h"
+#include "sql/evaluate/file_text.h"
 
 namespace tovik {
 
@@ -35,6 +36,8 @@ bool check_node(Check check, Node *node, Value *result) {
     case node::always_true:
       set_truth(result, 0);
       return true;
+    case node::file_name:
+      return check_file(check.context, node, result);
     case node::function_call:
       return check_call(check, node, result);
     default:

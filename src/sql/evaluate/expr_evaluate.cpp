@@ -28,6 +28,7 @@ bool evaluate(Evaluation &evaluation, const Node *node, Value *result) {
     case value_kind::literal:
     case value_kind::string:
     case value_kind::date_literal:
+    case node::file_name:
       *result = *node->value;
       return true;
     case node::concat:

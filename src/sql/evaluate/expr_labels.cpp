@@ -86,6 +86,7 @@ bool LabelWriter::write(const Node *node) {
     case value_kind::literal:
     case value_kind::string:
     case value_kind::date_literal:
+    case node::file_name:
       if (node->value->label == nullptr) return fail(status::expr_label_text);
       text(node->value->label);
       return true;

@@ -5,6 +5,7 @@
 #include "data/value/literal.h"
 #include "data/value/number_text.h"
 #include "frame/error.h"
+#include "sql/evaluate/file_text.h"
 
 namespace tovik {
 
@@ -98,7 +99,8 @@ bool set_evaluated(MemoryPool &pool, const Value &value, RowHandle &row, const C
 }
 
 bool is_plain_leaf(const Node &expression) {
-  return expression.kind == value_kind::null || expression.kind == value_kind::string;
+  return expression.kind == value_kind::null || expression.kind == value_kind::string ||
+         expression.kind == node::file_name;
 }
 
 }  // namespace
@@ -116,6 +118,7 @@ bool set_value(EvalContext &context, const Node &expression, RowHandle &row, con
     const char *text = node_name(expression);
     return *text == 0 ? set_null(row, column) : set_text(*context.pool, text, row, column);
   }
+  if (expression.kind == node::file_name) return set_file(*context.pool, expression, row, column);
   Value value;
   if (!expr_evaluate(context, &expression, EvalMode::row, &value)) return false;
   return set_computed(*context.pool, value, row, column);

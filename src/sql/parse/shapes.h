@@ -283,6 +283,7 @@ struct SourceTree {
     if (source.kind == node::column_name) return {&source, source.second};
     return {nullptr, &source};
   }
+  bool is_file() const { return values->kind == node::file_name; }
   Node *make() const {
     if (columns == nullptr) return values;
     columns->second = values;

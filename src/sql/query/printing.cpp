@@ -11,6 +11,7 @@
 #include "frame/charset_current.h"
 #include "frame/env.h"
 #include "frame/error.h"
+#include "sql/query/result_file.h"
 
 namespace tovik {
 
@@ -31,17 +32,24 @@ int display_width(const char *text) {
   return width;
 }
 
-void print_blanks(int count) {
-  if (count > 0) system_driver.print("%*s", count, "");
+// Prints, and writes what is printed into the file of INTO as well.
+template <class... Parts>
+void print(ResultFile &file, const char *format, Parts... parts) {
+  system_driver.print(format, parts...);
+  if (file.mode == OutputMode::into) result_file_print(file, format, parts...);
+}
+
+void print_blanks(ResultFile &file, int count) {
+  if (count > 0) print(file, "%*s", count, "");
 }
 
 enum class Align { left, right, none };
 
-void print_aligned(const char *text, int width, Align align) {
+void print_aligned(ResultFile &file, const char *text, int width, Align align) {
   const int padding = align == Align::none ? 0 : width - display_width(text);
-  if (align == Align::right) print_blanks(padding);
-  system_driver.print("%s", text);
-  if (align == Align::left) print_blanks(padding);
+  if (align == Align::right) print_blanks(file, padding);
+  print(file, "%s", text);
+  if (align == Align::left) print_blanks(file, padding);
 }
 
 // ---- the layout of a column ----
@@ -109,17 +117,17 @@ TypeCode shown_type(const Value &value) {
   return value.declared != 0 ? value.declared : value.type;
 }
 
-void print_datetime(const Layout &layout, const Value &value) {
+void print_datetime(ResultFile &file, const Layout &layout, const Value &value) {
   char text[32] = "";
   if (!format_datetime(shown_type(value), value.datetime, text)) text[0] = 0;
-  system_driver.print(layout.format, text);
+  print(file, layout.format, text);
 }
 
-void print_real(const Layout &layout, double real) {
+void print_real(ResultFile &file, const Layout &layout, double real) {
   if (std::isnan(real)) {
-    print_aligned("nan", layout.width, layout.compact ? Align::none : Align::left);
+    print_aligned(file, "nan", layout.width, layout.compact ? Align::none : Align::left);
   } else {
-    system_driver.print(layout.format, real);
+    print(file, layout.format, real);
   }
 }
 
@@ -137,19 +145,18 @@ int text_piece(const Cell &cell, int width) {
   return static_cast<int>(at - cell.rest);
 }
 
-int print_binary_piece(const Cell &cell, int width, int *printed) {
+int print_binary_piece(ResultFile &file, const Cell &cell, int width, int *printed) {
   const int bytes = std::min(cell.rest_length, std::max(1, (width + 1) / 3));
   for (int i = 0; i < bytes; ++i) {
-    system_driver.print(i == 0 ? "%02x" : " %02x",
-                        static_cast<unsigned>(static_cast<unsigned char>(cell.rest[i])));
+    print(file, i == 0 ? "%02x" : " %02x", static_cast<unsigned>(static_cast<unsigned char>(cell.rest[i])));
   }
   *printed = 3 * bytes - 1;
   return bytes;
 }
 
-int print_text_piece(const Cell &cell, int width, int *printed) {
+int print_text_piece(ResultFile &file, const Cell &cell, int width, int *printed) {
   const int bytes = text_piece(cell, width);
-  system_driver.print("%.*s", bytes, cell.rest);
+  print(file, "%.*s", bytes, cell.rest);
   *printed = 0;
   const Charset &charset = charset_current();
   for (const char *at = cell.rest; at < cell.rest + bytes;) {
@@ -162,64 +169,65 @@ int print_text_piece(const Cell &cell, int width, int *printed) {
 }
 
 // The next piece of a large value, padded to the width unless it ends the line.
-void print_large(Cell &cell, bool last) {
+void print_large(ResultFile &file, Cell &cell, bool last) {
   const Layout &layout = cell.layout;
   const int width = layout.compact ? INT32_MAX - 1 : layout.width;
   int printed;
-  const int bytes = (shown_type(cell.value) & TYPE_BINARY) != 0 ? print_binary_piece(cell, width, &printed)
-                                                                : print_text_piece(cell, width, &printed);
+  const int bytes = (shown_type(cell.value) & TYPE_BINARY) != 0
+                        ? print_binary_piece(file, cell, width, &printed)
+                        : print_text_piece(file, cell, width, &printed);
   cell.rest += bytes;
   cell.rest_length -= bytes;
-  if (!last && !layout.compact) print_blanks(width - printed);
+  if (!last && !layout.compact) print_blanks(file, width - printed);
 }
 
-void print_text(const Layout &layout, const Value &value, bool last) {
-  print_aligned(value.text.text, layout.width, last || layout.compact ? Align::none : Align::left);
+void print_text(ResultFile &file, const Layout &layout, const Value &value, bool last) {
+  print_aligned(file, value.text.text, layout.width, last || layout.compact ? Align::none : Align::left);
 }
 
-void print_null(const Layout &layout) {
+void print_null(ResultFile &file, const Layout &layout) {
   const char *text = env_text(Env::sql_sel_nul_str);
-  print_aligned(text == nullptr ? "" : text, layout.width, layout.compact ? Align::none : Align::right);
+  print_aligned(file, text == nullptr ? "" : text, layout.width, layout.compact ? Align::none : Align::right);
 }
 
-void print_value(const Layout &layout, const Value &value, bool last) {
+void print_value(ResultFile &file, const Layout &layout, const Value &value, bool last) {
   switch (datum_kind(value.type)) {
     case DatumKind::integer:
-      system_driver.print(layout.format, static_cast<long long>(value.integer));
+      print(file, layout.format, static_cast<long long>(value.integer));
       break;
     case DatumKind::real:
-      print_real(layout, value.real);
+      print_real(file, layout, value.real);
       break;
     case DatumKind::datetime:
-      print_datetime(layout, value);
+      print_datetime(file, layout, value);
       break;
     case DatumKind::text:
-      print_text(layout, value, last);
+      print_text(file, layout, value, last);
       break;
   }
 }
 
 // NVL may give a value of another class than its column has: it is printed as a value of its own class, to
 // the column's width.
-void print_odd_value(const Layout &layout, const Value &value, bool last) {
+void print_odd_value(ResultFile &file, const Layout &layout, const Value &value, bool last) {
   const TypeCode type = shown_type(value);
   const Layout own = lay_out(type, (value.flags & value_decimal) != 0, 0, 0, layout.compact);
   const int missing = layout.compact ? 0 : layout.width - own.width;
-  if (type_numeric(type)) print_blanks(missing);
-  print_value(own, value, last);
-  if (!type_numeric(type) && !last) print_blanks(missing);
+  if (type_numeric(type)) print_blanks(file, missing);
+  print_value(file, own, value, last);
+  if (!type_numeric(type) && !last) print_blanks(file, missing);
 }
 
-void print_cell(Cell &cell, bool last) {
+void print_cell(ResultFile &file, Cell &cell, bool last) {
   if (cell.value.is_null()) {
-    print_null(cell.layout);
+    print_null(file, cell.layout);
   } else if (cell.large) {
-    print_large(cell, last);
+    print_large(file, cell, last);
   } else if ((cell.column->flags & value_mixed) != 0 ||
              datum_kind(cell.value.type) != datum_kind(cell.layout.type)) {
-    print_odd_value(cell.layout, cell.value, last);
+    print_odd_value(file, cell.layout, cell.value, last);
   } else {
-    print_value(cell.layout, cell.value, last);
+    print_value(file, cell.layout, cell.value, last);
   }
 }
 
@@ -239,26 +247,26 @@ bool anything_left(const Cell *cells, int count) {
 }
 
 // A further line of the row: pieces of large values, blanks in the other columns.
-void print_continuation(const Query &query, Cell *cells) {
+void print_continuation(ResultFile &file, const Query &query, Cell *cells) {
   for (int i = 0; i < query.column_count; ++i) {
     const bool last = i == query.column_count - 1;
-    if (i > 0) system_driver.print("%s", query.separator);
+    if (i > 0) print(file, "%s", query.separator);
     if (cells[i].rest_length > 0) {
-      print_large(cells[i], last);
+      print_large(file, cells[i], last);
     } else if (!last) {
-      print_blanks(cells[i].layout.width);
+      print_blanks(file, cells[i].layout.width);
     }
   }
-  system_driver.print("%s", "\n");
+  print(file, "%s", "\n");
 }
 
-void print_row(const Query &query, Cell *cells) {
+void print_row(ResultFile &file, const Query &query, Cell *cells) {
   for (int i = 0; i < query.column_count; ++i) {
-    if (i > 0) system_driver.print("%s", query.separator);
-    print_cell(cells[i], i == query.column_count - 1);
+    if (i > 0) print(file, "%s", query.separator);
+    print_cell(file, cells[i], i == query.column_count - 1);
   }
-  system_driver.print("%s", "\n");
-  while (anything_left(cells, query.column_count)) print_continuation(query, cells);
+  print(file, "%s", "\n");
+  while (anything_left(cells, query.column_count)) print_continuation(file, query, cells);
 }
 
 Align header_align(TypeCode type, bool last) {
@@ -266,12 +274,18 @@ Align header_align(TypeCode type, bool last) {
   return last && (type & TYPE_CHARACTER) != 0 ? Align::none : Align::left;
 }
 
-bool print_rows(const Query &query, Cell *cells) {
+void dump_row(ResultFile &file, const Query &query, const Cell *cells) {
+  for (int i = 0; i < query.column_count; ++i) result_file_value(file, cells[i].value, i == 0);
+  result_file_line_end(file);
+}
+
+bool print_rows(ResultFile &file, const Query &query, Cell *cells) {
   return each_row([&] { return cursor_fetch(*query.cursor); },
                   [&] {
                     if (!read_cells(query, cells)) return false;
-                    print_row(query, cells);
-                    return true;
+                    print_row(file, query, cells);
+                    if (file.mode == OutputMode::dump_into) dump_row(file, query, cells);
+                    return !file.failed;
                   });
 }
 
@@ -290,26 +304,28 @@ Cell *cells_new(const Query &query) {
   return cells;
 }
 
-void print_header(const Query &query, const Cell *cells) {
+void print_header(ResultFile &file, const Query &query, const Cell *cells) {
   for (int i = 0; i < query.column_count; ++i) {
     const Layout &layout = cells[i].layout;
-    if (i > 0) system_driver.print("%s", query.separator);
-    print_aligned(cells[i].column->label, layout.width,
+    if (i > 0) print(file, "%s", query.separator);
+    print_aligned(file, cells[i].column->label, layout.width,
                   header_align(layout.type, i == query.column_count - 1));
   }
-  system_driver.print("%s", "\n");
+  print(file, "%s", "\n");
+  if (file.mode == OutputMode::dump_into) result_file_header(file, query);
 }
 
 }  // namespace
 
 bool print_result(Query &query) {
-  Cell *cells = cells_new(query);
-  if (cells != nullptr && env_on(Env::sql_sel_hdr)) print_header(query, cells);
-  const bool printed = cells != nullptr && print_rows(query, cells);
+  ResultFile file{};
+  Cell *cells = result_file_create(file, query) ? cells_new(query) : nullptr;
+  if (cells != nullptr && env_on(Env::sql_sel_hdr)) print_header(file, query, cells);
+  const bool printed = cells != nullptr && print_rows(file, query, cells);
   mem_free(cells);
   cursor_close(query.cursor);
   query.cursor = nullptr;
-  return printed;
+  return printed && result_file_keep(file);
 }
 
 bool print_items(Query &query) {

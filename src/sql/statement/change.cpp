@@ -8,15 +8,14 @@
 #include "sql/evaluate/set_value.h"
 #include "sql/parse/shapes.h"
 #include "sql/statement/executors.h"
+#include "sql/statement/load.h"
 
 namespace tovik {
 
 namespace {
 
 // The columns that a source names (or all), and the values for them.
-struct Targets {
-  const Column **columns;
-  int column_count;
+struct Values : Targets {
   Node *values;  // chain of value items, or of assignment items
   int value_count;
 };
@@ -28,43 +27,12 @@ RowHandle *open_row(Database &db, const char *table_name) {
 
 // ---- binding ----
 
-bool bind_column(const Table &table, const char *name, Targets &targets) {
-  const Column *column = table_find_column(table, name);
-  if (column == nullptr) return fail(status::column_not_found);
-  if (column_is_rowid(*column)) return fail(status::rowid_not_assignable);
-  for (int i = 0; i < targets.column_count; ++i) {
-    if (targets.columns[i] == column) return fail(status::column_named_twice);
-  }
-  targets.columns[targets.column_count++] = column;
-  return true;
-}
-
-bool allocate_columns(MemoryPool &pool, int count, Targets &targets) {
-  targets.columns = memory_pool_new<const Column *>(pool, count);
-  return targets.columns != nullptr || fail(status::sql_memory);
-}
-
-bool bind_all(MemoryPool &pool, const Table &table, Targets &targets) {
-  if (!allocate_columns(pool, table.column_count, targets)) return false;
-  for (int i = 0; i < table.column_count; ++i) targets.columns[i] = &table.columns[i];
-  targets.column_count = table.column_count;
-  return true;
-}
-
-bool bind_list(MemoryPool &pool, const Table &table, const Node *names, Targets &targets) {
-  if (!allocate_columns(pool, node_count(names), targets)) return false;
-  for (const Node *name : chain(names)) {
-    if (!bind_column(table, node_name(*name), targets)) return false;
-  }
-  return true;
-}
-
-bool bind_assignments(MemoryPool &pool, const Table &table, Targets &targets) {
-  if (!allocate_columns(pool, targets.value_count, targets)) return false;
+bool bind_assignments(MemoryPool &pool, const Table &table, Values &targets) {
+  if (!targets_allocate(pool, targets.value_count, targets)) return false;
   for (const Node *item : chain(targets.values)) {
     const AssignmentTree assignment = AssignmentTree::of(*item);
     if (assignment.value == nullptr) return fail(status::assignment_tree);
-    if (!bind_column(table, assignment.name, targets)) return false;
+    if (!targets_add(table, assignment.name, targets)) return false;
   }
   return true;
 }
@@ -74,35 +42,30 @@ Node *value_expression(const Node &item) {
   return item.kind == node::assignment_item ? AssignmentTree::of(item).value : ValueItemTree::of(item).value;
 }
 
-bool names_file(const SourceTree &source) {
-  return source.values->kind == node::file_name;
-}
-
 enum class Rows { many, one };
 
 // How many values a source must give: whole rows for INSERT, one row for UPDATE.
-bool value_count_fits(const Targets &targets, Rows rows) {
+bool value_count_fits(const Values &targets, Rows rows) {
   if (rows == Rows::one) return targets.value_count == targets.column_count;
   return targets.value_count >= targets.column_count && targets.value_count % targets.column_count == 0;
 }
 
-bool bind_source(MemoryPool &pool, const Table &table, const SourceTree &source, Rows rows,
-                 Targets &targets) {
+bool bind_source(MemoryPool &pool, const Table &table, const SourceTree &source, Rows rows, Values &targets) {
   targets.values = ListTree::of(*source.values).items;
   targets.value_count = node_count(targets.values);
   if (source.values->kind == node::assignment_list) return bind_assignments(pool, table, targets);
   if (source.columns == nullptr) {
-    if (!bind_all(pool, table, targets)) return false;
+    if (!targets_all(pool, table, targets)) return false;
     return value_count_fits(targets, rows) || fail(status::value_count_rows);
   }
-  if (!bind_list(pool, table, source.columns, targets)) return false;
+  if (!targets_named(pool, table, source.columns, targets)) return false;
   return value_count_fits(targets, rows) || fail(status::value_count_columns);
 }
 
 // ---- rows ----
 
 // Builds and inserts one row from the values at item; *next is the item after them.
-bool insert_row(EvalContext &context, RowHandle &row, const Targets &targets, Node *item, Node **next) {
+bool insert_row(EvalContext &context, RowHandle &row, const Values &targets, Node *item, Node **next) {
   const PoolScope scope(*context.pool);
   row_handle_reset(row);
   for (int i = 0; i < targets.column_count; ++i, item = node_next(*item)) {
@@ -114,7 +77,7 @@ bool insert_row(EvalContext &context, RowHandle &row, const Targets &targets, No
   return row_handle_insert(row);
 }
 
-bool update_row(EvalContext &context, RowHandle &writer, const RowHandle &reader, const Targets &targets) {
+bool update_row(EvalContext &context, RowHandle &writer, const RowHandle &reader, const Values &targets) {
   const PoolScope scope(*context.pool);
   row_handle_copy(writer, reader);
   const Node *item = targets.values;
@@ -124,7 +87,7 @@ bool update_row(EvalContext &context, RowHandle &writer, const RowHandle &reader
   return row_handle_update(writer);
 }
 
-bool check_values(EvalContext &context, const Targets &targets) {
+bool check_values(EvalContext &context, const Values &targets) {
   for (const Node *item : chain(targets.values)) {
     if (!set_value_check(context, value_expression(*item))) return false;
   }
@@ -155,8 +118,8 @@ bool exec_insert(Statement &statement) {
   const SourceTree source = SourceTree::of(*tree.source);
   const RowHandleHold row(open_row(*statement.db, node_name(*tree.table)));
   if (row.get() == nullptr) return false;
-  if (names_file(source)) return true;
-  Targets targets{};
+  if (source.is_file()) return load_rows(*statement.pool, *row, source);
+  Values targets{};
   if (!bind_source(*statement.pool, *row->table, source, Rows::many, targets)) return false;
   EvalContext context = sql_context(statement, nullptr);
   for (Node *item = targets.values; item != nullptr;) {
@@ -173,10 +136,17 @@ bool exec_update(Statement &statement) {
   if (access.get() == nullptr) return false;
   const RowHandleHold writer(open_row(*statement.db, table_name));
   if (writer.get() == nullptr) return false;
-  if (names_file(source)) return fail(status::unsupported);
-  Targets targets{};
-  if (!bind_source(*statement.pool, *writer->table, source, Rows::one, targets)) return false;
   EvalContext context = sql_context(statement, access.get());
+  if (source.is_file()) {
+    LoadedRow values{};
+    return load_only_row(*statement.pool, *writer->table, source, values) &&
+           change_rows(context, tree.where, [&] {
+             row_handle_copy(*writer, *access->handle);
+             return loaded_row_set(*statement.pool, values, *writer) && row_handle_update(*writer);
+           });
+  }
+  Values targets{};
+  if (!bind_source(*statement.pool, *writer->table, source, Rows::one, targets)) return false;
   if (!check_values(context, targets)) return false;
   return change_rows(context, tree.where,
                      [&] { return update_row(context, *writer, *access->handle, targets); });

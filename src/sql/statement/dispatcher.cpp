@@ -1,5 +1,6 @@
 #include "sql/statement/dispatcher.h"
 
+#include "data/table/catalog_change.h"
 #include "frame/env.h"
 #include "frame/error.h"
 #include "sql/parse/shapes.h"
@@ -101,6 +102,19 @@ bool run_reading(Statement &statement, const KindRow &kind) {
   return done;
 }
 
+bool loads_file(const Node &root) {
+  return root.kind == node::insert && SourceTree::of(*InsertTree::of(root).source).is_file();
+}
+
+// Changes everything or nothing, inside an open transaction and with automatic commit off as well.
+bool run_as_a_whole(Statement &statement, const KindRow &kind) {
+  const bool inside = db_in_transaction(*statement.db, current_thread());
+  return db_change_in_transaction(*statement.db, [&] {
+    if (!inside) return kind.execute(statement);
+    return catalog_as_a_whole(*statement.db, [&] { return kind.execute(statement); });
+  });
+}
+
 }  // namespace
 
 bool dispatch(Statement &statement) {
@@ -111,6 +125,7 @@ bool dispatch(Statement &statement) {
     case Mode::read:
       return run_reading(statement, kind);
     case Mode::change:
+      if (loads_file(*statement.root)) return run_as_a_whole(statement, kind);
       return db_change(*statement.db, [&] { return kind.execute(statement); });
     case Mode::rebuild:
       return db_change_in_transaction(*statement.db, [&] { return kind.execute(statement); });
