@@ -74,7 +74,7 @@ void result_file_line_end(ResultFile &file) {
 }
 
 bool result_file_keep(ResultFile &file) {
-  return file.mode == OutputMode::none || file_writer_keep(file.writer.release());
+  return file.mode == OutputMode::none || (!file.failed && file_writer_keep(file.writer.release()));
 }
 
 }  // namespace tovik
