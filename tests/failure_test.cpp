@@ -13,6 +13,7 @@
 #include "engine.h"
 #include "fault_memory.h"
 #include "frame/error.h"
+#include "storage/io/io.h"
 #include "tovik.h"
 
 namespace tovik::test {
@@ -109,6 +110,8 @@ std::vector<Victim> victims() {
        "DESC"},
       {{}, "SELECT DISTINCT name FROM person WHERE id IN (3, 10, 11) AND name BETWEEN 'name 2' AND 'name 4'"},
       {{}, "SELECT COUNT(*), MAX(id), AVG(id) FROM person"},
+      {{}, "SELECT * FROM person DUMP INTO 'rows'"},
+      {{"SELECT id + 50 AS id, name, note FROM person DUMP INTO 'rows'"}, "INSERT INTO person FROM 'rows'"},
       {{}, "DESCRIBE person ALL"},
       {{}, "INFO CHECK person"},
       {{}, by_records},
@@ -124,7 +127,7 @@ std::vector<Victim> victims() {
 StatusCode perform(std::optional<Session> &session, const std::string &statement) {
   if (statement == by_records) return perform_by_records();
   if (statement == closing) return session.reset(), 0;
-  if (!statement.starts_with("SELECT")) return session->run(statement);
+  if (!statement.starts_with("SELECT") || statement.ends_with("'rows'")) return session->run(statement);
   std::string rows;
   return session->query(statement, &rows);
 }
@@ -285,6 +288,7 @@ class FailureTest : public testing::TestWithParam<Setting> {
   std::set<StatusCode> last_statuses_;
   const Silence silence_;
   const Engine engine_{GetParam().library};
+  const SlotGuard<IoDriver> files_{file_driver, *added_drivers[fault_driver::number - added_driver_base]};
   const DiskImage base_ = made_database(database, schema() + person_rows(0, 30));
 
  private:
