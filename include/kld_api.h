@@ -132,9 +132,9 @@ TOVIK_API int kld_api_pre_stmt_char(kld_stmt *stmt, const char *sql);
 TOVIK_API int kld_api_pre_stmt_wchar(kld_stmt *stmt, const uint16_t *sql);
 
 /* Executes the prepared query: afterwards its rows can be fetched. 190013: not prepared; 190012: already
- * executed; 143101: the area for ORDER BY or DISTINCT (HVI_TMP_BUF_SIZE) is too small. A statement that fails
- * here stays prepared, without its hold for reading. A query whose tables or indices have changed since is
- * prepared again. */
+ * executed; 143101: the area for ORDER BY, GROUP BY or DISTINCT (HVI_TMP_BUF_SIZE) is too small. A statement
+ * that fails here stays prepared, without its hold for reading. A query whose tables or indices have changed
+ * since is prepared again. */
 TOVIK_API int kld_api_exec_stmt(kld_stmt *stmt);
 
 /* Result: 1 when the next row is current, 0 when there is none, -1 with 190013, 190014 (not executed) or the

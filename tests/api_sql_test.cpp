@@ -157,6 +157,69 @@ TEST_F(Sql, Queries) {
     SELECT g FROM t WHERE REPLACE('abc', NVL(s, g), 'b') = 'Q' => error 153002)");
 }
 
+TEST_F(Sql, Groups) {
+  script(R"(
+    CREATE TABLE t (g int, s char(4), v int, d double, x text(1, 4, 8), b blob, m date)
+    SELECT g, COUNT(*) FROM t GROUP BY g =>
+    SELECT g, COUNT(*), SUM(v), 1 FROM t HAVING COUNT(*) = 0 => -,0,-,-
+    SELECT COUNT(*) FROM t HAVING COUNT(*) > 0 =>
+    INSERT INTO t VALUES 2,'b',5,0.0,'a text of many chunks','00ff','20240101', NULL,'a',7,1.5,'other','00fe','20240102'
+    INSERT INTO t VALUES 2,'a',NULL,-0.0,'a text of many chunks','00ff','20240101', 1,NULL,1,NULL,NULL,NULL,NULL
+    INSERT INTO t VALUES NULL,'b',9,1.5,'a text of many Chunks','00ff','20240101'
+    SELECT g, COUNT(*), SUM(v), MAX(v) - MIN(v), AVG(v), v FROM t GROUP BY g => 2,2,5,0,5,-;-,2,16,2,8,-;1,1,1,0,1,-
+    SELECT g FROM t GROUP BY g ORDER BY g => -;1;2
+    SELECT g FROM t GROUP BY t.g, g ORDER BY v, g DESC => 2;1;-
+    SELECT g, s, COUNT(v) FROM t GROUP BY g, s ORDER BY s DESC, g => -,b,1;2,b,1;-,a,1;2,a,0;1,-,1
+    SELECT s FROM t WHERE v > 1 GROUP BY s ORDER BY s => a;b
+    SELECT COUNT(*) FROM t WHERE v > 100 GROUP BY s =>
+    SELECT DISTINCT COUNT(*) FROM t GROUP BY g ORDER BY g => 2;1
+    SELECT DISTINCT NVL(g, 'none'), g * 10 + COUNT(*), 'x' FROM t GROUP BY g, s => 2,21,x;none,-,x;1,11,x
+    SELECT * FROM t GROUP BY s, v HAVING s = 'a' ORDER BY v => -,a,-,-,-,-,-;-,a,7,-,-,-,-
+    SELECT d, COUNT(*) FROM t GROUP BY d ORDER BY d => -,1;0,2;1.5,2
+    SELECT x, b, m, COUNT(*) FROM t GROUP BY b, m, x ORDER BY x => -,-,-,1;a text of many Chunks,00ff,20240101,1;a text of many chunks,00ff,20240101,2;other,00fe,20240102,1
+    SELECT LENGTH(x), YEAROF m FROM t GROUP BY x, m ORDER BY m, x => -,-;21,2024;21,2024;5,2024
+    SELECT s, SUM(v), COUNT(rowid) FROM t GROUP BY rowid, s HAVING SUM(v) > 5 AND rowid > 0 => a,7,1;b,9,1
+    SELECT g FROM t GROUP BY g HAVING SUM(v) BETWEEN 2 AND 10 AND NVL(MAX(d), 9) < 9 => 2
+    SELECT g FROM t GROUP BY g HAVING COUNT(v) IN (0, 2) OR g = 1 ORDER BY g => -;1
+    SELECT g FROM t GROUP BY g HAVING NOT (g IS NULL) => 2;1
+    SELECT g FROM t GROUP BY g HAVING v = 1 OR v IS NULL AND g = 1 => 1
+    SELECT a.g, b.s, COUNT(*), SUM(a.v + b.v) FROM t a, t b WHERE a.g = b.g GROUP BY b.s, a.g ORDER BY b.s => 1,-,1,2;2,a,2,-;2,b,2,10
+    SELECT AVG(v) FROM t HAVING MIN(g) = 1 => 5.5
+    SELECT 'x' FROM t HAVING 1 = 1 => -
+    SELECT COUNT(DISTINCT v) FROM t GROUP BY g => error 172019
+    SELECT g FROM t GROUP BY g HAVING COUNT(DISTINCT v) > 1 => error 172019
+    SELECT g FROM t GROUP BY nothing => error 150008
+    SELECT g FROM t GROUP BY g HAVING nothing = 1 => error 150008
+    SELECT g FROM t GROUP BY g HAVING s = 1 + 1 => error 150003
+    SELECT g FROM t WHERE MAX(v) > 1 GROUP BY g => error 150004
+    SELECT g FROM t GROUP BY g HAVING MAX(SUM(v)) > 1 => error 150004
+    SELECT g FROM t GROUP BY g HAVING 1 / (COUNT(*) - 1) > 1 => error 151001
+    SELECT 1 / (COUNT(*) - 1) FROM t GROUP BY g => error 151001
+    SELECT 1 / (COUNT(*) - 5) FROM t HAVING COUNT(*) <> 5 =>
+    PREPARE SELECT 1 / (COUNT(*) - 5) FROM t; EXECUTE => 151001
+    CLEAR; PREPARE SELECT g, COUNT(*) FROM t GROUP BY g HAVING COUNT(*) > 1 ORDER BY g; RENAME ATTR t.g AS h; EXECUTE => 150008
+    RENAME ATTR t.h AS g; DELETE FROM t WHERE s = 'a'; EXECUTE; REST =>
+    CLEAR; PREPARE SELECT s, COUNT(*) FROM t GROUP BY s; EXECUTE; DROP TABLE t; REST => b,2;-,1)");
+}
+
+class SqlSmallArea : public Sql {
+ protected:
+  SqlSmallArea() : Sql("HVI_TMP_BUF_SIZE=8000") {}
+};
+
+// A group takes its key, its accumulators and little more, and a million rows of few groups no more than one;
+// all rows as one group take none.
+TEST_F(SqlSmallArea, HoldsGroupsNotRows) {
+  script(R"(
+    CREATE TABLE n (i int); INSERT INTO n VALUES 0, 1, 2, 3, 4, 5, 6, 7, 8, 9; CREATE TABLE t (i int, s char(9))
+    SELECT a.i, COUNT(*), SUM(b.i), MAX('' || '') FROM n a, n b GROUP BY a.i => error 153001
+    SELECT b.i, COUNT(*), SUM(a.i) FROM n a, n b, n c, n d, n e, n f GROUP BY b.i HAVING b.i > 7 => 8,100000,450000;9,100000,450000
+    SELECT COUNT(*) FROM n a, n b GROUP BY a.i, b.i HAVING a.i = 9 AND b.i = 9 => 1
+    SELECT COUNT(*) FROM n a, n b, n c GROUP BY a.i, b.i, c.i => error 143101
+    SELECT COUNT(*) FROM n a, n b, n c => 1000
+    SELECT DISTINCT a.i - b.i FROM n a, n b GROUP BY a.i, b.i HAVING a.i = 9 AND b.i > 7 => 1;0)");
+}
+
 // Each expression over a row of values and over one of NULL; an unknown condition is -1.
 TEST_F(Sql, ExpressionsReadColumnsOfEveryType) {
   script(R"(

@@ -123,13 +123,15 @@ TEST_F(ParserTest, SyntaxErrors) {
   for (const char *text :
        {"", "SELECT a > 1 FROM t", "COMMIT", "; ;", "DROP t; DROP u", "CREATE TIMESERIES INDEX i t (a)",
         "CREATE t ()", "INSERT t VALUES (1, (2, 3))", "SELECT FROM t INTO f", "SELECT FROM t WHERE a",
-        "SELECT FROM t HAVING a = 1", "SELECT a, FROM t", "TEST_STMT (a", "TEST_STMT ABS()",
-        "SELECT FROM t WHERE a = b = c"}) {
+        "SELECT FROM t GROUP a", "SELECT FROM t ORDER BY a GROUP BY a", "SELECT FROM t GROUP BY a + 1",
+        "SELECT a, FROM t", "TEST_STMT (a", "TEST_STMT ABS()", "SELECT FROM t WHERE a = b = c"}) {
     EXPECT_FALSE(parses(text)) << text;
     EXPECT_EQ(status::syntax_error, error_record().last_code) << text;
   }
   for (const char *text : {"ALTER t ADD a int BEFORE b, c DELETE d, t.e", "INSERT INTO t VALUES 1, (2, 3)",
                            "CREATE t (a int NOT NULL, c text(1,2,3,4)) init = 5, step TO -1, x = 's'",
+                           "SELECT FROM t u WHERE a = 1 GROUP BY a, u.b HAVING NOT a = 1 ORDER BY b INTO 'f'",
+                           "SELECT FROM t HAVING a = 1",
                            "SELECT a PRINT 'x', t.c > 1 z FROM t u, v WHERE a > ALL (SELECT b FROM u)"})
     EXPECT_TRUE(parses(text)) << text;
   // A lexical failure is recorded first, the syntax error after it.

@@ -8,7 +8,7 @@ namespace tovik {
 
 struct Column;
 struct RowHandle;
-struct Accumulator;
+struct AggregateCall;
 
 namespace value_kind {
 inline constexpr uint16_t column = 1000, null = 1001, literal = 1002, string = 1003, integer_text = 1004,
@@ -29,6 +29,8 @@ struct TextRef {
 struct ColumnRef {
   const Column *column;
   RowHandle *row;
+
+  bool operator==(const ColumnRef &) const = default;
 };
 
 // Computes with bigint, float64, character and microtimestamp. A truth value is bigint 1, 0 or -1 (unknown).
@@ -43,7 +45,7 @@ struct Value {
     TextRef text;
     DateTimeRec datetime;
     ColumnRef column;
-    Accumulator *accumulator;  // an aggregate call
+    AggregateCall *aggregate;  // a call of an aggregate function
     const char *texts[2];      // names in the tree: table and column, table and alias
     int64_t integers[3];       // type parameters in the tree
   };

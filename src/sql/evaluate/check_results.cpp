@@ -59,12 +59,19 @@ bool check_date_arithmetic(const Node &node, const Value &left, const Value &rig
 
 // --- Function calls
 
-// An aggregate call keeps its state over the rows of the query.
-bool start_aggregate(EvalContext &context, Node *node, const Value *arguments, int count) {
-  Value &leaf = *node->value;
-  if (leaf.accumulator == nullptr) leaf.accumulator = memory_pool_new<Accumulator>(*context.pool);
-  return leaf.accumulator != nullptr &&
-         builtin_start(CallTree::of(*node).function, arguments, count, *leaf.accumulator);
+// An aggregate call has its value in a group of rows only. BETWEEN checks what it tests twice.
+bool take_up_aggregate(EvalContext &context, Node *node, const Value *arguments, int count) {
+  if (context.aggregates == nullptr) return fail(status::expression_syntax);
+  if (node->value->aggregate != nullptr) return true;
+  AggregateCall *call = memory_pool_new<AggregateCall>(*context.pool);
+  if (call == nullptr || !builtin_start(CallTree::of(*node).function, arguments, count, call->start))
+    return false;
+  AggregateCalls &calls = *context.aggregates;
+  call->node = node;
+  call->number = calls.count++;
+  (calls.last == nullptr ? calls.first : calls.last->next) = call;
+  calls.last = node->value->aggregate = call;
+  return true;
 }
 
 // Of two classes, so that it matters in each row which of them NVL chooses.
@@ -115,8 +122,7 @@ bool check_function(EvalContext &context, Node *node, const Value *arguments, in
   if (row.category == BuiltinCategory::aggregate) {
     if ((flags & value_aggregate) != 0)
       return fail(status::expression_syntax);  // known after the last row only
-    if (!start_aggregate(context, node, arguments, count)) return false;
-    if (tree.distinct) flags |= value_distinct;
+    if (!take_up_aggregate(context, node, arguments, count)) return false;
   }
   if (row.number == builtin::nvl && differ(arguments[0], arguments[1])) {
     flags |= value_mixed;

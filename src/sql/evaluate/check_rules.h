@@ -17,7 +17,7 @@ namespace tovik {
 inline constexpr uint16_t value_can_fail = 0x8000;
 
 // What a result takes over from its operands.
-inline constexpr uint16_t inherited = value_aggregate | value_distinct | value_can_fail;
+inline constexpr uint16_t inherited = value_aggregate | value_can_fail;
 
 struct Check {  // passed in registers
   EvalContext &context;

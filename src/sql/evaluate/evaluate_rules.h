@@ -11,7 +11,6 @@ namespace tovik {
 
 struct Evaluation {
   EvalContext &context;
-  EvalMode mode;
 };
 
 bool evaluate(Evaluation &evaluation, const Node *node, Value *result);

@@ -34,28 +34,45 @@ bool evaluate_concatenation(Evaluation &evaluation, const Node *top, Value *resu
   }
 }
 
-static bool call(Evaluation &evaluation, const Node &node, const Value *arguments, int count, Value *result) {
+// Onto the value stack, as which *count values lie there then.
+static bool push_arguments(Evaluation &evaluation, const CallTree &call, Value *space, int *count) {
+  *count = 0;
+  for (const Node *item = call.arguments; item != nullptr; item = node_next(*item), ++*count)
+    if (!push_operand(evaluation, ValueItemTree::of(*item).value, space)) return false;
+  return true;
+}
+
+static bool evaluate_aggregate(const Evaluation &evaluation, const Node &node, Value *result) {
+  const Group *group = evaluation.context.group;
+  if (group == nullptr) return fail(status::expression_syntax);
   *result = {};
-  result->kind = value_kind::computed;
-  const uint16_t function = CallTree::of(node).function;
-  if (node.value->accumulator == nullptr)
-    return builtin_evaluate(function, arguments, count, *evaluation.context.pool, *result);
-  set_null(result, node.value->declared);
-  return builtin_accumulate(function, arguments, count, *node.value->accumulator);
+  builtin_finish(CallTree::of(node).function, group->accumulators[node.value->aggregate->number], *result);
+  return true;
 }
 
 bool evaluate_call(Evaluation &evaluation, const Node *node, Value *result) {
-  if (node->value->accumulator != nullptr && evaluation.mode == EvalMode::total) {
-    *result = {};
-    builtin_finish(CallTree::of(*node).function, *node->value->accumulator, *result);
-    return true;
-  }
+  if (node->value->aggregate != nullptr) return evaluate_aggregate(evaluation, *node, result);
+  const CallTree call = CallTree::of(*node);
   const StackScope scope(*evaluation.context.stack);
-  int count = 0;
-  for (const Node *item = CallTree::of(*node).arguments; item != nullptr; item = node_next(*item), ++count) {
-    if (!push_operand(evaluation, ValueItemTree::of(*item).value, result)) return false;
+  int count;
+  if (!push_arguments(evaluation, call, result, &count)) return false;
+  *result = {};
+  result->kind = value_kind::computed;
+  return builtin_evaluate(call.function, scope.values(), count, *evaluation.context.pool, *result);
+}
+
+bool aggregates_add(EvalContext &context, const AggregateCalls &calls, Accumulator *accumulators) {
+  Evaluation evaluation{context};
+  for (const AggregateCall *each = calls.first; each != nullptr; each = each->next) {
+    const CallTree call = CallTree::of(*each->node);
+    const StackScope scope(*context.stack);
+    Value space;
+    int count;
+    if (!push_arguments(evaluation, call, &space, &count) ||
+        !builtin_accumulate(call.function, scope.values(), count, accumulators[each->number]))
+      return false;
   }
-  return call(evaluation, *node, scope.values(), count, result);
+  return true;
 }
 
 }  // namespace tovik

@@ -23,18 +23,43 @@ inline constexpr int value_stack_start = 64;
 
 [[nodiscard]] bool value_stack_push(ValueStack &stack, const Value &value);  // 1
 
+// A call of an aggregate function. It has an accumulator in every group of rows.
+struct AggregateCall {
+  const Node *node;
+  int number;         // of the accumulator among those of a group
+  Accumulator start;  // before the first row
+  AggregateCall *next;
+};
+
+// Those in the expressions of a query, in the order of their check. They live in the pool.
+struct AggregateCalls {
+  AggregateCall *first, *last;
+  int count;
+};
+
+// A group of rows after its last row, as expressions see it.
+struct Group {
+  const Accumulator *accumulators;
+  const ColumnRef *keys;  // the columns in which its rows are equal
+  const Value *values;    // of the keys
+  int key_count;
+};
+
+// The value of a column in a group: NULL, unless it is a key.
+void group_value(const Group &group, const ColumnRef &column, Value *value);
+
 struct EvalContext {
   ValueStack *stack;
   MemoryPool *pool;
-  TableAccess *tables;  // FROM order; null for TEST_STMT and INSERT
+  TableAccess *tables;                   // FROM order; null for TEST_STMT and INSERT
+  AggregateCalls *aggregates = nullptr;  // check pass: takes up aggregate calls; null: they are refused
+  const Group *group = nullptr;          // evaluation pass: what is evaluated; null: a row
 };
 
 enum class CheckLabels { none, build };
 
-// A further flag of checked values: an aggregate call in the expression has DISTINCT.
-inline constexpr uint16_t value_distinct = 16;
-
-// Another one: the value's class is known in each row only, and may be another than the checked one (NVL).
+// A further flag of checked values: the value's class is known in each row only, and may be another than the
+// checked one (NVL).
 inline constexpr uint16_t value_mixed = 32;
 
 // Expressions inside expressions: operands to the right of an operator, and arguments. What only follows - a
@@ -49,19 +74,17 @@ inline constexpr int expression_depth_limit = 300;
 // checked once only. Statuses 50001, 50010, 50012, 50013, 150002 to 150008, 153xxx.
 [[nodiscard]] bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Value *result);
 
-// The condition that rows must meet: a truth value, and no aggregate in it, which has no value before the
-// last row. 150004 otherwise.
+// The condition that rows or groups must meet: a truth value, 150004 otherwise.
 [[nodiscard]] bool condition_check(EvalContext &context, Node *condition);
-
-enum class EvalMode {
-  row,   // evaluates a row; an aggregate call folds the row into its accumulator and is NULL itself
-  total  // after the last row: aggregate calls give their final values, columns are NULL
-};
 
 // Evaluation pass over a checked tree. Texts in *result live in the tree, in the handles' records or in the
 // pool. A column value keeps its own type in declared, a date-time result the type it is shown as. 150003 to
 // 150006, 151001, 50010, 110002 and the statuses of functions and dates.
-[[nodiscard]] bool expr_evaluate(EvalContext &context, const Node *expression, EvalMode mode, Value *result);
+[[nodiscard]] bool expr_evaluate(EvalContext &context, const Node *expression, Value *result);
+
+// Takes the row into the accumulators of its group: evaluates the calls' arguments.
+[[nodiscard]] bool aggregates_add(EvalContext &context, const AggregateCalls &calls,
+                                  Accumulator *accumulators);
 
 // The text form of a value that is not NULL: a text or the bytes of a blob as they are, digits written into
 // buffer (number_text_size bytes) for any other. 13001, 13002.
@@ -69,6 +92,8 @@ enum class EvalMode {
 
 enum class Truth : int { unknown = -1, no = 0, yes = 1 };
 [[nodiscard]] bool condition_evaluate(EvalContext &context, const Node *condition, Truth *truth);
+// Whether it is true; gives back what it needed from the pool.
+[[nodiscard]] bool condition_met(EvalContext &context, const Node *condition, bool *met);
 
 // A column by name among the tables in FROM order; table (alias or name) is null for an unqualified name.
 // False with 150008, or 50001 without a name or tables.

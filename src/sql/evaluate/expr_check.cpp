@@ -98,8 +98,7 @@ bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Valu
 bool condition_check(EvalContext &context, Node *condition) {
   const Check check{context, 0};
   Value value;
-  if (!check_node(check, condition, &value) || !is_truth(value)) return false;
-  return (value.flags & value_aggregate) == 0 || fail(status::expression_syntax);
+  return check_node(check, condition, &value) && is_truth(value);
 }
 
 }  // namespace tovik

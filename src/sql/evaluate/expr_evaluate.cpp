@@ -1,4 +1,6 @@
 // The evaluation pass: which rule evaluates a node, and the value of a column in its row.
+#include <algorithm>
+
 #include "frame/error.h"
 #include "sql/evaluate/evaluate_rules.h"
 
@@ -6,11 +8,12 @@ namespace tovik {
 
 static bool evaluate_column(Evaluation &evaluation, const Node *node, Value *result) {
   const Value &bound = *node->value;
-  if (evaluation.mode == EvalMode::total) {
-    set_null(result, bound.type);
-    return true;
+  const Group *group = evaluation.context.group;
+  if (group != nullptr) {
+    group_value(*group, bound.column, result);
+  } else if (!row_handle_value(*bound.column.row, *bound.column.column, result)) {
+    return false;
   }
-  if (!row_handle_value(*bound.column.row, *bound.column.column, result)) return false;
   result->kind = value_kind::column;
   result->type = bound.type;  // the bytes of a blob count as text
   result->declared = bound.declared;
@@ -70,14 +73,27 @@ bool value_stack_push(ValueStack &stack, const Value &value) {
   return stack.values.push(value) || fail(status::out_of_memory);
 }
 
-bool expr_evaluate(EvalContext &context, const Node *expression, EvalMode mode, Value *result) {
-  Evaluation evaluation{context, mode};
+void group_value(const Group &group, const ColumnRef &column, Value *value) {
+  const ColumnRef *const end = group.keys + group.key_count, *key = std::find(group.keys, end, column);
+  *value = key == end ? null_value : group.values[key - group.keys];
+}
+
+bool expr_evaluate(EvalContext &context, const Node *expression, Value *result) {
+  Evaluation evaluation{context};
   return evaluate(evaluation, expression, result);
 }
 
 bool condition_evaluate(EvalContext &context, const Node *condition, Truth *truth) {
-  Evaluation evaluation{context, EvalMode::row};
+  Evaluation evaluation{context};
   return evaluate_truth(evaluation, condition, truth);
+}
+
+bool condition_met(EvalContext &context, const Node *condition, bool *met) {
+  const PoolScope scope(*context.pool);
+  Truth truth;
+  if (!condition_evaluate(context, condition, &truth)) return false;
+  *met = truth == Truth::yes;
+  return true;
 }
 
 }  // namespace tovik

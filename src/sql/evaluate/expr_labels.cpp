@@ -152,7 +152,7 @@ bool LabelWriter::call(const Node *node) {
   const CallTree tree = CallTree::of(*node);
   text(builtin_row(tree.function)->name);
   text(tree.distinct ? "(DISTINCT " : "(");
-  if (tree.arguments == nullptr && node->value->accumulator != nullptr) text("*");
+  if (tree.arguments == nullptr && node->value->aggregate != nullptr) text("*");
   for (const Node *item : chain(tree.arguments)) {
     if (!write(ValueItemTree::of(*item).value)) return false;
     if (node_next(*item) != nullptr) text(", ");

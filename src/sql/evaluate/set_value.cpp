@@ -106,10 +106,7 @@ bool is_plain_leaf(const Node &expression) {
 }  // namespace
 
 bool set_value_check(EvalContext &context, Node *expression) {
-  if (is_plain_leaf(*expression)) return true;
-  Value checked;
-  if (!expr_check(context, expression, CheckLabels::none, &checked)) return false;
-  return (checked.flags & value_aggregate) == 0 || fail(status::expression_syntax);
+  return is_plain_leaf(*expression) || expr_check(context, expression, CheckLabels::none, nullptr);
 }
 
 bool set_value(EvalContext &context, const Node &expression, RowHandle &row, const Column &column) {
@@ -120,7 +117,7 @@ bool set_value(EvalContext &context, const Node &expression, RowHandle &row, con
   }
   if (expression.kind == node::file_name) return set_file(*context.pool, expression, row, column);
   Value value;
-  if (!expr_evaluate(context, &expression, EvalMode::row, &value)) return false;
+  if (!expr_evaluate(context, &expression, &value)) return false;
   return set_computed(*context.pool, value, row, column);
 }
 

@@ -92,7 +92,7 @@ Node *option_number(MemoryPool &pool, const char *digits) {
 
 %type <node> statement alter_action alter_actions column_items column_item column_definition column_type type_params
 %type <node> options option opt_options option_value index_kind index_base column_names table table_refs table_ref
-%type <node> query opt_where select_items select_item select_list order_items order_item opt_order opt_file
+%type <node> query opt_where select_items select_item select_list opt_group order_items order_item opt_order opt_file
 %type <node> column_ref column_refs source values value_list values_by_expr values_by_group value_group assignments assignment literal opt_literal
 %type <node> condition predicate expr function_call info_items test_items index_columns column_adds column_add
 %type <text> alias
@@ -312,8 +312,8 @@ opt_literal: %empty { $$ = nullptr; } | literal { $$ = $1; } ;
 /* Queries */
 
 query:
-    SELECT opt_distinct select_list FROM table_refs opt_where
-        { MAKE($$, QueryTree{list_close($3), $2 != 0, list_close($5), $6}.make(POOL)); }
+    SELECT opt_distinct select_list FROM table_refs opt_where opt_group
+        { MAKE($$, QueryTree{list_close($3), $2 != 0, list_close($5), $6, $7}.make(POOL)); }
   ;
 opt_distinct: %empty { $$ = 0; } | ALL { $$ = 0; } | DISTINCT { $$ = 1; } ;
 select_list: %empty { $$ = nullptr; } | '*' { $$ = nullptr; } | select_items { $$ = $1; } ;
@@ -342,6 +342,13 @@ table_ref:
 opt_where:
     %empty                         { $$ = nullptr; }
   | WHERE condition                { MAKE($$, WhereTree{$2}.make(POOL)); }
+  ;
+opt_group:
+    %empty                         { $$ = nullptr; }
+  | GROUP BY column_refs           { MAKE($$, GroupByTree{list_close($3), nullptr}.make(POOL)); }
+  | GROUP BY column_refs HAVING condition
+                                   { MAKE($$, GroupByTree{list_close($3), $5}.make(POOL)); }
+  | HAVING condition               { MAKE($$, GroupByTree{nullptr, $2}.make(POOL)); }
   ;
 opt_order: %empty { $$ = nullptr; } | ORDER BY order_items { $$ = $3; } ;
 order_items:

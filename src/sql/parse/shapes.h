@@ -257,17 +257,27 @@ struct WhereTree {
   Node *make(MemoryPool &pool) const { return node_new(pool, node::where, condition); }
 };
 
+// GROUP BY, HAVING or both.
+struct GroupByTree {
+  Node *columns;    // null without GROUP BY
+  Node *condition;  // null without HAVING
+
+  static GroupByTree of(const Node &group) { return {group.first, group.second}; }
+  Node *make(MemoryPool &pool) const { return node_new(pool, node::group_by, columns, condition); }
+};
+
 struct QueryTree {
   Node *items;  // null for all columns
   bool distinct;
   Node *tables, *where;
+  Node *group;  // null without GROUP BY and HAVING
 
   static QueryTree of(const Node &query) {
     const Node &list = *query.second, &from = *list.second;
-    return {list.first, list.qual != 0, from.first, from.second};
+    return {list.first, list.qual != 0, from.first, from.second, from.third};
   }
   Node *make(MemoryPool &pool) const {
-    Node *from = node_new(pool, node::from, tables, where);
+    Node *from = node_new(pool, node::from, tables, where, group);
     if (from == nullptr) return nullptr;
     Node *list = node_with_qual(node_new(pool, node::select_list, items, from), distinct ? 1 : 0);
     return list == nullptr ? nullptr : node_new(pool, node::query, nullptr, list);

@@ -56,7 +56,7 @@ inline constexpr uint16_t info_item = 2101, alias = 2102, column_name = 2103, in
                           integers = 2121, column_item = 2122, column_type = 2123, alter_add = 2124,
                           before = 2125, alter_change = 2126, alter_delete = 2127, value_item = 2128,
                           function_call = 2129, file_name = 2130, query = 2131, option_name = 2132,
-                          option_item = 2133, alter_set = 2134;
+                          option_item = 2133, alter_set = 2134, group_by = 2135;
 
 }  // namespace node
 

@@ -1,5 +1,5 @@
 // The rows of the join, filtered; and, where asked, read to their end when the cursor is opened: into a sort
-// store, or into the totals of aggregates.
+// store, or into groups.
 //
 // Cost per delivered row of a plain query: one step of the join, one evaluation of the condition.
 // What a row needs from the statement's pool is given back when the next row is fetched, so that a result of
@@ -49,11 +49,7 @@ bool qualifies(Cursor &cursor, bool *yes) {
   const WholeCondition whole(cursor.guaranteed,
                              cursor.guaranteed.condition != nullptr && tables_written(cursor));
   if (condition->kind == node::always_true) return true;
-  const PoolScope scope(*cursor.request.context.pool);
-  Truth truth;
-  if (!condition_evaluate(cursor.request.context, condition, &truth)) return false;
-  *yes = truth == Truth::yes;
-  return true;
+  return condition_met(cursor.request.context, condition, yes);
 }
 
 Found qualifying_next(Cursor &cursor) {
@@ -79,32 +75,16 @@ bool read_all(Cursor &cursor, Found (*next)(Cursor &cursor), Take take) {
 
 // ---- materialized results ----
 
-// The row being stored: its values and their exchange forms, which may point into the values.
-struct RowBuffers {
-  Value *values;
-  const void **forms;
-};
-
-bool allocate_buffers(MemoryPool &pool, int count, RowBuffers *buffers) {
-  buffers->values = memory_pool_new<Value>(pool, count);
-  buffers->forms = memory_pool_new<const void *>(pool, count);
-  return buffers->values != nullptr && buffers->forms != nullptr;
-}
-
-bool store_sort_row(Cursor &cursor, const RowBuffers &buffers) {
+bool store_sort_row(Cursor &cursor, const RowForms &row) {
   const CursorRequest &request = cursor.request;
-  for (int i = 0; i < request.order_count; ++i) {
-    const ColumnRef &key = request.order[i].column;
-    Value &value = buffers.values[i];
-    if (!row_handle_value(*key.row, *key.column, &value)) return false;
-    if (!sort_form(*request.context.pool, value, key.column->type, &buffers.forms[i])) return false;
-  }
+  for (int i = 0; i < request.order_count; ++i)
+    if (!row_forms_read(*request.context.pool, request.order[i].column, i, row)) return false;
   RowNo positions[from_table_limit];
   int table = 0;
   for (const TableAccess *access = request.context.tables; access != nullptr; access = access->next) {
     positions[table++] = access->handle->row;
   }
-  return sort_store_row(*cursor.sorted, buffers.forms, positions);
+  return sort_store_row(*cursor.sorted, row.forms, positions);
 }
 
 bool sort_rows(Cursor &cursor) {
@@ -112,14 +92,14 @@ bool sort_rows(Cursor &cursor) {
   SortColumn columns[order_key_limit];
   SortDirection directions[order_key_limit];
   for (int i = 0; i < request.order_count; ++i) {
-    columns[i] = {request.order[i].column.column->type, request.order[i].column.column->p1};
+    columns[i] = sort_column(*request.order[i].column.column);
     directions[i] = request.order[i].direction;
   }
-  RowBuffers buffers;
-  if (!allocate_buffers(*request.context.pool, request.order_count, &buffers)) return false;
+  RowForms row;
+  if (!row_forms_new(*request.context.pool, request.order_count, &row)) return false;
   cursor.sorted = sort_store_create(columns, request.order_count, table_count(request.context.tables));
   if (cursor.sorted == nullptr) return false;
-  return read_all(cursor, qualifying_next, [&] { return store_sort_row(cursor, buffers); }) &&
+  return read_all(cursor, qualifying_next, [&] { return store_sort_row(cursor, row); }) &&
          sort_execute(*cursor.sorted, directions, request.order_count);
 }
 
@@ -145,7 +125,9 @@ Found sorted_next(Cursor &cursor) {
   return Found::no;
 }
 
+// What DISTINCT is made of.
 Found plain_next(Cursor &cursor) {
+  if (cursor.groups != nullptr) return groups_next(*cursor.groups, cursor.request.context);
   return cursor.sorted != nullptr ? sorted_next(cursor) : qualifying_next(cursor);
 }
 
@@ -177,71 +159,69 @@ bool create_results(Cursor &cursor) {
   return cursor.results != nullptr;
 }
 
-bool row_value(Cursor &cursor, const ResultColumn &column, EvalMode mode, Value *value) {
-  if (column.kind == ResultKind::column)
-    return row_handle_value(*column.column.row, *column.column.column, value);
-  return expr_evaluate(cursor.request.context, column.expression, mode, value);
+// Of all rows as one group, an item that no aggregate is in has no value.
+bool group_item(Cursor &cursor, const ResultColumn &column, Value *value) {
+  const Group &group = cursor.groups->current;
+  const bool aggregate = (column.flags & value_aggregate) != 0;
+  if (column.kind != ResultKind::column && (aggregate || group.key_count > 0))
+    return expr_evaluate(cursor.request.context, column.expression, value);
+  group_value(group, column.column, value);
+  return true;
 }
 
-bool store_result_row(Cursor &cursor, const RowBuffers &buffers) {
+bool row_value(Cursor &cursor, const ResultColumn &column, Value *value) {
+  if (cursor.groups != nullptr) return group_item(cursor, column, value);
+  if (column.kind == ResultKind::column)
+    return row_handle_value(*column.column.row, *column.column.column, value);
+  return expr_evaluate(cursor.request.context, column.expression, value);
+}
+
+bool store_result_row(Cursor &cursor, const RowForms &row) {
   const CursorRequest &request = cursor.request;
   for (int i = 0; i < request.column_count; ++i) {
     const ResultColumn &column = request.columns[i];
-    Value &value = buffers.values[i];
-    if (!row_value(cursor, column, EvalMode::row, &value)) return false;
-    if (!result_form(*request.context.pool, column, value, &buffers.forms[i])) return false;
+    Value &value = row.values[i];
+    if (!row_value(cursor, column, &value)) return false;
+    if (!result_form(*request.context.pool, column, value, &row.forms[i])) return false;
   }
-  return sort_store_distinct(*cursor.results, buffers.forms);
+  return sort_store_distinct(*cursor.results, row.forms);
 }
 
 bool collect_distinct(Cursor &cursor) {
-  RowBuffers buffers;
+  RowForms row;
   if (!create_results(cursor)) return false;
-  if (!allocate_buffers(*cursor.request.context.pool, cursor.request.column_count, &buffers)) return false;
-  if (!read_all(cursor, plain_next, [&] { return store_result_row(cursor, buffers); })) return false;
+  if (!row_forms_new(*cursor.request.context.pool, cursor.request.column_count, &row)) return false;
+  if (!read_all(cursor, plain_next, [&] { return store_result_row(cursor, row); })) return false;
   cursor.next_row = 0;
   return true;
 }
 
-bool is_aggregate(const ResultColumn &column) {
-  return (column.flags & value_aggregate) != 0;
-}
-
-bool fold_row(Cursor &cursor) {
-  for (int i = 0; i < cursor.request.column_count; ++i) {
-    const ResultColumn &column = cursor.request.columns[i];
-    Value ignored;
-    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::row, &ignored)) return false;
-  }
-  return true;
-}
-
-// One row: the final values of the aggregate columns, NULL in the others.
-bool collect_aggregates(Cursor &cursor) {
+// What fails for all rows as one group fails when they are read.
+bool evaluate_items(Cursor &cursor) {
   const CursorRequest &request = cursor.request;
-  if (!read_all(cursor, qualifying_next, [&cursor] { return fold_row(cursor); })) return false;
-  cursor.totals = memory_pool_new<Value>(*request.context.pool, request.column_count);
-  if (cursor.totals == nullptr) return false;
+  const PoolScope scope(*request.context.pool);
   for (int i = 0; i < request.column_count; ++i) {
-    const ResultColumn &column = request.columns[i];
-    Value &total = cursor.totals[i];
-    total.flags = value_null;
-    if (is_aggregate(column) && !row_value(cursor, column, EvalMode::total, &total)) return false;
+    Value ignored;
+    if (!group_item(cursor, request.columns[i], &ignored)) return false;
   }
   return true;
+}
+
+bool collect_groups(Cursor &cursor) {
+  Groups &groups = *cursor.groups;
+  EvalContext &context = cursor.request.context;
+  if (!read_all(cursor, qualifying_next, [&] { return groups_add(groups, context); })) return false;
+  if (!groups_complete(groups, context)) return false;
+  const Grouping &grouping = *cursor.request.grouping;
+  return grouping.key_count > 0 || grouping.condition != nullptr || evaluate_items(cursor);
 }
 
 // ---- delivery ----
 
 Found result_next(Cursor &cursor) {
-  const int rows = cursor.totals != nullptr ? 1 : cursor.results->rows.size();
-  if (cursor.next_row == rows) return Found::no;
+  if (cursor.next_row == cursor.results->rows.size()) return Found::no;
   ++cursor.next_row;
   return Found::yes;
-}
-
-bool materialized(const Cursor &cursor) {
-  return cursor.results != nullptr || cursor.totals != nullptr;
 }
 
 // 141004 when the rows of a table are gone.
@@ -252,32 +232,32 @@ bool tables_stand(const Cursor &cursor) {
 }
 
 Found next_row(Cursor &cursor) {
-  if (materialized(cursor)) return result_next(cursor);
-  return tables_stand(cursor) ? plain_next(cursor) : Found::failed;
+  if (cursor.results != nullptr) return result_next(cursor);
+  return cursor.groups != nullptr || tables_stand(cursor) ? plain_next(cursor) : Found::failed;
 }
 
-// 172019 for an aggregate over DISTINCT arguments.
-bool supported(const CursorRequest &request) {
-  for (int i = 0; i < request.column_count; ++i) {
-    if ((request.columns[i].flags & value_distinct) != 0) return fail(status::unsupported);
-  }
-  return true;
+bool open_groups(Cursor &cursor) {
+  const CursorRequest &request = cursor.request;
+  if (request.grouping == nullptr) return true;
+  cursor.groups = groups_open(request.context, *request.grouping, request.order, request.order_count);
+  return cursor.groups != nullptr;
 }
 
 bool materialize(Cursor &cursor) {
   const CursorRequest &request = cursor.request;
-  if (request.aggregate) return collect_aggregates(cursor);
-  if (request.order_count > 0 && !sort_rows(cursor)) return false;
-  return !request.distinct || collect_distinct(cursor);
+  if (cursor.groups != nullptr ? !collect_groups(cursor) : request.order_count > 0 && !sort_rows(cursor))
+    return false;
+  const bool one_row = cursor.groups != nullptr && request.grouping->key_count == 0;
+  return !request.distinct || one_row || collect_distinct(cursor);
 }
 
 bool start(Cursor &cursor) {
   CursorRequest &request = cursor.request;
-  if (!supported(request)) return false;
+  if (!open_groups(cursor)) return false;
   TableAccess *const tables = cursor.join.tables = request.context.tables;
   for (TableAccess *access = tables; access != nullptr; access = access->next) access_start(*access);
   if (tables != nullptr && !plan_query(tables, request.condition, &cursor.guaranteed)) return false;
-  const bool order_shows = request.order_count == 0 && !request.aggregate;
+  const bool order_shows = request.order_count == 0 && request.grouping == nullptr;
   // Rows of a key lie scattered; in the order of their positions each page is read once.
   for (TableAccess *access = tables; !order_shows && access != nullptr; access = access->next)
     if (access->rows != nullptr) rowset_sort(*access->rows);
@@ -289,16 +269,6 @@ bool start(Cursor &cursor) {
 }
 
 }  // namespace
-
-bool sort_add_key(OrderKey *keys, int *count, const OrderKey &key) {
-  for (int i = 0; i < *count; ++i) {
-    const ColumnRef &other = keys[i].column;
-    if (other.row == key.column.row && other.column == key.column.column)
-      return fail(status::sort_column_twice);
-  }
-  keys[(*count)++] = key;
-  return true;
-}
 
 Cursor *cursor_open(const CursorRequest &request) {
   Cursor *cursor = memory_pool_new<Cursor>(*request.context.pool);
@@ -322,11 +292,9 @@ Found cursor_fetch(Cursor &cursor) {
 
 bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value) {
   if (cursor.place != CursorPlace::on_row) return fail(status::record_not_found);
-  if (!materialized(cursor)) return row_value(cursor, column, EvalMode::row, value);
+  if (cursor.results == nullptr) return row_value(cursor, column, value);
   const int number = static_cast<int>(&column - cursor.request.columns);
-  *value = cursor.totals != nullptr
-               ? cursor.totals[number]
-               : value_of_result(column, sort_value(*cursor.results, cursor.next_row - 1, number));
+  *value = value_of_result(column, sort_value(*cursor.results, cursor.next_row - 1, number));
   return true;
 }
 
@@ -334,6 +302,7 @@ void cursor_close(Cursor *cursor) {
   access_pause(cursor->request.context.tables);
   if (cursor->sorted != nullptr) sort_store_destroy(cursor->sorted);
   if (cursor->results != nullptr) sort_store_destroy(cursor->results);
+  groups_close(cursor->groups);
   cursor->sorted = cursor->results = nullptr;
 }
 

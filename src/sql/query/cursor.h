@@ -1,9 +1,10 @@
-// The cursor delivers the rows of a chain of tables: joined in FROM order, filtered, sorted, made distinct or
-// aggregated. Plain results are delivered as they are found: memory does not grow with the result; only ORDER
-// BY and DISTINCT copy rows, into a sort store.
+// The cursor delivers the rows of a chain of tables: joined in FROM order, filtered, sorted, grouped or made
+// distinct. Plain results are delivered as they are found: memory does not grow with the result; only ORDER
+// BY, GROUP BY and DISTINCT copy rows, into a sort store.
 #pragma once
 
 #include "sql/evaluate/evaluator.h"
+#include "sql/query/group.h"
 #include "sql/query/join.h"
 #include "sql/query/planner.h"
 #include "sql/query/sort.h"
@@ -11,7 +12,6 @@
 namespace tovik {
 
 inline constexpr int from_table_limit = 16;
-inline constexpr int order_key_limit = 8;
 
 enum class ResultKind { column, typed_constant, string_constant, computed };
 
@@ -20,18 +20,10 @@ struct ResultColumn {
   ColumnRef column;  // kind column: the table column and its handle
   Node *expression;  // other kinds
   TypeCode type;     // of the value (a column: its declared type); NVL may give another
-  uint16_t flags;    // value_decimal, value_aggregate, value_distinct, value_mixed
+  uint16_t flags;    // value_decimal, value_aggregate, value_mixed
   const char *label;
   int expression_number;  // from 1 over items without alias that are no columns, else 0
 };
-
-struct OrderKey {
-  ColumnRef column;
-  SortDirection direction;
-};
-
-// Appends a key. 161001: its column is a key already.
-[[nodiscard]] bool sort_add_key(OrderKey *keys, int *count, const OrderKey &key);
 
 // What a cursor needs; a query fills it, UPDATE, DELETE and the record interface give it without a query.
 struct CursorRequest {
@@ -39,9 +31,9 @@ struct CursorRequest {
   Node *condition;      // checked; null: every row
   const OrderKey *order;
   int order_count;
-  ResultColumn *columns;  // for DISTINCT and aggregates; null without a query
+  ResultColumn *columns;  // for DISTINCT and groups; null without a query
   int column_count;
-  bool aggregate;  // some column depends on an aggregate: one row is delivered
+  Grouping *grouping;  // null: rows are delivered, not groups of them
   bool distinct;
 };
 
@@ -53,9 +45,9 @@ struct Cursor {
   Join join;
   Guaranteed guaranteed;
   SortStore *sorted;              // ORDER BY: row numbers of the tables; owned
+  Groups *groups;                 // of a grouping; owned
   SortStore *results;             // DISTINCT: result values; owned
-  Value *totals;                  // aggregates: the values of the only row; in the pool
-  int next_row;                   // in what is read from
+  int next_row;                   // in sorted or results
   int32_t pool_used, pool_count;  // what a row takes from the pool beyond this ends with the next fetch
 };
 

@@ -1,6 +1,7 @@
-// Preparing a query: FROM tables, select items, WHERE, ORDER BY, in this order.
+// Preparing a query: FROM tables, select items, WHERE, GROUP BY, HAVING, ORDER BY, in this order.
 #include "sql/query/query.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -18,6 +19,11 @@ MemoryPool &pool_of(Query &query) {
 
 EvalContext context_of(Query &query) {
   return {query.stack, query.pool, query.tables};
+}
+
+// Of what may hold aggregate calls.
+EvalContext group_context_of(Query &query) {
+  return {query.stack, query.pool, query.tables, &query.grouping.aggregates};
 }
 
 Query *query_new(Catalog &catalog, const EvalContext &context) {
@@ -113,7 +119,7 @@ bool label_item(Query &query, const Node *alias, const Value &value, ResultColum
 }
 
 bool read_item(Query &query, const SelectItemTree &item, ResultColumn &result, int *expression_count) {
-  EvalContext context = context_of(query);
+  EvalContext context = group_context_of(query);
   const bool named = item.alias != nullptr;
   Value value{};
   if (!expr_check(context, item.expression, named ? CheckLabels::none : CheckLabels::build, &value))
@@ -129,7 +135,6 @@ bool read_item(Query &query, const SelectItemTree &item, ResultColumn &result, i
     if (value.declared != 0) result.type = value.declared;
     if (!named) result.expression_number = ++*expression_count;
   }
-  if ((value.flags & value_aggregate) != 0) ++query.aggregate_count;
   return label_item(query, item.alias, value, result);
 }
 
@@ -146,13 +151,41 @@ bool read_items(Query &query, const Node *items) {
   return true;
 }
 
-// ---- WHERE and ORDER BY ----
+// ---- WHERE, GROUP BY, HAVING and ORDER BY ----
 
 bool read_condition(Query &query, const Node *where) {
   query.condition = WhereTree::of(where).condition;
   if (query.condition == nullptr) return true;
   EvalContext context = context_of(query);
   return condition_check(context, query.condition);
+}
+
+bool read_group_columns(Query &query, const Node *names) {
+  if (names == nullptr) return true;
+  Grouping &grouping = query.grouping;
+  grouping.keys = memory_pool_new<ColumnRef>(pool_of(query), node_count(names));
+  if (grouping.keys == nullptr) return fail(status::sql_memory);
+  for (const Node *each : chain(names)) {
+    const ColumnNameTree name = ColumnNameTree::of(*each);
+    ColumnRef &found = grouping.keys[grouping.key_count];
+    if (!column_lookup(query.tables, name.table, name.column, &found)) return false;
+    if (std::find(grouping.keys, &found, found) == &found) ++grouping.key_count;
+  }
+  return true;
+}
+
+bool read_having(Query &query, Node *condition) {
+  query.grouping.condition = condition;
+  if (condition == nullptr) return true;
+  EvalContext context = group_context_of(query);
+  return condition_check(context, condition);
+}
+
+bool read_grouping(Query &query, const Node *group) {
+  query.grouped = group != nullptr || query.grouping.aggregates.count > 0;
+  if (group == nullptr) return true;
+  const GroupByTree tree = GroupByTree::of(*group);
+  return read_group_columns(query, tree.columns) && read_having(query, tree.condition);
 }
 
 bool read_order(Query &query, const Node *items) {
@@ -188,14 +221,15 @@ bool query_prepare_select(Catalog &catalog, const EvalContext &context, const No
   if (!open_tables(*query, tree.tables)) return false;
   query->distinct = tree.distinct;
   const bool columns = tree.items == nullptr ? all_columns(*query) : read_items(*query, tree.items);
-  return columns && read_condition(*query, tree.where) && read_order(*query, select.order);
+  return columns && read_condition(*query, tree.where) && read_grouping(*query, tree.group) &&
+         read_order(*query, select.order);
 }
 
 bool query_prepare_items(Catalog &catalog, const EvalContext &context, const Node &root, Query **made) {
   Query *query = *made = query_new(catalog, context);
   if (query == nullptr) return false;
   query->items_only = true;
-  return read_items(*query, ListTree::of(root).items);
+  return read_items(*query, ListTree::of(root).items) && read_grouping(*query, nullptr);
 }
 
 void query_release(Query *query) {
@@ -214,7 +248,7 @@ bool query_open(Query &query) {
   request.order_count = query.order_count;
   request.columns = query.columns;
   request.column_count = query.column_count;
-  request.aggregate = query.aggregate_count > 0;
+  request.grouping = query.grouped ? &query.grouping : nullptr;
   request.distinct = query.distinct;
   query.cursor = cursor_open(request);
   return query.cursor != nullptr;

@@ -23,11 +23,12 @@ struct Query {
   bool items_only;  // TEST_STMT
   TableAccess *tables;
   Node *condition;  // null without WHERE
+  Grouping grouping;
+  bool grouped;  // by GROUP BY, HAVING or an aggregate among the columns
   OrderKey order[order_key_limit];
   int order_count;
   ResultColumn *columns;
   int column_count;
-  int aggregate_count;
   bool distinct;
   const char *output_file;  // null without INTO
   OutputMode output_mode;

@@ -1,16 +1,16 @@
 // The temporary store, and the order of its rows.
 //
-// Area: blocks taken from the front, rounded up to a multiple of 4; a request that would reach the end of the
-// area fails. Addresses in it are offsets of 4 bytes.
+// Area: blocks taken from the front, rounded up to a multiple of 4, or of 8 in a store of groups; a request
+// that would reach the end of the area fails. Addresses in it are offsets of 4 bytes.
 //
 // Row
-//   positions   4 bytes per table
+//   head        4 bytes per table, or the state of a group
 //   slots       per column: the value itself where the type has a size, else 4 bytes: where the value lies, 0
 //               for NULL
 //   NULL bits   one per column, if any has its value in its slot
 // followed by the values that do not lie in slots.
 //
-// Distinct rows are found through an open hash table beside the area, at most half full.
+// Distinct rows and groups are found through an open hash table beside the area, at most half full.
 #include "sql/query/sort.h"
 
 #include <algorithm>
@@ -25,11 +25,11 @@ namespace tovik {
 namespace {
 
 constexpr int first_row_capacity = 1000;
-constexpr int64_t area_unit = 4;
+constexpr int32_t row_unit = 4, group_unit = 8;
 
 // The offset of a block of the area; false without a status.
 bool area_take(SortStore &store, int64_t size, uint32_t *offset) {
-  const int64_t rounded = (size + area_unit - 1) / area_unit * area_unit;
+  const int64_t rounded = (size + store.unit - 1) / store.unit * store.unit;
   if (store.area_used + rounded >= store.area_size) return false;
   *offset = static_cast<uint32_t>(store.area_used);
   store.area_used += static_cast<int32_t>(rounded);
@@ -75,12 +75,11 @@ bool copy_value(SortStore &store, const SortSlot &slot, const void *value, uint3
   return true;
 }
 
-bool copy_row(SortStore &store, const void *const *values, const RowNo *positions, uint32_t *row) {
+bool copy_row(SortStore &store, const void *const *values, const void *head, uint32_t *row) {
   if (!area_take(store, store.row_size, row)) return fail(status::sort_memory_limit);
   uint8_t *bytes = store.area + *row;
   memset(bytes, 0, static_cast<size_t>(store.row_size));
-  if (positions != nullptr)
-    memcpy(bytes, positions, sizeof(RowNo) * static_cast<size_t>(store.position_count));
+  if (head != nullptr) memcpy(bytes, head, static_cast<size_t>(store.head_size));
   for (int column = 0; column < store.columns.size(); ++column) {
     const SortSlot &slot = store.columns[column];
     if (values[column] != nullptr) {
@@ -100,6 +99,15 @@ const void *value_at(const SortStore &store, uint32_t row, int column) {
   uint32_t at;
   memcpy(&at, bytes + slot.offset, sizeof at);
   return at == 0 ? nullptr : store.area + at;
+}
+
+bool append_row(SortStore &store, const void *const *values, const void *head) {
+  const int32_t mark = store.area_used;
+  uint32_t row;
+  const bool copied = copy_row(store, values, head, &row);
+  if (copied && store.rows.push(row)) return true;
+  store.area_used = mark;
+  return copied && fail(status::out_of_memory);
 }
 
 // Compares values. A comparison that fails makes every later one 0 and is told at the end.
@@ -128,7 +136,7 @@ struct RowOrder {
   }
 };
 
-// ---- distinct rows ----
+// ---- distinct rows and groups ----
 
 constexpr int first_places = 1024;
 
@@ -198,15 +206,13 @@ bool directions_right(const SortDirection *directions, int count) {
   return true;
 }
 
-}  // namespace
-
-SortStore *sort_store_create(const SortColumn *columns, int column_count, int position_count) {
+SortStore *create(const SortColumn *columns, int column_count, int32_t head_size, int32_t unit) {
   SortStore *store = mem_new<SortStore>();
   if (store == nullptr) return fail_null(status::out_of_memory);
-  store->position_count = position_count;
+  store->head_size = store->nulls = head_size;
+  store->unit = unit;
   store->area_size = std::max(env_number(Env::tmp_buf_size), 0);
   store->area = static_cast<uint8_t *>(mem_alloc(static_cast<size_t>(store->area_size) + 1));
-  store->nulls = position_count * static_cast<int32_t>(sizeof(RowNo));
   bool complete = store->area != nullptr && store->rows.reserve(first_row_capacity);
   bool in_slots = false;
   for (int index = 0; complete && index < column_count; ++index) {
@@ -221,6 +227,23 @@ SortStore *sort_store_create(const SortColumn *columns, int column_count, int po
   return fail_null(status::out_of_memory);
 }
 
+}  // namespace
+
+bool sort_add_key(OrderKey *keys, int *count, const OrderKey &key) {
+  for (int i = 0; i < *count; ++i)
+    if (keys[i].column == key.column) return fail(status::sort_column_twice);
+  keys[(*count)++] = key;
+  return true;
+}
+
+SortStore *sort_store_create(const SortColumn *columns, int column_count, int position_count) {
+  return create(columns, column_count, position_count * static_cast<int32_t>(sizeof(RowNo)), row_unit);
+}
+
+SortStore *sort_store_create_groups(const SortColumn *columns, int column_count, int32_t state_size) {
+  return create(columns, column_count, state_size, group_unit);
+}
+
 void sort_store_destroy(SortStore *store) {
   if (store == nullptr) return;
   mem_free(store->area);
@@ -228,15 +251,15 @@ void sort_store_destroy(SortStore *store) {
 }
 
 bool sort_store_row(SortStore &store, const void *const *values, const RowNo *positions) {
-  const int32_t mark = store.area_used;
-  uint32_t row;
-  const bool copied = copy_row(store, values, positions, &row);
-  if (copied && store.rows.push(row)) return true;
-  store.area_used = mark;
-  return copied && fail(status::out_of_memory);
+  return append_row(store, values, positions);
 }
 
 bool sort_store_distinct(SortStore &store, const void *const *values) {
+  int row;
+  return sort_store_group(store, values, nullptr, &row);
+}
+
+bool sort_store_group(SortStore &store, const void *const *values, const void *start, int *group) {
   if (!grow_places(store)) return false;
   RowOrder order{store, nullptr, 0};
   const uint64_t hash = hash_row(store, [&](int column) { return values[column]; });
@@ -248,9 +271,11 @@ bool sort_store_distinct(SortStore &store, const void *const *values) {
     return column == store.columns.size();
   });
   if (order.failed) return false;
-  if (place != 0) return true;
-  if (!sort_store_row(store, values, nullptr)) return false;
-  place = static_cast<uint32_t>(store.rows.size());
+  if (place == 0) {
+    if (!append_row(store, values, start)) return false;
+    place = static_cast<uint32_t>(store.rows.size());
+  }
+  *group = static_cast<int>(place) - 1;
   return true;
 }
 
@@ -273,6 +298,10 @@ RowNo sort_position(const SortStore &store, int row, int table) {
   memcpy(&position, store.area + store.rows[row] + sizeof position * static_cast<size_t>(table),
          sizeof position);
   return position;
+}
+
+void *sort_state(SortStore &store, int group) {
+  return store.area + store.rows[group];
 }
 
 }  // namespace tovik

@@ -89,6 +89,18 @@ Value value_of_sort_form(TypeCode type, const void *form) {
   return value;
 }
 
+bool row_forms_new(MemoryPool &pool, int count, RowForms *row) {
+  row->values = memory_pool_new<Value>(pool, count);
+  row->forms = memory_pool_new<const void *>(pool, count);
+  return row->values != nullptr && row->forms != nullptr;
+}
+
+bool row_forms_read(MemoryPool &pool, const ColumnRef &column, int index, const RowForms &row) {
+  Value &value = row.values[index];
+  return row_handle_value(*column.row, *column.column, &value) &&
+         sort_form(pool, value, column.column->type, &row.forms[index]);
+}
+
 const void *mixed_form(MemoryPool &pool, const Value &value) {
   double number;
   const Datum datum = datum_of(value, &number);

@@ -4,8 +4,9 @@
 // value's text into its form; copies lie in pool.
 #pragma once
 
-#include "data/value/value.h"
+#include "data/table/row_handle.h"
 #include "frame/memory_pool.h"
+#include "sql/query/sort.h"
 
 namespace tovik {
 
@@ -13,6 +14,21 @@ namespace tovik {
 // room: not_comparable, 110002.
 [[nodiscard]] bool sort_form(MemoryPool &pool, const Value &value, TypeCode type, const void **form);
 Value value_of_sort_form(TypeCode type, const void *form);
+
+// How a store keeps the values of a column.
+inline SortColumn sort_column(const Column &column) {
+  return {column.type, column.p1};
+}
+
+// The row being stored: its values and their forms.
+struct RowForms {
+  Value *values;
+  const void **forms;
+};
+[[nodiscard]] bool row_forms_new(MemoryPool &pool, int count, RowForms *row);  // 110002
+
+// Reads a column of the row on which its table stands into the place numbered index.
+[[nodiscard]] bool row_forms_read(MemoryPool &pool, const ColumnRef &column, int index, const RowForms &row);
 
 // Of a value that is not NULL; null when there is no room: 110002.
 const void *mixed_form(MemoryPool &pool, const Value &value);

@@ -8,8 +8,7 @@
 //
 // A statement belongs to one thread at a time; a prepared SELECT keeps its thread's read hold until it is
 // cleared or its execution fails. A query is prepared again from its text when the definition of a table was
-// replaced since, or an execution failed: accumulators and replaced parts of the condition would spoil
-// another one.
+// replaced since, or an execution failed: replaced parts of the condition would spoil another one.
 #pragma once
 
 #include "data/database.h"
