@@ -1,6 +1,9 @@
 // Cost of a loaded row beside the row handle's own: its bytes are copied once, out of the file's buffer.
 #include "sql/statement/load.h"
 
+#include <algorithm>
+#include <cstdio>
+
 #include "sql/evaluate/set_value.h"
 
 namespace tovik {
@@ -9,21 +12,26 @@ namespace {
 
 // ---- details ----
 
-// Tells the line in what was recorded since there were count entries.
-void tell_line(int count, int32_t line) {
+// Tells the line in what was recorded since there were count entries, and behind that in words.
+void tell_line(int count, const LoadedRow &loaded) {
+  const int32_t line = loaded.reader.line;
   ErrorRecord &record = error_record();
+  if (count >= std::min(record.count, error_entry_limit)) return;
   for (int i = count; i < record.count && i < error_entry_limit; ++i) {
     ErrorEntry &entry = record.entries[i];
     (entry.detail1 == 0 ? entry.detail1 : entry.detail2) = line;
   }
+  char text[256];
+  snprintf(text, sizeof text, "line %d of %s", line, loaded.name);
+  err_set(record.entries[count].code, {.text = text, .detail1 = line});
 }
 
 // Runs work, a bool(), on the line last read.
 template <class Work>
-bool on_line(const CsvReader &reader, Work work) {
+bool on_line(const LoadedRow &loaded, Work work) {
   const int count = error_record().count;
   if (work()) return true;
-  tell_line(count, reader.line);
+  tell_line(count, loaded);
   return false;
 }
 
@@ -31,7 +39,7 @@ bool on_line(const CsvReader &reader, Work work) {
 
 Found next_line(LoadedRow &loaded) {
   Found found = Found::failed;
-  (void)on_line(loaded.reader, [&] { return (found = csv_read(loaded.reader)) != Found::failed; });
+  (void)on_line(loaded, [&] { return (found = csv_read(loaded.reader)) != Found::failed; });
   return found;
 }
 
@@ -62,7 +70,8 @@ Found open_and_read(MemoryPool &pool, const Table &table, const SourceTree &sour
   if (!bound || !targets_allocate(pool, table.column_count, in_file)) return Found::failed;
   loaded.values = memory_pool_new<Value>(pool, table.column_count);
   if (loaded.values == nullptr) return Found::failed;
-  loaded.file.reset(file_reader_open(FileTree::of(*source.values).name));
+  loaded.name = FileTree::of(*source.values).name;
+  loaded.file.reset(file_reader_open(loaded.name));
   if (loaded.file == nullptr) return Found::failed;
   loaded.reader.file = loaded.file.get();
   loaded.reader.field_limit = table.column_count;
@@ -94,7 +103,7 @@ bool load_rows(MemoryPool &pool, RowHandle &row, const SourceTree &source) {
   LoadedRow loaded{};
   Found found = open_and_read(pool, *row.table, source, loaded);
   for (; found == Found::yes; found = next_line(loaded)) {
-    const bool inserted = on_line(loaded.reader, [&] {
+    const bool inserted = on_line(loaded, [&] {
       row_handle_reset(row);
       return take_values(loaded) && loaded_row_set(pool, loaded, row) && row_handle_insert(row);
     });
@@ -106,10 +115,10 @@ bool load_rows(MemoryPool &pool, RowHandle &row, const SourceTree &source) {
 bool load_only_row(MemoryPool &pool, const Table &table, const SourceTree &source, LoadedRow &loaded) {
   const Found found = open_and_read(pool, table, source, loaded);
   if (found != Found::yes) return found == Found::no && count_differs(loaded);
-  if (!on_line(loaded.reader, [&] { return take_values(loaded); })) return false;
+  if (!on_line(loaded, [&] { return take_values(loaded); })) return false;
   FileReader &file = *loaded.file;
   if (file.next == file.end && !file_reader_fill(file)) return false;
-  return file.next == file.end || on_line(loaded.reader, [&] { return count_differs(loaded); });
+  return file.next == file.end || on_line(loaded, [&] { return count_differs(loaded); });
 }
 
 bool loaded_row_set(MemoryPool &pool, const LoadedRow &loaded, RowHandle &row) {

@@ -13,13 +13,15 @@
 namespace tovik {
 
 // Inserts every row of the file that source names, through row. A failure in a line tells the line's number,
-// which counts line ends inside of values, in the first detail of its statuses that says nothing else. 172008
+// which counts line ends inside of values, in the first detail of its statuses that says nothing else, and
+// records its first status once more with a text that does. 172008
 // with column names and 172005 without them for a line of another number of values, 102, 104, 113001, the
 // statuses of setting and inserting.
 [[nodiscard]] bool load_rows(MemoryPool &pool, RowHandle &row, const SourceTree &source);
 
 // The values of one line, and the columns they are for.
 struct LoadedRow {
+  const char *name;  // of the file
   FileReaderHold file;
   CsvReader reader;
   Targets targets;
