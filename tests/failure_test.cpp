@@ -109,7 +109,7 @@ std::vector<Victim> victims() {
        "SELECT p.id, q.note FROM person p, person q WHERE p.id = q.id AND q.name = 'name 2' ORDER BY p.note "
        "DESC"},
       {{}, "SELECT DISTINCT name FROM person WHERE id IN (3, 10, 11) AND name BETWEEN 'name 2' AND 'name 4'"},
-      {{}, "SELECT COUNT(*), MAX(id), AVG(id) FROM person"},
+      {{}, "SELECT note, COUNT(*), MAX(id) FROM person GROUP BY note, name HAVING AVG(id) > 2 ORDER BY note"},
       {{}, "SELECT * FROM person DUMP INTO 'rows'"},
       {{"SELECT id + 50 AS id, name, note FROM person DUMP INTO 'rows'"}, "INSERT INTO person FROM 'rows'"},
       {{}, "DESCRIBE person ALL"},

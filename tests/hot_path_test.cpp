@@ -73,6 +73,7 @@ TEST_F(HotPath, FetchingARowTakesNothingFromTheHeap) {
   fetch_all("SELECT s FROM t WHERE id BETWEEN 100 AND 899", 800);
   fetch_all("SELECT s, x FROM t ORDER BY id DESC", 1000);
   fetch_all("SELECT DISTINCT s, d FROM t", 1000);
+  fetch_all("SELECT s, x || s, SUM(id) + d FROM t GROUP BY s, x, d HAVING s || x <> 'x' ORDER BY x", 1000);
 }
 
 // The temporaries of a thousand rows would exceed the pool's 100 KB.
