@@ -378,6 +378,9 @@ TEST_F(Record, ByManyNamesAndByOnesThatSeveralBear) {
   EXPECT_EQ(rows_of(tovik_selectsql_char(db, "SELECT x AS c1, c1, c1 + 1, x + 1, x AS EXPRESSION_2 FROM u"),
                     {"c1", "x", "EXPRESSION_1", "EXPRESSION_2"}),
             "1,1,8,2");
+  EXPECT_EQ(rows_of(tovik_selectsql_char(db, "SELECT c1, COUNT(*) AS n, MAX(x), x FROM u GROUP BY c1"),
+                    {"c1", "n", "EXPRESSION_1", "x"}),
+            "7,1,1,-");
   tovik_cur *cursor = tovik_selectsql_char(db, "SELECT c1 + 1 FROM u");
   GIVES(202140) << tovik_getcol_i32(cursor, "EXPRESSION_01", &value)
                 << tovik_getcol_i32(cursor, "EXPRESSION_2", &value);
