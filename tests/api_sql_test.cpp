@@ -266,6 +266,50 @@ TEST_F(Sql, OpenQueriesMeetTheChangesOfTheirThread) {
     CLEAR; PREPARE SELECT COUNT(*) FROM t; EXECUTE; DROP TABLE t; REST => 2)");
 }
 
+// What SQLite does not have, or has otherwise; the rest is compared with it.
+TEST_F(Sql, Subqueries) {
+  script(R"(
+    CREATE TABLE t (a int, d date, m microtimestamp, b blob, s varchar(3))
+    INSERT INTO t VALUES 1,'20200101','20200101120000','00ff','x', 2,'20200102','20200102120000','41','y', 3,'','','','y'
+    SELECT a FROM t WHERE a = (SELECT a FROM t WHERE s = 'y') => error 172008
+    SELECT a FROM t WHERE s = (SELECT DISTINCT s FROM t WHERE a > 1) => 2;3
+    SELECT a FROM t WHERE s = (SELECT s FROM t x WHERE x.a >= t.a) => error 172008
+    SELECT a FROM t WHERE a IN (SELECT a, s FROM t) => error 172008
+    SELECT a FROM t WHERE a < ANY (SELECT * FROM t) => error 172008
+    SELECT a FROM t WHERE a IN (SELECT s FROM t) => error 150003
+    SELECT a FROM t WHERE a IN (SELECT x.nothing FROM t x) => error 150008
+    SELECT a FROM t WHERE a IN (SELECT a FROM nowhere) => error 141004
+    SELECT a FROM t WHERE a > ALL (SELECT COUNT(DISTINCT a) FROM t) => error 172019
+    SELECT a FROM t WHERE a = 1 OR 1 = (SELECT 1 / 0 FROM t) => error 151001
+    SELECT a FROM t WHERE a > 3 AND 1 = (SELECT 1 / 0 FROM t) =>
+    SELECT COUNT(*) > ALL (SELECT a FROM t) AS x FROM t => error 172019
+    SELECT a IN (SELECT x.a FROM t x WHERE x.s = t.s AND x.a > 2) AS x FROM t => 0;0;1
+    DELETE FROM t WHERE a = (SELECT a FROM t) => 172008
+    SELECT a FROM t WHERE m IN (SELECT d FROM t) => 1;2
+    SELECT a FROM t WHERE d NOT IN (SELECT m FROM t WHERE a = 1) => 2
+    SELECT a FROM t WHERE b >= ANY (SELECT b FROM t WHERE a < 3) => 1;2
+    SELECT a FROM t WHERE a = ANY (SELECT NVL(a - 1, s) FROM t) => 1;2
+    SELECT a FROM t WHERE s IN (SELECT NVL(SUBSTR('x', x.a), x.a) FROM t x WHERE x.a = 1) => 1
+    SELECT t.a FROM t WHERE NOT EXISTS (SELECT 1 FROM t u WHERE u.a > t.a) => 3
+    SELECT a FROM t WHERE EXISTS (SELECT 1 / 0 FROM t) AND a < 2 => 1
+    CREATE TABLE u (a int); INSERT INTO u SET a = 0
+    UPDATE u SET a = 1 WHERE a < (SELECT MAX(a) FROM t) AND EXISTS (SELECT * FROM t WHERE t.a = u.a + 2); SELECT a FROM u => 1
+    CREATE TABLE n (x int); CREATE TABLE none (x int); INSERT INTO n VALUES 1, 2, 3, 4, 5, 6, 7, 8, 9
+    SELECT COUNT(*) FROM n p, n q, n r, n s WHERE q.x = (SELECT MAX(y.x) FROM n y WHERE y.x < p.x AND 'a' || 'b' = 'ab') => 648
+    SELECT COUNT(*) FROM n p, n q, n r, n s WHERE 5 > ALL (SELECT COUNT(*) FROM none y) => 6561
+    PREPARE SELECT x FROM n WHERE x IN (SELECT a FROM t); RENAME ATTR t.a AS c; EXECUTE => 150008
+    CLEAR; PREPARE SELECT x FROM n WHERE x IN (SELECT c FROM t); CREATE INDEX tc ON t (c); EXECUTE; FETCH => 1
+    DELETE FROM t WHERE c = 2; REST => 2;3
+    CLEAR; PREPARE SELECT x FROM n WHERE EXISTS (SELECT 1 FROM t WHERE c = n.x); EXECUTE; FETCH => 1
+    DROP INDEX tc; REST => 3
+    CLEAR; PREPARE SELECT x FROM n WHERE EXISTS (SELECT 1 FROM t WHERE c = n.x); EXECUTE; FETCH => 1
+    DROP TABLE t; REST => 141004)");
+  for (const std::string item :
+       {"1 IN (SELECT x FROM n)", "1 > ALL (SELECT x FROM n)", "EXISTS (SELECT x FROM n)"})
+    EXPECT_EQ(db.rows("TEST_STMT " + item + " AS x"), item[0] == '1' ? "error 150003" : "error 50010")
+        << item;
+}
+
 class SqlZone : public Sql {
  protected:
   SqlZone() : Sql((setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1), "")) {}
@@ -360,6 +404,11 @@ TEST_F(Sql, ThePlanSaysWhichAccessIsUsed) {
         << condition << ":\n"
         << printed;
   }
+  // Of a subquery too, once.
+  script("CREATE TABLE u (a int)\nINSERT INTO u VALUES 1, 2, 3");
+  const std::string frame = "---- QUERY PLAN ----\nTABLE '", end = "--------------------\n";
+  EXPECT_EQ(db.printed("SELECT a FROM u WHERE EXISTS (SELECT a FROM t WHERE c = u.a)"),
+            frame + "u':\n" + scan + end + "          a\n" + frame + "t':\n" + scan + end);
 }
 
 class LongSql : public Sql {
@@ -380,6 +429,9 @@ TEST_F(LongSql, LongAndDeepConditionsTakeASmallStack) {
       {"a = 3" + repeated(" OR a = 2", 5000), "y"},
       {repeated("a = 1 AND (", 298) + "s LIKE 'x%'" + repeated(")", 298), "x"},
       {repeated("a = 1 AND (", 300) + "s LIKE 'x%'" + repeated(")", 300), "error 150004"},
+      {repeated("a = 1 AND EXISTS (SELECT a FROM t WHERE ", 8) + "s LIKE 'x%'" + repeated(")", 8), "x"},
+      {repeated("a = 1 AND EXISTS (SELECT a FROM t WHERE ", 10) + "1 = 1" + repeated(")", 10),
+       "error 150004"},
       {"LENGTH(s" + repeated(" || 'z'", 5000) + ") = 5001", "x;y"},
   };
   for (const auto &[condition, expected] : cases) {

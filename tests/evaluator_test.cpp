@@ -66,7 +66,7 @@ class Expressions : public ::testing::Test {
     env_release();
   }
 
-  EvalContext context() { return {&stack_, pool_, nullptr, &calls_}; }
+  EvalContext context() { return {&stack_, pool_, nullptr, nullptr, &calls_}; }
 
   // The tree of an expression, or of a condition; null when it cannot be parsed.
   Node *parse_item(const std::string &expression) {

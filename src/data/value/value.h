@@ -9,6 +9,7 @@ namespace tovik {
 struct Column;
 struct RowHandle;
 struct AggregateCall;
+struct Subquery;
 
 namespace value_kind {
 inline constexpr uint16_t column = 1000, null = 1001, literal = 1002, string = 1003, integer_text = 1004,
@@ -46,6 +47,7 @@ struct Value {
     DateTimeRec datetime;
     ColumnRef column;
     AggregateCall *aggregate;  // a call of an aggregate function
+    Subquery *subquery;        // in the tree: of a node that holds a query inside a condition
     const char *texts[2];      // names in the tree: table and column, table and alias
     int64_t integers[3];       // type parameters in the tree
   };

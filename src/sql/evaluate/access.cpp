@@ -39,6 +39,9 @@ void access_rewind(TableAccess &access) {
 
 void access_start(TableAccess &access) {
   access.found = row_state(*access.handle->table->rows);
+  access.path = AccessPath::scan;
+  rowset_free(access.rows);
+  access.rows = nullptr;
   access_rewind(access);
 }
 

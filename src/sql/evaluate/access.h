@@ -31,7 +31,7 @@ using AccessHold = Held<TableAccess, access_close>;
 
 void access_rewind(TableAccess &access);  // before the first row
 
-// What is planned or read from now on is of the table as it is now.
+// What is planned or read from now on is of the table as it is now; a scan, unless another path is planned.
 void access_start(TableAccess &access);
 // The definition under the access is not the one that the calling thread would find by the table's name.
 bool access_outdated(const TableAccess &access);

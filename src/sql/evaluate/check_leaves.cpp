@@ -6,14 +6,14 @@
 
 namespace tovik {
 
-namespace {
-
-TypeCode computing_type(TypeCode column_type) {
-  if ((column_type & TYPE_INTEGER) != 0) return type::bigint;
-  if ((column_type & TYPE_FLOAT) != 0) return type::float64;
-  if ((column_type & TYPE_DATETIME) != 0) return type::microtimestamp;
+TypeCode computing_type(TypeCode declared) {
+  if ((declared & TYPE_INTEGER) != 0) return type::bigint;
+  if ((declared & TYPE_FLOAT) != 0) return type::float64;
+  if ((declared & TYPE_DATETIME) != 0) return type::microtimestamp;
   return type::character;
 }
+
+namespace {
 
 // Reads the literal's text as a value of the type and makes it a typed literal of that kind; false when it
 // cannot be read, with nothing recorded.
@@ -40,7 +40,7 @@ bool bind_column(Check check, Node *node, Value *result) {
   if (node->value == nullptr) return fail(status::expr_argument);
   const ColumnNameTree name = ColumnNameTree::of(*node);
   ColumnRef found;
-  if (!column_lookup(check.context.tables, name.table, name.column, &found)) return false;
+  if (!column_in_scope(check.context, name, &found)) return false;
   Value &leaf = *node->value;
   set_result(&leaf, value_kind::column, computing_type(found.column->type), 0);
   leaf.declared = found.column->type;

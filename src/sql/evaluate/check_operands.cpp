@@ -16,17 +16,47 @@ Node *link_spine(Node *top) {
   return node;
 }
 
+// Can values of the two be compared?
+bool check_classes(const Value &left, const Value &right) {
+  return left.is_null() || right.is_null() || type_same_class(left.type, right.type) ||
+         fail(status::not_comparable);
+}
+
+// Prepares the query under node, which is that query itself or holds it.
+bool prepare_subquery(Check check, Node &node, const Node &query, SubqueryUse use, Value *column) {
+  EvalContext &context = check.context;
+  const SubqueryPlace place{query, use, check.depth + subquery_levels};
+  Subquery *prepared = context.scope->ops->prepare(context, place, column);
+  return prepared != nullptr && node_keep_subquery(*context.pool, node, prepared);
+}
+
+bool takes_subqueries(const EvalContext &context) {
+  return context.scope != nullptr && context.scope->ops != nullptr;
+}
+
+// A subquery counts as an operand that cannot fail: it is not run for a row for which the rest of the
+// condition has the result settled.
+bool check_subquery(Check check, const Value &left, Node &node, SubqueryUse use, Value *result) {
+  if (!takes_subqueries(check.context)) return fail(status::not_comparable);
+  Value column;
+  if (!prepare_subquery(check, node, *SubqueryTree::of(node).query, use, &column)) return false;
+  set_truth(result, left.flags);
+  return check_classes(left, column);
+}
+
 // Checks what is compared with left, whose check has been done.
 bool check_compared(Check check, const Value &left, Node *right_node, Value *result) {
-  if (right_node == nullptr || right_node->kind == node::subquery) return fail(status::not_comparable);
+  if (right_node == nullptr) return fail(status::not_comparable);
+  if (right_node->kind == node::subquery) {
+    const bool one = SubqueryTree::of(*right_node).quantifier == Quantifier::none;
+    return check_subquery(check, left, *right_node, one ? SubqueryUse::value : SubqueryUse::list, result);
+  }
   if (left.kind == value_kind::column && is_literal_text(*right_node) && !coerce_literal(left, right_node))
     return false;
   Value right;
   if (!check_node(check, right_node, &right)) return false;
-  if (!left.is_null() && !right.is_null() && !type_same_class(left.type, right.type))
-    return fail(status::not_comparable);
   set_truth(result, left.flags | right.flags);
-  return true;
+  return check_classes(left, right);
 }
 
 }  // namespace
@@ -66,7 +96,7 @@ bool check_in(Check check, Node *node, Value *result) {
   const InTree tree = InTree::of(*node);
   Value left;
   if (!check_node(check, tree.tested, &left)) return false;
-  if (tree.items == nullptr) return fail(status::not_comparable);  // a subquery
+  if (tree.items == nullptr) return check_subquery(check, left, *tree.subquery, SubqueryUse::list, result);
   uint16_t flags = left.flags;
   for (const Node *item : chain(tree.items)) {
     Value compared;
@@ -76,6 +106,13 @@ bool check_in(Check check, Node *node, Value *result) {
   set_truth(result, flags);
   if ((flags & value_aggregate) == 0) node->flags |= node_stops_early;
   return true;
+}
+
+bool check_exists(Check check, Node *node, Value *result) {
+  if (!takes_subqueries(check.context)) return fail(status::expr_operator);
+  Value ignored;
+  set_truth(result, 0);
+  return prepare_subquery(check, *node, *node, SubqueryUse::existence, &ignored);
 }
 
 bool check_is_null(Check check, Node *node, Value *result) {

@@ -50,10 +50,13 @@ bool check_in(Check check, Node *node, Value *result);
 bool check_is_null(Check check, Node *node, Value *result);
 bool check_between(Check check, Node *node, Value *result);
 bool check_call(Check check, Node *node, Value *result);
+bool check_exists(Check check, Node *node, Value *result);
 
 // --- Leaves. A checked one holds in its value what the evaluation pass needs: the column, or the typed
 // datum; the label of a literal is the text it was written as.
 
+// A column by name, here or in a query around.
+bool column_in_scope(EvalContext &context, const ColumnNameTree &name, ColumnRef *found);
 bool bind_column(Check check, Node *node, Value *result);
 bool check_string(Node *node, Value *result);
 bool check_number(Node *node, Value *result);

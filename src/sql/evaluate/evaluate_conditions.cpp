@@ -14,10 +14,6 @@ Truth truth_of(bool holds) {
   return holds ? Truth::yes : Truth::no;
 }
 
-Truth opposite(Truth truth) {
-  return static_cast<Truth>(truth == Truth::unknown ? -1 : 1 - static_cast<int>(truth));
-}
-
 Truth both(Truth left, Truth right) {
   if (left == Truth::no || right == Truth::no) return Truth::no;
   return left == Truth::unknown ? left : right;
@@ -122,6 +118,7 @@ bool apply_logical(Evaluation &evaluation, const Node *node, Truth *truth) {
 
 bool evaluate_comparison(Evaluation &evaluation, const Node *node, Truth *truth) {
   const OperatorTree tree = OperatorTree::of(*node);
+  if (tree.right->kind == node::subquery) return evaluate_subquery_comparison(evaluation, node, truth);
   return take_operands(evaluation, tree.left, tree.right, [&](const Value &left, const Value &right) {
     return compare(node->kind, left, right, truth);
   });
@@ -141,6 +138,7 @@ bool evaluate_matching(Evaluation &evaluation, const Node *node, Truth *truth) {
 
 bool evaluate_in(Evaluation &evaluation, const Node *node, Truth *truth) {
   const InTree tree = InTree::of(*node);
+  if (tree.items == nullptr) return evaluate_in_subquery(evaluation, node, truth);
   const Operand tested(evaluation, tree.tested);
   if (tested.failed()) return false;
   const bool stops_early = (node->flags & node_stops_early) != 0;
@@ -188,6 +186,10 @@ bool evaluate_logical(Evaluation &evaluation, const Node *top, Truth *truth) {
     if (!apply_logical(evaluation, node, truth)) return false;
     if (node == top) return true;
   }
+}
+
+bool value_compare(uint16_t comparison, const Value &left, const Value &right, Truth *truth) {
+  return compare(comparison, left, right, truth);
 }
 
 bool evaluate_condition(Evaluation &evaluation, const Node *node, Value *result) {

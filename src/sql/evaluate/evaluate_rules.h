@@ -32,6 +32,16 @@ bool evaluate_is_null(Evaluation &evaluation, const Node *node, Truth *truth);
 bool evaluate_between(Evaluation &evaluation, const Node *node, Truth *truth);
 bool evaluate_logical(Evaluation &evaluation, const Node *top, Truth *truth);
 
+// --- Rules of conditions that test a subquery
+
+bool evaluate_subquery_comparison(Evaluation &evaluation, const Node *node, Truth *truth);
+bool evaluate_in_subquery(Evaluation &evaluation, const Node *node, Truth *truth);
+bool evaluate_exists(Evaluation &evaluation, const Node *node, Truth *truth);
+
+inline Truth opposite(Truth truth) {
+  return static_cast<Truth>(truth == Truth::unknown ? -1 : 1 - static_cast<int>(truth));
+}
+
 // --- Operands' values
 
 inline constexpr Value null_value{value_kind::null, 0, 0, value_null, {}, nullptr};

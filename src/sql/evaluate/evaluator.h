@@ -8,8 +8,7 @@
 
 #include "data/function/builtin.h"
 #include "platform/array.h"
-#include "sql/evaluate/access.h"
-#include "sql/parse/tree.h"
+#include "sql/evaluate/scope.h"
 
 namespace tovik {
 
@@ -52,6 +51,7 @@ struct EvalContext {
   ValueStack *stack;
   MemoryPool *pool;
   TableAccess *tables;                   // FROM order; null for TEST_STMT and INSERT
+  QueryScope *scope = nullptr;           // of these tables; null: no queries around, and none inside
   AggregateCalls *aggregates = nullptr;  // check pass: takes up aggregate calls; null: they are refused
   const Group *group = nullptr;          // evaluation pass: what is evaluated; null: a row
 };
@@ -64,9 +64,10 @@ inline constexpr uint16_t value_mixed = 32;
 
 // Expressions inside expressions: operands to the right of an operator, and arguments. What only follows - a
 // chain of operators, a row of signs or of NOT - counts once. A deeper tree is refused by its check with
-// 150004. The walks over the deepest take 33 KiB of the thread's stack in an optimised build, 80 KiB in a
-// plain one.
+// 150004; a subquery counts as subquery_levels. The walks over the deepest take 33 KiB of the thread's stack
+// in an optimised build, 80 KiB in a plain one.
 inline constexpr int expression_depth_limit = 300;
+inline constexpr int subquery_levels = 30;
 
 // Check pass over the tree under expression; *result (optional) tells type, flags and label of its value. A
 // literal result is typed and carries its datum. The label is built for every expression, or with none only
@@ -90,10 +91,15 @@ inline constexpr int expression_depth_limit = 300;
 // buffer (number_text_size bytes) for any other. 13001, 13002.
 [[nodiscard]] bool value_text(const Value &value, char *buffer, TextRef *text);
 
-enum class Truth : int { unknown = -1, no = 0, yes = 1 };
 [[nodiscard]] bool condition_evaluate(EvalContext &context, const Node *condition, Truth *truth);
 // Whether it is true; gives back what it needed from the pool.
 [[nodiscard]] bool condition_met(EvalContext &context, const Node *condition, bool *met);
+
+// left = right, or whichever comparison the kind of node tells. 150003.
+[[nodiscard]] bool value_compare(uint16_t comparison, const Value &left, const Value &right, Truth *truth);
+
+// The type in which values of a column are computed with.
+TypeCode computing_type(TypeCode declared);
 
 // A column by name among the tables in FROM order; table (alias or name) is null for an unqualified name.
 // False with 150008, or 50001 without a name or tables.

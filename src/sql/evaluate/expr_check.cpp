@@ -1,4 +1,5 @@
 // The check pass: which rule checks a node, and how columns are found.
+#include <algorithm>
 #include <cstring>
 
 #include "sql/evaluate/check_rules.h"
@@ -7,7 +8,7 @@
 namespace tovik {
 
 bool check_node(Check check, Node *node, Value *result) {
-  if (node == nullptr || check.depth == expression_depth_limit) return fail(status::expression_syntax);
+  if (node == nullptr || check.depth >= expression_depth_limit) return fail(status::expression_syntax);
   ++check.depth;
   switch (node->kind) {
     case node::column_name:
@@ -33,6 +34,8 @@ bool check_node(Check check, Node *node, Value *result) {
       return check_is_null(check, node, result);
     case node::between:
       return check_between(check, node, result);
+    case node::query:
+      return check_exists(check, node, result);
     case node::always_true:
       set_truth(result, 0);
       return true;
@@ -67,23 +70,60 @@ bool find_column(const TableAccess *tables, const char *name, Matches matches, C
   return false;
 }
 
-}  // namespace
-
-bool column_lookup(TableAccess *tables, const char *table, const char *name, ColumnRef *found) {
-  if (tables == nullptr || name == nullptr || *name == '\0') return fail(status::expr_argument);
+// Nothing recorded.
+bool find_named(const TableAccess *tables, const char *table, const char *name, ColumnRef *found) {
   const auto any = [](const TableAccess &) { return true; };
   const auto by_alias = [table](const TableAccess &each) { return same_text(each.alias, table); };
   const auto by_name = [table](const TableAccess &each) {
     return same_text(each.handle->table->name, table);
   };
-  const bool known = table == nullptr ? find_column(tables, name, any, found)
-                                      : find_column(tables, name, by_alias, found) ||
-                                            find_column(tables, name, by_name, found);
-  return known || fail(status::no_such_column);
+  if (table == nullptr) return find_column(tables, name, any, found);
+  return find_column(tables, name, by_alias, found) || find_column(tables, name, by_name, found);
+}
+
+// Goes one of the tables by that name? One that has an alias does not, where another query has one that does.
+bool goes_by_name(const TableAccess *tables, const char *name) {
+  const TableAccess *each = tables;
+  while (each != nullptr &&
+         !same_text(each->alias == nullptr ? each->handle->table->name : each->alias, name))
+    each = each->next;
+  return each != nullptr;
+}
+
+// The query in whose tables the column is found, from the inside out; null when in none.
+QueryScope *find_scope(QueryScope *inner, const ColumnNameTree &name, ColumnRef *found) {
+  for (const bool hidden : {false, true})
+    for (QueryScope *scope = inner; scope != nullptr; scope = scope->outer)
+      if ((hidden || name.table == nullptr || goes_by_name(scope->tables, name.table)) &&
+          find_named(scope->tables, name.table, name.column, found))
+        return scope;
+  return nullptr;
+}
+
+int levels_around(const EvalContext &context) {
+  return context.scope == nullptr ? 0 : context.scope->levels;
+}
+
+}  // namespace
+
+bool column_lookup(TableAccess *tables, const char *table, const char *name, ColumnRef *found) {
+  if (tables == nullptr || name == nullptr || *name == '\0') return fail(status::expr_argument);
+  return find_named(tables, table, name, found) || fail(status::no_such_column);
+}
+
+bool column_in_scope(EvalContext &context, const ColumnNameTree &name, ColumnRef *found) {
+  QueryScope *const own = context.scope;
+  if (own == nullptr || own->outer == nullptr)
+    return column_lookup(context.tables, name.table, name.column, found);
+  const QueryScope *scope = find_scope(own, name, found);
+  if (scope == nullptr) return fail(status::no_such_column);
+  for (QueryScope *inside = own; inside != scope; inside = inside->outer)
+    inside->nearest = std::max(inside->nearest, scope->nesting);
+  return true;
 }
 
 bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Value *result) {
-  const Check check{context, 0};
+  const Check check{context, levels_around(context)};
   Value value;
   if (!check_node(check, expression, &value)) return false;
   value.flags &= static_cast<uint16_t>(~value_can_fail);
@@ -96,7 +136,7 @@ bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Valu
 }
 
 bool condition_check(EvalContext &context, Node *condition) {
-  const Check check{context, 0};
+  const Check check{context, levels_around(context)};
   Value value;
   return check_node(check, condition, &value) && is_truth(value);
 }

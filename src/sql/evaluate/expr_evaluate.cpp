@@ -9,7 +9,7 @@ namespace tovik {
 static bool evaluate_column(Evaluation &evaluation, const Node *node, Value *result) {
   const Value &bound = *node->value;
   const Group *group = evaluation.context.group;
-  if (group != nullptr) {
+  if (group != nullptr && own_column(evaluation.context, bound.column)) {
     group_value(*group, bound.column, result);
   } else if (!row_handle_value(*bound.column.row, *bound.column.column, result)) {
     return false;
@@ -57,6 +57,8 @@ bool evaluate_truth(Evaluation &evaluation, const Node *node, Truth *truth) {
       return evaluate_is_null(evaluation, node, truth);
     case node::between:
       return evaluate_between(evaluation, node, truth);
+    case node::query:
+      return evaluate_exists(evaluation, node, truth);
     case node::logical_and:
     case node::logical_or:
     case node::logical_not:

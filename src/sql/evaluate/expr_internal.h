@@ -62,6 +62,13 @@ class StackScope {
   int base_;
 };
 
+// A column of the query to which the expression belongs, not of one around it.
+inline bool own_column(const EvalContext &context, const ColumnRef &column) {
+  const TableAccess *access = context.tables;
+  while (access != nullptr && access->handle != column.row) access = access->next;
+  return access != nullptr;
+}
+
 // The label of a checked expression, in the pool; null with 50012 or 50013.
 const char *expr_label(MemoryPool &pool, const Node *expression);
 

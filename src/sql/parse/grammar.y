@@ -13,18 +13,19 @@
 
 %code requires {
 #include "sql/parse/parser.h"
+#include "sql/parse/shapes.h"
 }
 
 %union {
   const char *text;
   int64_t number;
   tovik::Node *node;
+  tovik::Quantifier quantifier;
 }
 
 %code {
 #include "data/value/number_text.h"
 #include "frame/error.h"
-#include "sql/parse/shapes.h"
 
 /* The parser's stacks start in its frame and grow, by doubling, in the engine's memory. */
 #define YYINITDEPTH tovik::parser_stack_start
@@ -96,7 +97,8 @@ Node *option_number(MemoryPool &pool, const char *digits) {
 %type <node> column_ref column_refs source values value_list values_by_expr values_by_group value_group assignments assignment literal opt_literal
 %type <node> condition predicate expr function_call info_items test_items index_columns column_adds column_add
 %type <text> alias
-%type <number> integer opt_all opt_not_null opt_auto opt_distinct direction opt_not bound match_op comp_op quantifier
+%type <number> integer opt_all opt_not_null opt_auto opt_distinct direction opt_not bound match_op comp_op
+%type <quantifier> quantifier
 
 %left OR
 %left AND
@@ -382,13 +384,13 @@ predicate:
   | expr opt_not IN '(' value_list ')'
         { MAKE($$, InTree{$1, list_close($5), nullptr, $2 != 0}.make(POOL)); }
   | expr opt_not IN '(' query ')'
-        { Node *subquery; MAKE(subquery, SubqueryTree{$5, false}.make(POOL));
+        { Node *subquery; MAKE(subquery, SubqueryTree{$5, Quantifier::none}.make(POOL));
           MAKE($$, InTree{$1, nullptr, subquery, $2 != 0}.make(POOL)); }
   | expr comp_op expr              { MAKE($$, OperatorTree{$1, $3}.make(POOL, $2)); }
   | expr comp_op '(' query ')'
-        { Node *subquery; MAKE(subquery, SubqueryTree{$4, false}.make(POOL)); MAKE($$, OperatorTree{$1, subquery}.make(POOL, $2)); }
+        { Node *subquery; MAKE(subquery, SubqueryTree{$4, Quantifier::none}.make(POOL)); MAKE($$, OperatorTree{$1, subquery}.make(POOL, $2)); }
   | expr comp_op quantifier '(' query ')'
-        { Node *subquery; MAKE(subquery, SubqueryTree{$5, $3 != 0}.make(POOL)); MAKE($$, OperatorTree{$1, subquery}.make(POOL, $2)); }
+        { Node *subquery; MAKE(subquery, SubqueryTree{$5, $3}.make(POOL)); MAKE($$, OperatorTree{$1, subquery}.make(POOL, $2)); }
   | EXISTS '(' query ')'           { $$ = $3; }
   ;
 opt_not: %empty { $$ = 0; } | NOT { $$ = 1; } ;
@@ -409,7 +411,7 @@ comp_op:
   | LE                             { $$ = node::less_equal; }
   | GE                             { $$ = node::greater_equal; }
   ;
-quantifier: ANY { $$ = 0; } | SOME { $$ = 0; } | ALL { $$ = 1; } ;
+quantifier: ANY { $$ = Quantifier::any; } | SOME { $$ = Quantifier::any; } | ALL { $$ = Quantifier::all; } ;
 
 /* Expressions */
 

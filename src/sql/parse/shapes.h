@@ -146,15 +146,34 @@ struct CallTree {
   }
 };
 
+// A query inside a condition. any: SOME too; none: its only value, or the list of IN.
+enum class Quantifier : uint32_t { none, any, all };
+
 struct SubqueryTree {
   Node *query;
-  bool all;  // else ANY, SOME or neither
+  Quantifier quantifier;
 
-  static SubqueryTree of(const Node &node) { return {node.third, node.qual != 0}; }
+  static SubqueryTree of(const Node &node) {
+    if (node.qual != 0) return {node.third, Quantifier::all};
+    return {node.third, node.flags != 0 ? Quantifier::any : Quantifier::none};
+  }
   Node *make(MemoryPool &pool) const {
-    return node_with_qual(node_new(pool, node::subquery, nullptr, nullptr, query), all ? 1 : 0);
+    Node *made = node_new(pool, node::subquery, nullptr, nullptr, query);
+    if (made != nullptr) made->flags = quantifier == Quantifier::any ? 1 : 0;
+    return node_with_qual(made, quantifier == Quantifier::all ? 1 : 0);
   }
 };
+
+// What the check pass leaves in such a node, and in a query that stands as a condition (EXISTS): the query in
+// its prepared form. False when there is no room.
+[[nodiscard]] inline bool node_keep_subquery(MemoryPool &pool, Node &node, Subquery *subquery) {
+  node.value = memory_pool_new<Value>(pool);
+  if (node.value != nullptr) node.value->subquery = subquery;
+  return node.value != nullptr;
+}
+inline Subquery &node_subquery(const Node &node) {
+  return *node.value->subquery;
+}
 
 // --- Items of lists
 

@@ -256,15 +256,15 @@ bool start(Cursor &cursor) {
   if (!open_groups(cursor)) return false;
   TableAccess *const tables = cursor.join.tables = request.context.tables;
   for (TableAccess *access = tables; access != nullptr; access = access->next) access_start(*access);
-  if (tables != nullptr && !plan_query(tables, request.condition, &cursor.guaranteed)) return false;
+  if (tables != nullptr && !plan_query(tables, request.condition, request.planning, &cursor.guaranteed))
+    return false;
   const bool order_shows = request.order_count == 0 && request.grouping == nullptr;
   // Rows of a key lie scattered; in the order of their positions each page is read once.
   for (TableAccess *access = tables; !order_shows && access != nullptr; access = access->next)
     if (access->rows != nullptr) rowset_sort(*access->rows);
   const bool done = materialize(cursor);
   access_pause(request.context.tables);
-  cursor.pool_used = request.context.pool->used;
-  cursor.pool_count = request.context.pool->count;
+  cursor_keep(cursor);
   return done;
 }
 
@@ -298,7 +298,13 @@ bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value) {
   return true;
 }
 
+void cursor_keep(Cursor &cursor) {
+  cursor.pool_used = cursor.request.context.pool->used;
+  cursor.pool_count = cursor.request.context.pool->count;
+}
+
 void cursor_close(Cursor *cursor) {
+  if (cursor->guaranteed.condition != nullptr) cursor->guaranteed.condition->kind = cursor->guaranteed.kind;
   access_pause(cursor->request.context.tables);
   if (cursor->sorted != nullptr) sort_store_destroy(cursor->sorted);
   if (cursor->results != nullptr) sort_store_destroy(cursor->results);

@@ -35,6 +35,7 @@ struct CursorRequest {
   int column_count;
   Grouping *grouping;  // null: rows are delivered, not groups of them
   bool distinct;
+  Planning planning;
 };
 
 enum class CursorPlace { before, on_row, ended };
@@ -60,7 +61,9 @@ Found cursor_fetch(Cursor &cursor);  // after the end or a failure: no
 // The value of a result column in the current row; texts in it stay valid until the next fetch. 43010 without
 // a current row.
 [[nodiscard]] bool cursor_value(Cursor &cursor, const ResultColumn &column, Value *value);
-void cursor_close(Cursor *cursor);
+// What the current row took from the pool stays until the cursor is closed.
+void cursor_keep(Cursor &cursor);
+void cursor_close(Cursor *cursor);  // the condition is as it was before
 using CursorHold = Held<Cursor, cursor_close>;
 
 }  // namespace tovik

@@ -54,8 +54,9 @@ void replace(Node &condition, Guaranteed *guaranteed) {
 
 }  // namespace
 
-bool plan_query(TableAccess *tables, Node *condition, Guaranteed *guaranteed) {
+bool plan_query(TableAccess *tables, Node *condition, Planning planning, Guaranteed *guaranteed) {
   *guaranteed = {};
+  if (planning == Planning::none) return true;
   Candidates candidates{};
   const Choice choice = choose(tables, condition, &candidates);
   if (choice.rowid != nullptr) {
@@ -65,7 +66,8 @@ bool plan_query(TableAccess *tables, Node *condition, Guaranteed *guaranteed) {
     if (!set_up_index(*choice.indexed, candidates.signs)) return false;
     replace(*choice.indexed->condition, guaranteed);
   }
-  if (env_on(Env::query_plan)) plan_print(tables, choice.rowid, choice.indexed);
+  if (planning == Planning::shown && env_on(Env::query_plan))
+    plan_print(tables, choice.rowid, choice.indexed);
   return true;
 }
 

@@ -14,8 +14,12 @@ struct Guaranteed {
   uint16_t kind;
 };
 
+// none: every table is scanned. silent: the plan is not printed.
+enum class Planning { shown, silent, none };
+
 // condition: checked, or null. May change the accesses of the chain, and one node of the tree to always_true,
 // which guaranteed then tells. Statuses of literal conversion and index search; 1.
-[[nodiscard]] bool plan_query(TableAccess *tables, Node *condition, Guaranteed *guaranteed);
+[[nodiscard]] bool plan_query(TableAccess *tables, Node *condition, Planning planning,
+                              Guaranteed *guaranteed);
 
 }  // namespace tovik

@@ -18,18 +18,18 @@ MemoryPool &pool_of(Query &query) {
 }
 
 EvalContext context_of(Query &query) {
-  return {query.stack, query.pool, query.tables};
+  return {query.stack, query.pool, query.tables, &query.scope};
 }
 
 // Of what may hold aggregate calls.
 EvalContext group_context_of(Query &query) {
-  return {query.stack, query.pool, query.tables, &query.grouping.aggregates};
+  return {query.stack, query.pool, query.tables, &query.scope, &query.grouping.aggregates};
 }
 
 Query *query_new(Catalog &catalog, const EvalContext &context) {
   Query *query = memory_pool_new<Query>(*context.pool);
   if (query == nullptr) return fail_null(status::sql_memory);
-  query->catalog = &catalog;
+  query->scope = scope_of(catalog, context.scope);
   query->stack = context.stack;
   query->pool = context.pool;
   query->separator = memory_pool_text(*context.pool, env_text(Env::sql_sel_sep));
@@ -48,12 +48,13 @@ bool open_tables(Query &query, const Node *names) {
   int count = 0;
   for (const Node *name : chain(names)) {
     if (++count > from_table_limit) return fail(status::too_many_from_tables);
-    Table *table = table_open(*query.catalog, node_name(*name));
+    Table *table = table_open(*query.scope.catalog, node_name(*name));
     if (table == nullptr) return false;
     *end = access_open(pool_of(query), table, node_second_name(*name));
     if (*end == nullptr) return false;
     end = &(*end)->next;
   }
+  query.scope.tables = query.tables;
   return true;
 }
 
@@ -201,6 +202,14 @@ bool read_order(Query &query, const Node *items) {
   return true;
 }
 
+bool read_query(Query &query, const QueryTree &tree, const Node *order) {
+  if (!open_tables(query, tree.tables)) return false;
+  query.distinct = tree.distinct;
+  const bool columns = tree.items == nullptr ? all_columns(query) : read_items(query, tree.items);
+  return columns && read_condition(query, tree.where) && read_grouping(query, tree.group) &&
+         read_order(query, order);
+}
+
 }  // namespace
 
 const char *result_name(const ResultColumn &column, char (&buffer)[result_name_size]) {
@@ -214,21 +223,26 @@ bool query_prepare_select(Catalog &catalog, const EvalContext &context, const No
   *made = nullptr;
   const SelectTree select = SelectTree::of(root);
   if (select.query == nullptr) return fail(status::select_argument);
-  const QueryTree tree = QueryTree::of(*select.query);
   Query *query = *made = query_new(catalog, context);
   if (query == nullptr) return false;
   read_output(*query, select.file);
-  if (!open_tables(*query, tree.tables)) return false;
-  query->distinct = tree.distinct;
-  const bool columns = tree.items == nullptr ? all_columns(*query) : read_items(*query, tree.items);
-  return columns && read_condition(*query, tree.where) && read_grouping(*query, tree.group) &&
-         read_order(*query, select.order);
+  return read_query(*query, QueryTree::of(*select.query), select.order);
+}
+
+bool query_prepare_inside(const EvalContext &context, const SubqueryPlace &place, Query **made) {
+  Query *query = *made = query_new(*context.scope->catalog, context);
+  if (query == nullptr) return false;
+  query->scope.levels = place.levels;
+  if (!read_query(*query, QueryTree::of(place.query), nullptr)) return false;
+  if (place.use != SubqueryUse::value) query->distinct = false;
+  return true;
 }
 
 bool query_prepare_items(Catalog &catalog, const EvalContext &context, const Node &root, Query **made) {
   Query *query = *made = query_new(catalog, context);
   if (query == nullptr) return false;
   query->items_only = true;
+  query->scope.ops = nullptr;  // nothing is read
   return read_items(*query, ListTree::of(root).items) && read_grouping(*query, nullptr);
 }
 
@@ -236,11 +250,19 @@ void query_release(Query *query) {
   if (query == nullptr) return;
   if (query->cursor != nullptr) cursor_close(query->cursor);
   query->cursor = nullptr;
+  subqueries_release(&query->scope);
   access_close(query->tables);
   query->tables = nullptr;
 }
 
+bool query_outdated(const Query &query) {
+  for (const TableAccess *access = query.tables; access != nullptr; access = access->next)
+    if (access_outdated(*access)) return true;
+  return subqueries_outdated(query.scope);
+}
+
 bool query_open(Query &query) {
+  subqueries_forget(query.scope);
   CursorRequest request{};
   request.context = context_of(query);
   request.condition = query.condition;
@@ -250,6 +272,7 @@ bool query_open(Query &query) {
   request.column_count = query.column_count;
   request.grouping = query.grouped ? &query.grouping : nullptr;
   request.distinct = query.distinct;
+  request.planning = query.planning;
   query.cursor = cursor_open(request);
   return query.cursor != nullptr;
 }

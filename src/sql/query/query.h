@@ -4,6 +4,7 @@
 
 #include "data/table/catalog.h"
 #include "sql/query/cursor.h"
+#include "sql/query/subquery.h"
 
 namespace tovik {
 
@@ -17,9 +18,9 @@ const char *result_name(const ResultColumn &column, char (&buffer)[result_name_s
 enum class OutputMode { none = 0, into = 1, dump_into = 2 };
 
 struct Query {
-  Catalog *catalog;   // of the tables
   ValueStack *stack;  // the statement's, as the pool in which the query lives
   MemoryPool *pool;
+  QueryScope scope;
   bool items_only;  // TEST_STMT
   TableAccess *tables;
   Node *condition;  // null without WHERE
@@ -33,6 +34,7 @@ struct Query {
   const char *output_file;  // null without INTO
   OutputMode output_mode;
   const char *separator;
+  Planning planning;
   Cursor *cursor;  // open after execution
 };
 
@@ -43,7 +45,14 @@ struct Query {
                                         Query **query);
 [[nodiscard]] bool query_prepare_items(Catalog &catalog, const EvalContext &context, const Node &root,
                                        Query **query);
-void query_release(Query *query);  // cursor, tables; the record itself lives in the statement's pool
+// A query inside a condition, in the scope of the context. Values of which it does not matter how often they
+// come may repeat.
+[[nodiscard]] bool query_prepare_inside(const EvalContext &context, const SubqueryPlace &place,
+                                        Query **query);
+// Cursor, tables, subqueries; the record itself lives in the statement's pool. Null is ignored.
+void query_release(Query *query);
+// A table, of a subquery too, is not the one that the calling thread would find by its name.
+bool query_outdated(const Query &query);
 
 [[nodiscard]] bool query_open(
     Query &query);  // opens the cursor: 172019, 143101, planner and evaluation statuses

@@ -30,7 +30,8 @@ bool result_file_create(ResultFile &file, const Query &query) {
   file.mode = query.output_mode;
   if (file.mode == OutputMode::none) return true;
   file.quotes = env_on(Env::sql_sel_hdr) ? CsvQuotes::needed : CsvQuotes::always;
-  file.writer.reset(file_writer_create(query.output_file, query.catalog->storage->params->io.file_mode));
+  file.writer.reset(
+      file_writer_create(query.output_file, query.scope.catalog->storage->params->io.file_mode));
   return file.writer != nullptr;
 }
 

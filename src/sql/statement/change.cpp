@@ -94,16 +94,40 @@ bool check_values(EvalContext &context, const Values &targets) {
   return true;
 }
 
-// Calls change for every row that meets the condition of where (null: every row).
-template <class Change>
-bool change_rows(EvalContext &context, const Node *where, Change change) {
-  Node *condition = WhereTree::of(where).condition;
-  if (condition != nullptr && !condition_check(context, condition)) return false;
+template <class Take>
+bool found_rows(const EvalContext &context, Node *condition, Take take) {
   CursorRequest request{};
   request.context = context;
   request.condition = condition;
   const CursorHold cursor(cursor_open(request));
-  return cursor.get() != nullptr && each_row([&] { return cursor_fetch(*cursor); }, change);
+  return cursor.get() != nullptr && each_row([&] { return cursor_fetch(*cursor); }, take);
+}
+
+// The path of the access becomes the list of the rows that meet the condition.
+bool collect_rows(const EvalContext &context, Node *condition) {
+  TableAccess &access = *context.tables;
+  RowSet *rows = rowset_new();
+  if (rows == nullptr) return false;
+  const bool done = found_rows(context, condition, [&] { return rowset_add(*rows, access.handle->row); });
+  access_start(access);
+  access.rows = rows;  // owned from here on
+  access.path = AccessPath::row_list;
+  return done;
+}
+
+// Calls change for every row of the table that meets the condition of where (null: every row). When
+// subqueries of the condition read the table, all rows are found before the first one changes.
+template <class Change>
+bool change_rows(EvalContext context, Catalog &catalog, const Node *where, Change change) {
+  QueryScope scope = scope_of(catalog, nullptr);
+  const SubqueriesHold subqueries(&scope);
+  scope.tables = context.tables;
+  context.scope = &scope;
+  Node *condition = WhereTree::of(where).condition;
+  if (condition != nullptr && !condition_check(context, condition)) return false;
+  TableAccess &access = *context.tables;
+  if (!subqueries_read(scope, *access.handle->table)) return found_rows(context, condition, change);
+  return collect_rows(context, condition) && each_row([&] { return access_next(access); }, change);
 }
 
 TableAccess *open_access(Statement &statement, const char *table_name) {
@@ -140,7 +164,7 @@ bool exec_update(Statement &statement) {
   if (source.is_file()) {
     LoadedRow values{};
     return load_only_row(*statement.pool, *writer->table, source, values) &&
-           change_rows(context, tree.where, [&] {
+           change_rows(context, *statement.db, tree.where, [&] {
              row_handle_copy(*writer, *access->handle);
              return loaded_row_set(*statement.pool, values, *writer) && row_handle_update(*writer);
            });
@@ -148,7 +172,7 @@ bool exec_update(Statement &statement) {
   Values targets{};
   if (!bind_source(*statement.pool, *writer->table, source, Rows::one, targets)) return false;
   if (!check_values(context, targets)) return false;
-  return change_rows(context, tree.where,
+  return change_rows(context, *statement.db, tree.where,
                      [&] { return update_row(context, *writer, *access->handle, targets); });
 }
 
@@ -156,8 +180,8 @@ bool exec_delete(Statement &statement) {
   const DeleteTree tree = DeleteTree::of(*statement.root);
   const AccessHold access(open_access(statement, node_name(*tree.table)));
   if (access.get() == nullptr) return false;
-  EvalContext context = sql_context(statement, access.get());
-  return change_rows(context, tree.where, [&] { return row_handle_delete(*access->handle); });
+  return change_rows(sql_context(statement, access.get()), *statement.db, tree.where,
+                     [&] { return row_handle_delete(*access->handle); });
 }
 
 }  // namespace tovik

@@ -95,10 +95,7 @@ SqlResult sql_prepare(Statement &statement, const char *text, Execution executio
 
 static bool outdated(const Statement &statement) {
   if (statement.query == nullptr || !statement.prepared) return false;
-  if (statement.spent) return true;
-  for (const TableAccess *access = statement.query->tables; access != nullptr; access = access->next)
-    if (access_outdated(*access)) return true;
-  return false;
+  return statement.spent || query_outdated(*statement.query);
 }
 
 // A failure leaves the statement as it was.
