@@ -14,6 +14,7 @@ pkg-config      pkg-config
 tzdata          /usr/share/zoneinfo/zone.tab
 libgtest-dev    /usr/include/gtest/gtest.h
 libbenchmark-dev /usr/include/benchmark/benchmark.h
+libsqlite3-dev  /usr/include/sqlite3.h
 "
 
 is_there() {
