@@ -297,6 +297,15 @@ TEST_F(Sql, Subqueries) {
     CREATE TABLE n (x int); CREATE TABLE none (x int); INSERT INTO n VALUES 1, 2, 3, 4, 5, 6, 7, 8, 9
     SELECT COUNT(*) FROM n p, n q, n r, n s WHERE q.x = (SELECT MAX(y.x) FROM n y WHERE y.x < p.x AND 'a' || 'b' = 'ab') => 648
     SELECT COUNT(*) FROM n p, n q, n r, n s WHERE 5 > ALL (SELECT COUNT(*) FROM none y) => 6561
+    CREATE TABLE w (a bigint, s varchar(9), d date); INSERT INTO w VALUES 3000000000,'xyz9',NULL, 2,'y','20200101', NULL,'x',''
+    CREATE INDEX ta ON t (a); CREATE (1, 4) INDEX ts ON t (s); CREATE (1, 4) INDEX td ON t (d)
+    SELECT s FROM w WHERE EXISTS (SELECT 1 FROM t WHERE t.a = w.a) => y
+    SELECT s FROM w WHERE NOT EXISTS (SELECT 1 FROM t WHERE t.a <= w.a) => x
+    SELECT s FROM w WHERE 0 = (SELECT COUNT(*) FROM t WHERE t.s = w.s) => xyz9
+    SELECT s, a FROM w WHERE 2 = (SELECT COUNT(*) FROM t WHERE t.s >= w.s AND t.a > 1) => xyz9,3000000000;y,2;x,-
+    SELECT s FROM w WHERE 1 IN (SELECT a FROM t WHERE w.d = t.d) => y
+    SELECT a FROM t WHERE EXISTS (SELECT 1 FROM t u WHERE u.rowid = t.rowid AND u.a > 1) => 2;3
+    DROP INDEX ta; DROP INDEX ts; DROP INDEX td
     PREPARE SELECT x FROM n WHERE x IN (SELECT a FROM t); RENAME ATTR t.a AS c; EXECUTE => 150008
     CLEAR; PREPARE SELECT x FROM n WHERE x IN (SELECT c FROM t); CREATE INDEX tc ON t (c); EXECUTE; FETCH => 1
     DELETE FROM t WHERE c = 2; REST => 2;3
@@ -409,6 +418,12 @@ TEST_F(Sql, ThePlanSaysWhichAccessIsUsed) {
   const std::string frame = "---- QUERY PLAN ----\nTABLE '", end = "--------------------\n";
   EXPECT_EQ(db.printed("SELECT a FROM u WHERE EXISTS (SELECT a FROM t WHERE c = u.a)"),
             frame + "u':\n" + scan + end + "          a\n" + frame + "t':\n" + scan + end);
+  for (const std::string condition :
+       {"a = u.a", "u.a = t.a", "b = u.a AND u.a = a", "a IN (SELECT a FROM u) AND a = u.a"})
+    EXPECT_NE(db.printed("SELECT a FROM u WHERE EXISTS (SELECT a FROM t WHERE " + condition + ")")
+                  .find(frame + "t':\n" + use("'ta' : 'a'") + end),
+              std::string::npos)
+        << condition;
 }
 
 class LongSql : public Sql {

@@ -16,6 +16,16 @@ Node *link_spine(Node *top) {
   return node;
 }
 
+bool is_column(const Node *checked) {
+  return checked->kind == value_kind::column;
+}
+
+bool own_column(const EvalContext &context, const Node &column) {
+  const TableAccess *access = context.tables;
+  while (access != nullptr && access->handle != column.value->column.row) access = access->next;
+  return access != nullptr;
+}
+
 // Can values of the two be compared?
 bool check_classes(const Value &left, const Value &right) {
   return left.is_null() || right.is_null() || type_same_class(left.type, right.type) ||
@@ -75,10 +85,16 @@ bool check_spine(Check check, Node *top, Value *result) {
   }
 }
 
+// An equality with a column of a query around has the query's own column on its left, where an index of it
+// can be used.
 bool check_comparison(Check check, Node *node, Value *result) {
   const OperatorTree tree = OperatorTree::of(*node);
   Value left;
-  return check_node(check, tree.left, &left) && check_compared(check, left, tree.right, result);
+  if (!check_node(check, tree.left, &left) || !check_compared(check, left, tree.right, result)) return false;
+  if (node->kind == node::equal && is_column(tree.left) && is_column(tree.right) &&
+      !own_column(check.context, *tree.left) && own_column(check.context, *tree.right))
+    operator_swap(*node);
+  return true;
 }
 
 bool check_matching(Check check, Node *node, Value *result) {

@@ -5,6 +5,8 @@
 // nothing: they hold no more than the fields that are asked for.
 #pragma once
 
+#include <utility>
+
 #include "sql/parse/tree.h"
 
 namespace tovik {
@@ -61,6 +63,10 @@ struct OperatorTree {
   // Where the left operand goes, or the only one, of a node that was made before it.
   static Node **leading_place(Node &made, bool unary) { return unary ? &made.second : &made.first; }
 };
+
+inline void operator_swap(Node &node) {
+  std::swap(node.first, node.second);
+}
 
 // Operators in a chain of leading operands carry the chain's links: the top one that of the lowest, every
 // other that of the one above it.

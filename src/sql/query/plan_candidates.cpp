@@ -57,10 +57,18 @@ bool list_fits(const Node *items, const Column &column, Signs signs) {
   return true;
 }
 
+// A column of a query around, which has one value as long as this query runs.
+bool is_outer_column(const Candidates &candidates, const Node &node) {
+  return node.kind == value_kind::column && access_of(candidates, node.value->column.row) == nullptr;
+}
+
 // Is the rest of the comparison made of keys of the column?
-bool compares_with_keys(const Node &comparison, Signs signs, KeyLiteral &key) {
+bool compares_with_keys(const Candidates &candidates, const Node &comparison, KeyLiteral &key) {
+  const Signs signs = candidates.signs;
   if (comparison.kind == node::in) return list_fits(InTree::of(comparison).items, *key.column, signs);
-  return literal_read(*OperatorTree::of(comparison).right, signs, &key.value) && literal_fits(key);
+  const Node &right = *OperatorTree::of(comparison).right;
+  if (is_outer_column(candidates, right)) return outer_read(right.value->column, &key);
+  return literal_read(right, signs, &key.value) && literal_fits(key);
 }
 
 void collect_candidate(Candidates &candidates, Node &comparison, TableAccess *access, const Column &column) {
@@ -71,16 +79,23 @@ void collect_candidate(Candidates &candidates, Node &comparison, TableAccess *ac
   candidate.access = access;
   candidate.key.column = &column;
   collect_indices(candidate);
-  if (candidate.index_count == 0 || !compares_with_keys(comparison, candidates.signs, candidate.key)) return;
+  if (candidate.index_count == 0 || !compares_with_keys(candidates, comparison, candidate.key)) return;
   candidate.index = single_index(candidate);
   ++candidates.count;
 }
 
 void collect_rowid(Candidates &candidates, Node &comparison, TableAccess *access) {
   const Node &number = *OperatorTree::of(comparison).right;
-  if (!is_literal(number) && number.kind != value_kind::null) return;
+  KeyLiteral literal{&access->handle->table->rowid, {}};
+  if (is_outer_column(candidates, number)) {
+    if (!outer_read(number.value->column, &literal)) return;
+  } else if (is_literal(number)) {
+    literal.value = *number.value;
+  } else if (number.kind != value_kind::null) {
+    return;
+  }
   candidates.end = WalkEnd::rowid;
-  candidates.rowid = {&comparison, access, literal_row_number(number)};
+  candidates.rowid = {&comparison, access, row_number_of(literal.value)};
 }
 
 // What a comparison or a list tests, if its rows can be looked up in an index.

@@ -12,8 +12,8 @@ namespace tovik {
 inline constexpr int candidate_limit = 16;  // the later ones are ignored
 inline constexpr int candidate_index_limit = 8;
 
-// One comparison with a literal, or a list of them (IN); two equalities with the parts of one index (AND);
-// the two bounds of a BETWEEN.
+// One comparison with a literal or with a column of a query around, or a list of literals (IN); two
+// equalities with the parts of one index (AND); the two bounds of a BETWEEN.
 enum class CandidateKind { comparison, pair, range };
 
 struct IndexUse {

@@ -13,6 +13,7 @@
 #include <cmath>
 
 #include "data/index/btree.h"
+#include "data/table/row_handle.h"
 #include "data/value/datetime.h"
 #include "data/value/number_text.h"
 #include "data/value/stored_form.h"
@@ -111,6 +112,21 @@ bool literal_fits(const KeyLiteral &literal) {
   }
 }
 
+// Values of one kind, each of which is compared as it is stored.
+static bool same_kind(const Column &a, const Column &b) {
+  if (column_is_large(a)) return false;
+  const TypeCode both = a.type & b.type;
+  return a.type == b.type || (both & (TYPE_INTEGER | TYPE_CHARACTER)) != 0;
+}
+
+bool outer_read(const ColumnRef &outer, KeyLiteral *literal) {
+  const ErrorScope no_failure_of_the_query;
+  if (!same_kind(*outer.column, *literal->column)) return false;
+  if (!row_handle_value(*outer.row, *outer.column, &literal->value)) return false;
+  uint8_t key[btree_key_limit];
+  return literal->value.is_null() || (literal_fits(*literal) && literal_store(*literal, key));
+}
+
 bool literal_store(const KeyLiteral &literal, uint8_t *key) {
   const Column &column = *literal.column;
   Value converted = literal.value;
@@ -122,9 +138,9 @@ bool literal_store(const KeyLiteral &literal, uint8_t *key) {
   return store_value(column, ValueMode::binary, value_datum(converted), key) != Stored::failed;
 }
 
-RowNo literal_row_number(const Node &literal) {
-  if (literal.kind == value_kind::null || !type_numeric(literal.value->type)) return 0;
-  const double number = as_real(*literal.value);
+RowNo row_number_of(const Value &value) {
+  if (value.is_null() || !type_numeric(value.type)) return 0;
+  const double number = as_real(value);
   return is_exact_integer(number) && number > 0 && number <= UINT32_MAX ? static_cast<RowNo>(number) : 0;
 }
 

@@ -1,5 +1,6 @@
-// Literals of a condition as keys of a column: whether an index finds with the literal's key exactly the rows
-// for which the comparison with the literal holds, and the key. Values lend texts of the tree.
+// Literals of a condition as keys of a column, and the values that columns of the queries around have while
+// the query runs: whether an index finds with the literal's key exactly the rows for which the comparison
+// with the literal holds, and the key. Values lend texts of the tree.
 #pragma once
 
 #include "data/table/table.h"
@@ -28,7 +29,11 @@ bool literal_fits(const KeyLiteral &literal);
 // The stored form of a value that fits, at key. Statuses of the conversion: the column cannot hold the value.
 [[nodiscard]] bool literal_store(const KeyLiteral &literal, uint8_t *key);
 
-// The row that a literal or NULL numbers; 0 when it is no row number.
-RowNo literal_row_number(const Node &literal);
+// Reads the value of a column of a query around into literal; it may be NULL, which no key is equal to.
+// False, without a status, when it cannot be a key of the literal's column, be it for a lack of room.
+[[nodiscard]] bool outer_read(const ColumnRef &outer, KeyLiteral *literal);
+
+// The row that a value numbers; 0 when it is no row number.
+RowNo row_number_of(const Value &value);
 
 }  // namespace tovik

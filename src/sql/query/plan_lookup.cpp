@@ -94,6 +94,13 @@ bool look_up_row(const Candidate &candidate) {
   return true;
 }
 
+// No row meets a comparison with NULL.
+bool look_up_nothing(const Candidate &candidate) {
+  candidate.access->path = AccessPath::unique_row;
+  candidate.access->row = 0;
+  return true;
+}
+
 bool look_up_rows(const Candidate &candidate) {
   RowSet *rows = rowset_new();
   if (rows == nullptr) return false;
@@ -105,6 +112,7 @@ bool look_up_rows(const Candidate &candidate) {
 }  // namespace
 
 bool plan_lookup(const Candidate &candidate) {
+  if (candidate.key.value.is_null() || candidate.second.value.is_null()) return look_up_nothing(candidate);
   return is_unique_key(candidate) ? look_up_row(candidate) : look_up_rows(candidate);
 }
 
