@@ -282,7 +282,11 @@ TEST_F(Sql, Subqueries) {
     SELECT a FROM t WHERE a > ALL (SELECT COUNT(DISTINCT a) FROM t) => error 172019
     SELECT a FROM t WHERE a = 1 OR 1 = (SELECT 1 / 0 FROM t) => error 151001
     SELECT a FROM t WHERE a > 3 AND 1 = (SELECT 1 / 0 FROM t) =>
-    SELECT COUNT(*) > ALL (SELECT a FROM t) AS x FROM t => error 172019
+    SELECT COUNT(*) > ALL (SELECT a - 1 FROM t) AS x FROM t => 1
+    SELECT s FROM t GROUP BY s HAVING COUNT(*) = (SELECT MIN(a) FROM t) AND s <> ALL (SELECT s FROM t WHERE a = 3) => x
+    SELECT s FROM t GROUP BY s HAVING EXISTS (SELECT 1 FROM t u WHERE u.s = t.s) => error 172019
+    SELECT a FROM t WHERE a >= ALL (SELECT MAX(u.a) + t.a - u.a FROM t u GROUP BY u.a HAVING SUM(u.a) > t.a) => 1;2;3
+    SELECT a FROM t WHERE 2 = ANY (SELECT COUNT(*) FROM t u WHERE u.a <> t.a GROUP BY s) => 1
     SELECT a IN (SELECT x.a FROM t x WHERE x.s = t.s AND x.a > 2) AS x FROM t => 0;0;1
     DELETE FROM t WHERE a = (SELECT a FROM t) => 172008
     SELECT a FROM t WHERE m IN (SELECT d FROM t) => 1;2
