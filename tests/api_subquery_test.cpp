@@ -146,9 +146,11 @@ class Conditions {
     const std::string item = random_.one_in(4) ? "COUNT(*)"
                                                : one_of("MAX", "MIN", "SUM", "AVG", "COUNT") + "(" +
                                                      column(Kind::number, true) + ")";
+    const size_t outer = static_cast<size_t>(random_.below(static_cast<int>(names_.size() - sizes_.back())));
+    const std::string more = random_.one_in(4) ? " + " + names_[outer] + ".id" : "";
     const Sql where = condition(deep, wide - 1);
     leave();
-    return "SELECT " + item + from + " WHERE " + where;
+    return "SELECT " + item + more + from + " WHERE " + where;
   }
   Sql quantified(const std::string &tested, const Sql &query) {
     const std::string holds = tested + comparison();

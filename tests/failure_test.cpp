@@ -110,6 +110,10 @@ std::vector<Victim> victims() {
        "DESC"},
       {{}, "SELECT DISTINCT name FROM person WHERE id IN (3, 10, 11) AND name BETWEEN 'name 2' AND 'name 4'"},
       {{}, "SELECT note, COUNT(*), MAX(id) FROM person GROUP BY note, name HAVING AVG(id) > 2 ORDER BY note"},
+      {{},
+       "SELECT id FROM person p WHERE name > ANY (SELECT q.name FROM person q WHERE q.id < 5) AND EXISTS "
+       "(SELECT * FROM person q WHERE q.name = p.name AND q.id = (SELECT MAX(r.id) FROM person r))"},
+      {{}, "DELETE FROM person WHERE id IN (SELECT id + 1 FROM person WHERE name = 'name 2')"},
       {{}, "SELECT * FROM person DUMP INTO 'rows'"},
       {{"SELECT id + 50 AS id, name, note FROM person DUMP INTO 'rows'"}, "INSERT INTO person FROM 'rows'"},
       {{}, "DESCRIBE person ALL"},
