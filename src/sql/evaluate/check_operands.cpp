@@ -20,12 +20,6 @@ bool is_column(const Node *checked) {
   return checked->kind == value_kind::column;
 }
 
-bool own_column(const EvalContext &context, const Node &column) {
-  const TableAccess *access = context.tables;
-  while (access != nullptr && access->handle != column.value->column.row) access = access->next;
-  return access != nullptr;
-}
-
 // Can values of the two be compared?
 bool check_classes(const Value &left, const Value &right) {
   return left.is_null() || right.is_null() || type_same_class(left.type, right.type) ||
@@ -92,7 +86,8 @@ bool check_comparison(Check check, Node *node, Value *result) {
   Value left;
   if (!check_node(check, tree.left, &left) || !check_compared(check, left, tree.right, result)) return false;
   if (node->kind == node::equal && is_column(tree.left) && is_column(tree.right) &&
-      !own_column(check.context, *tree.left) && own_column(check.context, *tree.right))
+      !own_column(check.context, tree.left->value->column) &&
+      own_column(check.context, tree.right->value->column))
     operator_swap(*node);
   return true;
 }

@@ -118,14 +118,14 @@ bool collect_rows(const EvalContext &context, Node *condition) {
 // Calls change for every row of the table that meets the condition of where (null: every row). When
 // subqueries of the condition read the table, all rows are found before the first one changes.
 template <class Change>
-bool change_rows(EvalContext context, Catalog &catalog, const Node *where, Change change) {
-  QueryScope scope = scope_of(catalog, nullptr);
+bool change_rows(Statement &statement, TableAccess &access, const Node *where, Change change) {
+  QueryScope scope = scope_of(*statement.db, nullptr);
   const SubqueriesHold subqueries(&scope);
-  scope.tables = context.tables;
+  scope.tables = &access;
+  EvalContext context = sql_context(statement, &access);
   context.scope = &scope;
   Node *condition = WhereTree::of(where).condition;
   if (condition != nullptr && !condition_check(context, condition)) return false;
-  TableAccess &access = *context.tables;
   if (!subqueries_read(scope, *access.handle->table)) return found_rows(context, condition, change);
   return collect_rows(context, condition) && each_row([&] { return access_next(access); }, change);
 }
@@ -160,19 +160,19 @@ bool exec_update(Statement &statement) {
   if (access.get() == nullptr) return false;
   const RowHandleHold writer(open_row(*statement.db, table_name));
   if (writer.get() == nullptr) return false;
-  EvalContext context = sql_context(statement, access.get());
   if (source.is_file()) {
     LoadedRow values{};
     return load_only_row(*statement.pool, *writer->table, source, values) &&
-           change_rows(context, *statement.db, tree.where, [&] {
+           change_rows(statement, *access, tree.where, [&] {
              row_handle_copy(*writer, *access->handle);
              return loaded_row_set(*statement.pool, values, *writer) && row_handle_update(*writer);
            });
   }
   Values targets{};
   if (!bind_source(*statement.pool, *writer->table, source, Rows::one, targets)) return false;
+  EvalContext context = sql_context(statement, access.get());
   if (!check_values(context, targets)) return false;
-  return change_rows(context, *statement.db, tree.where,
+  return change_rows(statement, *access, tree.where,
                      [&] { return update_row(context, *writer, *access->handle, targets); });
 }
 
@@ -180,8 +180,7 @@ bool exec_delete(Statement &statement) {
   const DeleteTree tree = DeleteTree::of(*statement.root);
   const AccessHold access(open_access(statement, node_name(*tree.table)));
   if (access.get() == nullptr) return false;
-  return change_rows(sql_context(statement, access.get()), *statement.db, tree.where,
-                     [&] { return row_handle_delete(*access->handle); });
+  return change_rows(statement, *access, tree.where, [&] { return row_handle_delete(*access->handle); });
 }
 
 }  // namespace tovik
