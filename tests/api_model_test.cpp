@@ -535,7 +535,7 @@ class Model : public testing::TestWithParam<bool> {
   }
 
   Random random;
-  Library library{"HVI_TRAN_SYNC=OFF"};
+  Library library{"HVI_TRAN_SYNC=OFF;HVI_TMP_BUF_SIZE=33554432"};  // for what is joined and sorted
   RecordDatabase db{"BLOCK_SIZE=1024;LOCK_RETRY=0;LOCK_SLEEP=1;BEGIN_RETRY=0"};
   Session driver{std::string("NAME=r;") + db.params()};
   kld_db *statements = GetParam() ? nullptr : driver.database();
