@@ -11,9 +11,9 @@ namespace {
 
 // ---- filling column values ----
 
-StatusCode missing_status(int type, const void *value) {
-  if (value == nullptr) return status::record_api_value_missing;
-  return operand_is_text(type) ? status::record_api_text_missing : status::record_api_bytes_missing;
+StatusCode missing_status(int type) {
+  if (operand_is_text(type)) return status::record_api_text_missing;
+  return type == TOVIK_BINARY ? status::record_api_bytes_missing : status::record_api_value_missing;
 }
 
 bool fill(tovik_colval *record, const char *name, int type, const void *value) {
@@ -21,8 +21,7 @@ bool fill(tovik_colval *record, const char *name, int type, const void *value) {
   *record = {};
   if (!name_given(name, name_limit)) return fail(status::record_api_column_name);
   if (type < operand_null || type > TOVIK_BINARY) return fail(status::record_api_data_type);
-  if (type != operand_null && !operand_read(type, value, &record->value))
-    return fail(missing_status(type, value));
+  if (type != operand_null && !operand_read(type, value, &record->value)) return fail(missing_status(type));
   strcpy(record->name, name);
   record->type = type;
   return true;
