@@ -77,12 +77,22 @@ bool fits(CursorState state, TypeCode code, int type) {
   }
 }
 
+// Which texts are wanted: those of a character column only, where they lie, or of any column.
+enum class TextForm { any, own };
+
+StatusCode refusal(CursorState state, TypeCode code, int type, TextForm form) {
+  if (form == TextForm::own && code == type::blob) return status::record_api_blob_as_text;
+  const bool has_form = form == TextForm::any || (code & TYPE_CHARACTER) != 0;
+  return has_form && fits(state, code, type) ? 0 : status::record_api_type_mismatch;
+}
+
 // The value of a column that is to be read as type. A NULL that an expression computed may have no type.
-Stored column_value(RecordCursor &cursor, const char *name, int type, ColumnValue *read) {
+Stored column_value(RecordCursor &cursor, const char *name, int type, TextForm form, ColumnValue *read) {
   if (!find_value(cursor, name, read)) return Stored::failed;
   const bool untyped = read->value.is_null() && read->code == 0;
-  if (!untyped && !fits(cursor.state, read->code, type)) {
-    err_set(status::record_api_type_mismatch);
+  const StatusCode refused = untyped ? 0 : refusal(cursor.state, read->code, type, form);
+  if (refused != 0) {
+    err_set(refused);
     return Stored::failed;
   }
   return read->value.is_null() ? Stored::null : Stored::value;
@@ -91,12 +101,12 @@ Stored column_value(RecordCursor &cursor, const char *name, int type, ColumnValu
 // Runs give, a bool(RecordCursor &, const ColumnValue &), for a value that is not NULL; one call of the
 // interface that has begun. 202116, 202113 and the statuses of column_value.
 template <class Give>
-int read_call(tovik_cur *handle, const char *name, int type, Give give) {
+int read_call(tovik_cur *handle, const char *name, int type, Give give, TextForm form = TextForm::any) {
   RecordCursor *cursor = cursor_of(handle);
   if (cursor == nullptr) return call_end(Stored::failed);
   if (!name_given(name, column_reference_limit)) return call_failed(status::record_api_column_reference);
   ColumnValue read;
-  const Stored found = column_value(*cursor, name, type, &read);
+  const Stored found = column_value(*cursor, name, type, form, &read);
   if (found != Stored::value) return call_end(found);
   return call_end(give(*cursor, read) ? Stored::value : Stored::failed);
 }
@@ -279,13 +289,12 @@ int tovik_getcol_binary(tovik_cur *cursor, const char *column, void *buffer, int
 int tovik_getcol_ibuf_char(tovik_cur *cursor, const char *column, const char **text, int32_t *length) {
   call_begin();
   if (check_outputs(text, length) < 0) return -1;
-  return read_call(cursor, column, TOVIK_CHAR, [&](RecordCursor &, const ColumnValue &read) {
-    if (read.code == type::blob) return fail(status::record_api_blob_as_text);
-    if ((read.code & TYPE_CHARACTER) == 0) return fail(status::record_api_type_mismatch);
+  const auto give = [&](RecordCursor &, const ColumnValue &read) {
     *text = read.value.text.text;
     *length = read.value.text.length;
     return true;
-  });
+  };
+  return read_call(cursor, column, TOVIK_CHAR, give, TextForm::own);
 }
 
 int tovik_getcol_ibuf_binary(tovik_cur *cursor, const char *column, const void **data, int32_t *length) {
