@@ -341,8 +341,9 @@ TOVIK_API void tovik_closecur(tovik_cur *cursor);
  *   read as               columns of a cursor over tables     of a DISTINCT or SQL cursor
  *   i8, i16, i32, i64     integers at most that wide          any number: low bytes, toward zero
  *   float, double         float, double                       any number
- *   char, wchar           any: numbers as digits, dates as 8, 14 or 20 digits, bytes as hex digits; decimal
- * is text ctime                 date, time, microtimestamp binary                blob
+ *   char, wchar           any: numbers as digits, dates as 8, 14 or 20 digits, bytes as hex digits
+ *   ctime                 date, time, microtimestamp
+ *   binary                blob
  *
  * Result: 1 for a value; 0 for NULL, the outputs untouched; -1 with 202116 (cursor), 202101 (process that
  * fork made), 202113 (column name), 202119 (output null), 202154 (column does not fit the request), 150008
@@ -380,7 +381,7 @@ TOVIK_API int tovik_getcol_ibuf_binary(tovik_cur *cursor, const char *column, co
  * null), 202111 (name null, empty or too long). */
 
 /* type: TOVIK_NULL to TOVIK_BINARY. value: as for conditions; TOVIK_BINARY: points to a tovik_bytes. 202151
- * (type), 202103 (value null), 202123 (text null), 202124 (bytes null or length below 1). */
+ * (type), 202103 (no number or date: value null), 202123 (no text), 202124 (no bytes or length below 1). */
 TOVIK_API int tovik_setcol(tovik_colval *record, const char *name, int type, const void *value);
 TOVIK_API int tovik_setcol_i8(tovik_colval *record, const char *name, int8_t value);
 TOVIK_API int tovik_setcol_i16(tovik_colval *record, const char *name, int16_t value);
