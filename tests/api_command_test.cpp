@@ -58,7 +58,7 @@ TEST_F(Command, CollectsStatementsOverLines) {
   EXPECT_EQ(
       loop("CREATE TABLE t (a int,\n b char(5));\nINSERT INTO t VALUES 1,\n'a;b';\nSELECT * FROM t\n;\n"),
       "          1  a;b\n");
-  EXPECT_EQ(loop("SELECT /* a/b\ncomment; */ a FROM t;\n"), "          1\n");
+  EXPECT_EQ(loop("SELECT /* a/b\ncomment; *\n/ */ a FROM t;\n"), "          1\n");
   EXPECT_EQ(loop("SELECT a FROM t;"), "") << "no line end: not run";
   EXPECT_EQ(loop("  \n\nECHO 'x''\ny';\n"), "x' y\n");
   EXPECT_EQ(loop("ECHO 'x'\n;\nquit\nECHO 'y';\n", true), "1* . x\n2* ");
@@ -74,6 +74,7 @@ TEST_F(Command, LeavesOnItsWordsOnly) {
   }
   EXPECT_EQ(loop("exit now\nECHO 'after';\n"), "extra characters after end of valid commandafter\n");
   EXPECT_EQ(loop("exitnow\nECHO 'after';\n"), "expecting a commandafter\n");
+  EXPECT_EQ(loop("rcx\n;\nECHO 'after';\n"), "*** Error: no command\nafter\n");
   EXPECT_EQ(loop("exitnow;\nrun '';\n").size(), 2 * strlen("extra characters after end of valid command"));
 }
 

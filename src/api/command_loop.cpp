@@ -126,6 +126,7 @@ struct Collector {
         if (!append(c)) return false;
       }
     }
+    last_in_comment_ = '\0';
     return true;
   }
 
@@ -149,10 +150,6 @@ bool finished(const char *text) {
       return *skip_blanks(rest) != 0;
     case Command::leave:
       return true;
-    case Command::run:
-    case Command::rc:
-      if (*rest != 0 && *rest != ';' && !is_blank(*rest)) return true;  // no such command: told and dropped
-      return last_character(start) == ';';
     default:
       return last_character(start) == ';';
   }
