@@ -27,7 +27,7 @@ Row::Row(int number, int customers)
     : id(number),
       customer(static_cast<int32_t>((static_cast<uint32_t>(number) * 2246822519u >> 3) %
                                     static_cast<uint32_t>(customers))),
-      day(number % 3653) {
+      since(number % 3653) {
   uint64_t mixed = (static_cast<uint64_t>(number) + 1) * 0x9e3779b97f4a7c15u;
   mixed ^= mixed >> 29;
   mixed *= 0xbf58476d1ce4e5b9u;
@@ -40,7 +40,7 @@ Row::Row(int number, int customers)
 
 std::string create_table(const Table &table) {
   constexpr const char *columns[] = {"id int NOT NULL", "customer int", "amount double",
-                                     "name char(24)",   "day int",      "note varchar(40)"};
+                                     "name char(24)",   "since int",    "note varchar(40)"};
   std::string sql = std::string("CREATE TABLE ") + table.name;
   for (int i = 0; i < table.columns; ++i) sql += (i == 0 ? " (" : ", ") + std::string(columns[i]);
   return sql + ")";
@@ -49,7 +49,7 @@ std::string create_table(const Table &table) {
 std::string literals(const Table &table, const Row &row) {
   std::string list = std::to_string(row.id) + ", " + std::to_string(row.customer);
   char rest[120];
-  snprintf(rest, sizeof rest, ", %.2f, '%s', %d, '%s'", row.amount, row.name, row.day, row.note);
+  snprintf(rest, sizeof rest, ", %.2f, '%s', %d, '%s'", row.amount, row.name, row.since, row.note);
   return table.columns == 6 ? list + rest : list;
 }
 
@@ -204,7 +204,10 @@ class Comparison {
   }
 
  private:
-  std::string directory_of(EngineKind kind) const { return directory_.path() + "/" + std::to_string(kind); }
+  static std::string directory_of(EngineKind kind) {
+    static const Directory directory;  // goes when the program ends, however it does
+    return directory.path() + "/" + std::to_string(kind);
+  }
 
   void measure(const Workload &workload) {
     std::vector<double> seconds[engine_count];
@@ -218,6 +221,7 @@ class Comparison {
         workload.run(*engines_[kind], run);
         seconds[kind].push_back(run.seconds());
         spent += run.seconds();
+        if (run.answer.rows() == 0) give_up(workload.name, "no answer to compare");
         if (answer && !(*answer == run.answer)) give_up(workload.name, "the engines gave different answers");
         answer = run.answer;
       }
@@ -265,7 +269,6 @@ class Comparison {
   }
 
   Options options_;
-  Directory directory_;
   std::unique_ptr<Engine> engines_[engine_count];
   FILE *csv_ = nullptr;
 };

@@ -28,7 +28,7 @@ struct Row {
   int32_t id, customer;
   double amount;  // a multiple of 0.25: sums are exact in every order
   char name[25];  // 24 hexadecimal digits, different for every id
-  int32_t day;
+  int32_t since;
   char note[41];
 
   Row() = default;
@@ -58,7 +58,7 @@ class Answer {
 
  private:
   int64_t rows_ = 0;
-  uint64_t sum_ = 0, row_ = 0;
+  uint64_t sum_ = 0, row_ = 1;
   bool ordered_ = false;
 };
 
@@ -83,6 +83,7 @@ class Engine {
   // Without SQL text: the record interface of Tovik, a statement of SQLite that is prepared once.
   virtual void insert(const Table &table, const Row &row) = 0;
   virtual void read(const Table &table, int id, Answer &answer) = 0;
+  virtual const char *blob_type() const = 0;
   virtual void insert_blob(int id, const std::string &bytes) = 0;
   virtual void read_blob(int id, Answer &answer) = 0;
   virtual std::string insert_text(const Table &table, const Row &row) const = 0;

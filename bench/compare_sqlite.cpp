@@ -56,7 +56,7 @@ class Sqlite final : public Engine {
     sqlite3_bind_double(statement, 3, row.amount);
     if (table.columns > 3) sqlite3_bind_text(statement, 4, row.name, -1, SQLITE_STATIC);
     if (table.columns > 4) {
-      sqlite3_bind_int(statement, 5, row.day);
+      sqlite3_bind_int(statement, 5, row.since);
       sqlite3_bind_text(statement, 6, row.note, -1, SQLITE_STATIC);
     }
     step(statement);
@@ -70,6 +70,7 @@ class Sqlite final : public Engine {
     need(sqlite3_reset(statement), "reset");
   }
 
+  const char *blob_type() const override { return "blob"; }
   void insert_blob(int id, const std::string &bytes) override {
     sqlite3_stmt *statement = prepared("INSERT INTO b VALUES (?, ?)");
     sqlite3_bind_int(statement, 1, id);

@@ -75,7 +75,7 @@ class Tovik final : public Engine {
     tovik_setcol_double(&values[2], "amount", row.amount);
     if (table.columns > 3) tovik_setcol_char(&values[3], "name", row.name);
     if (table.columns > 4) {
-      tovik_setcol_i32(&values[4], "day", row.day);
+      tovik_setcol_i32(&values[4], "since", row.since);
       tovik_setcol_char(&values[5], "note", row.note);
     }
     need(tovik_insert(db_, table.name, values, table.columns) == 0, "insert");
@@ -95,14 +95,15 @@ class Tovik final : public Engine {
     answer.add(row.amount);
     if (table.columns > 3) add_text(cursor, "name", answer);
     if (table.columns > 4) {
-      need(tovik_getcol_i32(cursor, "day", &row.day) == 1, "read");
-      answer.add(int64_t{row.day});
+      need(tovik_getcol_i32(cursor, "since", &row.since) == 1, "read");
+      answer.add(int64_t{row.since});
       add_text(cursor, "note", answer);
     }
     answer.end_row();
     tovik_closecur(cursor);
   }
 
+  const char *blob_type() const override { return "blob(20, 20, 4000)"; }  // chunks of about a page
   void insert_blob(int id, const std::string &bytes) override {
     tovik_colval values[2];
     tovik_setcol_i32(&values[0], "id", id);
