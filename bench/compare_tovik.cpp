@@ -18,15 +18,21 @@ void need(bool done, const char *what) {
 class Tovik final : public Engine {
  public:
   Tovik(const std::string &directory, Place place)
-      : params_("PATH=" + directory + ";BLOCK_SIZE=" + std::to_string(page_size) +
+      : params_((place == Place::memory ? "TYPE=MEMORY" : "PATH=" + directory) +
+                ";BLOCK_SIZE=" + std::to_string(page_size) +
                 ";HASH_SIZE_DAT=1024;HASH_SIZE_TRN=1024;TRAN_HASH=4096;LOCK_RETRY=10000;LOCK_SLEEP=1" +
-                ";CACHE_SIZE_DAT=" + std::to_string(cache_pages) + ";CACHE_SIZE_TRN=" +
-                std::to_string(cache_pages) + (place == Place::memory ? ";TYPE=MEMORY" : "")) {
+                ";CACHE_SIZE_DAT=" + std::to_string(cache_pages) +
+                ";CACHE_SIZE_TRN=" + std::to_string(cache_pages)),
+        place_(place) {
     need(tovik_create("b", params_.c_str()) == 0, "create");
     open();
   }
   Tovik(const std::string &params, tovik_db *shared) : params_(params), db_(shared), owner_(false) {}
-  ~Tovik() override { close(); }
+  ~Tovik() override {
+    close();
+    // A directory goes as a whole; memory would stay until the process ends.
+    if (place_ == Place::memory) need(kld_api_remove_db(("NAME=b;" + params_).c_str()) == 0, "remove");
+  }
 
   void open() override {
     db_ = tovik_open("b", params_.c_str());
@@ -160,6 +166,7 @@ class Tovik final : public Engine {
   }
 
   std::string params_;
+  Place place_ = Place::file;
   tovik_db *db_ = nullptr;
   bool owner_ = true;
   kld_db *queries_ = nullptr;
