@@ -194,6 +194,13 @@ TEST_F(TransactionTest, SavedStorageMendsALostCopy) {
     }
     EXPECT_EQ(Names{"orders.dat"}, file_names(image.path()));
   }
+  // Without a restart the lost copy stays lost, and must not return over what was changed since.
+  fs::copy(file(saved), before / saved);
+  {
+    Storage db(text(before.path()) + ";WARM_RESTART=off", Storage::Start::open);
+    EXPECT_TRUE(sm_direct_begin(*db) && db.put(3, 70) && sm_direct_end(*db));
+  }
+  EXPECT_EQ(70, Storage(text(before.path()), Storage::Start::open).fill_of(3));
 }
 
 TEST_F(TransactionTest, ChangeAfterABusyCommitWithdrawsTheRecord) {
