@@ -4,9 +4,8 @@
 //   0 none  1 shared: may read  2 reserved: one writer prepares  3 pending: no new reader  4 exclusive: sole
 //
 // Lock bytes at the start of block 1 of the DAT part (B = block size): pending B, reserved B + 1, shared
-// range B + 2 .. B + 511. With HVI_LOCK_DISABLE every request is granted without effect. Two more places of
-// the DAT storage are locked elsewhere: byte 0 by its creator until the header is written, and the in-use
-// byte at 2^63 - 2 by whoever has it open (storage_use.h).
+// range B + 2 .. B + 511. With HVI_LOCK_DISABLE every request is granted without effect. One more place of
+// the DAT storage is locked elsewhere: the in-use byte at 2^63 - 2, by whoever has it open (storage_use.h).
 #pragma once
 
 #include <atomic>
