@@ -228,7 +228,11 @@ class TableModel {
   // What this thread sees, and what every other thread sees of the committed state.
   void check_all() {
     check(now());
-    if (states_.size() > 1) on_other_thread([this] { check(states_.front()); });
+    if (states_.size() == 1) return;
+    on_other_thread([this] {
+      EXPECT_EQ(db_direct_begin(db(), current_thread()), DbStart::failed);
+      check(states_.front());
+    });
   }
   // First the row, before other pages drive those out that a failed step changed.
   void check(const Content &content, RowNo first = 0) {

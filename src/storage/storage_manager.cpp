@@ -174,6 +174,7 @@ bool sm_refresh(StorageManager &sm, bool *changed) {
 bool sm_direct_begin(StorageManager &sm) {
   if (sm.tm == nullptr) return true;
   LockGuard guard(sm.lock);
+  if (sm.tm->level > 0) return fail(status::tran_other_thread);  // where nobody locks
   if (sm.tm->record_pending) return fail(status::tran_bad_state);
   return saved_drop_stale(*sm.bm);
 }

@@ -42,9 +42,10 @@ int sm_level(const StorageManager &sm);
 [[nodiscard]] bool sm_refresh(StorageManager &sm, bool *changed);
 
 // Changes made outside a transaction: sm_direct_begin drops saved storages that they would make stale (22016
-// when a commit record waits to be applied); sm_direct_end writes counters, pages and the header with a new
-// update counter, and flushes, when anything changed. After a failure sm_direct_end may be called again. The
-// caller holds the exclusive level, or is the only user (creation).
+// when a commit record waits to be applied, 122002 beside a transaction, which only locks keep away);
+// sm_direct_end writes counters, pages and the header with a new update counter, and flushes, when anything
+// changed. After a failure sm_direct_end may be called again. The caller holds the exclusive level, or is the
+// only user (creation).
 [[nodiscard]] bool sm_direct_begin(StorageManager &sm);
 [[nodiscard]] bool sm_direct_end(StorageManager &sm);
 
