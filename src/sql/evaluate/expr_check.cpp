@@ -138,7 +138,9 @@ bool expr_check(EvalContext &context, Node *expression, CheckLabels labels, Valu
 bool condition_check(EvalContext &context, Node *condition) {
   const Check check{context, levels_around(context)};
   Value value;
-  return check_node(check, condition, &value) && is_truth(value);
+  if (!check_node(check, condition, &value) || !is_truth(value)) return false;
+  if ((value.flags & value_can_fail) == 0) condition->flags |= node_cannot_fail;
+  return true;
 }
 
 }  // namespace tovik

@@ -11,6 +11,10 @@ namespace tovik {
 // lack of memory or a damaged database.
 inline constexpr uint32_t node_stops_early = 0x10000;
 
+// Set by the check pass in the flags of a whole condition nothing of which can fail but for lack of memory or
+// a damaged database.
+inline constexpr uint32_t node_cannot_fail = 0x20000;
+
 // The classes of which operands of a comparison must have one in common.
 inline bool type_same_class(TypeCode a, TypeCode b) {
   if (type_numeric(a)) return type_numeric(b);
@@ -37,11 +41,12 @@ inline bool node_is_date_part(uint16_t kind) {
 // chain of AND or +, a row of signs. The walks go over such a spine in a loop, so that only what stands to
 // the right of an operator, or in a call, takes stack. Its nodes are of one family; the check pass links
 // them: spine_lowest of the top node, spine_above of every other.
-enum class Spine { none, truth, text, value };
+enum class Spine { none, conjunction, truth, text, value };
 
 inline Spine spine_of(uint16_t kind) {
   if (kind == node::concat) return Spine::text;
-  if (kind >= node::logical_and && kind <= node::logical_not) return Spine::truth;
+  if (kind == node::logical_and) return Spine::conjunction;  // whose parts may be evaluated apart
+  if (kind == node::logical_or || kind == node::logical_not) return Spine::truth;
   const bool value = kind == node::negation || node_is_arithmetic(kind) || node_is_date_part(kind) ||
                      kind == node::date_add || kind == node::date_subtract;
   return value ? Spine::value : Spine::none;

@@ -170,6 +170,28 @@ struct SubqueryTree {
   }
 };
 
+// The operands of whatever stands in an expression or condition.
+struct OperandsTree {
+  Node *leading, *following;
+  Node *items;    // value items
+  bool subquery;  // there is a query among them
+
+  static OperandsTree of(const Node &node) {
+    switch (node.kind) {
+      case node::function_call:
+        return {nullptr, nullptr, CallTree::of(node).arguments, false};
+      case node::in:
+        return {InTree::of(node).tested, nullptr, InTree::of(node).items,
+                InTree::of(node).subquery != nullptr};
+      case node::query:
+      case node::subquery:
+        return {nullptr, nullptr, nullptr, true};
+      default:
+        return {node.first, node.second, nullptr, false};
+    }
+  }
+};
+
 // What the check pass leaves in such a node, and in a query that stands as a condition (EXISTS): the query in
 // its prepared form. False when there is no room.
 [[nodiscard]] inline bool node_keep_subquery(MemoryPool &pool, Node &node, Subquery *subquery) {

@@ -7,6 +7,7 @@
 #include "sql/query/cursor.h"
 
 #include "frame/error.h"
+#include "sql/evaluate/expr_internal.h"
 #include "sql/query/sort_form.h"
 
 namespace tovik {
@@ -28,8 +29,7 @@ bool tables_written(const Cursor &cursor) {
 // The whole condition, for the length of the scope: what the access path guaranteed holds no longer.
 class WholeCondition {
  public:
-  WholeCondition(const Guaranteed &guaranteed, bool whole)
-      : condition_(whole ? guaranteed.condition : nullptr) {
+  explicit WholeCondition(const Guaranteed &guaranteed) : condition_(guaranteed.condition) {
     if (condition_ != nullptr) condition_->kind = guaranteed.kind;
   }
   ~WholeCondition() {
@@ -42,21 +42,21 @@ class WholeCondition {
   Node *condition_;
 };
 
+// The whole condition, which what was written since the cursor was opened may not meet any more.
 bool qualifies(Cursor &cursor, bool *yes) {
   const Node *condition = cursor.request.condition;
   *yes = true;
   if (condition == nullptr) return true;
-  const WholeCondition whole(cursor.guaranteed,
-                             cursor.guaranteed.condition != nullptr && tables_written(cursor));
-  if (condition->kind == node::always_true) return true;
-  return condition_met(cursor.request.context, condition, yes);
+  const WholeCondition whole(cursor.guaranteed);
+  return condition->kind == node::always_true || condition_met(cursor.request.context, condition, yes);
 }
 
 Found qualifying_next(Cursor &cursor) {
   for (;;) {
-    const Found fetched = join_next(cursor.join);
-    if (fetched == Found::failed && cursor.sorted != nullptr) err_set(status::sort_read);
+    const Found fetched = join_next(cursor.join, cursor.request.context);
     if (fetched != Found::yes) return fetched;
+    // A row of a known number may be another one by now.
+    if (cursor.guaranteed.condition == nullptr || !tables_written(cursor)) return Found::yes;
     bool yes;
     if (!qualifies(cursor, &yes)) return Found::failed;
     if (yes) return Found::yes;
@@ -99,6 +99,7 @@ bool sort_rows(Cursor &cursor) {
   if (!row_forms_new(*request.context.pool, request.order_count, &row)) return false;
   cursor.sorted = sort_store_create(columns, request.order_count, table_count(request.context.tables));
   if (cursor.sorted == nullptr) return false;
+  cursor.join.read_failure = status::sort_read;
   return read_all(cursor, qualifying_next, [&] { return store_sort_row(cursor, row); }) &&
          sort_execute(*cursor.sorted, directions, request.order_count);
 }
@@ -159,12 +160,15 @@ bool create_results(Cursor &cursor) {
   return cursor.results != nullptr;
 }
 
-// Of all rows as one group, an item that no aggregate is in has no value.
+// Of all rows as one group, an item that no aggregate is in has no value. A column of a query around has the
+// value that it has there.
 bool group_item(Cursor &cursor, const ResultColumn &column, Value *value) {
+  EvalContext &context = cursor.request.context;
   const Group &group = cursor.groups->current;
   const bool aggregate = (column.flags & value_aggregate) != 0;
-  if (column.kind != ResultKind::column && (aggregate || group.key_count > 0))
-    return expr_evaluate(cursor.request.context, column.expression, value);
+  const bool computed = column.kind == ResultKind::column ? !own_column(context, column.column)
+                                                          : aggregate || group.key_count > 0;
+  if (computed) return expr_evaluate(context, column.expression, value);
   group_value(group, column.column, value);
   return true;
 }
@@ -258,6 +262,7 @@ bool start(Cursor &cursor) {
   for (TableAccess *access = tables; access != nullptr; access = access->next) access_start(*access);
   if (tables != nullptr && !plan_query(tables, request.condition, request.planning, &cursor.guaranteed))
     return false;
+  if (!conjuncts_split(request.context, request.condition, &cursor.join.conjuncts)) return false;
   const bool order_shows = request.order_count == 0 && request.grouping == nullptr;
   // Rows of a key lie scattered; in the order of their positions each page is read once.
   for (TableAccess *access = tables; !order_shows && access != nullptr; access = access->next)

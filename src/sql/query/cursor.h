@@ -11,8 +11,6 @@
 
 namespace tovik {
 
-inline constexpr int from_table_limit = 16;
-
 enum class ResultKind { column, typed_constant, string_constant, computed };
 
 struct ResultColumn {

@@ -1,52 +1,91 @@
 #include "sql/query/join.h"
 
+#include "frame/error.h"
+
 namespace tovik {
 
 namespace {
 
-// Every table but the innermost stands on its first row afterwards. no: one of them has none.
-Found start_join(TableAccess *tables) {
-  for (; tables->next != nullptr; tables = tables->next) {
-    const Found first = access_next(*tables);
-    if (first != Found::yes) return first;
-  }
-  return Found::yes;
-}
+class Step {
+ public:
+  Step(Join &join, EvalContext &context) : join_(join), context_(context) {}
 
-// The next combination of access and the tables inside it. An exhausted table is before its first row again.
-Found next_combination(TableAccess &access) {
-  if (access.next == nullptr) return access_next(access);
-  for (;;) {
-    const Found stands = row_handle_refresh(*access.handle);
-    if (stands == Found::failed) return Found::failed;
-    if (stands == Found::yes) {
-      const Found inner = next_combination(*access.next);
-      if (inner != Found::no) return inner;
-    } else {
-      for (TableAccess *inside = access.next; inside != nullptr; inside = inside->next)
-        access_rewind(*inside);
+  // Every table but the innermost stands on its first row afterwards. no: one of them has none.
+  Found start(TableAccess *access, int place) {
+    for (; access->next != nullptr; access = access->next, ++place) {
+      const Found first = next_row(*access, place);
+      if (first != Found::yes) return first;
     }
-    const Found outer = access_next(access);
-    if (outer != Found::yes) return outer;
-    const Found restarted = start_join(access.next);
-    if (restarted != Found::yes) return restarted;
+    return Found::yes;
   }
-}
+
+  // The next combination of access and the tables inside it. An exhausted table is before its first row
+  // again.
+  Found next_combination(TableAccess &access, int place) {
+    if (access.next == nullptr) return next_row(access, place);
+    for (;;) {
+      const Found stands = still_meets(access, place);
+      if (stands == Found::failed) return Found::failed;
+      if (stands == Found::yes) {
+        const Found inner = next_combination(*access.next, place + 1);
+        if (inner != Found::no) return inner;
+      } else {
+        for (TableAccess *inside = access.next; inside != nullptr; inside = inside->next)
+          access_rewind(*inside);
+      }
+      for (;;) {
+        const Found outer = next_row(access, place);
+        if (outer != Found::yes) return outer;
+        const Found restarted = start(access.next, place + 1);
+        if (restarted == Found::failed) return Found::failed;
+        if (restarted == Found::yes) break;
+      }
+    }
+  }
+
+ private:
+  Found read(Found fetched) const {
+    if (fetched == Found::failed && join_.read_failure != 0) err_set(join_.read_failure);
+    return fetched;
+  }
+
+  Found met(int place) {
+    bool met;
+    if (!conjuncts_met(context_, join_.conjuncts.of_table[place], &met)) return Found::failed;
+    return met ? Found::yes : Found::no;
+  }
+
+  Found next_row(TableAccess &access, int place) {
+    for (;;) {
+      const Found fetched = read(access_next(access));
+      if (fetched != Found::yes) return fetched;
+      const Found meets = met(place);
+      if (meets != Found::no) return meets;
+    }
+  }
+
+  // no: the row is deleted, or was written and does not meet the condition any more.
+  Found still_meets(TableAccess &access, int place) {
+    if (access.handle->state == row_state(*access.handle->table->rows)) return Found::yes;
+    const Found stands = read(row_handle_refresh(*access.handle));
+    return stands == Found::yes ? met(place) : stands;
+  }
+
+  Join &join_;
+  EvalContext &context_;
+};
 
 }  // namespace
 
-Found join_next(Join &join) {
-  const bool first = !join.started;
-  if (join.tables == nullptr) {
-    join.started = true;
-    return first ? Found::yes : Found::no;
-  }
-  if (first) {
-    const Found outer = start_join(join.tables);
+Found join_next(Join &join, EvalContext &context) {
+  Step step(join, context);
+  if (!join.started) {
+    const Found outer = join.tables == nullptr ? Found::yes : step.start(join.tables, 0);
     if (outer != Found::yes) return outer;
     join.started = true;
+    if (join.tables == nullptr) return Found::yes;
   }
-  return next_combination(*join.tables);
+  return join.tables == nullptr ? Found::no : step.next_combination(*join.tables, 0);
 }
 
 }  // namespace tovik
