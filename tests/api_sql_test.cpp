@@ -261,6 +261,8 @@ TEST_F(Sql, OpenQueriesMeetTheChangesOfTheirThread) {
     RENAME ATTR t.c AS b; INSERT INTO t VALUES 2,3; REST => 1;2;3
     CLEAR; PREPARE SELECT x.b * 10 + y.b FROM t x, t y WHERE x.b < 2; EXECUTE; FETCH => 0
     DELETE FROM t WHERE b = 0; REST => 11;12;13
+    CREATE INDEX tb ON t (b); CLEAR; PREPARE SELECT x.b, y.b FROM t x, t y WHERE x.b = y.b; EXECUTE; FETCH => 1,1
+    DROP INDEX tb; CREATE TABLE u (c int); CREATE INDEX uc ON u (c); INSERT INTO u VALUES 2, 3; REST => 2,2;3,3
     CLEAR; PREPARE SELECT DISTINCT b FROM t; EXECUTE; FETCH => 1
     DELETE FROM t WHERE b = 3; REST => 2;3
     CLEAR; PREPARE SELECT COUNT(*) FROM t; EXECUTE; DROP TABLE t; REST => 2)");
@@ -386,6 +388,14 @@ TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
     EXPECT_FALSE(expected.starts_with("error")) << condition << ": " << expected;
     EXPECT_EQ(db.rows("SELECT k FROM idx WHERE " + condition + " ORDER BY k"), expected) << condition;
   }
+  for (const std::string &condition :
+       parts("i.a = o.b; o.b = i.a AND i.b < 3; i.c = o.c AND o.k < 9; i.d = o.d AND i.k > o.k; i.n = o.a; "
+             "i.f = o.f; i.b = o.b AND i.a = o.n; i.a = o.a AND i.k = 5; i.a = o.a OR i.k = o.k")) {
+    const auto rows = [&](const std::string &inner) {
+      return db.rows("SELECT o.k, i.k FROM scan o, " + inner + " i WHERE " + condition);
+    };
+    EXPECT_EQ(rows("idx"), rows("scan")) << condition;
+  }
   script(R"(
     SELECT k FROM idx WHERE a = 3000000000 => error 113002
     SELECT k FROM idx WHERE c < 'longer than c' => error 113003
@@ -417,6 +427,9 @@ TEST_F(Sql, ThePlanSaysWhichAccessIsUsed) {
         << condition << ":\n"
         << printed;
   }
+  EXPECT_NE(db.printed("SELECT x.b FROM t x, t y WHERE y.c = x.b")
+                .find(scan + "        't' by 'tbc' : 'c' for each row\n"),
+            std::string::npos);
   // Of a subquery too, once.
   script("CREATE TABLE u (a int)\nINSERT INTO u VALUES 1, 2, 3");
   const std::string frame = "---- QUERY PLAN ----\nTABLE '", end = "--------------------\n";

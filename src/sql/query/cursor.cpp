@@ -47,7 +47,7 @@ bool qualifies(Cursor &cursor, bool *yes) {
   const Node *condition = cursor.request.condition;
   *yes = true;
   if (condition == nullptr) return true;
-  const WholeCondition whole(cursor.guaranteed);
+  const WholeCondition whole(cursor.join.plan.guaranteed);
   return condition->kind == node::always_true || condition_met(cursor.request.context, condition, yes);
 }
 
@@ -56,7 +56,7 @@ Found qualifying_next(Cursor &cursor) {
     const Found fetched = join_next(cursor.join, cursor.request.context);
     if (fetched != Found::yes) return fetched;
     // A row of a known number may be another one by now.
-    if (cursor.guaranteed.condition == nullptr || !tables_written(cursor)) return Found::yes;
+    if (cursor.join.plan.guaranteed.condition == nullptr || !tables_written(cursor)) return Found::yes;
     bool yes;
     if (!qualifies(cursor, &yes)) return Found::failed;
     if (yes) return Found::yes;
@@ -260,9 +260,7 @@ bool start(Cursor &cursor) {
   if (!open_groups(cursor)) return false;
   TableAccess *const tables = cursor.join.tables = request.context.tables;
   for (TableAccess *access = tables; access != nullptr; access = access->next) access_start(*access);
-  if (tables != nullptr && !plan_query(tables, request.condition, request.planning, &cursor.guaranteed))
-    return false;
-  if (!conjuncts_split(request.context, request.condition, &cursor.join.conjuncts)) return false;
+  if (!plan_query(request.context, request.condition, request.planning, &cursor.join.plan)) return false;
   const bool order_shows = request.order_count == 0 && request.grouping == nullptr;
   // Rows of a key lie scattered; in the order of their positions each page is read once.
   for (TableAccess *access = tables; !order_shows && access != nullptr; access = access->next)
@@ -309,7 +307,8 @@ void cursor_keep(Cursor &cursor) {
 }
 
 void cursor_close(Cursor *cursor) {
-  if (cursor->guaranteed.condition != nullptr) cursor->guaranteed.condition->kind = cursor->guaranteed.kind;
+  const Guaranteed &guaranteed = cursor->join.plan.guaranteed;
+  if (guaranteed.condition != nullptr) guaranteed.condition->kind = guaranteed.kind;
   access_pause(cursor->request.context.tables);
   if (cursor->sorted != nullptr) sort_store_destroy(cursor->sorted);
   if (cursor->results != nullptr) sort_store_destroy(cursor->results);

@@ -42,7 +42,6 @@ struct Cursor {
   CursorRequest request;
   CursorPlace place;
   Join join;
-  Guaranteed guaranteed;
   SortStore *sorted;              // ORDER BY: row numbers of the tables; owned
   Groups *groups;                 // of a grouping; owned
   SortStore *results;             // DISTINCT: result values; owned

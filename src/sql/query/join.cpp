@@ -12,11 +12,12 @@ class Step {
 
   // Every table but the innermost stands on its first row afterwards. no: one of them has none.
   Found start(TableAccess *access, int place) {
-    for (; access->next != nullptr; access = access->next, ++place) {
+    for (;; access = access->next, ++place) {
+      if (!look_up(place)) return Found::failed;
+      if (access->next == nullptr) return Found::yes;
       const Found first = next_row(*access, place);
       if (first != Found::yes) return first;
     }
-    return Found::yes;
   }
 
   // The next combination of access and the tables inside it. An exhausted table is before its first row
@@ -49,9 +50,14 @@ class Step {
     return fetched;
   }
 
+  bool look_up(int place) {
+    const JoinLookup *lookups = join_.plan.lookups;
+    return lookups == nullptr || lookups[place].access == nullptr || join_lookup(lookups[place]);
+  }
+
   Found met(int place) {
     bool met;
-    if (!conjuncts_met(context_, join_.conjuncts.of_table[place], &met)) return Found::failed;
+    if (!conjuncts_met(context_, join_.plan.conjuncts.of_table[place], &met)) return Found::failed;
     return met ? Found::yes : Found::no;
   }
 

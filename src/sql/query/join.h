@@ -3,13 +3,13 @@
 // innermost table costs one step of its access, and the tests of its parts.
 #pragma once
 
-#include "sql/query/conjuncts.h"
+#include "sql/query/planner.h"
 
 namespace tovik {
 
 struct Join {
   TableAccess *tables;  // the caller's; null: items without a table, which are one row
-  Conjuncts conjuncts;
+  Plan plan;
   StatusCode read_failure;  // recorded behind the cause when reading a row fails; 0: nothing
   bool started;             // the outer tables stand on rows
 };

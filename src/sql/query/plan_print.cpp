@@ -39,9 +39,18 @@ void print_index_use(const Candidate &candidate) {
   system_driver.print("        Use records from indices%s", "\n");
 }
 
+void print_lookups(const TableAccess *tables, const JoinLookup *lookup) {
+  for (; tables != nullptr; tables = tables->next, ++lookup) {
+    if (lookup->access == nullptr) continue;
+    system_driver.print("        '%s' by '%s' : '%s' for each row%s", tables->handle->table->name,
+                        lookup->index->definition.index_name, lookup->column->name, "\n");
+  }
+}
+
 }  // namespace
 
-void plan_print(const TableAccess *tables, const RowidCandidate *rowid, const Candidate *indexed) {
+void plan_print(const TableAccess *tables, const RowidCandidate *rowid, const Candidate *indexed,
+                const JoinLookup *lookups) {
   system_driver.print("---- QUERY PLAN ----%s", "\n");
   if (rowid != nullptr) {
     print_rowid(*rowid);
@@ -50,6 +59,7 @@ void plan_print(const TableAccess *tables, const RowidCandidate *rowid, const Ca
   } else {
     print_scans(tables);
   }
+  if (lookups != nullptr) print_lookups(tables, lookups);
   system_driver.print("--------------------%s", "\n");
 }
 

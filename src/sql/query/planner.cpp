@@ -52,22 +52,43 @@ void replace(Node &condition, Guaranteed *guaranteed) {
   condition.kind = node::always_true;
 }
 
-}  // namespace
-
-bool plan_query(TableAccess *tables, Node *condition, Planning planning, Guaranteed *guaranteed) {
-  *guaranteed = {};
-  if (planning == Planning::none) return true;
-  Candidates candidates{};
-  const Choice choice = choose(tables, condition, &candidates);
+// Sets up what was chosen.
+bool set_up(const Choice &choice, Signs signs, Guaranteed *guaranteed) {
   if (choice.rowid != nullptr) {
     set_up_rowid(*choice.rowid);
     replace(*choice.rowid->condition, guaranteed);
   } else if (choice.indexed != nullptr) {
-    if (!set_up_index(*choice.indexed, candidates.signs)) return false;
+    if (!set_up_index(*choice.indexed, signs)) return false;
     replace(*choice.indexed->condition, guaranteed);
   }
-  if (planning == Planning::shown && env_on(Env::query_plan))
-    plan_print(tables, choice.rowid, choice.indexed);
+  return true;
+}
+
+bool find_lookups(EvalContext &context, Plan &plan) {
+  TableAccess *access = context.tables;
+  if (access == nullptr || access->next == nullptr) return true;
+  JoinLookup *lookup = memory_pool_new<JoinLookup>(*context.pool, from_table_limit);
+  if (lookup == nullptr) return false;
+  plan.lookups = lookup;
+  Conjunct **conjuncts = plan.conjuncts.of_table;
+  for (++lookup; (access = access->next) != nullptr; ++lookup)
+    join_lookup_find(*access, *++conjuncts, lookup);
+  return true;
+}
+
+}  // namespace
+
+bool plan_query(EvalContext &context, Node *condition, Planning planning, Plan *plan) {
+  *plan = {};
+  const bool planned = planning != Planning::none && context.tables != nullptr;
+  Candidates candidates{};
+  const Choice choice = planned ? choose(context.tables, condition, &candidates) : Choice{};
+  if (!set_up(choice, candidates.signs, &plan->guaranteed) ||
+      !conjuncts_split(context, condition, &plan->conjuncts))
+    return false;
+  if (planned && !find_lookups(context, *plan)) return false;
+  if (planned && planning == Planning::shown && env_on(Env::query_plan))
+    plan_print(context.tables, choice.rowid, choice.indexed, plan->lookups);
   return true;
 }
 
