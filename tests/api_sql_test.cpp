@@ -383,6 +383,8 @@ TEST_F(Sql, IndexAccessGivesWhatAScanGives) {
              "0.29999999;"
              "n = 9007199254740992.0; n > 9007199254740992.0; n = 9007199254740991.0; a IN (-2, 4, -3, NULL, "
              "-2);"
+             "a > -2 AND a < 5; a <= 6 AND k > 9 AND a >= 3; c < 'bb' AND c > 'a'; a < 4 AND a > NULL; "
+             "a > 0 AND a < 3000000000; a >= 3 AND a <= 2; d > '20200102' AND d < '20200104120000'; "
              "a BETWEEN -3 EXCLUSIVE AND -1; a BETWEEN 1 AND 4 EXCLUSIVE; a = -1 AND b = 2")) {
     const std::string expected = db.rows("SELECT k FROM scan WHERE " + condition);
     EXPECT_FALSE(expected.starts_with("error")) << condition << ": " << expected;
@@ -416,6 +418,7 @@ TEST_F(Sql, ThePlanSaysWhichAccessIsUsed) {
       {"b = 2 AND c = 3", use("'tbc' : 'b' 'c' composite")},
       {"c = -3 AND b = 2", use("'tbc' : 'c' 'b' composite")},
       {"b = 2 AND a IN (7, -1)", use("'ta' : 'a'")},
+      {"a > 1 AND b = 2 AND a <= 9", use("'ta' : 'a' \n        'ta' : 'a' bounded on both sides")},
       {"a = 1 OR a = 2", scan},
       {"c = 3", scan},
       {"rowid = 5", "        row id usable\n"},

@@ -229,6 +229,21 @@ void collect(Candidates &candidates, Node *condition) {
 
 }  // namespace
 
+bool candidate_is_bound(const Candidate &candidate) {
+  const uint16_t kind = candidate.condition->kind;
+  return candidate.kind == CandidateKind::comparison && is_ordering(kind) && kind != node::equal;
+}
+
+bool candidate_is_upper(const Candidate &candidate) {
+  const uint16_t kind = candidate.condition->kind;
+  return kind == node::less || kind == node::less_equal;
+}
+
+Bound candidate_bound(const Candidate &candidate) {
+  const uint16_t kind = candidate.condition->kind;
+  return kind == node::less || kind == node::greater ? Bound::exclusive : Bound::inclusive;
+}
+
 void candidates_collect(TableAccess *tables, Node *condition, Signs signs, Candidates *candidates) {
   candidates->tables = tables;
   candidates->signs = signs;

@@ -27,7 +27,8 @@ struct Candidate {
   Node *condition;  // what the rows of the index make true
   TableAccess *access;
   KeyLiteral key;     // of IN only the column; range: the lower bound
-  KeyLiteral second;  // pair: the other column; range: the upper bound
+  KeyLiteral second;  // pair: the other column; range: the upper bound; comparison: the bound on its other
+                      // side that another candidate gives, without a column when none does
   Bound lower, upper;
   Btree *index;                             // the one to look in; null: none gives the rows
   IndexUse indices[candidate_index_limit];  // of the table, with the column among their keys
@@ -53,6 +54,11 @@ struct Candidates {
   Candidate found[candidate_limit];  // in the order of the condition
   int count;
 };
+
+// Is the condition of the candidate one of < <= > >=, and does it bound the rows from above?
+bool candidate_is_bound(const Candidate &candidate);
+bool candidate_is_upper(const Candidate &candidate);
+Bound candidate_bound(const Candidate &candidate);  // exclusive or inclusive
 
 // condition: checked, or null; tables: the chain whose columns it compares. Whatever candidates held is
 // replaced.

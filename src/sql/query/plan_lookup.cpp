@@ -3,6 +3,7 @@
 #include "sql/query/plan_lookup.h"
 
 #include "data/value/stored_form.h"
+#include "frame/error.h"
 #include "sql/parse/shapes.h"
 
 namespace tovik {
@@ -29,17 +30,31 @@ bool store_null_key(const Column &column, uint8_t *key) {
   return store_value(column, ValueMode::null, nullptr, key) != Stored::failed;
 }
 
-bool search_comparison(const Candidate &candidate, RowSet &rows) {
-  const uint16_t kind = candidate.condition->kind;
-  uint8_t key[btree_key_limit], null_key[btree_key_limit];
-  if (!literal_store(candidate.key, key)) return false;
-  if (kind == node::equal) return search(*candidate.index, key, rows);
+// A value that the column cannot hold bounds nothing: the comparison with it is tested in each row.
+bool stores(const KeyLiteral &literal, uint8_t *key) {
+  const ErrorScope no_failure_of_the_query;
+  return literal_store(literal, key);
+}
+
+bool search_bound(const Candidate &candidate, const uint8_t *key, RowSet &rows) {
+  uint8_t null_key[btree_key_limit], other[btree_key_limit];
   if (!store_null_key(*candidate.key.column, null_key)) return false;
-  const Bound bound = kind == node::less || kind == node::greater ? Bound::exclusive : Bound::inclusive;
-  const bool below = kind == node::less || kind == node::less_equal;
-  const BtreeRange range = below ? BtreeRange{null_key, Bound::exclusive, key, bound, false}
-                                 : BtreeRange{key, bound, nullptr, Bound::none, false};
+  const Bound bound = candidate_bound(candidate);
+  const bool narrowed = candidate.second.column != nullptr && stores(candidate.second, other);
+  BtreeRange range = {null_key, Bound::exclusive, key, bound, false};
+  if (candidate_is_upper(candidate)) {
+    if (narrowed) range.lower = other, range.lower_bound = candidate.lower;
+  } else {
+    range = {key, bound, narrowed ? other : nullptr, narrowed ? candidate.upper : Bound::none, false};
+  }
   return btree_range(*candidate.index, range, rows);
+}
+
+bool search_comparison(const Candidate &candidate, RowSet &rows) {
+  uint8_t key[btree_key_limit];
+  if (!literal_store(candidate.key, key)) return false;
+  return candidate_is_bound(candidate) ? search_bound(candidate, key, rows)
+                                       : search(*candidate.index, key, rows);
 }
 
 // The values of both columns, in the order of the index's parts.

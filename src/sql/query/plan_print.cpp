@@ -36,6 +36,8 @@ void print_index_use(const Candidate &candidate) {
     default:
       system_driver.print("        '%s' : '%s' %s", index, column, "\n");
   }
+  if (candidate.kind == CandidateKind::comparison && candidate.second.column != nullptr)
+    system_driver.print("        '%s' : '%s' bounded on both sides %s", index, column, "\n");
   system_driver.print("        Use records from indices%s", "\n");
 }
 

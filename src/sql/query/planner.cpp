@@ -10,12 +10,26 @@ namespace tovik {
 
 namespace {
 
-const Candidate *first_usable(const Candidates &candidates) {
+Candidate *first_usable(Candidates &candidates) {
   for (int i = 0; i < candidates.count; ++i) {
-    const Candidate &candidate = candidates.found[i];
+    Candidate &candidate = candidates.found[i];
     if (!candidate.merged && candidate.index != nullptr) return &candidate;
   }
   return nullptr;
+}
+
+// Of a bound that was chosen, the first on its other side: the rows are fewer and come in the same order.
+void narrow(Candidates &candidates, Candidate &chosen) {
+  if (!candidate_is_bound(chosen)) return;
+  for (int i = 0; i < candidates.count; ++i) {
+    const Candidate &other = candidates.found[i];
+    if (other.merged || other.key.column != chosen.key.column || other.access != chosen.access ||
+        !candidate_is_bound(other) || candidate_is_upper(other) == candidate_is_upper(chosen))
+      continue;
+    chosen.second = other.key;
+    (candidate_is_upper(other) ? chosen.upper : chosen.lower) = candidate_bound(other);
+    return;
+  }
 }
 
 // What was chosen: at most one of the two.
@@ -29,8 +43,10 @@ Choice choose(TableAccess *tables, Node *condition, Candidates *candidates) {
     candidates_collect(tables, condition, signs, candidates);
     if (candidates->end == WalkEnd::rowid) return {&candidates->rowid, nullptr};
     if (candidates->end == WalkEnd::given_up) break;
-    const Candidate *usable = first_usable(*candidates);
-    if (usable != nullptr) return {nullptr, usable};
+    Candidate *usable = first_usable(*candidates);
+    if (usable == nullptr) continue;
+    narrow(*candidates, *usable);
+    return {nullptr, usable};
   }
   return {nullptr, nullptr};
 }
