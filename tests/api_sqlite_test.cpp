@@ -298,7 +298,7 @@ class BesideSqlite : public testing::Test {
       all.emplace_back();
       for (const std::string &cell : parts(row, ',')) {
         char *end = nullptr, digits[32];
-        snprintf(digits, sizeof digits, "%g", strtod(cell.c_str(), &end));
+        snprintf(digits, sizeof digits, "%g", strtod(cell.c_str(), &end) + 0.0);  // SQLite shows no -0
         all.back() += (*end == 0 ? digits : cell) + ",";
       }
     }
