@@ -2,7 +2,6 @@
 // merge and are given up, the storage fills up and the database is opened anew; and changes of which every
 // call of the storage driver fails.
 #include <map>
-#include <set>
 
 #include "database_support.h"
 
@@ -11,12 +10,6 @@ namespace {
 
 using Numbers = std::vector<int64_t>;  // a row or a key: a number for each column
 constexpr int64_t null_number = INT64_MIN;
-
-struct ByteOrder {
-  bool operator()(RowNo a, RowNo b) const { return memcmp(&a, &b, sizeof(RowNo)) < 0; }
-};
-using RowNumbers = std::set<RowNo, ByteOrder>;
-using Items = std::vector<std::pair<std::string, std::vector<RowNo>>>;
 
 struct Kind {
   std::vector<ColumnDefinition> columns;  // named a, b, c
@@ -34,20 +27,6 @@ struct Change {
   RowNo row;
   Numbers before, after;
 };
-
-Items items_of(Btree &index) {
-  Items items;
-  RowSet rows{};
-  BtreeCursor cursor;
-  EXPECT_TRUE(btree_cursor_open(cursor, index, {})) << errors();
-  uint8_t key[btree_key_limit];
-  Found fetched;
-  while ((fetched = btree_cursor_fetch(cursor, key, &rows)) == Found::yes)
-    items.emplace_back(std::string(key, key + btree_key_size(index)),
-                       std::vector<RowNo>(rows.rows.begin(), rows.rows.end()));
-  EXPECT_EQ(fetched, Found::no) << errors();
-  return items;
-}
 
 class TableModel {
  public:
@@ -239,28 +218,14 @@ class TableModel {
     Rows rows(db(), "t");
     const Table &table = *rows.handle->table;
     if (first != 0) check_row(rows, first, content.rows.at(first));
-    std::vector<std::map<Numbers, std::pair<std::string, RowNumbers>>> keys(kind_.indices.size());
     std::vector<uint32_t> chunks(kind_.columns.size());
     for (const auto &[row, values] : content.rows) {
       check_row(rows, row, values);
-      for (size_t i = 0; i < keys.size(); ++i) {
-        uint8_t stored[btree_key_limit];
-        index_key(table, *table.indices[i], rows.handle->record, stored);
-        auto &[key, numbers] = keys[i][key_of(i, values)];
-        key.assign(stored, stored + btree_key_size(*table.indices[i]));
-        numbers.insert(row);
-      }
       for (size_t i = 0; i < chunks.size(); ++i) chunks[i] += chunks_of(i, values[i]);
     }
     EXPECT_EQ(row_active_count(*table.rows), content.rows.size());
     for (size_t i = 0, large = 0; i < chunks.size(); ++i)
       EXPECT_EQ(is_large(i) ? row_active_count(*table.large_rows[large++]) : 0, chunks[i]);
-    for (size_t i = 0; i < keys.size(); ++i) {
-      Items expected;
-      for (const auto &[key, item] : keys[i])
-        expected.emplace_back(item.first, std::vector<RowNo>(item.second.begin(), item.second.end()));
-      EXPECT_EQ(items_of(*table.indices[i]), expected);
-    }
     check_agreement();
   }
   void check_agreement() {

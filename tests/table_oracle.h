@@ -38,14 +38,21 @@ bool each_row(RowSystem &rows, int record_size, Visit visit) {
   return fetched == Found::no;
 }
 
-// What stands in an index or should: keys with their row numbers, in no particular order.
+// What stands in an index or should: keys with their row numbers.
 using Entries = std::vector<std::pair<std::string, RowNo>>;
 
 inline std::string key_text(const Btree &index, const uint8_t *key) {
   return std::string(reinterpret_cast<const char *>(key), static_cast<size_t>(btree_key_size(index)));
 }
 
+// Those of an index; keys ascend, and the row numbers of one do as bytes.
 inline bool index_entries(Btree &index, Entries *entries) {
+  const auto in_order = [&index](const auto &a, const auto &b) {
+    const int order =
+        btree_key_compare(index, reinterpret_cast<const uint8_t *>(a.first.data()),
+                          reinterpret_cast<const uint8_t *>(b.first.data()), index.definition.part_count);
+    return order < 0 || (order == 0 && memcmp(&a.second, &b.second, sizeof(RowNo)) < 0);
+  };
   RowSet rows = {};
   BtreeCursor cursor;
   if (!btree_cursor_open(cursor, index, BtreeRange{})) return false;
@@ -54,6 +61,8 @@ inline bool index_entries(Btree &index, Entries *entries) {
   while ((fetched = btree_cursor_fetch(cursor, key, &rows)) == Found::yes)
     for (const RowNo row : rows.rows) entries->emplace_back(key_text(index, key), row);
   btree_cursor_close(cursor);
+  for (size_t i = 1; i < entries->size(); ++i)
+    if (!in_order((*entries)[i - 1], (*entries)[i])) return false;
   return fetched == Found::no;
 }
 

@@ -13,16 +13,12 @@ namespace {
 
 const std::string database = "NAME=t;DRV_NO=101;BLOCK_SIZE=1024;CACHE_RTS=0;LOCK_RETRY=1;BEGIN_RETRY=1";
 
-int silent_print(const char *, ...) {
-  return 0;
-}
-
 // A closed database, and one whose last commit is not copied yet.
 const DiskImage &prepared(bool waiting) {
   static DiskImage closed, recorded;
   if (!closed.empty()) return waiting ? recorded : closed;
   fault_driver::install();
-  tovik::system_driver.print = silent_print;
+  static const Silence silence;
   static const Engine engine("");
   closed = made_database(database, schema() + person_rows(0, 20));
   fault_driver::load(closed);

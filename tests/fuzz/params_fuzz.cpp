@@ -8,17 +8,9 @@
 #include "platform/platform.h"
 #include "storage/params/params.h"
 
-namespace {
-
-int silent_print(const char *, ...) {
-  return 0;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static const bool prepared = [] {
-    tovik::system_driver.print = silent_print;
+    static const tovik::test::Silence silence;
     static const tovik::test::Engine engine("");
     return true;
   }();

@@ -13,10 +13,6 @@ namespace {
 const std::string database = "NAME=t;DRV_NO=101;BLOCK_SIZE=1024;CACHE_RTS=0";
 const std::string settings = "HVI_TRAN_HISTORY=0;HVI_SQL_BUF_SIZE=65536";
 
-int silent_print(const char *, ...) {
-  return 0;
-}
-
 FILE *no_stream(const char *, const char *) {
   return nullptr;
 }
@@ -25,7 +21,7 @@ const DiskImage &prepared() {
   static const DiskImage image = [] {
     fault_driver::install();
     tovik::file_driver = *tovik::added_drivers[fault_driver::number - tovik::added_driver_base];
-    tovik::system_driver.print = silent_print;
+    static const Silence silence;
     tovik::system_driver.stream_open = no_stream;
     const Engine engine(settings);
     return made_database(database, schema() + person_rows(0, 5) +
