@@ -100,7 +100,10 @@ TEST_F(Sql, Changes) {
     CREATE TABLE w (id int AUTO_INCREMENT, n int) AUTO_INCREMENT_INIT = 10, AUTO_INCREMENT_STEP = 5
     INSERT INTO w (n) VALUES 1, 2; INSERT INTO w VALUES 100, 3, 0, 4
     REOPEN; BEGIN TRANSACTION; INSERT INTO w (n) VALUES 5; ROLLBACK TRANSACTION
-    INSERT INTO w (n) VALUES 6; SELECT id, n FROM w => 10,1;15,2;100,3;20,4;25,6)");
+    INSERT INTO w (n) VALUES 6; SELECT id, n FROM w => 10,1;15,2;100,3;20,4;25,6
+    CREATE UNIQUE INDEX wn ON w (n); BEGIN WORK; EMPTY w; ROLLBACK WORK; SELECT COUNT(*) FROM w => 5
+    EMPTY w; INSERT INTO w (n) VALUES 6; SELECT id, n FROM w => 30,6
+    INSERT INTO w (n) VALUES 6 => 143001)");
   std::string too_long = "INSERT INTO t VALUES 1, 'x'";
   for (int i = 0; i < 1000; ++i) too_long += ", 1, 'x'";
   EXPECT_EQ(db.run(too_long), 110002) << "more than the pool of a statement holds";
@@ -515,7 +518,7 @@ TEST_F(Sql, PrintsResultsInColumns) {
 
 TEST_F(Sql, DescribesTables) {
   script(R"(
-    CREATE TABLE t (id int AUTO_INCREMENT, c char(7) NOT NULL, x text(1,2,9), e decimal(5,2))
+    CREATE TABLE t (id int AUTO_INCREMENT, c char(7) NOT NULL, x text(1,2,9), y text(1,4,4), e decimal(5,2))
     CREATE INDEX i ON t (c, id)
     INSERT INTO t (c) VALUES 'a', 'b')");
   EXPECT_EQ(db.printed("DESC t"),
@@ -523,6 +526,7 @@ TEST_F(Sql, DescribesTables) {
             "    id                                int  Not Null  Auto Increment\n"
             "    c                                 char(7)  Not Null\n"
             "    x                                 text(1,2,9)\n"
+            "    y                                 text(1,4,20)\n"
             "    e                                 decimal(5,2)\n");
   const std::string all = db.printed("DESC t ALL");
   for (const char *line : {"\n  Indices:     UNIQUE BTREE __auto_inc__", "  Auto incremnet next :      3\n",

@@ -1,6 +1,4 @@
 // The statement interface: states, argument codes, value conversion, column description.
-#include <filesystem>
-#include <fstream>
 #include <thread>
 #include <vector>
 
@@ -54,25 +52,6 @@ TEST(Library, TakesAllItsMemoryFromALimitedPool) {
   other.close();
   EXPECT_EQ(kld_api_remove_db(other.params().c_str()), 0);
   EXPECT_EQ(db.run(row), 0);
-}
-
-// A database goes with its saved storages, once, and only what is one.
-TEST(Library, RemovesDatabases) {
-  const Library library;
-  TestDatabase db;
-  ASSERT_EQ(db.run("CREATE TABLE t (a int)"), 0);
-  db.close();
-  std::ofstream(db.directory() / "other.dat") << std::string(4096, 'x');
-  const std::string other = "NAME=other;PATH=" + db.directory().path();
-  for (const auto &[params, code] : {std::pair(db.params() + ";NAME=u", 120102),
-                                     {other, 20003},
-                                     {db.params(), 0},
-                                     {db.params(), 120102}}) {
-    EXPECT_EQ(kld_api_remove_db(params.c_str()), code == 0 ? 0 : -1) << params;
-    EXPECT_EQ(error_code(), code) << params;
-  }
-  const std::filesystem::directory_iterator left(db.directory().path());
-  EXPECT_EQ(std::distance(begin(left), end(left)), 1);
 }
 
 class StatementApi : public Script {

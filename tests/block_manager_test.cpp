@@ -103,6 +103,11 @@ TEST_F(BlockManagerTest, CreateOpenRemove) {
   EXPECT_TRUE(files().contains("orders.8.log_"));
   EXPECT_TRUE(remove("FILE_SFX_TRN=log"));
   EXPECT_EQ(files(), (Names{"other.9.trn_", "orders.old.7.trn_"}));
+  put("orders.dat", block_of('x'));
+  EXPECT_FALSE(remove());
+  EXPECT_EQ(content("orders.dat"), block_of('x')) << "no database";
+  EXPECT_EQ(take_recorded(), Codes{20003});
+  std::filesystem::remove(file("orders.dat"));
 
   env_set("HVI_TRAN_HISTORY_SAVE", "ON");
   touch({"orders.7.trn_"});

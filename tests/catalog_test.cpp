@@ -60,30 +60,6 @@ TEST_F(Catalog, IndexValidation) {
   EXPECT_EQ(first_status(), status::too_many_indices);
 }
 
-TEST_F(Catalog, EmptyKeepsTheSchema) {
-  ASSERT_TRUE(store.create_table(
-      "t",
-      {auto_increment(column("a", type::int32)), column("b", type::text, 1, 4, 4), column("c", type::date)},
-      {10, 5, 10}));
-  ASSERT_TRUE(index_create(db(), "t", index_on("i", {"c", "a"}, false, 0)));
-  for (int i = 0; i < 20; ++i)
-    ASSERT_TRUE(store.insert("t", {"NULL", std::string(40, 'x'), "20200101"})) << errors();
-  const std::string before = store.schema();
-  const BlockNo used = store.used_blocks();
-  store.begin();
-  ASSERT_TRUE(table_empty(db(), "t")) << errors();
-  store.rollback();
-  EXPECT_EQ(store.schema(), before);
-  EXPECT_EQ(store.used_blocks(), used);
-  ASSERT_TRUE(table_empty(db(), "t")) << errors();
-  Rows rows(db(), "t");
-  const Table &table = *rows.handle->table;
-  EXPECT_EQ(store.schema(), "t(a,b,c,)[__auto_inc__" + std::to_string(table.id) + ",i,]0 ");
-  ASSERT_TRUE(rows.insert({"NULL", std::string(40, 'y')})) << errors();
-  EXPECT_EQ(rows.get("a"), "110") << "the counter goes on";
-  EXPECT_EQ(rows.column("b").p3, 20) << "no chunk is of 4 bytes";
-}
-
 TEST_F(Catalog, StaleDefinitionIsNotWritten) {
   ASSERT_TRUE(store.create_table("t", {column("a", type::int32)}));
   store.begin();

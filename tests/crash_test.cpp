@@ -118,7 +118,8 @@ std::vector<Step> steps_of(const std::string &params, const Statements &statemen
   std::string state = database_text(session);
   bool in_transaction = false, direct = false;
   for (const std::string &sql : statements) {
-    Step step = {sql, direct && !sql.starts_with("ALTER"), fault_driver::log().operations.size(), 0, state, state};
+    Step step = {sql,  direct && !sql.starts_with("ALTER"), fault_driver::log().operations.size(), 0, state,
+                 state};
     const StatusCode status = session.run(sql);
     EXPECT_TRUE(status == 0 || may_fail) << sql << ": " << status;
     step.end = fault_driver::log().operations.size();

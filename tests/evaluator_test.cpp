@@ -147,7 +147,8 @@ TEST_F(Expressions, Results) {
       {"1.0e10 % 1; -1.0e10 % 1.0; 1.5 / NULL; NULL / 0", "12147483648.0; -7852516352.0; NULL; NULL"},
       {"-NULL; YEAROF NULL; NULL + 1 day; 1 * 'x'; -'1'", "NULL; NULL; NULL; !150005; !150005"},
       {"YEAROF 2020; 1 + 1 day; '20200101' + '1' day; 1 || 'a'", "!150005; !150005; !150005; !150006"},
-      {"DIRECT_FROM '/no/such'; t.a + 1; 'a' || NULL; NULL || 'b'; NULL || NULL", "!102; !50001; 'a'; 'b'; NULL"},
+      {"DIRECT_FROM '/no/such'; t.a + 1; 'a' || NULL; NULL || 'b'; NULL || NULL",
+       "!102; !50001; 'a'; 'b'; NULL"},
       // Dates.
       {"YEAROF '20200203'; MONTHOF '20200203'; DAYOF '20200203'; HOUROF '20200203040506'", "2020; 2; 3; 4"},
       {"MINUTEOF '20200203040506'; SECONDOF '20200203040506'", "5; 6"},

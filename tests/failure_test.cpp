@@ -37,7 +37,7 @@ const std::string database =
 const Setting settings[] = {
     {"Allocations", true, ""},
     {"CallsWithHistory", false, ""},
-    {"CallsWithReusedStorage", false, "HVI_TRAN_HISTORY=0"},
+    {"CallsWithReusedStorage", false, "HVI_TRAN_HISTORY=0;HVI_CACHE_SIZE_TMP=2"},
     {"CallsWithFreshStorage", false, "HVI_TRAN_HISTORY=0;HVI_TRAN_FILE_REUSE=OFF"},
     {"CallsWithoutLocks", false, "HVI_LOCK_DISABLE=ON"},
 };
