@@ -236,45 +236,42 @@ std::string narrow(const void *wide_text) {
   return text;
 }
 
-// The column read as each API data type: a value, "null", or "-" for 202154.
-std::string read_all(tovik_cur *cursor, const char *column) {
-  std::string all;
-  for (int type = TOVIK_INT8; type <= TOVIK_BINARY; ++type) {
-    tovik_value value = {};
-    const int result = tovik_getcol(cursor, column, type, &value), code = record_code(result);
-    const int64_t whole = type == TOVIK_INT8    ? value.i8
-                          : type == TOVIK_INT16 ? value.i16
-                          : type == TOVIK_INT32 ? value.i32
-                                                : value.i64;
-    const DateTimeRec &date = value.datetime;
-    char text[64] = "null";
-    if (result < 0) {
-      snprintf(text, sizeof text, code == 202154 ? "-" : "%d", code);
-    } else if (result == 1) {
-      if (type <= TOVIK_INT64) snprintf(text, sizeof text, "%ld", whole);
-      if (type == TOVIK_FLOAT || type == TOVIK_DOUBLE)
-        snprintf(text, sizeof text, "%.9g", type == TOVIK_FLOAT ? value.f : value.d);
-      if (type == TOVIK_CHAR) strcpy(text, static_cast<const char *>(value.read.text));
-      if (type == TOVIK_WCHAR) strcpy(text, narrow(value.read.text).c_str());
-      if (type == TOVIK_DATETIME)
-        snprintf(text, sizeof text, "%d-%d-%d-%d-%d-%d-%d", date.year, date.month, date.day, date.hour,
-                 date.minute, date.second, date.microseconds);
-      if (type == TOVIK_BINARY)
-        snprintf(text, sizeof text, "%.*s", value.bytes.length, static_cast<const char *>(value.bytes.data));
-    }
-    all += " " + std::string(text);
-  }
-  return all;
+// What a read gave, or the code of its failure: "-" for 202154.
+std::string given(int result, const std::string &value) {
+  const int code = record_code(result);
+  if (result < 0) return code == 202154 ? " -" : " " + std::to_string(code);
+  return " " + (result == 1 ? value : "null");
 }
 
-// The typed form gives what the general form does.
 template <class T>
-void expect_typed_read(tovik_cur *cursor, const char *column, int type,
-                       int (*get)(tovik_cur *, const char *, T *)) {
-  T typed;
-  tovik_value general;
-  GIVES(0) << get(cursor, column, &typed) << tovik_getcol(cursor, column, type, &general);
-  EXPECT_EQ(memcmp(&typed, &general, sizeof typed), 0) << column;
+std::string number(tovik_cur *cursor, const char *column, int (*get)(tovik_cur *, const char *, T *)) {
+  T value = {};
+  const int result = get(cursor, column, &value);
+  std::ostringstream text;
+  text.precision(9);
+  text << +value;
+  return given(result, text.str());
+}
+
+// The column read as each API data type, by the typed form where there is one.
+std::string read_all(tovik_cur *cursor, const char *column) {
+  std::string all = number(cursor, column, tovik_getcol_i8) + number(cursor, column, tovik_getcol_i16) +
+                    number(cursor, column, tovik_getcol_i32) + number(cursor, column, tovik_getcol_i64) +
+                    number(cursor, column, tovik_getcol_float) + number(cursor, column, tovik_getcol_double);
+  tovik_value value = {};
+  int result = tovik_getcol(cursor, column, TOVIK_CHAR, &value);
+  all += given(result, result == 1 ? static_cast<const char *>(value.read.text) : "");
+  result = tovik_getcol(cursor, column, TOVIK_WCHAR, &value);
+  all += given(result, result == 1 ? narrow(value.read.text) : "");
+  DateTimeRec date = {};
+  char text[64];
+  result = tovik_getcol_ctime(cursor, column, &date);
+  snprintf(text, sizeof text, "%d-%d-%d-%d-%d-%d-%d", date.year, date.month, date.day, date.hour, date.minute,
+           date.second, date.microseconds);
+  all += given(result, text);
+  result = tovik_getcol(cursor, column, TOVIK_BINARY, &value);
+  const auto [bytes, size] = std::pair(static_cast<const char *>(value.bytes.data), value.bytes.length);
+  return all + given(result, result == 1 ? std::string(bytes, static_cast<size_t>(size)) : "");
 }
 
 // The same of a row of NULLs: what cannot be read stays so.
@@ -333,14 +330,6 @@ TEST_F(Record, EveryColumnAsEveryType) {
       for (const char *column : columns) read += column + read_all(cursor, column) + "\n";
       EXPECT_EQ(read, expected);
       expected = nulls_of(expected);  // the second row
-      if (row == 1) continue;
-      expect_typed_read(cursor, "i1", TOVIK_INT8, tovik_getcol_i8);
-      expect_typed_read(cursor, "c2", TOVIK_INT16, tovik_getcol_i16);
-      expect_typed_read(cursor, "i4", TOVIK_INT32, tovik_getcol_i32);
-      expect_typed_read(cursor, "i8", TOVIK_INT64, tovik_getcol_i64);
-      expect_typed_read(cursor, "f", TOVIK_FLOAT, tovik_getcol_float);
-      expect_typed_read(cursor, "d", TOVIK_DOUBLE, tovik_getcol_double);
-      expect_typed_read(cursor, "mi", TOVIK_DATETIME, tovik_getcol_ctime);
     }
     EXPECT_EQ(tovik_fetchcur(cursor), 0);
     tovik_closecur(cursor);
