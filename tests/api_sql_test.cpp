@@ -134,7 +134,6 @@ TEST_F(Sql, Queries) {
     CREATE TABLE a (n int, s char(4)); CREATE TABLE b (n int, m int)
     INSERT INTO a VALUES 2,'two', 1,'one', 3,NULL; INSERT INTO b VALUES 1,10, 2,20, 2,21
     SELECT COUNT(*) FROM a, b, a c => 27
-    SELECT n FROM a ORDER BY s DESC => 2;1;3
     SELECT a.n, m FROM a, b WHERE a.n = b.n ORDER BY a.n, m DESC => 1,10;2,21;2,20
     SELECT n FROM a WHERE s IS NULL OR s LIKE 't%' => 2;3
     SELECT n FROM a ORDER BY n, n => error 161001
@@ -142,7 +141,6 @@ TEST_F(Sql, Queries) {
     SELECT n FROM a WHERE s + 1 = 2 => error 150005
     CREATE TABLE t (g int, v int, d double, s char(3)); CREATE TABLE none (v int)
     INSERT INTO t VALUES 1,5,0.5,'x', 2,NULL,1.5,'y', 1,7,NULL,'x', 2,1,2.0,NULL
-    SELECT DISTINCT g, s FROM t => 1,x;2,y;2,-
     SELECT COUNT(*), COUNT(v), SUM(v), MIN(v), MAX(v), AVG(v) FROM t => 4,3,13,1,7,4.33333
     SELECT SUM(v) + COUNT(*), g FROM t => 17,-
     SELECT COUNT(DISTINCT g) FROM t => error 172019
@@ -165,7 +163,6 @@ TEST_F(Sql, Groups) {
     CREATE TABLE t (g int, s char(4), v int, d double, x text(1, 4, 8), b blob, m date)
     SELECT g, COUNT(*) FROM t GROUP BY g =>
     SELECT g, COUNT(*), SUM(v), 1 FROM t HAVING COUNT(*) = 0 => -,0,-,-
-    SELECT COUNT(*) FROM t HAVING COUNT(*) > 0 =>
     INSERT INTO t VALUES 2,'b',5,0.0,'a text of many chunks','00ff','20240101', NULL,'a',7,1.5,'other','00fe','20240102'
     INSERT INTO t VALUES 2,'a',NULL,-0.0,'a text of many chunks','00ff','20240101', 1,NULL,1,NULL,NULL,NULL,NULL
     INSERT INTO t VALUES NULL,'b',9,1.5,'a text of many Chunks','00ff','20240101'
@@ -288,10 +285,7 @@ TEST_F(Sql, Subqueries) {
     SELECT a FROM t WHERE a = 1 OR 1 = (SELECT 1 / 0 FROM t) => error 151001
     SELECT a FROM t WHERE a > 3 AND 1 = (SELECT 1 / 0 FROM t) =>
     SELECT COUNT(*) > ALL (SELECT a - 1 FROM t) AS x FROM t => 1
-    SELECT s FROM t GROUP BY s HAVING COUNT(*) = (SELECT MIN(a) FROM t) AND s <> ALL (SELECT s FROM t WHERE a = 3) => x
     SELECT s FROM t GROUP BY s HAVING EXISTS (SELECT 1 FROM t u WHERE u.s = t.s) => error 172019
-    SELECT a FROM t WHERE a >= ALL (SELECT MAX(u.a) + t.a - u.a FROM t u GROUP BY u.a HAVING SUM(u.a) > t.a) => 1;2;3
-    SELECT a FROM t WHERE 2 = ANY (SELECT COUNT(*) FROM t u WHERE u.a <> t.a GROUP BY s) => 1
     SELECT a IN (SELECT x.a FROM t x WHERE x.s = t.s AND x.a > 2) AS x FROM t => 0;0;1
     DELETE FROM t WHERE a = (SELECT a FROM t) => 172008
     SELECT a FROM t WHERE m IN (SELECT d FROM t) => 1;2
@@ -299,10 +293,7 @@ TEST_F(Sql, Subqueries) {
     SELECT a FROM t WHERE b >= ANY (SELECT b FROM t WHERE a < 3) => 1;2
     SELECT a FROM t WHERE a = ANY (SELECT NVL(a - 1, s) FROM t) => 1;2
     SELECT a FROM t WHERE s IN (SELECT NVL(SUBSTR('x', x.a), x.a) FROM t x WHERE x.a = 1) => 1
-    SELECT t.a FROM t WHERE NOT EXISTS (SELECT 1 FROM t u WHERE u.a > t.a) => 3
     SELECT a FROM t WHERE EXISTS (SELECT 1 / 0 FROM t) AND a < 2 => 1
-    CREATE TABLE u (a int); INSERT INTO u SET a = 0
-    UPDATE u SET a = 1 WHERE a < (SELECT MAX(a) FROM t) AND EXISTS (SELECT * FROM t WHERE t.a = u.a + 2); SELECT a FROM u => 1
     CREATE TABLE n (x int); CREATE TABLE none (x int); INSERT INTO n VALUES 1, 2, 3, 4, 5, 6, 7, 8, 9
     SELECT COUNT(*) FROM n p, n q, n r, n s WHERE q.x = (SELECT MAX(y.x) FROM n y WHERE y.x < p.x AND 'a' || 'b' = 'ab') => 648
     SELECT COUNT(*) FROM n p, n q, n r, n s WHERE 5 > ALL (SELECT COUNT(*) FROM none y) => 6561
