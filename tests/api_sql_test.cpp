@@ -208,6 +208,9 @@ TEST_F(SqlSmallArea, HoldsGroupsNotRows) {
     SELECT COUNT(*) FROM n a, n b GROUP BY a.i, b.i HAVING a.i = 9 AND b.i = 9 => 1
     SELECT COUNT(*) FROM n a, n b, n c GROUP BY a.i, b.i, c.i => error 143101
     SELECT COUNT(*) FROM n a, n b, n c => 1000
+    INSERT INTO t VALUES 1, 'x'
+    SELECT DISTINCT a.i, t.s FROM n a, n b, n c, t WHERE c.i < 2 AND a.i > 7 ORDER BY a.i DESC, b.i => 9,x;8,x
+    PREPARE SELECT b.i, a.i, t.s FROM n a, n b, n c, t WHERE c.i < 2 ORDER BY b.i DESC, a.i; EXECUTE; FETCH => 9,0,x
     SELECT DISTINCT a.i - b.i FROM n a, n b GROUP BY a.i, b.i HAVING a.i = 9 AND b.i > 7 => 1;0)");
 }
 
@@ -261,7 +264,9 @@ TEST_F(Sql, OpenQueriesMeetTheChangesOfTheirThread) {
     RENAME ATTR t.c AS b; INSERT INTO t VALUES 2,3; REST => 1;2;3
     CLEAR; PREPARE SELECT x.b * 10 + y.b FROM t x, t y WHERE x.b < 2; EXECUTE; FETCH => 0
     DELETE FROM t WHERE b = 0; REST => 11;12;13
-    CREATE INDEX tb ON t (b); CLEAR; PREPARE SELECT x.b, y.b FROM t x, t y WHERE x.b = y.b; EXECUTE; FETCH => 1,1
+    CLEAR; PREPARE SELECT b, a FROM t WHERE a < 9 ORDER BY b; EXECUTE; FETCH => 1,1
+    UPDATE t SET a = 9 WHERE b = 2; REST => 3,2
+    UPDATE t SET a = 1 WHERE b = 2; CREATE INDEX tb ON t (b); CLEAR; PREPARE SELECT x.b, y.b FROM t x, t y WHERE x.b = y.b; EXECUTE; FETCH => 1,1
     DROP INDEX tb; CREATE TABLE u (c int); CREATE INDEX uc ON u (c); INSERT INTO u VALUES 2, 3; REST => 2,2;3,3
     CLEAR; PREPARE SELECT DISTINCT b FROM t; EXECUTE; FETCH => 1
     DELETE FROM t WHERE b = 3; REST => 2;3

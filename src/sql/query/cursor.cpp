@@ -6,6 +6,8 @@
 // any length fits the pool.
 #include "sql/query/cursor.h"
 
+#include <algorithm>
+
 #include "frame/error.h"
 #include "sql/evaluate/expr_internal.h"
 #include "sql/query/sort_form.h"
@@ -75,10 +77,52 @@ bool read_all(Cursor &cursor, Found (*next)(Cursor &cursor), Take take) {
 
 // ---- materialized results ----
 
-bool store_sort_row(Cursor &cursor, const RowForms &row) {
+// What a sort store holds of each row: the keys, and behind them the result columns that are no keys.
+struct SortedColumns {
+  ColumnRef *columns;
+  int count, key_count;
+};
+
+// A value that the store gives back as the row handle would.
+bool can_be_carried(const ResultColumn &result) {
+  if (result.kind != ResultKind::column) return false;
+  const Column &column = *result.column.column;
+  return (column.type & (TYPE_INTEGER | TYPE_FLOAT | TYPE_DATETIME | TYPE_CHARACTER)) != 0 &&
+         !column_is_large(column);
+}
+
+bool read_keys(Cursor &cursor, SortedColumns &sorted) {
   const CursorRequest &request = cursor.request;
-  for (int i = 0; i < request.order_count; ++i)
-    if (!row_forms_read(*request.context.pool, request.order[i].column, i, row)) return false;
+  sorted = {nullptr, request.order_count, request.order_count};
+  sorted.columns =
+      memory_pool_new<ColumnRef>(*request.context.pool, request.order_count + request.column_count);
+  if (sorted.columns == nullptr) return false;
+  for (int i = 0; i < request.order_count; ++i) sorted.columns[i] = request.order[i].column;
+  return true;
+}
+
+// Has the store carry the result, if all of it can be carried.
+bool read_carried(Cursor &cursor, SortedColumns &sorted) {
+  const CursorRequest &request = cursor.request;
+  if (request.column_count == 0 ||
+      !std::all_of(request.columns, request.columns + request.column_count, can_be_carried))
+    return true;
+  int *places = memory_pool_new<int>(*request.context.pool, request.column_count);
+  if (places == nullptr) return false;
+  for (int i = 0; i < request.column_count; ++i) {
+    ColumnRef *const end = sorted.columns + sorted.count;
+    *end = request.columns[i].column;
+    places[i] = static_cast<int>(std::find(sorted.columns, end, *end) - sorted.columns);
+    if (places[i] == sorted.count) ++sorted.count;
+  }
+  cursor.carried = places;
+  return true;
+}
+
+bool store_sort_row(Cursor &cursor, const SortedColumns &sorted, const RowForms &row) {
+  const CursorRequest &request = cursor.request;
+  for (int i = 0; i < sorted.count; ++i)
+    if (!row_forms_read(*request.context.pool, sorted.columns[i], i, row)) return false;
   RowNo positions[from_table_limit];
   int table = 0;
   for (const TableAccess *access = request.context.tables; access != nullptr; access = access->next) {
@@ -87,21 +131,46 @@ bool store_sort_row(Cursor &cursor, const RowForms &row) {
   return sort_store_row(*cursor.sorted, row.forms, positions);
 }
 
+bool collect_sorted(Cursor &cursor, const SortedColumns &sorted) {
+  const CursorRequest &request = cursor.request;
+  MemoryPool &pool = *request.context.pool;
+  SortColumn *columns = memory_pool_new<SortColumn>(pool, sorted.count);
+  RowForms row;
+  if (columns == nullptr || !row_forms_new(pool, sorted.count, &row)) return false;
+  for (int i = 0; i < sorted.count; ++i) columns[i] = sort_column(*sorted.columns[i].column);
+  cursor.sorted = sort_store_create(columns, sorted.count, table_count(request.context.tables));
+  return cursor.sorted != nullptr &&
+         read_all(cursor, qualifying_next, [&] { return store_sort_row(cursor, sorted, row); });
+}
+
+// Before the first row of the join, with a store of the keys only.
+void start_again(Cursor &cursor, SortedColumns &sorted) {
+  sort_store_destroy(cursor.sorted);
+  cursor.sorted = nullptr;
+  cursor.carried = nullptr;
+  sorted.count = sorted.key_count;
+  cursor.join.started = false;
+  for (TableAccess *access = cursor.join.tables; access != nullptr; access = access->next)
+    access_rewind(*access);
+}
+
+// Rows that carry their result need not be read again, in an order in which every row may lie in another
+// page. When the area has no room for that the rows are read twice.
 bool sort_rows(Cursor &cursor) {
   const CursorRequest &request = cursor.request;
-  SortColumn columns[order_key_limit];
   SortDirection directions[order_key_limit];
-  for (int i = 0; i < request.order_count; ++i) {
-    columns[i] = sort_column(*request.order[i].column.column);
-    directions[i] = request.order[i].direction;
-  }
-  RowForms row;
-  if (!row_forms_new(*request.context.pool, request.order_count, &row)) return false;
-  cursor.sorted = sort_store_create(columns, request.order_count, table_count(request.context.tables));
-  if (cursor.sorted == nullptr) return false;
+  for (int i = 0; i < request.order_count; ++i) directions[i] = request.order[i].direction;
+  SortedColumns sorted;
+  if (!read_keys(cursor, sorted) || !read_carried(cursor, sorted)) return false;
   cursor.join.read_failure = status::sort_read;
-  return read_all(cursor, qualifying_next, [&] { return store_sort_row(cursor, row); }) &&
-         sort_execute(*cursor.sorted, directions, request.order_count);
+  const ErrorRecord before = error_record();
+  bool done = collect_sorted(cursor, sorted);
+  if (!done && cursor.sorted != nullptr && cursor.sorted->exhausted && sorted.count > sorted.key_count) {
+    error_record() = before;
+    start_again(cursor, sorted);
+    done = collect_sorted(cursor, sorted);
+  }
+  return done && sort_execute(*cursor.sorted, directions, request.order_count);
 }
 
 // Reads the rows of a combination; no: one of them is deleted.
@@ -117,7 +186,10 @@ Found load_combination(TableAccess *access, const SortStore &sorted, int row) {
 // A combination of which a table was written since it was sorted must meet the condition again.
 Found sorted_next(Cursor &cursor) {
   while (cursor.next_row < cursor.sorted->rows.size()) {
-    const Found load = load_combination(cursor.request.context.tables, *cursor.sorted, cursor.next_row++);
+    const int row = cursor.next_row++;
+    cursor.from_sorted = cursor.carried != nullptr && !tables_written(cursor);
+    if (cursor.from_sorted) return Found::yes;
+    const Found load = load_combination(cursor.request.context.tables, *cursor.sorted, row);
     if (load == Found::failed) return Found::failed;
     bool meets = load == Found::yes;
     if (meets && tables_written(cursor) && !qualifies(cursor, &meets)) return Found::failed;
@@ -173,8 +245,17 @@ bool group_item(Cursor &cursor, const ResultColumn &column, Value *value) {
   return true;
 }
 
+void carried_value(const Cursor &cursor, const ResultColumn &column, Value *value) {
+  const int place = cursor.carried[&column - cursor.request.columns];
+  *value = value_of_sort_form(column.type, sort_value(*cursor.sorted, cursor.next_row - 1, place));
+}
+
 bool row_value(Cursor &cursor, const ResultColumn &column, Value *value) {
   if (cursor.groups != nullptr) return group_item(cursor, column, value);
+  if (cursor.from_sorted) {
+    carried_value(cursor, column, value);
+    return true;
+  }
   if (column.kind == ResultKind::column)
     return row_handle_value(*column.column.row, *column.column.column, value);
   return expr_evaluate(cursor.request.context, column.expression, value);

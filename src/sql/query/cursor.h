@@ -42,7 +42,9 @@ struct Cursor {
   CursorRequest request;
   CursorPlace place;
   Join join;
-  SortStore *sorted;              // ORDER BY: row numbers of the tables; owned
+  SortStore *sorted;              // ORDER BY: row numbers of the tables, and what it carries; owned
+  const int *carried;             // the columns of sorted that hold the result columns; null: it carries none
+  bool from_sorted;               // the current row's values are those that sorted carries
   Groups *groups;                 // of a grouping; owned
   SortStore *results;             // DISTINCT: result values; owned
   int next_row;                   // in sorted or results

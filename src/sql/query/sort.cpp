@@ -30,7 +30,8 @@ constexpr int32_t row_unit = 4, group_unit = 8;
 // The offset of a block of the area; false without a status.
 bool area_take(SortStore &store, int64_t size, uint32_t *offset) {
   const int64_t rounded = (size + store.unit - 1) / store.unit * store.unit;
-  if (store.area_used + rounded >= store.area_size) return false;
+  store.exhausted = store.area_used + rounded >= store.area_size;
+  if (store.exhausted) return false;
   *offset = static_cast<uint32_t>(store.area_used);
   store.area_used += static_cast<int32_t>(rounded);
   return true;

@@ -41,6 +41,7 @@ struct SortStore {
   int32_t row_size;
   uint8_t *area;
   int32_t area_size, area_used;
+  bool exhausted;          // a row found no room
   Array<uint32_t> rows;    // offsets in the area
   Array<uint32_t> places;  // of distinct rows by their hash: index in rows and 1, 0 for none
 };
