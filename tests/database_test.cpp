@@ -118,18 +118,6 @@ TEST(Database, TransactionsWithoutChangesLeaveNoTrace) {
 
 // ---- failures and threads ----
 
-int writes_left;
-
-// The calls that change a file, up to writes_left of them; the rest fail.
-SlotGuard<decltype(IoDriver::file_write)> failing_writes(int writes) {
-  writes_left = writes;
-  static const auto real_write = file_driver.file_write;
-  return {file_driver.file_write,
-          [](DriverHandle handle, const void *buffer, int64_t length, int64_t offset) {
-            return writes_left-- <= 0 ? -1 : real_write(handle, buffer, length, offset);
-          }};
-}
-
 int sleeps;
 
 // A commit whose copy fails has its record on disk, and so has one whose process dies over the copy: whoever
@@ -138,10 +126,11 @@ int sleeps;
 TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
   int completed = 0;
   bool committed = false;
-  for (int writes = 0; !committed; ++writes) {
-    SCOPED_TRACE(writes);
+  for (int calls = 1; !committed; ++calls) {
+    SCOPED_TRACE(calls);
+    FaultDriver driver;
     Engine engine;
-    TestDatabase store;
+    TestDatabase store("DRV_NO=101;BLOCK_SIZE=1024;LOCK_RETRY=3;LOCK_SLEEP=1;BEGIN_RETRY=3;BEGIN_SLEEP=1");
     Database &db = *store.db;
     const ThreadId me = current_thread();
     ASSERT_TRUE(store.create_table("old", one_column) && store.create_table("t", one_column));
@@ -154,10 +143,9 @@ TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
     store.begin();
     ASSERT_TRUE(table_rename(db, "old", "new") && index_create(db, "t", index_on("i", {"a"}))) << errors();
     for (int i = 0; i < 300; ++i) ASSERT_TRUE(store.insert("t", {std::to_string(i)})) << errors();
-    {
-      const auto fault = failing_writes(writes);
-      committed = db_commit(db, me);
-    }
+    driver.fail_call(calls, Failure::from_then_on);
+    committed = db_commit(db, me);
+    driver.fail_call(0);
     const bool rolled_back = !committed && db_in_transaction(db, me);
     if (rolled_back) store.rollback();
     const bool pending = !committed && !rolled_back;
@@ -178,12 +166,12 @@ TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
     }
     db_read_end(db, me);
     err_clear();
-    if (pending && writes % 3 != 0) {
+    if (pending && calls % 3 != 0) {
       // Not those for whom the writer died, beside a survivor who is about to write but has not looked yet.
       LockManager &lm = *ahead->storage->lm;
       ASSERT_EQ(lm_lock(lm, me, LockLevel::reserved, Attempt::once), LockResult::granted);
-      if (writes % 3 == 1) std::swap(other, store.db), db_close(other), other = nullptr;
-      Database &survivor = writes % 3 == 1 ? *store.db : *other;
+      if (calls % 3 == 1) std::swap(other, store.db), db_close(other), other = nullptr;
+      Database &survivor = calls % 3 == 1 ? *store.db : *other;
       EXPECT_FALSE(db_read_begin(survivor, me));
       EXPECT_EQ(first_status(), status::database_busy);
       EXPECT_EQ(db_open(store.text.c_str()), nullptr);
@@ -192,7 +180,7 @@ TEST(Database, FailedCopyIsCompletedByTheNextGrant) {
       EXPECT_EQ(db_start(*ahead, me, Nesting::refused), DbStart::started) << errors();
       EXPECT_TRUE(db_rollback(*ahead, me));
     }
-    const bool other_first = writes % 2 == 1;
+    const bool other_first = calls % 2 == 1;
     for (Database *next : {other_first ? other : store.db, other_first ? store.db : other}) {
       if (next == nullptr) continue;
       ASSERT_TRUE(db_read_begin(*next, me)) << errors();

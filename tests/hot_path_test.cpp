@@ -1,8 +1,7 @@
 // What a row costs beside its work: a fetch takes nothing from the general heap, and a result of any length
 // needs as much of the statement's pool as one row.
-#include "api/library.h"
+#include "api/statement_database.h"
 #include "api_support.h"
-#include "data/database.h"
 #include "engine_support.h"
 #include "fault_memory.h"
 #include "sql/statement/statement.h"
@@ -13,11 +12,7 @@ namespace {
 
 class HotPath : public testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(library_start(""));
-    db = db_create(("NAME=h;PATH=" + directory.path() + ";CACHE_SIZE_DAT=256;CACHE_SIZE_TRN=256").c_str());
-    ASSERT_NE(db, nullptr);
-    statement = sql_create(db);
+  HotPath() {
     run("CREATE TABLE t (id int, s char(20), x text(20, 4, 20), d double)");
     run("CREATE UNIQUE INDEX ti ON t (id)");
     run("BEGIN WORK");
@@ -27,11 +22,7 @@ class HotPath : public testing::Test {
     }
     run("COMMIT WORK");
   }
-  void TearDown() override {
-    sql_destroy(statement);
-    db_close(db);
-    library_end();
-  }
+  ~HotPath() override { sql_destroy(statement); }
   void run(const std::string &sql) {
     ASSERT_EQ(sql_execute_text(*statement, sql.c_str()), SqlResult::done) << sql;
   }
@@ -59,9 +50,10 @@ class HotPath : public testing::Test {
   }
 
   CountedMemory memory;
-  TempDir directory;
-  Database *db = nullptr;
-  Statement *statement = nullptr;
+  const Library library;
+  TestDatabase db{"CACHE_SIZE_DAT=256;CACHE_SIZE_TRN=256"};
+  Statement *statement = sql_create(
+      static_cast<StatementDatabase *>(handle_find(db.handle(), HandleKind::statement_database))->db);
 };
 
 TEST_F(HotPath, FetchingARowTakesNothingFromTheHeap) {
@@ -84,7 +76,7 @@ TEST_F(HotPath, AStatementOfManyRowsTakesThePoolOfOne) {
 }
 
 TEST_F(HotPath, ARecordReadByKeyOrInsertedTakesNothingFromTheHeapOnceWarm) {
-  tovik_db *records = tovik_open("h", ("PATH=" + directory.path() + ";CACHE_SIZE_DAT=256").c_str());
+  tovik_db *records = tovik_open("t", db.params().c_str());
   const char *tables[] = {"t"};
   const auto read = [&](int id) {
     char text[64] = "";
