@@ -2,10 +2,65 @@
 // changed, and the end of addresses.
 #include "data/row/row_system.h"
 
+#include <map>
+
 #include "data_support.h"
 
 namespace tovik::test {
 namespace {
+
+std::string read(RowSystem &rows, RowNo row, size_t size) {
+  std::string value(size, '\0');
+  const int length = static_cast<int>(size);
+  EXPECT_TRUE(row_kind_variable(rows.kind) ? row_read_variable(rows, row, value.data(), length)
+                                           : row_read(rows, row, value.data(), length) == Found::yes)
+      << errors();
+  return value;
+}
+
+// Rows over several pages, and of several pieces.
+TEST(RowSystemFailures, WhatFailsLeavesTheLevelAsItWasOrTorn) {
+  FaultDriver driver;
+  StorageFixture store("DRV_NO=101;BLOCK_SIZE=1024;CACHE_SIZE_DAT=4;CACHE_SIZE_TRN=6;CACHE_RTS=0");
+  Random random;
+  int failures = 0;
+  for (const RowKind kind : {RowKind::fixed, RowKind::variable}) {
+    RowSystem *rows = row_system_create(*store.sm, kind, kind == RowKind::fixed ? 2900 : 300, 1, 1, 0);
+    ASSERT_NE(rows, nullptr) << errors();
+    std::map<RowNo, std::string> values;
+    ASSERT_TRUE(store.begin()) << errors();
+    for (int step = 0; step < 300 && !testing::Test::HasFailure(); ++step) {
+      const bool adding = values.size() < 20 || random.one_in(3), removing = !adding && random.one_in(2);
+      const RowNo old = adding ? 0 : std::next(values.begin(), random.below(20))->first;
+      const int size = kind == RowKind::fixed ? 2900 : 1 + random.below(3000);
+      const std::string value(static_cast<size_t>(size), static_cast<char>('a' + step % 26));
+      RowNo row = old;
+      const auto change = [&] {
+        if (adding) return row_insert(*rows, value.data(), size, &row);
+        if (removing) return row_delete(*rows, old) == Found::yes;
+        return row_update(*rows, &row, value.data(), size);
+      };
+      const auto look = [&](bool) {  // first at the row, before other pages drive changed ones out
+        if (old != 0) {
+          EXPECT_EQ(read(*rows, old, values[old].size()), values[old]);
+        }
+        size_t slots = 0;
+        for (const auto &[number, stored] : values) {
+          EXPECT_EQ(read(*rows, number, stored.size()), stored);
+          slots += kind == RowKind::fixed ? 1 : (stored.size() + 295) / 296;
+        }
+        EXPECT_EQ(row_active_count(*rows), slots);
+        row = old;
+      };
+      failures += fail_each_call(*store.sm, driver, change, look);
+      values.erase(old);
+      if (!removing) values[row] = value;
+    }
+    ASSERT_TRUE(store.commit()) << errors();
+    row_system_close(rows);
+  }
+  EXPECT_GT(failures, 50);
+}
 
 class RowSystemTest : public testing::Test, public StorageFixture {
  protected:
