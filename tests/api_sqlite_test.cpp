@@ -28,7 +28,7 @@ class Statement {
   // keys: how many columns there may be in a GROUP BY.
   Statement(Random &random, int keys) : random_(random), keys_(keys) {}
 
-  Sql select() { return random_.one_in(3) ? groups(nullptr, 2, 2) : rows(nullptr, 3, 2); }
+  Sql select() { return random_.one_in(3) ? groups(nullptr, keys_, 2, 2) : rows(nullptr, 3, 2); }
   // A change of the table. One of SQLite's may see rows that it has changed already.
   Sql change(const std::string &table) {
     scopes_.push_back({{table}});
@@ -115,12 +115,12 @@ class Statement {
         return column(kind) + one_of(" IN (", " NOT IN (") + literal(kind) + ", " + literal(kind) + ")";
       case 3:
         if (wide > 0) return Sql("NOT (") + condition(deep, wide - 1) + ")";
-        return tested + comparison() + operand(kind);
+        break;
       case 4:
         if (wide > 0)
           return Sql("(") + condition(deep, wide - 1) + one_of(") AND (", ") OR (") +
                  condition(deep, wide - 1) + ")";
-        return tested + comparison() + operand(kind);
+        break;
       case 5:
         return column(kind) + " BETWEEN " + operand(kind) + " AND " + operand(kind);
       case 6:
@@ -133,11 +133,12 @@ class Statement {
       default:
         return quantified(tested, query(kind, deep - 1, wide));
     }
+    return tested + comparison() + operand(kind);
   }
 
   Sql query(Kind kind, int deep, int wide) {
     const bool grouped = keys_ > 0 && random_.one_in(4);
-    return grouped ? groups(&kind, deep, wide) : rows(&kind, deep, wide);
+    return grouped ? groups(&kind, keys_, deep, wide) : rows(&kind, deep, wide);
   }
   Sql where(int deep, int wide) {
     return random_.one_in(5) ? Sql("") : " WHERE " + condition(deep, wide - 1);
@@ -159,11 +160,8 @@ class Statement {
     if (!outer.empty() && random_.one_in(3))
       return "SELECT k." + one_of("a", "b", "d") + " FROM " + table() + " k WHERE k.id = " + outer +
              one_of(".id", ".a");
-    const int keys = std::exchange(keys_, 0);
     const Kind kind = number;
-    const Sql all = groups(&kind, deep, wide);
-    keys_ = keys;
-    return all;
+    return groups(&kind, 0, deep, wide);
   }
   std::string aggregate() {
     const auto name = [&] { return some(scopes_.back().names); };
@@ -172,12 +170,12 @@ class Statement {
            one_of(")", " + 1)", " * " + name() + ".b)");
   }
   // The groups by some keys, or the one of all rows: one value of a kind, or without one several.
-  Sql groups(const Kind *kind, int deep, int wide) {
+  Sql groups(const Kind *kind, int keys, int deep, int wide) {
     const std::string from = enter();
     const Sql condition = where(deep, wide);
     std::string list, order, items, select = "SELECT ";
     std::vector<std::string> values[2] = {{aggregate(), aggregate()}, {}};
-    for (int i = keys_ > 0 ? random_.below(keys_ + 1) : 0; i >= 0 && keys_ > 0; --i) {
+    for (int i = random_.below(keys + 1); i >= 0 && keys > 0; --i) {
       const Kind of = i == 0 && kind != nullptr ? *kind : random_.one_in(4) ? text : number;
       const std::string key = some(scopes_.back().names) + "." + column_name(of);
       if (std::find(values[of].begin(), values[of].end(), key) != values[of].end()) continue;

@@ -56,11 +56,9 @@ TEST_F(TypesTest, TextIsStoredAndReadBack) {
       {type::float64, "0x1.8p1", "3.00000000000000e+00"},
       {type::float64, "1e309", "113001"},
       {type::character, "abcde", "abcde"},
-      {type::character, "abcdef", "113003"},
       {type::character, "", ""},
       {type::decimal, "1.50", "1.50"},
       {type::date, "20200101123456", "20200101"},
-      {type::date, "2020-01-01", "113011"},
       {type::microtimestamp, "20000229235959123456", "20000229235959123456"},
   };
   for (const auto &[code, text, expected] : cases)
