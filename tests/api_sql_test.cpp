@@ -209,6 +209,9 @@ TEST_F(SqlSmallArea, HoldsGroupsNotRows) {
     SELECT COUNT(*) FROM n a, n b, n c GROUP BY a.i, b.i, c.i => error 143101
     SELECT COUNT(*) FROM n a, n b, n c => 1000
     INSERT INTO t VALUES 1, 'x'
+    SELECT COUNT(*) FROM n a, n b, n c WHERE a.i = b.i + 5 => 50
+    SELECT COUNT(*) FROM n a, n b, n c, n d WHERE b.i = c.i + 5 AND d.i < 2 => 100
+    CREATE INDEX ni ON n (i); SELECT a.i, c.i FROM n a, t, n c, n d WHERE t.i = a.i AND c.i = t.i AND d.i = c.i => 1,1
     SELECT DISTINCT a.i, t.s FROM n a, n b, n c, t WHERE c.i < 2 AND a.i > 7 ORDER BY a.i DESC, b.i => 9,x;8,x
     PREPARE SELECT b.i, a.i, t.s FROM n a, n b, n c, t WHERE c.i < 2 ORDER BY b.i DESC, a.i; EXECUTE; FETCH => 9,0,x
     SELECT DISTINCT a.i - b.i FROM n a, n b GROUP BY a.i, b.i HAVING a.i = 9 AND b.i > 7 => 1;0)");

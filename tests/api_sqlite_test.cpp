@@ -61,11 +61,12 @@ class Statement {
     bool grouped() const { return !values[number].empty(); }
   };
 
-  // FROM one table or two, which are the innermost scope from now on.
+  // FROM one table or two, of the whole statement up to four, which are the innermost scope from now on.
   std::string enter() {
     std::string from;
     scopes_.emplace_back();
-    for (int i = random_.one_in(4) ? 2 : 1; i > 0; --i) {
+    const int most = scopes_.size() == 1 ? 4 : 2;
+    for (int i = random_.one_in(4) ? 2 + random_.below(most - 1) : 1; i > 0; --i) {
       scopes_.back().names.push_back("x" + std::to_string(++tables_));
       from += (from.empty() ? " FROM " : ", ") + table() + " " + scopes_.back().names.back();
     }

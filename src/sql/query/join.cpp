@@ -6,18 +6,16 @@ namespace tovik {
 
 namespace {
 
-class Step {
+class JoinStep {
  public:
-  Step(Join &join, EvalContext &context) : join_(join), context_(context) {}
+  JoinStep(Join &join, EvalContext &context) : join_(join), context_(context) {}
 
-  // Every table but the innermost stands on its first row afterwards. no: one of them has none.
-  Found start(TableAccess *access, int place) {
-    for (;; access = access->next, ++place) {
-      if (!look_up(place)) return Found::failed;
-      if (access->next == nullptr) return Found::yes;
-      const Found first = next_row(*access, place);
-      if (first != Found::yes) return first;
-    }
+  // From before the first row of access and the tables inside it: every table but the innermost stands on a
+  // row afterwards, those of the first combination that the parts of the condition let stand. no: there is
+  // none.
+  Found start(TableAccess &access, int place) {
+    if (!look_up(place)) return Found::failed;
+    return access.next == nullptr ? Found::yes : move_on(access, place);
   }
 
   // The next combination of access and the tables inside it. An exhausted table is before its first row
@@ -34,13 +32,8 @@ class Step {
         for (TableAccess *inside = access.next; inside != nullptr; inside = inside->next)
           access_rewind(*inside);
       }
-      for (;;) {
-        const Found outer = next_row(access, place);
-        if (outer != Found::yes) return outer;
-        const Found restarted = start(access.next, place + 1);
-        if (restarted == Found::failed) return Found::failed;
-        if (restarted == Found::yes) break;
-      }
+      const Found moved = move_on(access, place);
+      if (moved != Found::yes) return moved;
     }
   }
 
@@ -53,6 +46,16 @@ class Step {
   bool look_up(int place) {
     const JoinLookup *lookups = join_.plan.lookups;
     return lookups == nullptr || lookups[place].access == nullptr || join_lookup(lookups[place]);
+  }
+
+  // To the next row of access for which the tables inside it can start.
+  Found move_on(TableAccess &access, int place) {
+    for (;;) {
+      const Found outer = next_row(access, place);
+      if (outer != Found::yes) return outer;
+      const Found started = start(*access.next, place + 1);
+      if (started != Found::no) return started;
+    }
   }
 
   Found met(int place) {
@@ -84,14 +87,12 @@ class Step {
 }  // namespace
 
 Found join_next(Join &join, EvalContext &context) {
-  Step step(join, context);
-  if (!join.started) {
-    const Found outer = join.tables == nullptr ? Found::yes : step.start(join.tables, 0);
-    if (outer != Found::yes) return outer;
-    join.started = true;
-    if (join.tables == nullptr) return Found::yes;
-  }
-  return join.tables == nullptr ? Found::no : step.next_combination(*join.tables, 0);
+  const bool first = !join.started;
+  join.started = true;
+  if (join.tables == nullptr) return first ? Found::yes : Found::no;
+  JoinStep step(join, context);
+  const Found started = first ? step.start(*join.tables, 0) : Found::yes;
+  return started == Found::yes ? step.next_combination(*join.tables, 0) : started;
 }
 
 }  // namespace tovik
