@@ -15,6 +15,8 @@
 #include <filesystem>
 #include <optional>
 
+#include "directory.h"
+
 namespace compare {
 
 void give_up(const char *what, const char *cause) {
@@ -96,20 +98,6 @@ std::unique_ptr<Engine> create(EngineKind kind, const std::string &directory, Pl
   return kind == tovik ? create_tovik(directory, place)
                        : create_sqlite(directory, place, kind == sqlite_wal ? "WAL" : "DELETE");
 }
-
-class Directory {
- public:
-  Directory() : path_((std::filesystem::temp_directory_path() / "tovik_compare_XXXXXX").string()) {
-    if (mkdtemp(path_.data()) == nullptr) give_up(path_.c_str(), "cannot be made");
-  }
-  ~Directory() { std::filesystem::remove_all(path_); }
-  Directory(const Directory &) = delete;
-  Directory &operator=(const Directory &) = delete;
-  const std::string &path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 struct Options {
   int rows = 100000, rounds = 5;

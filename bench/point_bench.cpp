@@ -8,9 +8,9 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 
+#include "directory.h"
 #include "kld_api.h"
 #include "tovik.h"
 #if defined(TOVIK_BENCH_SQLITE)
@@ -26,20 +26,6 @@ void need(bool done, const char *what) {
   kld_api_print_error(what);
   exit(1);
 }
-
-class Directory {
- public:
-  Directory() : path_((std::filesystem::temp_directory_path() / "tovik_bench_XXXXXX").string()) {
-    need(mkdtemp(path_.data()) != nullptr, "directory");
-  }
-  ~Directory() { std::filesystem::remove_all(path_); }
-  Directory(const Directory &) = delete;
-  Directory &operator=(const Directory &) = delete;
-  const std::string &path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 struct Row {
   int32_t id;

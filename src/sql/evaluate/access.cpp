@@ -113,6 +113,18 @@ Found access_next(TableAccess &access) {
   return fetched;
 }
 
+int access_count(const TableAccess *first) {
+  int count = 0;
+  for (; first != nullptr; first = first->next) ++count;
+  return count;
+}
+
+int access_place(const TableAccess *first, const RowHandle *handle) {
+  for (int place = 0; first != nullptr; first = first->next, ++place)
+    if (first->handle == handle) return place;
+  return -1;
+}
+
 void access_pause(TableAccess *first) {
   for (; first != nullptr; first = first->next) row_scan_pause(first->scan);
 }

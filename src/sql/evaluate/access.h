@@ -41,6 +41,10 @@ bool access_stands(const TableAccess &access);
 bool access_written(const TableAccess &access);
 // Reads the next row into the handle. no leaves the access rewound.
 Found access_next(TableAccess &access);
+int access_count(const TableAccess *first);
+// The place of the table with that handle in the chain, from 0; -1 when it is not there.
+int access_place(const TableAccess *first, const RowHandle *handle);
+
 void access_pause(TableAccess *first);  // lets go every page held by the chain; the places stay
 
 }  // namespace tovik

@@ -19,11 +19,6 @@ Truth both(Truth left, Truth right) {
   return left == Truth::unknown ? left : right;
 }
 
-Truth either(Truth left, Truth right) {
-  if (left == Truth::yes || right == Truth::yes) return Truth::yes;
-  return left == Truth::unknown ? left : right;
-}
-
 // --- Comparisons
 
 // A date column is compared to the precision that it keeps.
@@ -31,10 +26,6 @@ TypeCode compared_type(const Value &value) {
   const bool date_column = value.kind == value_kind::column && (value.declared & TYPE_DATETIME) != 0;
   return date_column ? value.declared : value.type;
 }
-
-// Of equal, not_equal, less, greater, less_equal, greater_equal: a bit for each order that meets it, which
-// are less, equal, greater.
-constexpr uint8_t orders_met[] = {0b010, 0b101, 0b001, 0b100, 0b011, 0b110};
 
 Truth meets(uint16_t kind, int order) {
   const int place = order < 0 ? 0 : order == 0 ? 1 : 2;

@@ -91,6 +91,11 @@ inline constexpr int subquery_levels = 30;
 // buffer (number_text_size bytes) for any other. 13001, 13002.
 [[nodiscard]] bool value_text(const Value &value, char *buffer, TextRef *text);
 
+inline Truth either(Truth left, Truth right) {
+  if (left == Truth::yes || right == Truth::yes) return Truth::yes;
+  return left == Truth::unknown ? left : right;
+}
+
 [[nodiscard]] bool condition_evaluate(EvalContext &context, const Node *condition, Truth *truth);
 // Whether it is true; gives back what it needed from the pool.
 [[nodiscard]] bool condition_met(EvalContext &context, const Node *condition, bool *met);

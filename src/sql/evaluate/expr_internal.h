@@ -29,6 +29,10 @@ inline bool node_is_comparison(uint16_t kind) {
   return kind >= node::equal && kind <= node::greater_equal;
 }
 
+// Of equal, not_equal, less, greater, less_equal, greater_equal: a bit for each order that meets it, which
+// are less, equal, greater.
+inline constexpr uint8_t orders_met[] = {0b010, 0b101, 0b001, 0b100, 0b011, 0b110};
+
 inline bool node_is_matching(uint16_t kind) {
   return kind == node::match || (kind >= node::smatch && kind <= node::like);
 }
@@ -69,9 +73,7 @@ class StackScope {
 
 // A column of the query to which the expression belongs, not of one around it.
 inline bool own_column(const EvalContext &context, const ColumnRef &column) {
-  const TableAccess *access = context.tables;
-  while (access != nullptr && access->handle != column.row) access = access->next;
-  return access != nullptr;
+  return access_place(context.tables, column.row) >= 0;
 }
 
 // The label of a checked expression, in the pool; null with 50012 or 50013.

@@ -187,8 +187,10 @@ struct OperandsTree {
       case node::subquery:
         return {nullptr, nullptr, nullptr, true};
       default:
-        return {node.first, node.second, nullptr, false};
+        break;
     }
+    const OperatorTree tree = OperatorTree::of(node);
+    return {tree.leading(), tree.is_unary() ? nullptr : tree.right, nullptr, false};
   }
 };
 

@@ -4,14 +4,14 @@
 #include <cstring>
 
 #include "data/table/table.h"
-#include "sql/parse/shapes.h"
+#include "sql/evaluate/expr_internal.h"
 #include "sql/query/plan_literal.h"
 
 namespace tovik {
 
 namespace {
 
-constexpr uint8_t below = 1, equal = 2, above = 4;
+constexpr uint8_t below = 0b001, equal = 0b010, above = 0b100;  // as in orders_met
 
 bool meets(const ColumnTest &test, uint8_t order) {
   return (test.orders & order) != 0;
@@ -44,26 +44,6 @@ bool text_holds(const ColumnTest &test, const uint8_t *stored) {
   return meets(test, order_of(order, 0));
 }
 
-// 0 for what is no comparison by order.
-uint8_t orders_of(uint16_t kind) {
-  switch (kind) {
-    case node::equal:
-      return equal;
-    case node::not_equal:
-      return below | above;
-    case node::less:
-      return below;
-    case node::less_equal:
-      return below | equal;
-    case node::greater:
-      return above;
-    case node::greater_equal:
-      return above | equal;
-    default:
-      return 0;
-  }
-}
-
 uint8_t mirrored(uint8_t orders) {
   return static_cast<uint8_t>((orders & equal) | (orders & below ? above : 0) | (orders & above ? below : 0));
 }
@@ -90,8 +70,8 @@ bool take_literal(const Column &column, const Value &literal, ColumnTest *test) 
 }  // namespace
 
 bool column_test_of(const Node &comparison, ColumnTest *test) {
-  test->orders = orders_of(comparison.kind);
-  if (test->orders == 0) return false;
+  if (!node_is_comparison(comparison.kind)) return false;
+  test->orders = orders_met[comparison.kind - node::equal];
   OperatorTree tree = OperatorTree::of(comparison);
   if (tree.left->kind != value_kind::column) {
     std::swap(tree.left, tree.right);

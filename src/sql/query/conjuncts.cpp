@@ -53,22 +53,13 @@ int innermost(const TableAccess *tables, int count, const Node *node) {
   for (OperandsTree tree; node != nullptr; node = tree.leading) {
     tree = OperandsTree::of(*node);
     if (tree.subquery) return count;
-    if (node->kind == value_kind::column) {
-      int number = 0;
-      for (const TableAccess *access = tables; access != nullptr; access = access->next, ++number)
-        if (access->handle == node->value->column.row) place = std::max(place, number);
-    }
+    if (node->kind == value_kind::column)
+      place = std::max(place, access_place(tables, node->value->column.row));
     place = std::max(place, innermost(tables, count, tree.following));
     for (const Node *item : chain(tree.items))
       place = std::max(place, innermost(tables, count, ValueItemTree::of(*item).value));
   }
   return place;
-}
-
-int count_of(const TableAccess *tables) {
-  int count = 0;
-  for (; tables != nullptr; tables = tables->next) ++count;
-  return count;
 }
 
 // ---- lists ----
@@ -102,7 +93,7 @@ bool split(EvalContext &context, const Node *condition, Conjuncts *conjuncts) {
   if (!parts.all) return false;
   Conjunct *made = memory_pool_new<Conjunct>(*context.pool, parts.count);
   if (made == nullptr) return parts.count == 0;
-  const int count = count_of(context.tables);
+  const int count = access_count(context.tables);
   Placed placed[part_limit];
   for (int i = 0; i < parts.count; ++i) {
     made[i].condition = parts.items[i];
@@ -124,7 +115,7 @@ bool conjuncts_split(EvalContext &context, const Node *condition, Conjuncts *con
   Conjunct *whole = memory_pool_new<Conjunct>(*context.pool);
   if (whole == nullptr) return false;
   whole->condition = condition;
-  conjuncts->of_table[std::max(count_of(context.tables) - 1, 0)] = whole;
+  conjuncts->of_table[std::max(access_count(context.tables) - 1, 0)] = whole;
   return true;
 }
 

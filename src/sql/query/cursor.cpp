@@ -16,12 +16,6 @@ namespace tovik {
 
 namespace {
 
-int table_count(const TableAccess *tables) {
-  int count = 0;
-  for (; tables != nullptr; tables = tables->next) ++count;
-  return count;
-}
-
 bool tables_written(const Cursor &cursor) {
   for (const TableAccess *access = cursor.request.context.tables; access != nullptr; access = access->next)
     if (access_written(*access)) return true;
@@ -138,7 +132,7 @@ bool collect_sorted(Cursor &cursor, const SortedColumns &sorted) {
   RowForms row;
   if (columns == nullptr || !row_forms_new(pool, sorted.count, &row)) return false;
   for (int i = 0; i < sorted.count; ++i) columns[i] = sort_column(*sorted.columns[i].column);
-  cursor.sorted = sort_store_create(columns, sorted.count, table_count(request.context.tables));
+  cursor.sorted = sort_store_create(columns, sorted.count, access_count(request.context.tables));
   return cursor.sorted != nullptr &&
          read_all(cursor, qualifying_next, [&] { return store_sort_row(cursor, sorted, row); });
 }

@@ -1,7 +1,7 @@
 // The rows of a table for the row on which the tables outside it stand, where a part of the condition
-// compares a column of the table, by which an index sorts it, with one of theirs. They come in the order of a
-// scan, and the part is tested as ever: what the index gives may be more than the rows that are wanted, never
-// less.
+// compares a column of the table, by which an index sorts it, with one of theirs. They come in the order of
+// their positions, and the part is tested as ever. Rows that get the value while the table stands among them,
+// and rows for a value that the row outside gets meanwhile, are not looked for.
 #pragma once
 
 #include "sql/query/conjuncts.h"

@@ -83,7 +83,7 @@ bool set_up(const Choice &choice, Signs signs, Guaranteed *guaranteed) {
 bool find_lookups(EvalContext &context, Plan &plan) {
   TableAccess *access = context.tables;
   if (access == nullptr || access->next == nullptr) return true;
-  JoinLookup *lookup = memory_pool_new<JoinLookup>(*context.pool, from_table_limit);
+  JoinLookup *lookup = memory_pool_new<JoinLookup>(*context.pool, access_count(access));
   if (lookup == nullptr) return false;
   plan.lookups = lookup;
   Conjunct **conjuncts = plan.conjuncts.of_table;

@@ -233,11 +233,6 @@ bool keep_result(EvalContext &context, Subquery &subquery) {
 
 // ---- kept values ----
 
-Truth either(Truth a, Truth b) {
-  if (a == Truth::yes || b == Truth::yes) return Truth::yes;
-  return a == Truth::unknown ? a : b;
-}
-
 bool test_each(const Subquery &subquery, uint16_t comparison, const Value &tested, Truth *truth) {
   for (int number = 0; number < kept_count(subquery) && *truth != Truth::yes; ++number) {
     Truth meets;
